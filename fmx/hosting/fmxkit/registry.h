@@ -1,0 +1,48 @@
+// What a host reads of the kit: the functions and script steps that plug-ins have registered through fmx::ExprEnv.
+//
+// Plug-ins never see this header. A host copies the registry after start-up, calls handlers through it, and purges
+// what a plug-in left behind when it unloads the plug-in.
+//
+// Thread rule: every function here may be called from any thread.
+#pragma once
+
+#include <FMWrapper.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace fmxkit {
+
+// One calculation function. Texts are UTF-16.
+struct ExternalFunction {
+    std::uint32_t pluginId = 0; // the four characters of the plug-in's ID, first one in the highest byte
+    short id = 0;
+    std::u16string name;
+    std::u16string prototype;
+    std::u16string description; // empty when registered without one
+    short minimumArguments = 0;
+    short maximumArguments = 0; // -1: any number
+    std::uint32_t flags = 0;
+    fmx::ExtPluginType handler = nullptr;
+};
+
+// One script step. `definition` is the XML text that describes its parameters.
+struct ScriptStep {
+    std::uint32_t pluginId = 0;
+    short id = 0;
+    std::u16string name;
+    std::u16string definition;
+    std::u16string description;
+    std::uint32_t flags = 0;
+    fmx::ExtPluginType handler = nullptr;
+};
+
+// Copies of what is registered now, in the order of registration.
+std::vector<ExternalFunction> externalFunctions();
+std::vector<ScriptStep> scriptSteps();
+
+// Forgets everything that a plug-in registered; answers how many entries there were.
+std::size_t purge(std::uint32_t pluginId);
+
+} // namespace fmxkit

@@ -1,0 +1,82 @@
+// Files and folders: what the functions ask of an operating system's file services, with the outcomes of a Mac's
+// file manager on every platform.
+//
+// Paths are UTF-16; relative ones start at the process's current folder; a path that isn't valid UTF-16 or holds a
+// NUL names nothing that exists. Failures come back as an Outcome whose description names the path that failed.
+// Allocation failures are thrown (std::bad_alloc), with everything that the call had made so far cleaned up.
+//
+// Thread rule: any thread; nothing is shared between calls. A call survives others changing the same files: it may
+// fail then, but never acts outside the tree that it was given.
+#pragma once
+
+#include "platform/outcome.h"
+#include "platform/path_text.h"
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string_view>
+
+namespace platform {
+
+struct Existence {
+    bool exists = false;
+    bool isFolder = false; // false when nothing exists
+};
+
+// Whether something is at `path`. Links are followed: a dangling link doesn't exist.
+Existence existence(PathView path);
+
+// Seconds since 1970-01-01 00:00 UTC, rounded towards the past (a fraction before 1970 belongs to the earlier second).
+using UnixTime = std::int64_t;
+
+// Of the item itself; a link's own, not its target's.
+struct Attributes {
+    std::uint64_t size = 0; // bytes
+    std::optional<UnixTime> creationDate; // nothing where the file system keeps none
+    std::optional<UnixTime> modificationDate;
+};
+
+// Nothing when the item can't be examined.
+std::optional<Attributes> attributes(PathView path);
+
+// Last access of what `path` leads to, links followed (stat(2), st_atim); 0 when stat fails.
+UnixTime accessTime(PathView path);
+
+// One entry of a folder. `name`: the file system's own bytes, usually UTF-8, valid during the call only.
+using EntryVisitor = std::function<void(std::string_view name, bool isFolder)>;
+
+// Shows the entries that lie directly in the folder, hidden ones included, "." and ".." not, in the order in which
+// the file system lists them. An entry is a folder when it is one or is a link that leads to one, and when that can be
+// seen: in a folder that may be read but not searched nothing is. A failure may come after some entries were shown.
+Outcome listFolder(PathView folder, const EntryVisitor& visitor);
+
+// Adds up the sizes in bytes of everything below the folder, at every depth, sub-folders' own sizes included. Links
+// count with the size of what they lead to but are not walked into. An entry that can be listed but not examined adds
+// 0; a sub-folder that can't be read is a failure that names it.
+Outcome sumFolderSizes(PathView folder, std::uint64_t& bytes);
+
+// Copies a file, a link (as a link) or a whole folder to `target`, which must not exist; nothing is ever replaced.
+// The item appears at `target` whole or not at all, also after a crash, a kill or a full disk, and a failed copy
+// leaves nothing behind. Kept are mode with set-id bits, times, extended attributes and access control lists, the
+// owner where permitted, and holes. Data is cloned where the file system can. A folder into itself is refused.
+// Sockets are refused; FIFOs and devices are made anew, never read.
+Outcome copyItem(PathView source, PathView target);
+
+// Moves an item to `target`, which must not exist. Within a file system that is one rename; across file systems the
+// copy is complete and on disk before the source goes. After a failure the source is whole.
+Outcome moveItem(PathView source, PathView target);
+
+// Removes a file, a link or a folder with everything in it. Links are never followed. Stops at the first entry that
+// can't be removed; the description names that entry's path.
+Outcome removeItem(PathView path);
+
+// Makes a folder (mode 0777 less the umask) with the missing folders above it. A folder that is there already is no
+// failure.
+Outcome createFolder(PathView path);
+
+// Whether both paths lead to one and the same item: the same device and inode number, the last component's link not
+// followed.
+bool isSameItem(PathView first, PathView second);
+
+} // namespace platform

@@ -1,0 +1,34 @@
+// What a file service answers: success, or a failure in the operating system's own words.
+//
+// Thread rule: values without shared state.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <utility>
+
+namespace platform {
+
+class [[nodiscard]] Outcome {
+public:
+    static Outcome success() { return {}; }
+
+    // `description`: UTF-8, one sentence for a person, with the path that failed; what Cocoa calls the localized
+    // description of an error.
+    static Outcome failure(std::string description)
+    {
+        Outcome outcome;
+        outcome.m_description = std::move(description);
+        return outcome;
+    }
+
+    bool ok() const { return !m_description.has_value(); }
+
+    // Empty on success.
+    std::string description() const { return m_description.value_or(std::string()); }
+
+private:
+    std::optional<std::string> m_description;
+};
+
+} // namespace platform

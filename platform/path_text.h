@@ -1,0 +1,31 @@
+// Paths as text: POSIX paths in UTF-16, as FileMaker hands them over, with the rules of Cocoa's string path methods.
+// Nothing here touches the file system, but for standardized(), which looks up the home folder.
+//
+// Thread rule: any thread.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace platform {
+
+using PathText = std::u16string;
+using PathView = std::u16string_view;
+
+// The last component without its slashes: "/a/b" and "/a/b/" give "b", "/" gives "/", "" gives "".
+PathText lastComponent(PathView path);
+
+// The path without its last component: "/a/b" and "/a/b/" give "/a", "/a" and "/" give "/", "a" gives "".
+// Runs of slashes count as one.
+PathText deletingLastComponent(PathView path);
+
+// `path`, one slash, `component`: doubled and trailing slashes go, so "/a/" and "/b/" give "/a/b". An empty component
+// leaves `path` as it is.
+PathText appendingComponent(PathView path, PathView component);
+
+// `path` with a leading "~" or "~/" replaced by the user's home folder ($HOME where that is absolute, else the entry
+// of the user database, passwd(5)) and with doubled slashes, "." and a trailing slash removed. Without a home folder
+// the tilde stays.
+PathText standardized(PathView path);
+
+} // namespace platform

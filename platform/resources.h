@@ -1,0 +1,29 @@
+// What ships inside the plug-in, and where the host lives.
+//
+// Thread rule: any thread.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace platform {
+
+// The plug-in's own bundle: a CFBundleRef on macOS, owned by the host; null on Linux, where resources are embedded in
+// the binary.
+struct Bundle {
+    void* reference = nullptr;
+};
+
+// The value (UTF-16) of `key` in the strings table `table` of the bundle; nothing when the table has no such key.
+std::optional<std::u16string> localizedString(Bundle bundle, std::string_view table, std::string_view key);
+
+// Path in file-system bytes of the bundle's resource file `name`.`type`, readable by child processes of this process
+// for as long as it runs; nothing when there is no such resource.
+std::optional<std::string> resourcePath(Bundle bundle, std::string_view name, std::string_view type);
+
+// Path (UTF-8) of the host application: its bundle on macOS; where the host isn't a bundle, the folder of its
+// executable.
+std::string hostApplicationPath();
+
+} // namespace platform

@@ -75,8 +75,8 @@ Outcome removeItem(PathView path);
 // failure.
 Outcome createFolder(PathView path);
 
-// Whether both paths lead to one and the same item: the same device and inode number, the last component's link not
-// followed.
+// Whether removing what is at one path would take away the other: the same item under two spellings, two hard links of
+// one file, or one a link that leads to the other. Two links to a third item are different items.
 bool isSameItem(PathView first, PathView second);
 
 } // namespace platform

@@ -32,7 +32,7 @@ using UnixTime = std::int64_t;
 
 // Of the item itself; a link's own, not its target's.
 struct Attributes {
-    std::uint64_t size = 0; // bytes
+    std::uint64_t size = 0;               // bytes
     std::optional<UnixTime> creationDate; // nothing where the file system keeps none
     std::optional<UnixTime> modificationDate;
 };

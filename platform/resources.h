@@ -3,6 +3,7 @@
 // Thread rule: any thread.
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -18,9 +19,15 @@ struct Bundle {
 // The value (UTF-16) of `key` in the strings table `table` of the bundle; nothing when the table has no such key.
 std::optional<std::u16string> localizedString(Bundle bundle, std::string_view table, std::string_view key);
 
-// Path in file-system bytes of the bundle's resource file `name`.`type`, readable by child processes of this process
-// for as long as it runs; nothing when there is no such resource.
-std::optional<std::string> resourcePath(Bundle bundle, std::string_view name, std::string_view type);
+// A resource file with a path that child processes of this process can read, for as long as the value lives. `path`:
+// file-system bytes.
+struct ResourceFile {
+    std::string path;
+    std::shared_ptr<const void> keep;
+};
+
+// The bundle's resource `name`.`type`; nothing when there is no such resource or it can't be given a path.
+std::optional<ResourceFile> resourceFile(Bundle bundle, std::string_view name, std::string_view type);
 
 // Path (UTF-8) of the host application: its bundle on macOS; where the host isn't a bundle, the folder of its
 // executable.

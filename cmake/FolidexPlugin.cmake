@@ -1,0 +1,35 @@
+# Links the rooms into the plug-in that FileMaker loads.
+
+# The SDK that the plug-in is compiled against: the kit, or the vendor's.
+add_library(fmx_sdk INTERFACE)
+if(FMX_SDK_INCLUDE_DIR)
+    target_include_directories(fmx_sdk SYSTEM INTERFACE "${FMX_SDK_INCLUDE_DIR}")
+else()
+    target_include_directories(fmx_sdk INTERFACE $<TARGET_PROPERTY:FMWrapper,INTERFACE_INCLUDE_DIRECTORIES>)
+endif()
+
+target_include_directories(folidex_core PUBLIC "${PROJECT_SOURCE_DIR}")
+target_link_libraries(folidex_core PRIVATE fmx_sdk)
+set_target_properties(folidex_core PROPERTIES CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
+
+add_library(Folidex MODULE)
+target_link_libraries(Folidex PRIVATE folidex_core)
+if(FMX_SDK_LIBRARY)
+    target_link_libraries(Folidex PRIVATE "${FMX_SDK_LIBRARY}")
+else()
+    target_link_libraries(Folidex PRIVATE FMWrapper)
+endif()
+
+# One file on Linux servers, where FileMaker supplies libFMWrapper.so: no path of a build folder may stay inside.
+set_target_properties(Folidex PROPERTIES
+    PREFIX "" SUFFIX ".fmx"
+    SKIP_BUILD_RPATH ON
+    LINK_DEPENDS "${PROJECT_SOURCE_DIR}/cmake/exports.map")
+target_link_options(Folidex PRIVATE
+    "-Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map" -Wl,--no-undefined -Wl,--gc-sections)
+if(NOT FOLIDEX_SANITIZE AND NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
+    target_compile_options(folidex_core PRIVATE -ffunction-sections -fdata-sections)
+    target_link_options(Folidex PRIVATE -Wl,--strip-debug)
+endif()
+
+install(TARGETS Folidex LIBRARY DESTINATION "${FOLIDEX_EXTENSIONS_DIR}" COMPONENT plugin)

@@ -1,0 +1,127 @@
+#include "platform/path_text.h"
+
+#include "platform/unicode.h"
+
+#include <pwd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace platform {
+
+namespace {
+
+constexpr char16_t slash = u'/';
+
+// Without doubled slashes and, but for the root, without a trailing one.
+PathText tidied(PathView path)
+{
+    PathText text;
+    text.reserve(path.size());
+    for (const char16_t unit : path) {
+        if (unit != slash || text.empty() || text.back() != slash) {
+            text.push_back(unit);
+        }
+    }
+    if (text.size() > 1 && text.back() == slash) {
+        text.pop_back();
+    }
+    return text;
+}
+
+std::optional<std::string> homeFromUserDatabase()
+{
+    std::vector<char> buffer(1024);
+    passwd entry{};
+    passwd* found = nullptr;
+    int error = 0;
+    while ((error = getpwuid_r(geteuid(), &entry, buffer.data(), buffer.size(), &found)) == ERANGE) {
+        buffer.resize(buffer.size() * 2);
+    }
+    if (error != 0 || found == nullptr || found->pw_dir == nullptr || found->pw_dir[0] != '/') {
+        return std::nullopt;
+    }
+    return found->pw_dir;
+}
+
+std::optional<PathText> homeFolder()
+{
+    const char* variable = std::getenv("HOME");
+    const auto home =
+        variable != nullptr && variable[0] == '/' ? std::optional<std::string>(variable) : homeFromUserDatabase();
+    if (!home) {
+        return std::nullopt;
+    }
+    return utf16FromUtf8(*home);
+}
+
+PathText withoutDotComponents(PathView path)
+{
+    PathText text;
+    std::size_t start = 0;
+    while (start <= path.size()) {
+        const std::size_t end = std::min(path.find(slash, start), path.size());
+        const PathView component = path.substr(start, end - start);
+        if (component != u".") {
+            text.append(component);
+            if (end < path.size()) {
+                text.push_back(slash);
+            }
+        }
+        start = end + 1;
+    }
+    return text;
+}
+
+} // namespace
+
+PathText lastComponent(PathView path)
+{
+    PathText text = tidied(path);
+    const std::size_t position = text.rfind(slash);
+    if (text.size() > 1 && position != PathText::npos) {
+        text.erase(0, position + 1);
+    }
+    return text;
+}
+
+PathText deletingLastComponent(PathView path)
+{
+    PathText text = tidied(path);
+    const std::size_t position = text.rfind(slash);
+    if (position == PathText::npos) {
+        return {};
+    }
+    text.erase(position == 0 ? 1 : position);
+    return text;
+}
+
+PathText appendingComponent(PathView path, PathView component)
+{
+    if (component.empty()) {
+        return PathText(path);
+    }
+    if (path.empty()) {
+        return tidied(component);
+    }
+    return tidied(PathText(path).append(1, slash).append(component));
+}
+
+PathText standardized(PathView path)
+{
+    PathText text(path);
+    const bool startsAtHome = path == u"~" || path.starts_with(u"~/");
+    if (startsAtHome) {
+        if (const auto home = homeFolder()) {
+            text.replace(0, 1, *home);
+        }
+    }
+    return tidied(withoutDotComponents(text));
+}
+
+} // namespace platform

@@ -1,0 +1,121 @@
+#include "platform/resources.h"
+
+#include "platform/linux/descriptor.h"
+#include "platform/path_text.h"
+#include "platform/strings_table.h"
+#include "platform/unicode.h"
+#include "resources/embedded.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <climits>
+#include <cstdlib>
+#include <utility>
+
+namespace platform {
+
+namespace {
+
+using linux_os::Descriptor;
+using linux_os::retried;
+
+bool writeAll(int descriptor, std::string_view bytes)
+{
+    while (!bytes.empty()) {
+        const auto written = retried([&] { return ::write(descriptor, bytes.data(), bytes.size()); });
+        if (written < 0) {
+            return false;
+        }
+        bytes.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return true;
+}
+
+// A child reaches a memory file through this process's folder in /proc, which the kernel closes to it when this
+// process isn't dumpable, as one with file capabilities isn't (prctl(2), PR_SET_DUMPABLE).
+bool childrenReachOurDescriptors()
+{
+    return ::prctl(PR_GET_DUMPABLE) == 1 && ::access("/proc/self/fd", R_OK | X_OK) == 0;
+}
+
+std::optional<ResourceFile> memoryFile(const std::string& name, std::string_view content)
+{
+    Descriptor file(::memfd_create(name.c_str(), MFD_CLOEXEC | MFD_ALLOW_SEALING));
+    constexpr int seals = F_SEAL_SEAL | F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE;
+    if (!file || !writeAll(file.get(), content) || ::fcntl(file.get(), F_ADD_SEALS, seals) != 0) {
+        return std::nullopt;
+    }
+    std::string path = "/proc/" + std::to_string(::getpid()) + "/fd/" + std::to_string(file.get());
+    return ResourceFile{std::move(path), std::make_shared<const Descriptor>(std::move(file))};
+}
+
+// A file of this user's that goes with the value.
+class TemporaryFile {
+public:
+    static std::shared_ptr<const TemporaryFile> create(std::string_view content)
+    {
+        std::string path = "/tmp/folidex-XXXXXX";
+        const Descriptor file(::mkostemp(path.data(), O_CLOEXEC));
+        if (!file) {
+            return nullptr;
+        }
+        std::shared_ptr<const TemporaryFile> made(new TemporaryFile(std::move(path)));
+        return writeAll(file.get(), content) ? made : nullptr;
+    }
+    ~TemporaryFile() { ::unlink(m_path.c_str()); }
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+
+    const std::string& path() const { return m_path; }
+
+private:
+    explicit TemporaryFile(std::string path) : m_path(std::move(path)) {}
+
+    std::string m_path;
+};
+
+std::optional<ResourceFile> temporaryFile(std::string_view content)
+{
+    auto file = TemporaryFile::create(content);
+    if (!file) {
+        return std::nullopt;
+    }
+    return ResourceFile{file->path(), file};
+}
+
+} // namespace
+
+std::optional<std::u16string> localizedString(Bundle, std::string_view table, std::string_view key)
+{
+    static const StringsTable strings = parseStringsTable(resources::stringsTable).value_or(StringsTable{});
+    const auto found = strings.find(key);
+    if (table != "KORBFolidex" || found == strings.end()) {
+        return std::nullopt;
+    }
+    return found->second;
+}
+
+std::optional<ResourceFile> resourceFile(Bundle, std::string_view name, std::string_view type)
+{
+    if (name != "ZipFuncs" || type != "sh") {
+        return std::nullopt;
+    }
+    return childrenReachOurDescriptors() ? memoryFile("ZipFuncs.sh", resources::zipFuncs)
+                                         : temporaryFile(resources::zipFuncs);
+}
+
+std::string hostApplicationPath()
+{
+    std::array<char, PATH_MAX> buffer{};
+    const auto length = ::readlink("/proc/self/exe", buffer.data(), buffer.size());
+    const std::string_view executable(buffer.data(), length > 0 ? static_cast<std::size_t>(length) : 0);
+    const std::size_t slash = executable.rfind('/');
+    return std::string(executable.substr(0, slash == 0 ? 1 : std::min(slash, executable.size())));
+}
+
+} // namespace platform

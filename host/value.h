@@ -1,0 +1,78 @@
+// A FileMaker value as the host and the tests hold it: what goes into a call and what comes out of it.
+#pragma once
+
+#include <FMWrapper.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace fmxhost {
+
+enum class ValueType { empty, text, number, date, time, timestamp, container };
+
+// A point in local time, to the second.
+struct Timestamp {
+    int year = 0;
+    int month = 0; // 1 to 12
+    int day = 0;   // 1 to 31
+    int hour = 0;
+    int minute = 0;
+    int second = 0;
+
+    friend bool operator==(const Timestamp&, const Timestamp&) = default;
+};
+
+// "YYYY-MM-DDTHH:MM:SS", as ISO 8601 writes a local time.
+std::string isoText(const Timestamp& timestamp);
+
+// An immutable value; copies share it, so a long text is copied at no cost.
+//
+// Thread rule: as for std::shared_ptr; one Value object belongs to one thread at a time, because the conversions of
+// fmx::Data keep what they have converted. Errors: std::bad_alloc and std::exception from the kit.
+class Value {
+public:
+    Value(); // empty, of no type
+    Value(std::u16string_view text);
+    Value(const std::u16string& text) : Value(std::u16string_view(text)) {}
+    Value(const char16_t* text) : Value(std::u16string_view(text)) {}
+    Value(std::string_view utf8Text); // ill-formed bytes become U+FFFD
+    Value(const std::string& utf8Text) : Value(std::string_view(utf8Text)) {}
+    Value(const char* utf8Text) : Value(std::string_view(utf8Text)) {}
+    Value(const std::filesystem::path& path) : Value(std::string_view(path.native())) {}
+    Value(std::int32_t number) : Value(static_cast<std::int64_t>(number)) {}
+    Value(std::int64_t number);
+    Value(double number);
+    Value(const Timestamp& timestamp);
+    explicit Value(const fmx::Text& text); // shares the text's buffer
+    explicit Value(const fmx::FixPt& number);
+    explicit Value(fmx::DataUniquePtr data); // must not be null
+
+    const fmx::Data& data() const { return *data_; }
+
+    // `empty`: nothing was ever set, or it was cleared again. A text of no characters is a text.
+    ValueType type() const;
+
+    // Any type as FileMaker shows it.
+    std::u16string text() const;
+    std::string utf8() const;
+
+    // Any type as a number, by FileMaker's rules for texts (their digits); 0 when there is none.
+    std::int64_t integer() const;
+    double number() const;
+    bool boolean() const;
+
+    // Meaningful for dates, times and timestamps.
+    Timestamp timestamp() const;
+
+private:
+    std::shared_ptr<const fmx::Data> data_;
+};
+
+// The units of a kit text, or of the part of it from `position` on, at most `size` units of it.
+std::u16string unitsOf(const fmx::Text& text);
+std::u16string unitsOf(const fmx::Text& text, std::uint32_t position, std::uint32_t size);
+
+} // namespace fmxhost

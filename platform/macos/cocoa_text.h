@@ -1,0 +1,32 @@
+// Between the portable core's texts and Foundation's, for this folder's Objective-C++ files only.
+//
+// Thread rule: any thread. Answers are autoreleased.
+#pragma once
+
+#import <Foundation/Foundation.h>
+
+#include "platform/outcome.h"
+#include "platform/path_text.h"
+
+#include <string>
+
+namespace platform::cocoa {
+
+// The string of these UTF-16 units; "" for no units.
+NSString* stringFrom(PathView units);
+
+PathText unitsOf(NSString* string);
+
+// UTF-8; "" for nil and for a string with a lone surrogate.
+std::string utf8Of(NSString* string);
+
+// nil when the path names nothing that can exist (a lone surrogate, a NUL), where Foundation would raise or cut.
+NSString* pathFrom(PathView path);
+
+// The failure that an error object describes; `fallback` where the call gave none.
+Outcome failureFrom(NSError* error, NSString* fallback);
+
+// The failure of a path that pathFrom() refuses.
+Outcome noSuchItem();
+
+} // namespace platform::cocoa

@@ -1,0 +1,46 @@
+#import "platform/macos/cocoa_text.h"
+
+#include "platform/unicode.h"
+
+namespace platform::cocoa {
+
+// Foundation's unichar is unsigned short, the language's is char16_t: both are the same 16 bits.
+static_assert(sizeof(unichar) == sizeof(char16_t));
+
+NSString* stringFrom(PathView units)
+{
+    return [NSString stringWithCharacters:reinterpret_cast<const unichar*>(units.data()) length:units.size()];
+}
+
+PathText unitsOf(NSString* string)
+{
+    PathText units([string length], u'\0');
+    if (!units.empty()) {
+        [string getCharacters:reinterpret_cast<unichar*>(units.data()) range:NSMakeRange(0, units.size())];
+    }
+    return units;
+}
+
+std::string utf8Of(NSString* string)
+{
+    const char* bytes = [string UTF8String];
+    return bytes == nullptr ? std::string() : std::string(bytes);
+}
+
+NSString* pathFrom(PathView path)
+{
+    return fileSystemRepresentation(path) ? stringFrom(path) : nil;
+}
+
+Outcome failureFrom(NSError* error, NSString* fallback)
+{
+    NSString* description = error == nil ? fallback : [error localizedDescription];
+    return Outcome::failure(utf8Of(description));
+}
+
+Outcome noSuchItem()
+{
+    return Outcome::failure("The file doesn't exist.");
+}
+
+} // namespace platform::cocoa

@@ -10,10 +10,11 @@ namespace fmxkit {
 enum class Failure : std::int32_t { allocation = 1, other = 2 };
 
 // The n-th C entry point (1 is the next one) that this thread calls from now on, and that can fail, reports `failure`
-// through its error slot and does nothing else. `n` = 0 switches injection off.
-void failNthCall(std::uint32_t n, Failure failure = Failure::allocation);
+// through its error slot and does nothing else. `n` = 0 switches injection off. Every entry point can fail, except
+// those that delete a value: they always do, and aren't counted.
+[[gnu::visibility("default")]] void failNthCall(std::uint32_t n, Failure failure = Failure::allocation);
 
 // How many entry points that can fail this thread has called since the last failNthCall.
-std::uint32_t callsSinceArmed();
+[[gnu::visibility("default")]] std::uint32_t callsSinceArmed();
 
 } // namespace fmxkit

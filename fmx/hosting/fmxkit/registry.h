@@ -8,6 +8,7 @@
 
 #include <FMWrapper.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -39,10 +40,10 @@ struct ScriptStep {
 };
 
 // Copies of what is registered now, in the order of registration.
-std::vector<ExternalFunction> externalFunctions();
-std::vector<ScriptStep> scriptSteps();
+[[gnu::visibility("default")]] std::vector<ExternalFunction> externalFunctions();
+[[gnu::visibility("default")]] std::vector<ScriptStep> scriptSteps();
 
 // Forgets everything that a plug-in registered; answers how many entries there were.
-std::size_t purge(std::uint32_t pluginId);
+[[gnu::visibility("default")]] std::size_t purge(std::uint32_t pluginId);
 
 } // namespace fmxkit

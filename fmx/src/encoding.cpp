@@ -1,0 +1,244 @@
+#include "encoding.h"
+
+#include <FMXText.h>
+
+#include <unicode/ucnv.h>
+#include <unicode/utf16.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <stdexcept>
+
+namespace fmxkit {
+namespace {
+
+constexpr UChar32 replacementCharacter = 0xFFFD;
+
+// How many leading bytes are ASCII, looked at in words.
+std::size_t asciiPrefix(const char* bytes, std::size_t size)
+{
+    std::size_t i = 0;
+    for (std::uint64_t word = 0; i + sizeof word <= size; i += sizeof word) {
+        std::memcpy(&word, bytes + i, sizeof word);
+        if ((word & 0x8080808080808080U) != 0) {
+            break;
+        }
+    }
+    while (i < size && static_cast<unsigned char>(bytes[i]) < 0x80) {
+        ++i;
+    }
+    return i;
+}
+
+// Decodes one character that isn't ASCII. A broken one counts as far as it could have been the start of a valid one
+// (Unicode 15, table 3-7: only the second byte's range depends on the first).
+UChar32 nextUtf8(std::string_view bytes, std::size_t& i)
+{
+    const auto byteAt = [&](std::size_t index) { return static_cast<unsigned char>(bytes[index]); };
+    const unsigned first = byteAt(i++);
+    if (first < 0xC2 || first > 0xF4) {
+        return replacementCharacter;
+    }
+    const int more = first < 0xE0 ? 1 : (first < 0xF0 ? 2 : 3);
+    unsigned low = first == 0xE0 ? 0xA0 : (first == 0xF0 ? 0x90 : 0x80);
+    unsigned high = first == 0xED ? 0x9F : (first == 0xF4 ? 0x8F : 0xBF);
+    unsigned character = first & (0x3FU >> more);
+    for (int n = 0; n < more; ++n) {
+        if (i == bytes.size() || byteAt(i) < low || byteAt(i) > high) {
+            return replacementCharacter;
+        }
+        character = character << 6 | (byteAt(i++) & 0x3FU);
+        low = 0x80;
+        high = 0xBF;
+    }
+    return static_cast<UChar32>(character);
+}
+
+// Calls `ascii(bytes, size)` for runs of ASCII and `other(codePoint)` for the rest.
+template <typename Ascii, typename Other>
+void forEachUtf8(std::string_view bytes, Ascii&& ascii, Other&& other)
+{
+    for (std::size_t i = 0; i < bytes.size();) {
+        const std::size_t run = asciiPrefix(bytes.data() + i, bytes.size() - i);
+        ascii(bytes.data() + i, run);
+        i += run;
+        if (i < bytes.size()) {
+            other(nextUtf8(bytes, i));
+        }
+    }
+}
+
+// Counts first: a long text then costs its own size and nothing more.
+std::u16string decodeUtf8(std::string_view bytes)
+{
+    std::size_t size = 0;
+    forEachUtf8(
+        bytes, [&](const char*, std::size_t run) { size += run; },
+        [&](UChar32 character) { size += static_cast<std::size_t>(U16_LENGTH(character)); });
+    std::u16string units(size, u'\0');
+    char16_t* end = units.data();
+    forEachUtf8(
+        bytes,
+        [&](const char* run, std::size_t count) {
+            end = std::transform(run, run + count, end, [](char byte) { return static_cast<char16_t>(byte); });
+        },
+        [&](UChar32 character) {
+            if (U_IS_BMP(character)) {
+                *end++ = static_cast<char16_t>(character);
+            } else {
+                *end++ = U16_LEAD(character);
+                *end++ = U16_TRAIL(character);
+            }
+        });
+    return units;
+}
+
+// The upper half of a single-byte encoding whose lower half is ASCII.
+using UpperHalf = std::array<char16_t, 128>;
+
+const UpperHalf& latin1()
+{
+    static const UpperHalf table = [] {
+        UpperHalf units{};
+        for (std::size_t i = 0; i < units.size(); ++i) {
+            units[i] = static_cast<char16_t>(0x80 + i);
+        }
+        return units;
+    }();
+    return table;
+}
+
+const UpperHalf& macRoman()
+{
+    static const UpperHalf table = [] {
+        UErrorCode status = U_ZERO_ERROR;
+        UConverter* const converter = ucnv_open("macintosh", &status);
+        std::array<char, 128> bytes{};
+        UpperHalf units{};
+        for (std::size_t i = 0; i < bytes.size(); ++i) {
+            bytes[i] = static_cast<char>(0x80 + i);
+        }
+        const int32_t count = ucnv_toUChars(converter, units.data(), static_cast<int32_t>(units.size()), bytes.data(),
+                                            static_cast<int32_t>(bytes.size()), &status);
+        ucnv_close(converter);
+        if (U_FAILURE(status) || count != static_cast<int32_t>(units.size())) {
+            throw std::runtime_error("no Mac Roman converter");
+        }
+        return units;
+    }();
+    return table;
+}
+
+// Null for UTF-8.
+const UpperHalf* upperHalfOf(fmx::int32 encoding)
+{
+    switch (encoding) {
+    case fmx::Text::kEncoding_Native:
+    case fmx::Text::kEncoding_UTF8:
+        return nullptr;
+    case fmx::Text::kEncoding_ASCII_Mac:
+        return &macRoman();
+    case fmx::Text::kEncoding_ISO_8859_1:
+        return &latin1();
+    default:
+        throw std::invalid_argument("encoding");
+    }
+}
+
+UChar32 nextCharacter(std::u16string_view units, std::size_t& i)
+{
+    const char16_t unit = units[i++];
+    if (!U16_IS_SURROGATE(unit)) {
+        return unit;
+    }
+    if (!U16_IS_LEAD(unit) || i == units.size() || !U16_IS_TRAIL(units[i])) {
+        return replacementCharacter;
+    }
+    return U16_GET_SUPPLEMENTARY(unit, units[i++]);
+}
+
+void writeUtf8(unsigned character, std::size_t size, char* target)
+{
+    constexpr unsigned marks[] = {0, 0, 0xC0, 0xE0, 0xF0};
+    for (std::size_t i = size; i-- > 1; character >>= 6) {
+        target[i] = static_cast<char>(0x80 | (character & 0x3F));
+    }
+    target[0] = static_cast<char>(marks[size] | character);
+}
+
+std::size_t encodeUtf8(std::u16string_view units, char* buffer, std::size_t capacity)
+{
+    std::size_t written = 0;
+    for (std::size_t i = 0; i < units.size();) {
+        if (units[i] < 0x80 && written < capacity) {
+            buffer[written++] = static_cast<char>(units[i++]);
+            continue;
+        }
+        const UChar32 character = nextCharacter(units, i);
+        const std::size_t size = character < 0x80 ? 1U : (character < 0x800 ? 2U : (character < 0x10000 ? 3U : 4U));
+        if (size > capacity - written) {
+            break;
+        }
+        writeUtf8(static_cast<unsigned>(character), size, buffer + written);
+        written += size;
+    }
+    return written;
+}
+
+} // namespace
+
+std::u16string decode(std::string_view bytes, fmx::int32 encoding)
+{
+    const UpperHalf* const upper = upperHalfOf(encoding);
+    if (upper == nullptr) {
+        return decodeUtf8(bytes);
+    }
+    std::u16string units(bytes.size(), u'\0');
+    std::transform(bytes.begin(), bytes.end(), units.begin(), [&](char byte) {
+        const auto code = static_cast<unsigned char>(byte);
+        return code < 0x80 ? static_cast<char16_t>(code) : (*upper)[code - 0x80U];
+    });
+    return units;
+}
+
+std::u16string decodeWide(std::wstring_view characters)
+{
+    static_assert(sizeof(wchar_t) == 4);
+    std::u16string units;
+    units.reserve(characters.size());
+    for (const wchar_t wide : characters) {
+        const auto code = static_cast<std::uint32_t>(wide);
+        const bool valid = code <= 0x10FFFF && !U_IS_SURROGATE(code);
+        const UChar32 character = valid ? static_cast<UChar32>(code) : replacementCharacter;
+        if (U_IS_BMP(character)) {
+            units += static_cast<char16_t>(character);
+        } else {
+            units += U16_LEAD(character);
+            units += U16_TRAIL(character);
+        }
+    }
+    return units;
+}
+
+std::size_t encode(std::u16string_view units, fmx::int32 encoding, char* buffer, std::size_t capacity)
+{
+    const UpperHalf* const upper = upperHalfOf(encoding);
+    if (upper == nullptr) {
+        return encodeUtf8(units, buffer, capacity);
+    }
+    std::size_t written = 0;
+    for (std::size_t i = 0; i < units.size() && written < capacity;) {
+        const UChar32 character = nextCharacter(units, i);
+        if (character < 0x80) {
+            buffer[written++] = static_cast<char>(character);
+            continue;
+        }
+        const auto* const place = std::find(upper->begin(), upper->end(), character);
+        buffer[written++] = place == upper->end() ? '?' : static_cast<char>(0x80 + (place - upper->begin()));
+    }
+    return written;
+}
+
+} // namespace fmxkit

@@ -200,6 +200,9 @@ std::optional<FixPtValue> numberFromText(std::u16string_view text)
     bool pointSeen = false;
     bool digitSeen = false;
     for (const char16_t unit : text) {
+        if (digits.size() > scale + Decimal::maximumPlaces) {
+            return std::nullopt;
+        }
         if (isDigit(unit)) {
             digitSeen = true;
             // Digits beyond the limit can't change a number of 400 places by a half of the last one.

@@ -17,7 +17,8 @@ using CaseMapping = int32_t (*)(UChar*, int32_t, const UChar*, int32_t, UErrorCo
 std::u16string mapCase(std::u16string_view units, CaseMapping mapping)
 {
     std::u16string mapped(units.size(), u'\0');
-    for (;;) {
+    while (!units.empty()) { // ICU takes no null pointer, which an empty text may have
+
         UErrorCode status = U_ZERO_ERROR;
         const int32_t size = mapping(mapped.data(), static_cast<int32_t>(mapped.size()), units.data(),
                                      static_cast<int32_t>(units.size()), &status);
@@ -29,9 +30,10 @@ std::u16string mapCase(std::u16string_view units, CaseMapping mapping)
         }
         mapped.resize(static_cast<std::size_t>(size));
         if (status != U_BUFFER_OVERFLOW_ERROR) {
-            return mapped;
+            break;
         }
     }
+    return mapped;
 }
 
 std::size_t unitsOfCharacter(std::u16string_view units, std::size_t position)

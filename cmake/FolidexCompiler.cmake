@@ -13,6 +13,10 @@ endif()
 
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast
                     -Wnon-virtual-dtor -Woverloaded-virtual -Wformat=2 -Wundef -Werror)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+    # GCC 12 warns of "text" + std::string (GCC bug 105651).
+    add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-Wno-restrict>)
+endif()
 add_compile_definitions(_FILE_OFFSET_BITS=64)
 
 if(FOLIDEX_SANITIZE)

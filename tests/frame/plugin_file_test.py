@@ -7,7 +7,7 @@ import sys
 import tempfile
 import unittest
 
-PLUGIN, HOST, SOURCE, BUILD_TYPE = sys.argv[1:5]
+PLUGIN, SOURCE, BUILD_TYPE = sys.argv[1:4]
 
 # The library that FileMaker Server supplies, the C and C++ run-times, and what every Debian and Ubuntu has because
 # its packages are essential or required: util-linux's and coreutils' own libraries.
@@ -57,9 +57,10 @@ class PluginFile(unittest.TestCase):
         self.assertIn("GNU_RELRO", segments)
         self.assertRegex(segments, r"GNU_STACK.* RW +0x")
         self.assertRegex(output("readelf", "-d", PLUGIN), r"BIND_NOW|FLAGS_1.*NOW")
-        self.assertIn("__stack_chk_fail", output("nm", "-D", "--undefined-only", PLUGIN))
+        wanted = re.findall(r"\bU (\w+)@", output("nm", "-D", "--undefined-only", PLUGIN))
+        self.assertIn("__stack_chk_fail", wanted)
         if BUILD_TYPE == "Release":
-            self.assertRegex(output("nm", "-D", "--undefined-only", PLUGIN), r"_chk@")
+            self.assertTrue([name for name in wanted if name.endswith("_chk")], "no call is fortified")
         if os.uname().machine == "x86_64":
             self.assertIn("IBT", output("readelf", "-n", PLUGIN))
 

@@ -1,0 +1,3 @@
+#!/bin/sh
+# Runs the archive jobs of the plug-in.
+exit 3

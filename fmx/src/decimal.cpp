@@ -172,6 +172,9 @@ Decimal Decimal::negated() const
 
 Decimal operator+(const Decimal& a, const Decimal& b)
 {
+    if (a.isZero() || b.isZero()) {
+        return a.isZero() ? b : a;
+    }
     const std::size_t scale = std::max(a.scale_, b.scale_);
     std::string greater = a.digits_ + std::string(scale - a.scale_, '0');
     std::string smaller = b.digits_ + std::string(scale - b.scale_, '0');

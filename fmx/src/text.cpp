@@ -17,8 +17,8 @@ using CaseMapping = int32_t (*)(UChar*, int32_t, const UChar*, int32_t, UErrorCo
 std::u16string mapCase(std::u16string_view units, CaseMapping mapping)
 {
     std::u16string mapped(units.size(), u'\0');
-    while (!units.empty()) { // ICU takes no null pointer, which an empty text may have
-
+    // An empty text may have no address, which ICU takes for a wrong argument.
+    while (!units.empty()) {
         UErrorCode status = U_ZERO_ERROR;
         const int32_t size = mapping(mapped.data(), static_cast<int32_t>(mapped.size()), units.data(),
                                      static_cast<int32_t>(units.size()), &status);

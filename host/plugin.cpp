@@ -127,13 +127,13 @@ void Plugin::openLibrary()
 {
     std::error_code error;
     if (!std::filesystem::is_regular_file(file_, error)) {
-        throw PluginError(PluginError::Kind::notLoaded, "there is no plug-in file " + file_.string());
+        throw PluginError(PluginError::Kind::notLoaded, "There is no plug-in file " + file_.string());
     }
     library_ = dlopen(file_.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (library_ == nullptr) {
         const char* reason = dlerror();
         throw PluginError(PluginError::Kind::notLoaded,
-                          "the plug-in can't be loaded: " + (reason != nullptr ? std::string(reason) : file_.string()));
+                          "The plug-in can't be loaded: " + (reason != nullptr ? std::string(reason) : file_.string()));
     }
     entryPoint_ = reinterpret_cast<EntryPoint>(dlsym(library_, "FMExternCallProc"));
     if (entryPoint_ == nullptr) {
@@ -165,7 +165,7 @@ void Plugin::takeId()
         id = id << 8 | (options_[index] & 0xFFU);
     }
     if (!idsInUse().insert(id).second) {
-        throw PluginError(PluginError::Kind::notLoaded, "a plug-in with the ID " + idText(id) + " is already loaded");
+        throw PluginError(PluginError::Kind::notLoaded, "A plug-in with the ID " + idText(id) + " is already loaded");
     }
     id_ = id;
     ownedIds_.insert(id);
@@ -194,7 +194,7 @@ std::int64_t Plugin::start()
     }
     adoptRegistered(idsBefore);
     if (answer < 0) {
-        throw PluginError(PluginError::Kind::refused, "the plug-in refuses to start on API version " +
+        throw PluginError(PluginError::Kind::refused, "The plug-in refuses to start on API version " +
                                                           std::to_string(apiVersion()) + " (it answers " +
                                                           std::to_string(answer) + ")");
     }
@@ -281,7 +281,7 @@ fmx::ptrtype Plugin::send(Message message, std::uint8_t parameter1, fmx::ptrtype
     try {
         entryPoint_(&record_);
     } catch (...) {
-        throw PluginError(PluginError::Kind::exception, "an exception left the plug-in at " + messageName(message) +
+        throw PluginError(PluginError::Kind::exception, "An exception left the plug-in at " + messageName(message) +
                                                             ": " + describeCurrentException());
     }
     return record_.result;

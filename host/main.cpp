@@ -1,0 +1,21 @@
+// fmxhost: a host for FileMaker plug-ins without FileMaker.
+//
+//   plugin, value, unicode       loading a plug-in and calling it
+//   calculation/                 the language of calculations
+//   calculation_runner, result_writer, output, context
+//   commands/                    one file a command
+//   terminal/                    prompt, spinner, colours
+#include "host/command_line.h"
+
+int main(int argumentCount, char** arguments)
+{
+    using namespace fmxhost;
+    static constexpr Command commands[] = {
+        {"run", "Evaluate the calculations of a file, one a line", declareRun},
+        {"list", "List the functions that the plug-in registers", declareList},
+        {"steps", "List the script steps that the plug-in registers", declareSteps},
+        {"strings", "Show what the plug-in answers to string requests", declareStrings},
+        {"help", "Explain a function, or how calculations are written", declareHelp},
+    };
+    return runCommandLine(argumentCount, arguments, commands);
+}

@@ -17,8 +17,8 @@ Handler KORB_Version;
 Handler KORB_GetLastError;
 
 // log/
-[[gnu::weak]] Handler KORB_LogSet;
-[[gnu::weak]] Handler KORB_LogClear;
+Handler KORB_LogSet;
+Handler KORB_LogClear;
 
 // queries/
 [[gnu::weak]] Handler KORB_GetDrives;

@@ -1,5 +1,5 @@
-// One immutable value that many threads read and replace: the last writer wins, a reader gets one writer's whole
-// value, and nothing is freed under a reader.
+// A pointer that many threads read and replace: the last writer wins, a reader gets one writer's whole value, and
+// nothing is freed under a reader. What it points to is const or safe to share in its own right.
 //
 // This is what std::atomic<std::shared_ptr> promises; the libraries that this builds with lack it (libc++) or trip
 // ThreadSanitizer over it (libstdc++ 12). The flag is held for the swap of two pointers only: no allocation, no
@@ -16,7 +16,7 @@ namespace frame {
 template <typename Value>
 class SnapshotCell {
 public:
-    using Pointer = std::shared_ptr<const Value>;
+    using Pointer = std::shared_ptr<Value>;
 
     Pointer load() const
     {

@@ -1,0 +1,83 @@
+#include "log/current_logger.h"
+
+#include "frame/snapshot_cell.h"
+#include "platform/path_text.h"
+#include "platform/unicode.h"
+
+#include <mutex>
+#include <string>
+#include <utility>
+
+namespace logging {
+
+namespace {
+
+// A logger that is on when the plug-in is unloaded goes without a last line: shutting down doesn't end the session.
+class ProcessLogger {
+public:
+    ~ProcessLogger()
+    {
+        if (const auto logger = cell.load()) {
+            logger->SetLogPath({});
+        }
+    }
+
+    frame::SnapshotCell<PluginLogger> cell;
+    std::mutex switching; // so that two threads don't start two sessions
+};
+
+ProcessLogger& process()
+{
+    static ProcessLogger logger;
+    return logger;
+}
+
+std::string logPath()
+{
+    const auto path = platform::standardized(u"~/Desktop/HALVIK/FOLIDEX/LogFile.txt");
+    return platform::fileSystemRepresentation(path).value_or(std::string());
+}
+
+} // namespace
+
+std::shared_ptr<PluginLogger> currentLogger()
+{
+    return process().cell.load();
+}
+
+void switchOn()
+{
+    const std::lock_guard lock(process().switching);
+    if (!currentLogger()) {
+        process().cell.store(std::make_shared<PluginLogger>("MARROWSTEPPEN", logPath()));
+    }
+}
+
+void switchOff()
+{
+    const std::lock_guard lock(process().switching);
+    process().cell.store(nullptr);
+}
+
+void writeLine(std::string_view text)
+{
+    if (const auto logger = currentLogger()) {
+        logger->WriteLine(text);
+    }
+}
+
+FunctionTrace::FunctionTrace(std::string_view name) : m_name(name)
+{
+    if (const auto logger = currentLogger()) {
+        logger->EnteringFunction(m_name);
+    }
+}
+
+FunctionTrace::~FunctionTrace()
+{
+    if (const auto logger = currentLogger()) {
+        logger->ExitingFunction(m_name);
+    }
+}
+
+} // namespace logging

@@ -1,0 +1,74 @@
+// The plug-in's trace file: plain text in UTF-8, a line for each event, with a local time stamp and one tab more than
+// the number of functions that were entered and not yet left. The file is opened and closed for every line, so that it
+// survives a crash of the host and can be read at any time. What can't be written is silently left out.
+//
+// Writing moves the process's current folder into the log file's folder and makes the folders that are missing
+// (mode 0777 less the umask): solutions that use relative paths depend on where it leaves them.
+//
+// Thread rule: any thread may write lines, several at once; whole lines may interleave. SetLogPath() and the
+// destructor need a logger that no other thread is using.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <string_view>
+
+namespace logging {
+
+class PluginLogger {
+public:
+    // `path`: of the log file, absolute, file-system bytes, its last component "LogFile.txt". Empty: the default path
+    // for `name`, see CreateDefaultPath(). Writes the session's first line.
+    PluginLogger(std::string name, std::string path);
+
+    // Writes the session's last line.
+    ~PluginLogger();
+
+    PluginLogger(const PluginLogger&) = delete;
+    PluginLogger& operator=(const PluginLogger&) = delete;
+
+    void WriteLine(std::string_view text) noexcept;
+    void EnteringFunction(std::string_view name) noexcept;
+    void ExitingFunction(std::string_view name) noexcept;
+    void WriteParameter(std::string_view name, std::string_view value) noexcept;
+
+    // Empties the file and writes a line that says so.
+    void ClearLog() noexcept;
+
+    // Makes the log file reachable and keeps it open in a stream; false when that can't be done.
+    bool OpenLogFile() noexcept;
+    void CloseLogFile() noexcept;
+
+    // With an empty path nothing is written any more. A logger without a path first makes the folders of its default
+    // path.
+    void SetLogPath(std::string path);
+
+    // Changes the current folder to the log file's, component by component where one is missing. False when a
+    // component can neither be entered nor created; the current folder is then the last one that was entered.
+    bool GetIntoLogDirectory() const;
+
+private:
+    void writeToFile(std::string_view label, std::string_view text) noexcept;
+    std::string logFile() const;
+
+    std::atomic<std::int32_t> m_depth{0};
+    std::string m_logPath; // empty: not set
+    const std::string m_name;
+    std::atomic<std::FILE*> m_file{nullptr}; // belongs to the thread that exchanges it out
+    [[maybe_unused]] const std::uint32_t m_instanceId;
+};
+
+// Enters "HALVIK" and in it a folder named `name`, creating what is missing, and sets `path` to
+// "~/Desktop/HALVIK/name/LogFile.txt". The tilde isn't expanded, also where the current folder is first changed to the
+// literal "~/Desktop" if there is one. `path` stays as it is when a folder can neither be entered nor created.
+void CreateDefaultPath(const std::string& name, std::string& path);
+
+// Deletes the file at the default path for `name`, if it is there.
+void DeleteLog(const std::string& name);
+
+// A random number from 0 to 9998. Seeds the C library's generator with the current time.
+std::uint32_t GetInstanceID();
+
+} // namespace logging

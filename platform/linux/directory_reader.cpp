@@ -39,7 +39,7 @@ const DirectoryEntry* DirectoryReader::next()
         if (name == "." || name == "..") {
             continue;
         }
-        m_entry = {name.data(), name.size(), record->d_ino, record->d_type};
+        m_entry = {name.data(), name.size(), record->d_ino, record->d_off, record->d_type};
         return &m_entry;
     }
 }

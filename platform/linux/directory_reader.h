@@ -17,6 +17,7 @@ struct DirectoryEntry {
     const char* name = nullptr; // zero-terminated bytes
     std::size_t nameLength = 0; // bytes
     ino64_t inode = 0;
+    off64_t following = 0;           // where lseek(2) resumes behind this entry, also on a descriptor opened later
     unsigned char type = DT_UNKNOWN; // DT_DIR, DT_REG, DT_LNK, …; DT_UNKNOWN where the file system doesn't say
 };
 

@@ -1,0 +1,102 @@
+#include "support/child_process.h"
+
+#include <grp.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <exception>
+#include <string_view>
+#include <system_error>
+
+namespace folidex::test {
+namespace {
+
+void check(int result, const char* what)
+{
+    if (result != 0) {
+        throw std::system_error(errno, std::generic_category(), what);
+    }
+}
+
+[[noreturn]] void runChild(const std::function<std::string()>& body, int answer)
+{
+    std::string text;
+    try {
+        text = body();
+    } catch (const std::exception& error) {
+        text = std::string("child: ") + error.what();
+    }
+    std::string_view rest = text;
+    while (!rest.empty()) {
+        const ssize_t written = write(answer, rest.data(), rest.size());
+        if (written <= 0) {
+            _exit(1);
+        }
+        rest.remove_prefix(static_cast<std::size_t>(written));
+    }
+    _exit(0);
+}
+
+} // namespace
+
+std::string inChild(const std::function<std::string()>& body)
+{
+    std::array<int, 2> ends{};
+    check(pipe(ends.data()), "pipe");
+    const pid_t child = fork();
+    if (child == 0) {
+        close(ends[0]);
+        runChild(body, ends[1]);
+    }
+    close(ends[1]);
+    if (child < 0) {
+        close(ends[0]);
+        throw std::system_error(errno, std::generic_category(), "fork");
+    }
+    std::string answer;
+    std::array<char, 4096> buffer{};
+    ssize_t bytes = 0;
+    while ((bytes = read(ends[0], buffer.data(), buffer.size())) > 0) {
+        answer.append(buffer.data(), static_cast<std::size_t>(bytes));
+    }
+    close(ends[0]);
+    int status = 0;
+    waitpid(child, &status, 0);
+    if (WIFSIGNALED(status)) {
+        return "child: ended by signal " + std::to_string(WTERMSIG(status));
+    }
+    return WEXITSTATUS(status) == 0 ? answer : "child: exit status " + std::to_string(WEXITSTATUS(status));
+}
+
+void becomeOrdinaryUser()
+{
+    constexpr id_t nobody = 65534;
+    if (isRoot()) {
+        check(setgroups(0, nullptr), "setgroups");
+        check(setgid(nobody), "setgid");
+        check(setuid(nobody), "setuid");
+    }
+}
+
+void leaveMountNamespace()
+{
+    check(unshare(CLONE_NEWNS), "unshare");
+    check(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), "mount --make-rprivate");
+}
+
+void enterRoot(const std::string& folder)
+{
+    check(chroot(folder.c_str()), "chroot");
+    check(chdir("/"), "chdir");
+}
+
+bool isRoot()
+{
+    return geteuid() == 0;
+}
+
+} // namespace folidex::test

@@ -1,0 +1,27 @@
+// Runs a part of a test in a child process, where it may change what belongs to a whole process: user, limits, root
+// folder, mounts.
+#pragma once
+
+#include <functional>
+#include <string>
+
+namespace folidex::test {
+
+// What `body` answered in a child of this process (at most a pipe's worth and more: it is read while the child runs).
+// An exception or a crash in there is told in the answer's place, as "child: …".
+std::string inChild(const std::function<std::string()>& body);
+
+// Each changes the calling process; for use in a child. Errors: std::system_error.
+
+// An ordinary user's rights from here on; nothing changes where there are no others.
+void becomeOrdinaryUser();
+
+// Mounts made from here on belong to this process alone. Takes root's rights.
+void leaveMountNamespace();
+
+// `folder` becomes "/", and the current folder too. Takes root's rights.
+void enterRoot(const std::string& folder);
+
+bool isRoot();
+
+} // namespace folidex::test

@@ -12,6 +12,8 @@ template <typename... Handlers>
 struct Overloaded : Handlers... {
     using Handlers::operator()...;
 };
+template <typename... Handlers>
+Overloaded(Handlers...) -> Overloaded<Handlers...>; // clang before 17 needs it written
 
 TextValue makeText(const Content& content)
 {

@@ -143,7 +143,8 @@ std::optional<DateTimeValue> scanTime(Scanner& scanner)
         return std::nullopt;
     }
     const fmx::int64 hours = *half == 0 ? *hour : *hour % 12 + (*half == 2 ? 12 : 0);
-    const fmx::int64 all = (hours * 3600 + *minute * 60 + *second) * microsPerSecond + *micros;
+    const fmx::int64 minutes = hours * 60 + *minute;
+    const fmx::int64 all = (minutes * 60 + *second) * microsPerSecond + *micros;
     return DateTimeValue{1, negative ? -all : all};
 }
 

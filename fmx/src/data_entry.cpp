@@ -5,7 +5,6 @@
 
 #include <stdexcept>
 
-using fmx::_fmxcpt;
 using fmx::Data;
 using fmx::DataVect;
 using fmx::DateTime;

@@ -50,7 +50,8 @@ std::optional<DateTimeValue> withTime(fmx::int64 day, fmx::int64 hour, fmx::int6
 {
     // Days first: the hours alone may be too many for a count of microseconds.
     const fmx::int64 daysOfHours = floorDivision(hour, 24);
-    const fmx::int64 seconds = (hour - daysOfHours * 24) * 3600 + minute * 60 + second;
+    const fmx::int64 hourOfDay = (hour % 24 + 24) % 24;
+    const fmx::int64 seconds = hourOfDay * 3600 + minute * 60 + second;
     const fmx::int64 all = seconds * DateTimeValue::microsPerSecond + micros;
     const fmx::int64 daysOfRest = floorDivision(all, DateTimeValue::microsPerDay);
     const fmx::int64 newDay = day + daysOfHours + daysOfRest;

@@ -4,7 +4,6 @@
 
 #include <FMXDateTime.h>
 
-using fmx::_fmxcpt;
 using fmx::DateTime;
 using fmxkit::DateTimeValue;
 using fmxkit::entry;

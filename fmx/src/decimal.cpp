@@ -104,7 +104,7 @@ Decimal Decimal::fromDouble(double value)
     if (!std::isfinite(value)) {
         throw std::domain_error("not a finite number");
     }
-    char shortest[64];
+    char shortest[64] = {}; // zeros: std::to_chars writes no end
     const auto written =
         std::to_chars(shortest, shortest + sizeof shortest, std::fabs(value), std::chars_format::scientific);
     const std::string_view text(shortest, static_cast<std::size_t>(written.ptr - shortest));

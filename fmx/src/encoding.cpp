@@ -209,6 +209,7 @@ std::u16string decodeWide(std::wstring_view characters)
     std::u16string units;
     units.reserve(characters.size());
     for (const wchar_t wide : characters) {
+        // NOLINTNEXTLINE(bugprone-signed-char-misuse): negative ones become too large, and that is meant
         const auto code = static_cast<std::uint32_t>(wide);
         const bool valid = code <= 0x10FFFF && !U_IS_SURROGATE(code);
         const UChar32 character = valid ? static_cast<UChar32>(code) : replacementCharacter;

@@ -62,7 +62,7 @@ const Opaque* outside(const Inside<Opaque>* value)
 
 // Makes a value that the caller owns.
 template <typename Opaque, typename... Arguments>
-Opaque* create(fmx::_fmxcpt& x, const Arguments&... arguments) noexcept
+Opaque* create(fmx::_fmxcpt& x, const Arguments&... arguments)
 {
     return entry(x, [&] { return outside<Opaque>(new Inside<Opaque>(arguments...)); });
 }

@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <limits>
 
-using fmx::_fmxcpt;
 using fmx::FixPt;
 using fmxkit::Decimal;
 using fmxkit::entry;

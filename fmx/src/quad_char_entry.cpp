@@ -5,7 +5,6 @@
 
 #include <stdexcept>
 
-using fmx::_fmxcpt;
 using fmx::QuadChar;
 using fmxkit::entry;
 using fmxkit::inside;

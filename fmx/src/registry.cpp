@@ -11,7 +11,6 @@
 #include <mutex>
 #include <utility>
 
-using fmx::_fmxcpt;
 using fmx::errcode;
 using fmx::ExprEnv;
 using fmx::QuadChar;

@@ -126,7 +126,7 @@ TextValue::~TextValue()
 void TextValue::release() noexcept
 {
     if (block_ != nullptr && block_->references.fetch_sub(1, std::memory_order_acq_rel) == 1) {
-        delete block_;
+        delete block_; // NOLINT(clang-analyzer-cplusplus.NewDelete): the analyzer can't follow the count
     }
     block_ = nullptr;
 }

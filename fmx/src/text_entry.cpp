@@ -8,7 +8,6 @@
 #include <string>
 #include <string_view>
 
-using fmx::_fmxcpt;
 using fmx::Text;
 using fmxkit::entry;
 using fmxkit::inside;

@@ -125,8 +125,8 @@ const std::vector<Call>& numberAndDateCalls()
 const std::vector<Call>& dataCalls()
 {
     static const std::vector<Call> calls = {
-        [](Values&) { fmx::LocaleUniquePtr(fmx::Locale::kType_None); },
-        [](Values& v) { fmx::LocaleUniquePtr(*v.locale); },
+        [](Values&) { fmx::LocaleUniquePtr none(fmx::Locale::kType_None); },
+        [](Values& v) { fmx::LocaleUniquePtr copy(*v.locale); },
         [](Values& v) { *v.locale = *v.locale; },
         [](Values&) { fmx::DataUniquePtr(); },
         [](Values& v) { v.data->Clear(); },

@@ -1,0 +1,49 @@
+# bash completion for fmxhost
+
+_fmxhost()
+{
+    local current=$2 previous=$3 command='' plugin=() word index
+    local commands='run list steps strings help reference'
+    local options='-e --plugin --api --json --no-arity-check --time --version --help'
+
+    case $previous in
+    --plugin | run)
+        mapfile -t COMPREPLY < <(compgen -f -- "$current")
+        return
+        ;;
+    --texts)
+        mapfile -t COMPREPLY < <(compgen -d -- "$current")
+        return
+        ;;
+    -e | --api)
+        return
+        ;;
+    esac
+
+    for ((index = 1; index < COMP_CWORD; ++index)); do
+        word=${COMP_WORDS[index]}
+        case $word in
+        --plugin) plugin=(--plugin "${COMP_WORDS[++index]}") ;;
+        -e | --api) ((++index)) ;;
+        run | list | steps | strings | help | reference)
+            command=$word
+            break
+            ;;
+        esac
+    done
+
+    case $command in
+    '') mapfile -t COMPREPLY < <(compgen -W "$commands $options" -- "$current") ;;
+    help) mapfile -t COMPREPLY < <(compgen -W "$(_fmxhost_functions "${plugin[@]}")" -- "$current") ;;
+    reference) mapfile -t COMPREPLY < <(compgen -W '--texts --html --help' -- "$current") ;;
+    *) mapfile -t COMPREPLY < <(compgen -W "$options" -- "$current") ;;
+    esac
+}
+
+# The names of the functions that the plug-in registers.
+_fmxhost_functions()
+{
+    fmxhost "$@" --json list 2>/dev/null | sed -n 's/.*"name": *"\([^"]*\)".*/\1/p'
+}
+
+complete -o filenames -F _fmxhost fmxhost

@@ -1,0 +1,131 @@
+#include "host/reference/reference.h"
+
+#include "host/unicode.h"
+
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <regex>
+
+namespace fmxhost::reference {
+
+namespace {
+
+using FunctionsByName = std::map<std::string, const fmxkit::ExternalFunction*>;
+
+std::string readFile(const std::filesystem::path& file)
+{
+    std::ifstream stream(file, std::ios::binary);
+    if (!stream) {
+        throw TextError(file.string() + " can't be read");
+    }
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+// A description is "words to find it by|what it does".
+std::string firstSentence(const std::string& description)
+{
+    const std::size_t start = description.find('|') + 1;
+    const std::size_t end = description.find(". ", start);
+    return description.substr(start, end == description.npos ? end : end + 1 - start);
+}
+
+// The names in a prototype such as "F( a {; b } )", in order; optional ones stand in braces.
+std::vector<Parameter> parametersOf(const std::string& prototype)
+{
+    const std::size_t open = std::min(prototype.find('('), prototype.size());
+    const std::size_t brace = prototype.find('{');
+    static const std::regex name("[A-Za-z]+");
+    std::vector<Parameter> parameters;
+    for (std::sregex_iterator match(prototype.begin() + static_cast<std::ptrdiff_t>(open), prototype.end(), name), end;
+         match != end; ++match) {
+        Parameter parameter;
+        parameter.name = match->str();
+        parameter.optional = open + static_cast<std::size_t>(match->position()) > brace;
+        parameters.push_back(std::move(parameter));
+    }
+    return parameters;
+}
+
+void requireSameParameters(const FunctionText& text, const fmxkit::ExternalFunction& function)
+{
+    const std::vector<Parameter> expected = parametersOf(toUtf8(function.prototype));
+    const bool same = std::equal(expected.begin(), expected.end(), text.parameters.begin(), text.parameters.end(),
+                                 [](const Parameter& one, const Parameter& other) {
+                                     return one.name == other.name && one.optional == other.optional;
+                                 });
+    const auto required =
+        std::count_if(expected.begin(), expected.end(), [](const auto& one) { return !one.optional; });
+    if (!same || required != function.minimumArguments ||
+        static_cast<std::ptrdiff_t>(expected.size()) != function.maximumArguments) {
+        throw TextError(text.name + ": text, prototype and registry disagree about the parameters");
+    }
+}
+
+Entry readEntry(const std::filesystem::path& folder, const std::string& name, const FunctionsByName& functions)
+{
+    const auto found = functions.find(name);
+    if (found == functions.end()) {
+        throw TextError(name + " is described, but not registered");
+    }
+    const fmxkit::ExternalFunction& function = *found->second;
+    Entry entry;
+    entry.text = parseFunctionText(name, readFile(folder / (name + ".md")));
+    entry.prototype = toUtf8(function.prototype);
+    entry.summary = firstSentence(toUtf8(function.description));
+    requireSameParameters(entry.text, function);
+    return entry;
+}
+
+bool isFunctionName(std::string_view line)
+{
+    return line.starts_with("KORB_") && line.find_first_of(" `(") == line.npos;
+}
+
+} // namespace
+
+Reference readReference(const std::filesystem::path& folder, const std::vector<fmxkit::ExternalFunction>& functions)
+{
+    FunctionsByName undescribed;
+    for (const auto& function : functions) {
+        undescribed.emplace(toUtf8(function.name), &function);
+    }
+    Reference reference;
+    reference.messages = allMessages();
+    std::string* text = &reference.introduction;
+    const std::string index = readFile(folder / "index.md");
+    for (const std::string_view line : linesOf(index)) {
+        if (line.starts_with("# ") && reference.title.empty()) {
+            reference.title = line.substr(2);
+        } else if (line.starts_with("## ")) {
+            reference.chapters.push_back({std::string(line.substr(3)), {}, {}});
+            text = &reference.chapters.back().text;
+        } else if (isFunctionName(line) && !reference.chapters.empty()) {
+            reference.chapters.back().functions.push_back(readEntry(folder, std::string(line), undescribed));
+            undescribed.erase(std::string(line));
+        } else {
+            text->append(line).append("\n");
+        }
+    }
+    if (!undescribed.empty()) {
+        throw TextError(undescribed.begin()->first + " is registered, but not described in index.md");
+    }
+    reference.introduction = trimmed(reference.introduction);
+    for (Chapter& chapter : reference.chapters) {
+        chapter.text = trimmed(chapter.text);
+    }
+    return reference;
+}
+
+std::string readPageTemplate(const std::filesystem::path& folder)
+{
+    return readFile(folder / "page.html");
+}
+
+std::string platformsOf(const FunctionText& text)
+{
+    return text.platforms.empty() ? "The same on macOS and Linux." : text.platforms;
+}
+
+} // namespace fmxhost::reference

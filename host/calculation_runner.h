@@ -16,9 +16,9 @@ struct Origin {
 };
 
 // Evaluates and writes the result, as plain text or JSON as the options say; with --time the time to standard error.
-// While it takes longer than a second, a spinner shows at a terminal. An error goes to standard error with the place
-// pointed at; the status says which kind it was. Errors: PluginError when the plug-in isn't loaded yet and can't be;
-// OutputError.
+// While it takes longer than a second, a spinner shows at a terminal. An error in the calculation goes to standard
+// error with the place pointed at; the status says which kind it was.
+// Errors: PluginError when the plug-in isn't loaded yet and can't be; OutputError.
 ExitStatus runCalculation(Context& context, std::string_view calculation, const Origin& origin);
 
 // The time in a unit that suits it, such as "12.3 ms".

@@ -72,7 +72,8 @@ public:
     Plugin& operator=(const Plugin&) = delete;
 
     // Sends the start-up message, unless the options say that the plug-in doesn't want it, and takes over what it
-    // registered. Answers what the plug-in answered, the SDK version that it was built for. Errors: PluginError.
+    // registered. Answers what the plug-in answered: the SDK version that it was built for.
+    // Errors: PluginError.
     std::int64_t start();
 
     // Sends the shut-down message, even if the plug-in has never been started.
@@ -81,8 +82,8 @@ public:
     void shutDown();
 
     // Shuts down what was started and wasn't shut down, forgets what is still registered, and unloads the file. Answers
-    // how many functions and script steps were left. Afterwards only the destructor may be called. Errors: as
-    // shutDown(), after having unloaded all the same.
+    // how many functions and script steps were left. Afterwards only the destructor may be called.
+    // Errors: as shutDown(), after having unloaded all the same.
     std::size_t unload();
 
     // The plug-in's answer to a string request, up to its first zero; empty when it gave none.

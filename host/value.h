@@ -30,8 +30,9 @@ std::string isoText(const Timestamp& timestamp);
 
 // An immutable value; copies share it, so a long text is copied at no cost.
 //
-// Thread rule: as for std::shared_ptr; one Value object belongs to one thread at a time, because the conversions of
-// fmx::Data keep what they have converted. Errors: std::bad_alloc and std::exception from the kit.
+// Thread rule: one Value object and its copies belong to one thread at a time, because the conversions of fmx::Data
+// keep what they have converted.
+// Errors: std::bad_alloc and std::exception from the kit.
 class Value {
 public:
     Value(); // empty, of no type

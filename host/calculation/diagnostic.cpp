@@ -74,13 +74,17 @@ std::string pointAt(std::u16string_view source, Span span)
     }
     constexpr std::u16string_view ellipsis = u"…";
     std::u16string before;
-    if (from > 0) { before = ellipsis; }
+    if (from > 0) {
+        before = ellipsis;
+    }
     before += printable(line.substr(from, offset - start - from));
     const std::u16string after = printable(line.substr(offset - start, to - (offset - start)));
     const std::size_t marked = displayWidth(after.substr(0, span.length));
 
     std::string text = toUtf8(before) + toUtf8(after);
-    if (to < line.size()) { text += toUtf8(ellipsis); }
+    if (to < line.size()) {
+        text += toUtf8(ellipsis);
+    }
     text += '\n';
     text.append(displayWidth(before), ' ').append(1, '^');
     return text.append(marked > 0 ? marked - 1 : 0, '~');

@@ -30,8 +30,9 @@ struct Token {
     }
 };
 
-// The tokens, with one of kind `end` last. Comments ("//" to the end of the line, "/*" to "*/") and blanks separate
-// tokens. Errors: CalculationError.
+// The tokens, with one of kind `end` last. Blanks and comments ("//" to the end of the line, "/*" to "*/") separate
+// tokens.
+// Errors: CalculationError.
 std::vector<Token> tokenize(std::u16string_view source);
 
 } // namespace fmxhost

@@ -17,8 +17,8 @@ namespace {
 
 std::string promptText()
 {
-    const std::string name = "fmxhost> ";
-    return wantsColour(STDOUT_FILENO) ? "\1\033[1m\1" + name + "\1\033[0m\1" : name;
+    // libedit leaves out an escape sequence at the very end.
+    return wantsColour(STDOUT_FILENO) ? "\1\033[1m\1fmxhost>\1\033[0m\1 " : "fmxhost> ";
 }
 
 std::string_view trimmed(std::string_view text)

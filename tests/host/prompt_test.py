@@ -26,7 +26,10 @@ class Terminal:
         environment = {"PATH": os.environ["PATH"], "TERM": "xterm", "XDG_STATE_HOME": state, "NO_COLOR": "1", **variables}
         self.process, self.descriptor = pty.fork()
         if self.process == 0:
-            os.execve(HOST, [HOST, "--plugin", SAMPLE, *arguments], environment)
+            try:
+                os.execve(HOST, [HOST, "--plugin", SAMPLE, *arguments], environment)
+            finally:
+                os._exit(127)
         self.output = b""
         self.ended = None
 

@@ -1,0 +1,38 @@
+// The bytes of one file into another: as a clone that shares them, by the kernel's own copy, or through a buffer.
+//
+// Thread rule: a copier belongs to one thread at a time.
+#pragma once
+
+#include "platform/linux/copy_failure.h"
+
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+
+namespace platform::linux_os {
+
+// Remembers from file to file what the file systems can't do, and keeps the buffer.
+class DataCopier {
+public:
+    // Fills the empty file `target` with the content of the regular file `source`, holes as holes. `status`: the
+    // source's, taken after it was opened. A source that grows meanwhile is copied up to the size in `status`; one
+    // that shrinks, up to its new end; one of size 0 (as files of proc(5) say) to wherever its end is.
+    CopyFailure copy(int source, int target, const struct stat& status);
+
+private:
+    bool cloned(int source, int target, const struct stat& status);
+    CopyFailure copySequentially(int source, int target);
+    CopyFailure copySparse(int source, int target, off_t size);
+    CopyFailure copyRange(int source, int target, off_t& position, off_t end);
+    CopyFailure copyThroughBuffer(int source, int target, off_t& position, off_t end);
+    bool copyInKernel(int source, int target, off_t& position, off_t end, CopyFailure& failed);
+    std::byte* buffer();
+
+    std::unique_ptr<std::byte[]> m_buffer;
+    std::optional<dev_t> m_deviceWithoutClones; // of the source last tried in vain
+};
+
+} // namespace platform::linux_os

@@ -1,0 +1,36 @@
+// Why a step of a copy failed, and on which side: enough to name the right path once, where the paths are known.
+//
+// Thread rule: values without shared state.
+#pragma once
+
+#include "platform/linux/system_error.h"
+#include "platform/outcome.h"
+
+#include <string_view>
+
+namespace platform::linux_os {
+
+struct [[nodiscard]] CopyFailure {
+    enum class Side { source, target };
+
+    Side side = Side::source;
+    int error = 0;               // errno value
+    const char* words = nullptr; // a reason of our own, in place of the system's; lives for ever
+
+    static CopyFailure ofSource(int error) { return {Side::source, error, nullptr}; }
+    static CopyFailure ofTarget(int error) { return {Side::target, error, nullptr}; }
+    static CopyFailure because(const char* words) { return {Side::source, 0, words}; }
+
+    explicit operator bool() const { return error != 0 || words != nullptr; }
+
+    // Both paths in file-system bytes.
+    Outcome outcome(std::string_view source, std::string_view target) const
+    {
+        if (words != nullptr) {
+            return failure("copy", source, words);
+        }
+        return side == Side::source ? systemFailure("copy", source, error) : systemFailure("write", target, error);
+    }
+};
+
+} // namespace platform::linux_os

@@ -1,0 +1,154 @@
+#include "platform/linux/extended_attributes.h"
+
+#include <linux/posix_acl_xattr.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <string_view>
+#include <vector>
+
+namespace platform::linux_os {
+
+namespace {
+
+constexpr const char* accessList = "system.posix_acl_access";
+constexpr const char* defaultList = "system.posix_acl_default";
+
+// Tags and rights of <linux/posix_acl.h>, which isn't for programs.
+constexpr unsigned ownerGroupTag = 0x04;
+constexpr unsigned maskTag = 0x10;
+
+unsigned littleEndian(const unsigned char* bytes)
+{
+    return bytes[0] | static_cast<unsigned>(bytes[1]) << 8;
+}
+
+// With an access list the mode's group bits are the list's mask, not the owning group's rights. Without the list they
+// would be, so they shrink to what the list gives that group.
+mode_t withoutList(mode_t mode, const std::vector<char>& list)
+{
+    unsigned group = 07;
+    unsigned mask = 07;
+    for (std::size_t at = sizeof(posix_acl_xattr_header); at + sizeof(posix_acl_xattr_entry) <= list.size();
+         at += sizeof(posix_acl_xattr_entry)) {
+        const auto* entry = reinterpret_cast<const unsigned char*>(list.data() + at);
+        if (littleEndian(entry) == ownerGroupTag) {
+            group = littleEndian(entry + 2);
+        } else if (littleEndian(entry) == maskTag) {
+            mask = littleEndian(entry + 2);
+        }
+    }
+    const mode_t groupBits = (group & mask & 07U) << 3;
+    return (mode & ~mode_t{S_IRWXG}) | (mode & groupBits);
+}
+
+bool isFailure(std::string_view name, int error)
+{
+    if (error == ENOTSUP) {
+        return false;
+    }
+    const bool ordinary = name.starts_with("user.");
+    return ordinary || (error != EPERM && error != EACCES && error != EINVAL);
+}
+
+// All names, each with its zero; empty when there are none or the file system has no attributes.
+CopyFailure readNames(const AttributeHolder& source, std::vector<char>& names)
+{
+    std::array<char, 512> small{};
+    ssize_t size = source.list(small.data(), small.size());
+    if (size > 0) {
+        names.assign(small.begin(), small.begin() + size);
+        return {};
+    }
+    while (size < 0 && errno == ERANGE) {
+        names.resize(names.empty() ? 64 * 1024 : names.size() * 2);
+        size = source.list(names.data(), names.size());
+    }
+    if (size < 0 && errno != ENOTSUP && errno != ENOENT && errno != EPERM) {
+        return CopyFailure::ofSource(errno);
+    }
+    names.resize(size < 0 ? 0 : static_cast<std::size_t>(size));
+    return {};
+}
+
+// False with errno when the value can't be read.
+bool readValue(const AttributeHolder& source, const char* name, std::vector<char>& value)
+{
+    value.resize(1024);
+    for (;;) {
+        const ssize_t size = source.get(name, value.data(), value.size());
+        if (size >= 0) {
+            value.resize(static_cast<std::size_t>(size));
+            return true;
+        }
+        if (errno != ERANGE) {
+            return false;
+        }
+        value.resize(value.size() * 8);
+    }
+}
+
+} // namespace
+
+AttributeHolder::AttributeHolder(int folder, const char* name)
+    : m_path("/proc/self/fd/" + std::to_string(folder) + "/" + name)
+{
+}
+
+ssize_t AttributeHolder::list(char* names, std::size_t size) const
+{
+    return m_path.empty() ? flistxattr(m_descriptor, names, size) : llistxattr(m_path.c_str(), names, size);
+}
+
+ssize_t AttributeHolder::get(const char* name, void* value, std::size_t size) const
+{
+    return m_path.empty() ? fgetxattr(m_descriptor, name, value, size) : lgetxattr(m_path.c_str(), name, value, size);
+}
+
+int AttributeHolder::set(const char* name, const void* value, std::size_t size) const
+{
+    return m_path.empty() ? fsetxattr(m_descriptor, name, value, size, 0)
+                          : lsetxattr(m_path.c_str(), name, value, size, 0);
+}
+
+CopyFailure keepExtendedAttributes(const AttributeHolder& source, const AttributeHolder& target, mode_t& mode)
+{
+    std::vector<char> names;
+    if (const CopyFailure failed = readNames(source, names)) {
+        return failed;
+    }
+    std::vector<char> value;
+    for (std::size_t at = 0; at < names.size(); at += std::strlen(names.data() + at) + 1) {
+        const char* name = names.data() + at;
+        if (!readValue(source, name, value)) {
+            if (errno != ENODATA && isFailure(name, errno)) {
+                return CopyFailure::ofSource(errno);
+            }
+            continue;
+        }
+        if (target.set(name, value.data(), value.size()) == 0) {
+            continue;
+        }
+        if (isFailure(name, errno)) {
+            return CopyFailure::ofTarget(errno);
+        }
+        if (std::string_view(name) == accessList) {
+            mode = withoutList(mode, value);
+        }
+    }
+    return {};
+}
+
+void dropInheritedLists(int item, bool isFolder)
+{
+    // Usually there is none (ENODATA), and some file systems know none.
+    fremovexattr(item, accessList);
+    if (isFolder) {
+        fremovexattr(item, defaultList);
+    }
+}
+
+} // namespace platform::linux_os

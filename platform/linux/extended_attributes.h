@@ -1,0 +1,41 @@
+// Extended attributes, access control lists among them (xattr(7), acl(5)).
+//
+// Thread rule: any thread; a scratch buffer belongs to one thread at a time.
+#pragma once
+
+#include "platform/linux/copy_failure.h"
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <string>
+
+namespace platform::linux_os {
+
+// An item whose attributes are read or written: an open file or folder, or, for what can't be opened without side
+// effects (links, FIFOs, devices), an entry of an open folder, reached through /proc and never followed.
+class AttributeHolder {
+public:
+    explicit AttributeHolder(int descriptor) : m_descriptor(descriptor) {}
+    AttributeHolder(int folder, const char* name);
+
+    // As flistxattr(2), fgetxattr(2), fsetxattr(2).
+    ssize_t list(char* names, std::size_t size) const;
+    ssize_t get(const char* name, void* value, std::size_t size) const;
+    int set(const char* name, const void* value, std::size_t size) const;
+
+private:
+    int m_descriptor = -1;
+    std::string m_path; // empty for an open item
+};
+
+// Sets every attribute of `source` on `target`. What the target's file system has no place for and what takes a
+// privilege that the process lacks is left out; a full file system is a failure. When an access list can't be kept,
+// `mode` loses the rights that its group bits then would give to the owning group alone.
+CopyFailure keepExtendedAttributes(const AttributeHolder& source, const AttributeHolder& target, mode_t& mode);
+
+// Takes away the access lists that a new file or folder inherits from the folder it is made in (acl(5), "object
+// creation and default ACLs").
+void dropInheritedLists(int item, bool isFolder);
+
+} // namespace platform::linux_os

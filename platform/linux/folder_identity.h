@@ -1,0 +1,23 @@
+// Which folder a folder is, whatever path led to it.
+//
+// Thread rule: values without shared state.
+#pragma once
+
+#include <sys/stat.h>
+#include <sys/types.h>
+
+namespace platform::linux_os {
+
+struct Identity {
+    dev_t device = 0;
+    ino_t inode = 0;
+
+    static Identity of(const struct stat& status) { return {status.st_dev, status.st_ino}; }
+    bool operator==(const Identity&) const = default;
+};
+
+// Whether the open folder is `ancestor` or lies anywhere below it, by the folders that hold it, not by any path's text.
+// A folder above that may not be searched ends the search.
+bool isInside(int folder, Identity ancestor);
+
+} // namespace platform::linux_os

@@ -1,0 +1,120 @@
+// Copying, moving, renaming and deleting one file. Copy and move differ in how the target's path is put together and in
+// the call that does the work; what a failed move reports is a copy's code, too.
+
+#include "operations/files.h"
+
+#include "frame/external_call.h"
+#include "frame/fmx_text.h"
+#include "frame/functions.h"
+#include "frame/path_resolution.h"
+#include "platform/file_manager.h"
+#include "platform/path_text.h"
+
+namespace {
+
+using frame::ErrorCode;
+using frame::ExternalCall;
+using frame::ItemKind;
+using frame::PathText;
+using frame::PathView;
+using platform::Outcome;
+
+PathText sourceFile(const ExternalCall& call)
+{
+    return frame::resolvePath(call.requiredText(0, ErrorCode::missingSource), ItemKind::file, frame::fileCodes);
+}
+
+struct Transfer {
+    PathText (*targetPath)(const PathText& folder, PathView name);
+    Outcome (*transferItem)(PathView source, PathView target);
+};
+
+constexpr Transfer copying{[](const PathText& folder, PathView name) { return (folder + u'/').append(name); },
+                           platform::copyItem};
+constexpr Transfer moving{
+    [](const PathText& folder, PathView name) { return platform::appendingComponent(folder + u'/', name); },
+    platform::moveItem};
+
+void makeRoom(PathView source, PathView target, bool overwrite)
+{
+    if (!platform::existence(target).exists) {
+        return;
+    }
+    if (!overwrite) {
+        frame::fail(ErrorCode::fileExists);
+    }
+    if (platform::isSameItem(source, target)) {
+        frame::fail(ErrorCode::unableToCopy, "removing the existing item would remove the source");
+    }
+    frame::orFail(ErrorCode::unableToCopy, platform::removeItem(target));
+}
+
+fmx::errcode transferFile(const fmx::DataVect& arguments, fmx::Data& result, const Transfer& transfer)
+{
+    return frame::externalFunction(arguments, result, [&](ExternalCall& call) {
+        call.requireAtLeast(2);
+        const PathText source = sourceFile(call);
+        const PathText folder = frame::resolvePath(call.requiredText(1, ErrorCode::missingDestination),
+                                                   ItemKind::folder, frame::destinationFolderCodes);
+        const bool overwrite = call.count() >= 3 && ShouldOverwrite(call.fmxText(2));
+        PathText name = call.text(3);
+        if (name.empty()) {
+            name = platform::lastComponent(source);
+        }
+        const PathText target = transfer.targetPath(folder, name);
+        if (source == target) {
+            frame::fail(ErrorCode::sourceIsDestination);
+        }
+        makeRoom(source, target, overwrite);
+        frame::orFail(ErrorCode::unableToCopy, transfer.transferItem(source, target));
+        call.returnNumber(0);
+    });
+}
+
+} // namespace
+
+bool ShouldOverwrite(const fmx::Text& argument)
+{
+    return frame::uppercased(argument) == u"Y";
+}
+
+fmx::errcode KORB_FileCopy(short, const fmx::ExprEnv&, const fmx::DataVect& arguments, fmx::Data& result)
+{
+    return transferFile(arguments, result, copying);
+}
+
+fmx::errcode KORB_FileMove(short, const fmx::ExprEnv&, const fmx::DataVect& arguments, fmx::Data& result)
+{
+    return transferFile(arguments, result, moving);
+}
+
+fmx::errcode KORB_FileRename(short, const fmx::ExprEnv&, const fmx::DataVect& arguments, fmx::Data& result)
+{
+    return frame::externalFunction(arguments, result, [](ExternalCall& call) {
+        call.requireCount(2);
+        const PathText source = sourceFile(call);
+        const PathText name = call.requiredText(1, ErrorCode::missingDestinationName);
+        const PathText target = platform::appendingComponent(platform::deletingLastComponent(source), name);
+        if (platform::existence(target).exists) {
+            frame::fail(ErrorCode::fileExists);
+        }
+        if (!platform::moveItem(source, target).ok()) {
+            frame::fail(ErrorCode::unableToMove);
+        }
+        call.returnNumber(0);
+    });
+}
+
+fmx::errcode KORB_FileDelete(short, const fmx::ExprEnv&, const fmx::DataVect& arguments, fmx::Data& result)
+{
+    return frame::externalFunction(arguments, result, [](ExternalCall& call) {
+        call.requireCount(1);
+        const PathText path = sourceFile(call);
+        // A path that is reached through "/Volumes/" alone hasn't been asked for its kind.
+        if (platform::existence(path).isFolder) {
+            frame::fail(ErrorCode::sourceNotAFile);
+        }
+        frame::orFail(ErrorCode::unableToDelete, platform::removeItem(path));
+        call.returnNumber(0);
+    });
+}

@@ -60,15 +60,24 @@ Outcome sumFolderSizes(PathView folder, std::uint64_t& bytes);
 // The item appears at `target` whole or not at all, also after a crash, a kill or a full disk, and a failed copy
 // leaves nothing behind. Kept are mode with set-id bits, times, extended attributes and access control lists, the
 // owner where permitted, and holes. Data is cloned where the file system can. A folder into itself is refused.
-// Sockets are refused; FIFOs and devices are made anew, never read.
+// Sockets are refused; FIFOs and devices are made anew, never read. Hard links become files of their own.
+//
+// Linux: a set-id bit goes where the owner or group that it is about can't be kept. A process that is killed leaves a
+// hidden item ".folidex-…" beside the target when it copies a folder, a link or a special file, or on a file system
+// without unnamed files (open(2), O_TMPFILE). Nothing is synchronised to the disk: that is for moves.
 Outcome copyItem(PathView source, PathView target);
 
 // Moves an item to `target`, which must not exist. Within a file system that is one rename; across file systems the
 // copy is complete and on disk before the source goes. After a failure the source is whole.
+//
+// Linux: across file systems, what couldn't be removed is refused before anything is copied, and a source that changes
+// meanwhile before anything is removed. Should the removal of a folder fail half-way all the same, the target is
+// whole, and the description names the entry of the source that is left. A process that is killed leaves the target
+// whole as well, and besides it the source or a hidden rest of it, ".folidex-…".
 Outcome moveItem(PathView source, PathView target);
 
 // Removes a file, a link or a folder with everything in it. Links are never followed. Stops at the first entry that
-// can't be removed; the description names that entry's path.
+// can't be removed; the description names that entry's path. What is mounted inside is such an entry and stays full.
 Outcome removeItem(PathView path);
 
 // Makes a folder (mode 0777 less the umask) with the missing folders above it. A folder that is there already is no
@@ -76,7 +85,8 @@ Outcome removeItem(PathView path);
 Outcome createFolder(PathView path);
 
 // Whether removing what is at one path would take away the other: the same item under two spellings, two hard links of
-// one file, or one a link that leads to the other. Two links to a third item are different items.
+// one file, a link that leads to the other, or a folder that holds the other. Two links to a third item are different
+// items.
 bool isSameItem(PathView first, PathView second);
 
 } // namespace platform

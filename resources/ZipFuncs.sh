@@ -333,16 +333,18 @@ check_zip_ends() {
             while (bytes-- > 0) value = value * 256 + byte[at + bytes]
             return value
         }
-        function is(at, third) { return byte[at] == 80 && byte[at + 1] == 75 && byte[at + 2] == third && byte[at + 3] == third + 1 }
+        function is(at, third, fourth) {
+            return byte[at] == 80 && byte[at + 1] == 75 && byte[at + 2] == third && byte[at + 3] == fourth
+        }
         { for (i = 1; i <= NF; i++) byte[n++] = $i }
         END {
-            for (at = n - 22; at >= 0; at--) if (is(at, 5) && at + 22 + number(at + 20, 2) == n) break
+            for (at = n - 22; at >= 0; at--) if (is(at, 5, 6) && at + 22 + number(at + 20, 2) == n) break
             if (at < 0) exit 1
             entries = number(at + 10, 2); length_ = number(at + 12, 4); start = number(at + 16, 4); end = size - n + at
-            if (at >= 20 && is(at - 20, 6)) {
+            if (at >= 20 && is(at - 20, 6, 7)) {
                 end = number(at - 12, 8)
                 at = end - (size - n)
-                if (at < 0 || !is(at, 6)) exit 1
+                if (at < 0 || !is(at, 6, 6)) exit 1
                 entries = number(at + 32, 8); length_ = number(at + 40, 8); start = number(at + 48, 8)
             }
             if (start + length_ != end) exit 1
@@ -355,19 +357,31 @@ check_zip_ends() {
 }
 
 # Reads the list of entries: every entry that the end record counts is a file, folder or link, none has an absolute name,
-# and bsdtar sees a plain zip (a tar or a disk image can start like one). Names with ".." and names below a link of the
-# archive fail when they are expanded.
+# none goes by the name of a link or below it, and bsdtar sees a plain zip (a tar or a disk image can start like one). Names
+# with ".." fail when they are expanded.
 check_zip_entries() {
     open_pipe 6 7
     open_pipe 4 5
     bsdtar -t -vvv --passphrase "${password:-$no_password}" -f "$source" >&7 2>&5 4<&- 5>&- 6<&- 7>&- &
     lister=$!
     LC_ALL=C awk -v expected="$zip_entries" '
-        NR > 1 && last !~ /^[-dl]/ { wrong = 1 }
-        NR > 1 && last ~ /^([^ ]+ +)([^ ]+ +)([^ ]+ +)([^ ]+ +)([^ ]+ +)([^ ]+ +)([^ ]+ +)[^ ]+ \// { wrong = 1 }
+        # Mode, links, owner, group, size, and three of the date stand before the name.
+        function check(line,    kind, name) {
+            kind = substr(line, 1, 1)
+            if (kind !~ /[-dl]/ || !sub(/^[^ ]+ +[^ ]+ +[^ ]+ +[^ ]+ +[^ ]+ +[^ ]+ +[^ ]+ +[^ ]+ /, "", line) || line ~ /^\//) wrong = 1
+            name = line
+            if (kind == "l") sub(/ -> .*/, "", name)
+            while (sub(/^\.?\/+/, "", name) || sub(/\/(\.?\/)+/, "/", name) || sub(/\/\.?$/, "", name)) continue
+            if (kind == "l") links[name] = 1
+            else taken[name] = 1
+            while (sub(/\/[^\/]*$/, "", name) && !(name in taken)) taken[name] = 1
+        }
+        NR > 1 { check(last) }
         { last = $0 }
-        END { exit wrong || NR - 1 != expected || last !~ /^Archive Format: ZIP.*,  Compression: none$/ }
-        ' <&6 4<&- 5>&- 6<&- 7>&- &
+        END {
+            for (name in links) if (name in taken) wrong = 1
+            exit wrong || NR - 1 != expected || last !~ /^Archive Format: ZIP.*,  Compression: none$/
+        }' <&6 4<&- 5>&- 6<&- 7>&- &
     checker=$!
     children="$children $lister $checker"
     exec 6<&- 7>&-

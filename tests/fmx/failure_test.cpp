@@ -13,18 +13,20 @@
 #include <utility>
 #include <vector>
 
-using fmxtest::text;
 using fmxtest::units;
 
 namespace {
 
 struct Values {
     fmx::QuadCharUniquePtr quad{'F', 'A', 'I', 'L'};
+    fmx::QuadCharUniquePtr otherQuad;
     fmx::LocaleUniquePtr locale;
     fmx::TextUniquePtr text = fmxtest::text(u"text");
+    fmx::TextUniquePtr otherText;
     fmx::FixPtUniquePtr number{5};
     fmx::FixPtUniquePtr result;
     fmx::DateTimeUniquePtr moment;
+    fmx::DateTimeUniquePtr otherMoment;
     fmx::DataUniquePtr data = fmxtest::textData(u"1/2/2003");
     fmx::DataVectUniquePtr vector;
     char bytes[8] = {};
@@ -64,12 +66,12 @@ const std::vector<Call>& textCalls()
         [](Values& v) { v.text->FindPrevIgnoringCase(*v.text, 0); },
         [](Values& v) { v.text->Uppercase(); },
         [](Values& v) { v.text->Lowercase(); },
-        [](Values& v) { (void)(*v.text == *v.text); },
-        [](Values& v) { (void)(*v.text != *v.text); },
-        [](Values& v) { (void)(*v.text < *v.text); },
-        [](Values& v) { (void)(*v.text <= *v.text); },
-        [](Values& v) { (void)(*v.text > *v.text); },
-        [](Values& v) { (void)(*v.text >= *v.text); },
+        [](Values& v) { (void)(*v.text == *v.otherText); },
+        [](Values& v) { (void)(*v.text != *v.otherText); },
+        [](Values& v) { (void)(*v.text < *v.otherText); },
+        [](Values& v) { (void)(*v.text <= *v.otherText); },
+        [](Values& v) { (void)(*v.text > *v.otherText); },
+        [](Values& v) { (void)(*v.text >= *v.otherText); },
     };
     return calls;
 }
@@ -98,12 +100,12 @@ const std::vector<Call>& numberAndDateCalls()
         [](Values& v) { v.number->AsLong(); },
         [](Values& v) { v.number->AsLong64(); },
         [](Values& v) { v.number->AsFloat(); },
-        [](Values& v) { (void)(*v.number == *v.number); },
-        [](Values& v) { (void)(*v.number != *v.number); },
-        [](Values& v) { (void)(*v.number < *v.number); },
-        [](Values& v) { (void)(*v.number <= *v.number); },
-        [](Values& v) { (void)(*v.number > *v.number); },
-        [](Values& v) { (void)(*v.number >= *v.number); },
+        [](Values& v) { (void)(*v.number == *v.result); },
+        [](Values& v) { (void)(*v.number != *v.result); },
+        [](Values& v) { (void)(*v.number < *v.result); },
+        [](Values& v) { (void)(*v.number <= *v.result); },
+        [](Values& v) { (void)(*v.number > *v.result); },
+        [](Values& v) { (void)(*v.number >= *v.result); },
         [](Values&) { fmx::DateTimeUniquePtr(); },
         [](Values& v) { v.moment->Now(); },
         [](Values& v) { v.moment->SetNormalizedDate(2, 2, 2); },
@@ -116,8 +118,8 @@ const std::vector<Call>& numberAndDateCalls()
         [](Values& v) { v.moment->GetSec(); },
         [](Values& v) { v.moment->GetUSec(); },
         [](Values& v) { v.moment->GetDaysSinceEpoch(); },
-        [](Values& v) { (void)(*v.moment == *v.moment); },
-        [](Values& v) { (void)(*v.moment != *v.moment); },
+        [](Values& v) { (void)(*v.moment == *v.otherMoment); },
+        [](Values& v) { (void)(*v.moment != *v.otherMoment); },
     };
     return calls;
 }
@@ -174,12 +176,12 @@ const std::vector<Call>& registryCalls()
         [](Values& v) { *v.quad = *v.quad; },
         [](Values& v) { (*v.quad)[0]; },
         [](Values& v) { std::as_const(*v.quad)[0]; },
-        [](Values& v) { (void)(*v.quad == *v.quad); },
-        [](Values& v) { (void)(*v.quad != *v.quad); },
-        [](Values& v) { (void)(*v.quad < *v.quad); },
-        [](Values& v) { (void)(*v.quad <= *v.quad); },
-        [](Values& v) { (void)(*v.quad > *v.quad); },
-        [](Values& v) { (void)(*v.quad >= *v.quad); },
+        [](Values& v) { (void)(*v.quad == *v.otherQuad); },
+        [](Values& v) { (void)(*v.quad != *v.otherQuad); },
+        [](Values& v) { (void)(*v.quad < *v.otherQuad); },
+        [](Values& v) { (void)(*v.quad <= *v.otherQuad); },
+        [](Values& v) { (void)(*v.quad > *v.otherQuad); },
+        [](Values& v) { (void)(*v.quad >= *v.otherQuad); },
         [](Values& v) { v.quad->GetMacType(); },
         [](Values& v) { v.quad->SetMacType(1); },
         [](Values&) { fmx::ExprEnvUniquePtr(); },

@@ -25,7 +25,7 @@ inline std::u16string units(const fmx::Text& value)
 
 inline std::string utf8(const fmx::Text& value)
 {
-    std::string result(value.GetSize() * 3, '\0');
+    std::string result(std::size_t{value.GetSize()} * 3, '\0');
     result.resize(value.GetBytesEx(result.data(), static_cast<fmx::uint32>(result.size())));
     return result;
 }

@@ -198,7 +198,7 @@ TEST(ListFolder, CallsEverythingAFileWhereSearchingIsForbidden)
         becomeOrdinaryUser();
         std::string text;
         for (const auto& [name, kind] : kinds(scratch.text16("folder"))) {
-            text += name + " " + kind + "\n";
+            text.append(name).append(" ").append(kind).append("\n");
         }
         return text;
     });

@@ -58,7 +58,8 @@ std::string exampleBlock(const Example& example)
 std::string functionSection(const Entry& entry)
 {
     const FunctionText& text = entry.text;
-    return joined("<section class=\"function\" id=\"", text.name, "\">\n<h3><a href=\"#", text.name, "\">", text.name,
+    return joined("<section class=\"function\" id=\"", text.name, "\" data-words=\"", escaped(entry.words),
+                  "\">\n<h3><a href=\"#", text.name, "\">", text.name,
                   "</a></h3>\n<pre class=\"prototype\" tabindex=\"0\"><code>", escaped(entry.prototype),
                   "</code></pre>\n", blockHtml(text.purpose), parameterTable(text.parameters), "<h4>Result</h4>\n",
                   blockHtml(text.result), errorTable(text), "<h4>Platforms</h4>\n", blockHtml(platformsOf(text)),

@@ -24,11 +24,13 @@ std::string readFile(const std::filesystem::path& file)
 }
 
 // A description is "words to find it by|what it does".
-std::string firstSentence(const std::string& description)
+void takeDescription(Entry& entry, const std::string& description)
 {
-    const std::size_t start = description.find('|') + 1;
+    const std::size_t bar = description.find('|');
+    const std::size_t start = bar == description.npos ? 0 : bar + 1;
     const std::size_t end = description.find(". ", start);
-    return description.substr(start, end == description.npos ? end : end + 1 - start);
+    entry.words = description.substr(0, start == 0 ? 0 : bar);
+    entry.summary = description.substr(start, end == description.npos ? end : end + 1 - start);
 }
 
 // The names in a prototype such as "F( a {; b } )", in order; optional ones stand in braces.
@@ -73,7 +75,7 @@ Entry readEntry(const std::filesystem::path& folder, const std::string& name, co
     Entry entry;
     entry.text = parseFunctionText(name, readFile(folder / (name + ".md")));
     entry.prototype = toUtf8(function.prototype);
-    entry.summary = firstSentence(toUtf8(function.description));
+    takeDescription(entry, toUtf8(function.description));
     requireSameParameters(entry.text, function);
     return entry;
 }

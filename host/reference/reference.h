@@ -19,7 +19,8 @@ namespace fmxhost::reference {
 struct Entry {
     FunctionText text;
     std::string prototype;
-    std::string summary; // the first sentence of the description
+    std::string words;   // by which the description lets it be found
+    std::string summary; // the description's first sentence
 };
 
 struct Chapter {

@@ -62,10 +62,11 @@ class Script:
         match = STEP.fullmatch(line)
         return match["name"], split_options((match["options"] or "").strip())
 
-    def evaluate(self, calculation):
+    def evaluate(self, calculation, variable=None):
         for expression, answer in self.answers.items():
             calculation = calculation.replace(expression, answer)
-        return self.calculator.evaluate(calculation)
+        # A whole calculation "$name = …" would assign.
+        return self.calculator.evaluate(f"{variable} = {calculation}" if variable else f"( {calculation} )")
 
     def is_true(self, calculation):
         return self.evaluate(calculation) not in ("", "0")
@@ -86,7 +87,7 @@ class Script:
             name, options = self.steps[index]
             index += 1
             if name == "Set Variable":
-                self.evaluate(f"{options[0]} = {options[1]}")
+                self.evaluate(options[1], variable=options[0])
             elif name == "If":
                 if not self.is_true(options[0]):
                     index = self.after(index, "Else", "End If") + 1

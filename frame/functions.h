@@ -56,9 +56,9 @@ Handler KORB_LogClear;
 [[gnu::weak]] Handler KORB_OpenFile;
 
 // archive/
-[[gnu::weak]] Handler KORB_EncryptFile;
-[[gnu::weak]] Handler KORB_DecryptFile;
-[[gnu::weak]] Handler KORB_CompressFile;
-[[gnu::weak]] Handler KORB_ExpandFile;
-[[gnu::weak]] Handler KORB_CompressAndEncrypt;
-[[gnu::weak]] Handler KORB_DecryptAndExpand;
+Handler KORB_EncryptFile;
+Handler KORB_DecryptFile;
+Handler KORB_CompressFile;
+Handler KORB_ExpandFile;
+Handler KORB_CompressAndEncrypt;
+Handler KORB_DecryptAndExpand;

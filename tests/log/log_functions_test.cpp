@@ -105,20 +105,4 @@ TEST_F(LogFunctions, AnUnreachableDesktopIsIgnored)
     EXPECT_EQ(scratch.list(), std::vector<std::string>{"Desktop"});
 }
 
-TEST_F(LogFunctions, ThreadsMaySwitchAndClearAtOnce)
-{
-    inParallel(4, [this](int number) {
-        for (int round = 0; round < 25; ++round) {
-            run("KORB_LogSet", {(round + number) % 2});
-            run("KORB_LogClear", {});
-        }
-    });
-    EXPECT_EQ(scratch.list(), std::vector<std::string>{"Desktop"});
-
-    run("KORB_LogSet", {"1"});
-    run("KORB_LogClear", {});
-    run("KORB_LogSet", {"0"});
-    EXPECT_EQ(lines(), (Lines{contentCleared, sessionEnded}));
-}
-
 } // namespace

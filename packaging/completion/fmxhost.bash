@@ -8,10 +8,12 @@ _fmxhost()
 
     case $previous in
     --plugin | run)
+        compopt -o filenames
         mapfile -t COMPREPLY < <(compgen -f -- "$current")
         return
         ;;
     --texts)
+        compopt -o filenames
         mapfile -t COMPREPLY < <(compgen -d -- "$current")
         return
         ;;
@@ -43,7 +45,7 @@ _fmxhost()
 # The names of the functions that the plug-in registers.
 _fmxhost_functions()
 {
-    fmxhost "$@" --json list 2>/dev/null | sed -n 's/.*"name": *"\([^"]*\)".*/\1/p'
+    fmxhost "$@" --json list 2>/dev/null | sed -n 's/^{"id":[-0-9]*,"name":"\([^"]*\)".*/\1/p'
 }
 
-complete -o filenames -F _fmxhost fmxhost
+complete -F _fmxhost fmxhost

@@ -71,8 +71,13 @@ class Recipes(unittest.TestCase):
         subprocess.run(command, check=True, capture_output=True)
         self.assertEqual((self.data / "documents/letters/1.txt").read_text(), "Dear")
 
-        shutil.rmtree(self.data / "backups")
+        answers["KORB_GetDriveSizeFree( $backups )"] = "1"
+        self.assertEqual(self.run_recipe(title, answers), "Backup: too little space")
+        del answers["KORB_GetDriveSizeFree( $backups )"]
+        shutil.rmtree(self.data / "documents")
         self.assertEqual(self.run_recipe(title, answers), "Backup: Source path not found")
+        shutil.rmtree(self.data / "backups")
+        self.assertEqual(self.run_recipe(title, answers), "Backup: Drive does not exist")
 
     def test_import_every_file_of_a_folder(self):
         for name in ("in/a.csv", "in/b.CSV", "in/Ü.csv", "in/.hidden.csv", "in/readme.txt", "in/c.csv", "done/c.csv"):

@@ -3,6 +3,9 @@
 #include "host/reference/function_text.h"
 #include "host/reference/joined.h"
 
+#include <algorithm>
+#include <utility>
+
 namespace fmxhost::reference {
 
 namespace {
@@ -32,6 +35,71 @@ std::string linkHtml(std::string_view link)
     return joined("<a href=\"", escaped(link.substr(middle + 2, link.size() - middle - 3)), "\">",
                   escaped(link.substr(1, middle - 1)), "</a>");
 }
+
+// "| a | b |" as a row of a table.
+std::string rowHtml(std::string_view line, std::string_view tag)
+{
+    std::string html = "<tr>";
+    for (line.remove_prefix(2); !line.empty();) {
+        const std::size_t end = std::min(line.find(" |"), line.size());
+        html += joined("<", tag, ">", inlineHtml(line.substr(0, end)), "</", tag.substr(0, 2), ">");
+        line.remove_prefix(std::min(end + 3, line.size()));
+    }
+    return html + "</tr>\n";
+}
+
+class BlockWriter {
+public:
+    std::string run(std::string_view text)
+    {
+        for (const std::string_view line : linesOf(text)) {
+            if (line.starts_with(fence)) {
+                endBlock();
+                m_inCode = !m_inCode;
+            } else if (m_inCode) {
+                m_code.append(line).append("\n");
+            } else if (line.empty()) {
+                endBlock();
+            } else if (line.starts_with("|")) {
+                addRow(line);
+            } else {
+                m_paragraph.append(line).append("\n");
+            }
+        }
+        endBlock();
+        return std::move(m_html);
+    }
+
+private:
+    void addRow(std::string_view line)
+    {
+        if (!line.starts_with("|-")) {
+            m_rows += rowHtml(line, m_rows.empty() ? "th scope=\"col\"" : "td");
+        }
+    }
+
+    void endBlock()
+    {
+        if (!m_paragraph.empty()) {
+            m_html += joined("<p>", inlineHtml(trimmed(m_paragraph)), "</p>\n");
+        }
+        if (!m_rows.empty()) {
+            m_html += joined("<table>\n", m_rows, "</table>\n");
+        }
+        if (!m_code.empty()) {
+            m_html += joined("<pre tabindex=\"0\"><code>", escaped(trimmed(m_code)), "</code></pre>\n");
+        }
+        m_paragraph.clear();
+        m_rows.clear();
+        m_code.clear();
+    }
+
+    std::string m_html;
+    std::string m_paragraph;
+    std::string m_rows;
+    std::string m_code;
+    bool m_inCode = false;
+};
 
 } // namespace
 
@@ -87,34 +155,7 @@ std::string inlineHtml(std::string_view text)
 
 std::string blockHtml(std::string_view text)
 {
-    std::string html;
-    std::string paragraph;
-    std::string code;
-    bool inCode = false;
-    const auto endParagraph = [&] {
-        if (!paragraph.empty()) {
-            html += joined("<p>", inlineHtml(trimmed(paragraph)), "</p>\n");
-            paragraph.clear();
-        }
-    };
-    for (const std::string_view line : linesOf(text)) {
-        if (line.starts_with(fence)) {
-            endParagraph();
-            if (inCode) {
-                html += joined("<pre tabindex=\"0\"><code>", escaped(trimmed(code)), "</code></pre>\n");
-                code.clear();
-            }
-            inCode = !inCode;
-        } else if (inCode) {
-            code.append(line).append("\n");
-        } else if (line.empty()) {
-            endParagraph();
-        } else {
-            paragraph.append(line).append("\n");
-        }
-    }
-    endParagraph();
-    return html;
+    return BlockWriter().run(text);
 }
 
 std::string slug(std::string_view heading)

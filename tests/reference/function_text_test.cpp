@@ -71,4 +71,11 @@ TEST(Markup, MarksBecomeElementsAndTheRestIsEscaped)
               "<p>a\nb</p>\n<pre tabindex=\"0\"><code>x &lt; y\n\nz</code></pre>\n<p>c</p>\n");
 }
 
+TEST(Markup, TablesHaveAHeadingRow)
+{
+    EXPECT_EQ(blockHtml("| A | B |\n|---|---|\n| `x` | y < z |\n"),
+              "<table>\n<tr><th scope=\"col\">A</th><th scope=\"col\">B</th></tr>\n"
+              "<tr><td><code>x</code></td><td>y &lt; z</td></tr>\n</table>\n");
+}
+
 } // namespace

@@ -35,8 +35,8 @@ FMX_API errcode FM_ExprEnv_UnRegisterScriptStep(const QuadChar& pluginId, short 
 
 // The registering members may be called from any thread. They answer 0, or change nothing and answer:
 //   1200  an empty name, no handler, a negative minimum, a maximum below -1 or below the minimum (-1: any number)
-//   1210  the plug-in has a function (or step) with this ID, or there is a function of this name, in any letter case:
-//         calculations know functions by name only. Steps may share a name.
+//   1210  the plug-in has a function (or step) with this ID. Names may be shared: of two functions of one name,
+//         calculations get the one that was registered first.
 //   1224  to unregister: there is no such function or step
 // A description reads "type-ahead words|description".
 class ExprEnv {

@@ -56,13 +56,9 @@ errcode add(ExternalFunction function)
     if (wrongCounts || function.name.empty() || function.handler == nullptr) {
         return genericCalculationError;
     }
-    const std::u16string folded = foldCase(function.name);
     auto& all = registry();
     const std::lock_guard lock(all.mutex);
-    const bool known = findEntry(all.functions, function.pluginId, function.id) != all.functions.end() ||
-                       std::any_of(all.functions.begin(), all.functions.end(),
-                                   [&](const ExternalFunction& other) { return foldCase(other.name) == folded; });
-    if (known) {
+    if (findEntry(all.functions, function.pluginId, function.id) != all.functions.end()) {
         return alreadyRegistered;
     }
     all.functions.push_back(std::move(function));

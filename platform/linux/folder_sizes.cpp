@@ -96,7 +96,7 @@ private:
             if (retried([&] { return fstatat(current(), entry.name, &status, AT_SYMLINK_NOFOLLOW); }) != 0) {
                 return;
             }
-            type = IFTODT(status.st_mode);
+            type = static_cast<unsigned char>(IFTODT(status.st_mode));
         }
         struct statx status;
         if (retried([&] { return statx(current(), entry.name, AT_NO_AUTOMOUNT, STATX_SIZE, &status); }) == 0) {

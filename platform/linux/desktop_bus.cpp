@@ -67,12 +67,6 @@ std::optional<SessionBus> SessionBus::connect(Deadline deadline)
     return bus;
 }
 
-std::string SessionBus::uniqueName() const
-{
-    const char* name = nullptr;
-    return sdBus()->sd_bus_get_unique_name(m_bus.get(), &name) < 0 ? std::string() : std::string(name);
-}
-
 bool SessionBus::subscribe(const std::string& rule, Deadline deadline)
 {
     return call("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "AddMatch", deadline, "s",

@@ -24,7 +24,6 @@ namespace platform::linux_os {
 
 #define FOLIDEX_SD_BUS_FUNCTIONS(X)                                                                                    \
     X(sd_bus_close_unref)                                                                                              \
-    X(sd_bus_get_unique_name)                                                                                          \
     X(sd_bus_is_ready)                                                                                                 \
     X(sd_bus_message_append)                                                                                           \
     X(sd_bus_message_enter_container)                                                                                  \
@@ -71,9 +70,6 @@ class SessionBus {
 public:
     // Nothing when there is no bus, it refuses, or the handshake isn't done by the deadline.
     static std::optional<SessionBus> connect(Deadline deadline);
-
-    // The connection's name on the bus, like ":1.42".
-    std::string uniqueName() const;
 
     // Sends a method call and waits for its answer. `types` and `values`: as for sd_bus_message_append(3). Empty when
     // the answer is an error or doesn't come by the deadline, or when the connection is lost.

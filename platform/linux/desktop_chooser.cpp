@@ -8,11 +8,11 @@
 
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace platform {
 
@@ -24,17 +24,8 @@ constexpr const char* portalName = "org.freedesktop.portal.Desktop";
 constexpr const char* portalPath = "/org/freedesktop/portal/desktop";
 // The programs that draw the dialogs for the portal are org.freedesktop.impl.portal.desktop.gtk, ….kde and so on.
 constexpr const char* backendNames = "org.freedesktop.impl.portal.desktop";
-// Tells requests of one connection apart; this connection makes only one.
+// Names this connection's only request.
 constexpr const char* handleToken = "folidex";
-
-// The portal derives a request's object path from the connection's name and the token, so that the answer can be
-// subscribed to before the question is put.
-std::string requestPath(std::string connectionName)
-{
-    connectionName.erase(0, 1);
-    std::replace(connectionName.begin(), connectionName.end(), '.', '_');
-    return std::string(portalPath) + "/request/" + connectionName + "/" + handleToken;
-}
 
 // A label as the portal wants it: an underscore marks the letter that presses the button.
 std::string mnemonicLabel(std::string_view text)
@@ -87,14 +78,13 @@ public:
     Choice waitForAnswer();
 
 private:
-    bool subscribeToAnswer(Deadline deadline);
     bool hasVanished(sd_bus_message* ownerChange);
     Choice answer(sd_bus_message* response) const;
 
     SessionBus m_bus;
     ChooserKind m_kind;
-    std::string m_portal; // unique name, so that only the portal itself can answer
-    std::string m_request;
+    std::string m_portal;  // unique name, so that only the portal itself can answer
+    std::string m_request; // object path
     bool m_backendLost = false;
 };
 
@@ -103,13 +93,16 @@ bool PortalChooser::show(std::string_view prompt, Deadline deadline)
 {
     const std::string ownerChanges = "type='signal',sender='org.freedesktop.DBus',path='/org/freedesktop/DBus',"
                                      "interface='org.freedesktop.DBus',member='NameOwnerChanged',";
-    m_request = requestPath(m_bus.uniqueName());
     if (!m_bus.subscribe(ownerChanges + "arg0='" + portalName + "'", deadline) ||
         !m_bus.subscribe(ownerChanges + "arg0namespace='" + backendNames + "'", deadline)) {
         return false;
     }
+    // The answer may come before the request's path is known. Some portals choose a path of their own, so that it can't
+    // be computed either: all of the portal's answers are subscribed to, and the right one picked.
     m_portal = m_bus.startService(portalName, deadline);
-    if (m_portal.empty() || !subscribeToAnswer(deadline)) {
+    if (m_portal.empty() || !m_bus.subscribe("type='signal',sender='" + m_portal +
+                                                 "',interface='org.freedesktop.portal.Request',member='Response'",
+                                             deadline)) {
         return false;
     }
     const char* noParentWindow = "";
@@ -127,19 +120,8 @@ bool PortalChooser::show(std::string_view prompt, Deadline deadline)
     if (!reply || sdBus()->sd_bus_message_read(reply.get(), "o", &request) < 0) {
         return false;
     }
-    // Portals before 0.9 name the request as they like.
-    if (m_request != request) {
-        m_request = request;
-        return subscribeToAnswer(deadline);
-    }
+    m_request = request;
     return true;
-}
-
-bool PortalChooser::subscribeToAnswer(Deadline deadline)
-{
-    return m_bus.subscribe("type='signal',sender='" + m_portal + "',path='" + m_request +
-                               "',interface='org.freedesktop.portal.Request',member='Response'",
-                           deadline);
 }
 
 Choice PortalChooser::waitForAnswer()

@@ -6,7 +6,6 @@
 #include <fstream>
 #include <iterator>
 #include <map>
-#include <regex>
 
 namespace fmxhost::reference {
 
@@ -33,19 +32,28 @@ void takeDescription(Entry& entry, const std::string& description)
     entry.summary = description.substr(start, end == description.npos ? end : end + 1 - start);
 }
 
+bool isLetter(char letter)
+{
+    return (letter >= 'a' && letter <= 'z') || (letter >= 'A' && letter <= 'Z');
+}
+
 // The names in a prototype such as "F( a {; b } )", in order; optional ones stand in braces.
 std::vector<Parameter> parametersOf(const std::string& prototype)
 {
-    const std::size_t open = std::min(prototype.find('('), prototype.size());
-    const std::size_t brace = prototype.find('{');
-    static const std::regex name("[A-Za-z]+");
     std::vector<Parameter> parameters;
-    for (std::sregex_iterator match(prototype.begin() + static_cast<std::ptrdiff_t>(open), prototype.end(), name), end;
-         match != end; ++match) {
-        Parameter parameter;
-        parameter.name = match->str();
-        parameter.optional = open + static_cast<std::size_t>(match->position()) > brace;
-        parameters.push_back(std::move(parameter));
+    bool optional = false;
+    bool inName = false;
+    for (std::size_t at = prototype.find('('); at < prototype.size(); ++at) {
+        const char letter = prototype[at];
+        optional = optional || letter == '{';
+        if (isLetter(letter)) {
+            if (!inName) {
+                parameters.emplace_back();
+                parameters.back().optional = optional;
+            }
+            parameters.back().name.push_back(letter);
+        }
+        inName = isLetter(letter);
     }
     return parameters;
 }

@@ -23,7 +23,7 @@ constexpr std::string_view languageText =
   not  * /  + -  &         operators, the strongest first, then
   = ≠ <> < > ≤ <= ≥ >=     comparisons, which don't mind letter case, then
   and  or xor              both leave out what can't change the result
-  $name = calculation      sets a variable for the calculations that follow; in parentheses it compares
+  $name = calculation      sets a variable for the calculations that follow and is its value; in parentheses it compares
   Let ( [ a = 1 ; $b = 2 ] ; a + $b )
   // to the end of the line, /* or between */ comments
 

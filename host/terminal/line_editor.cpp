@@ -16,6 +16,7 @@ namespace fmxhost {
 namespace {
 
 constexpr int historySize = 1000;
+constexpr char controlD = '\x04';
 
 volatile std::sig_atomic_t interrupted = 0;
 volatile std::sig_atomic_t resized = 0;
@@ -85,7 +86,8 @@ LineEditor::LineEditor(std::string prompt, std::filesystem::path historyFile, Co
     el_set(editor, EL_PROMPT_ESC, &LineEditor::promptOf, '\1');
     el_set(editor, EL_GETCFN, &LineEditor::readCharacter);
     el_set(editor, EL_HIST, history, history_.get());
-    el_set(editor, EL_ADDFN, "complete-name", "Complete a name", &LineEditor::complete);
+    // The wide form: the narrow one never frees the texts' copies.
+    el_wset(editor, EL_ADDFN, L"complete-name", L"Complete a name", &LineEditor::complete);
     el_set(editor, EL_BIND, "^I", "complete-name", nullptr);
     el_set(editor, EL_BIND, "^R", "em-inc-search-prev", nullptr);
     el_source(editor, nullptr); // the user's own bindings: editrc(5)
@@ -134,8 +136,12 @@ int LineEditor::readCharacter(EditLine* editor, wchar_t* character)
             }
             return -1;
         }
+        // A Ctrl-D typed while something was evaluated: the terminal keeps it as a zero (Linux, n_tty).
+        if (byte == '\0') {
+            byte = controlD;
+        }
         const std::size_t used = std::mbrtowc(character, &byte, 1, &state);
-        if (used == 0 || used == 1) {
+        if (used == 1) {
             return 1;
         }
         if (used == static_cast<std::size_t>(-1)) {

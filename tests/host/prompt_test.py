@@ -67,12 +67,14 @@ class Terminal:
 
     def status(self):
         """Waits for the end; answers the exit status."""
-        while True:
+        while select.select([self.descriptor], [], [], 20)[0]:
             try:
                 if not os.read(self.descriptor, 65536):
                     break
             except OSError:
                 break
+        else:
+            raise AssertionError("it doesn't end")
         self.ended = os.waitstatus_to_exitcode(os.waitpid(self.process, 0)[1])
         return self.ended
 
@@ -90,6 +92,9 @@ class Prompt(unittest.TestCase):
             self.assertIn("Did you mean Smpl_Echo?", terminal.answer("Smpl_Ehco($a)"))
             self.assertIn("\r\n日本42\r\n", terminal.answer('smpl_echo("日本" & $a)'))
             self.assertIn("broken on purpose", terminal.answer("Smpl_Fail(1)"))
+            # Typed ahead: it counts once the calculation is done.
+            terminal.type("Smpl_Pause(.3)\r")
+            terminal.expect("\r\n")
             terminal.type("\x04")
             self.assertEqual(terminal.status(), 0)
 

@@ -180,14 +180,48 @@ physical() {
 
 # --- Zip --------------------------------------------------------------------------------------------------------------
 
-# Info-ZIP's zip is the quicker one for many small files (12 microseconds a file, bsdtar 43), bsdtar for the data itself.
-# They part at about 8 KiB a file. Without a locale named en_US.UTF-8 Info-ZIP doesn't mark names as UTF-8: plain ASCII only.
-quicker_with_info_zip() {
-    [ "$plain_names" = yes ] && [ "$inside" = no ] && [ ! -L "$source" ] && [ "$entries" -gt 500 ] || return 1
-    info_zip=$(command -v zip) && [ "$info_zip" != "${info_zip#/}" ] || return 1
-    kilobytes=$(du -sk "$source") || return 1
+# Which packer is the quickest, measured. Per file bsdtar takes 43 microseconds, Info-ZIP's zip 12; for the data bsdtar is the
+# quicker one of these two: they part at about 8 KiB a file. 7-Zip's quick level uses all cores and is a third quicker even
+# on one, for archives 1 to 2 % larger.
+choose_packer() {
+    packer=bsdtar
+    [ -z "$password" ] && [ "$inside" = no ] && [ ! -L "$source" ] || return 0
+    kilobytes=$(du -sk "$source") || return 0
     kilobytes=${kilobytes%%[!0-9]*}
-    [ "${kilobytes:-0}" -lt $((entries * 8)) ]
+    if [ "$entries" -gt 500 ] && [ "$kilobytes" -lt $((entries * 8)) ]; then
+        # Without a locale named en_US.UTF-8 Info-ZIP doesn't mark names as UTF-8: plain ASCII only.
+        [ "$plain_names" = yes ] && find_packer zip && packer=info_zip
+    elif [ "$kilobytes" -gt 32768 ]; then
+        { find_packer 7z || find_packer 7zz; } && seven_zip_is_fit && packer=seven_zip
+    fi
+    return 0
+}
+
+# An absolute path: it is run in another folder.
+find_packer() {
+    packer_path=$(command -v "$1") && [ "$packer_path" != "${packer_path#/}" ]
+}
+
+# 7-Zip stores no owners, without which set-id bits aren't restored, and no names that aren't UTF-8. Old versions store no
+# links or times to the second either: rather than trusting a version number, this packs and expands a sample.
+seven_zip_is_fit() {
+    [ "$name_locale" != C ] || return 1
+    case $source_name in *\\*) return 1 ;; esac
+    odd=$(find -H "$source" \( -perm -4000 -o -perm -2000 -o ! -user "$(id -u)" -o ! -group "$(id -g)" \) -print | wc -l)
+    [ "$odd" -eq 0 ] || return 1
+    sample=$work/sample
+    mkdir "$sample" "$sample/empty" "$work/back" && printf '%s' "$sample" >"$sample/-n\\ü*
+" && ln -s "../no where" "$sample/link" && chmod 640 "$sample/-n"* && chmod 750 "$sample/empty" &&
+        touch -t 200102030405.07 "$sample/-n"* "$sample/empty" || return 1
+    (cd "$work" && seven_zip sample.zip ./sample) && bsdtar -x -p -f "$work/sample.zip" -C "$work/back" &&
+        [ "$(cd "$sample" && ls -lnd ./*)" = "$(cd "$work/back/sample" && ls -lnd ./*)" ] &&
+        [ -z "$(find "$sample/-n"* -newer "$work/back/sample/empty")" ] &&
+        [ -z "$(find "$work/back/sample/-n"* -newer "$sample/empty")" ]
+}
+
+# Packs $2, a path below the current folder, into $1. For a subshell, which becomes the tool.
+seven_zip() {
+    exec "$packer_path" a -tzip -mx=1 -mtp=1 -snl -spd -bd -bso0 -y -- "$@"
 }
 
 # Looks at what is to be packed: sets entries (how many), plain_names (yes: ASCII) and name_locale.
@@ -230,19 +264,21 @@ zip_verb() {
     survey_source
     survey_destination
     make_work_folder "$target_folder"
-    if [ -z "$password" ] && quicker_with_info_zip; then
-        pack_with_info_zip
-    else
-        pack_with_bsdtar
-    fi
+    choose_packer
+    pack_with_$packer
     publish "$work/out.zip"
 }
 
 pack_with_info_zip() {
     open_pipe 4 5
-    (cd "$source_folder" && exec "$info_zip" -q -r -y -nw "$work/out.zip" "./$source_name") 2>&5 4<&- 5>&- &
-    packer=$!
-    finish_packing
+    (cd "$source_folder" && exec "$packer_path" -q -r -y -nw "$work/out.zip" "./$source_name") 2>&5 4<&- 5>&- &
+    finish_packing "$!"
+}
+
+pack_with_seven_zip() {
+    open_pipe 4 5
+    (cd "$source_folder" && seven_zip "$work/out.zip" "./$source_name") 2>&5 4<&- 5>&- &
+    finish_packing "$!"
 }
 
 pack_with_bsdtar() {
@@ -262,14 +298,14 @@ pack_with_bsdtar() {
     fi
     open_pipe 4 5
     LC_ALL=$name_locale bsdtar "$@" -f "$work/out.zip" -C "$source_folder" --null -T "$work/list" 2>&5 4<&- 5>&- &
-    packer=$!
-    finish_packing
+    finish_packing "$!"
 }
 
+# $1: the packer's process.
 finish_packing() {
-    children="$children $packer"
+    children="$children $1"
     start_reading_errors
-    wait_for "$packer"
+    wait_for "$1"
     set -- "$?"
     wait_for "$reader"
     set -- "$1" "$?"

@@ -60,6 +60,20 @@ class RoundTrip(ScratchCase):
         self.unzip("a.archive", "out")
         self.assert_same_tree("in/-small", "out/-small")
 
+    @needs("7z")
+    def test_a_big_tree_with_all_cores(self):
+        self.make_tree("in/@tree", names=["-", "a?b"])
+        for entry in ("mode4755", "mode2755"):
+            os.remove(self.path("in/@tree", entry))
+        self.random_file("in/@tree/deep/random", 40)
+        self.write("in/@tree/zeros", bytes(50_000_000))
+        self.zip("in/@tree", "a.archive")
+        with zipfile.ZipFile(self.path("a.archive")) as archive:
+            self.assertIsNone(archive.testzip())
+            self.assertIn("@tree/ünïcödé–日本", archive.namelist())
+        self.unzip("a.archive", "out")
+        self.assert_same_tree("in/@tree", "out/@tree")
+
     def test_single_sources_with_odd_names(self):
         for name in ("-dash", "@at", "-C", "a\\b", "\\lead", "c:x", "*", "new\nline", "end\n", " ", "ü.txt", "a;b&c"):
             for password in (None, "pw"):

@@ -120,9 +120,7 @@ std::span<const Function> functionTable()
 void registerAll()
 {
     for (const Function& function : functionTable()) {
-        if (function.handler != nullptr) {
-            registerFunction(function);
-        }
+        registerFunction(function);
     }
 }
 

@@ -58,8 +58,6 @@ bool enterOrCreate(const std::string& folder)
 // Local time as "26-12-31 23:59:59".
 std::string timeStamp()
 {
-    // Unlike localtime_r(3), localtime(3) follows a change of the time zone; tzset(3) makes up for it.
-    ::tzset();
     const std::time_t now = std::time(nullptr);
     std::tm local{};
     ::localtime_r(&now, &local);

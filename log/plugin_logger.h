@@ -60,9 +60,9 @@ private:
     [[maybe_unused]] const std::uint32_t m_instanceId;
 };
 
-// Enters "HALVIK" and in it a folder named `name`, creating what is missing, and sets `path` to
-// "~/Desktop/HALVIK/name/LogFile.txt". The tilde isn't expanded, also where the current folder is first changed to the
-// literal "~/Desktop" if there is one. `path` stays as it is when a folder can neither be entered nor created.
+// Tries to enter the literal "~/Desktop", then enters "HALVIK" and in it a folder named `name`, creating the two where
+// they are missing, and sets `path` to "~/Desktop/HALVIK/name/LogFile.txt". The tilde is never expanded. `path` stays
+// as it is when a folder can neither be entered nor created.
 void CreateDefaultPath(const std::string& name, std::string& path);
 
 // Deletes the file at the default path for `name`, if it is there.

@@ -97,6 +97,16 @@ struct Outcome {
     const char* text; // as KORB_GetLastError shows it, without line ends
 };
 
+std::string nameOf(const testing::TestParamInfo<Outcome>& info)
+{
+    return info.param.function;
+}
+
+void PrintTo(const Outcome& outcome, std::ostream* stream)
+{
+    *stream << outcome.function;
+}
+
 class ArchiveOutcome : public ArchiveFunctions, public testing::WithParamInterface<Outcome> {};
 
 TEST_P(ArchiveOutcome, HasItsCodeAndText)
@@ -125,7 +135,8 @@ INSTANTIATE_TEST_SUITE_P(
                 "file."},
         Outcome{"KORB_DecryptAndExpand", 3, "README", "out/", -8025,
                 "Expansion and Decryption failed  - Failed to decrypt and expand file.Source path must be a valid "
-                "file."}));
+                "file."}),
+    nameOf);
 
 INSTANTIATE_TEST_SUITE_P(
     ScriptFailure, ArchiveOutcome,
@@ -136,7 +147,8 @@ INSTANTIATE_TEST_SUITE_P(
                     Outcome{"KORB_DecryptFile", 3, "plain.txt", "new.txt", -8023, unableToExpand},
                     Outcome{"KORB_CompressAndEncrypt", 3, "plain.txt", "missing/new.zip", -8023,
                             "Expansion failed Unable to expand file.An unknown error occurred."},
-                    Outcome{"KORB_DecryptAndExpand", 3, "missing.zip", "out/", -8023, unableToExpand}));
+                    Outcome{"KORB_DecryptAndExpand", 3, "missing.zip", "out/", -8023, unableToExpand}),
+    nameOf);
 
 // With the script at work.
 class ArchiveScript : public ArchiveFunctions {

@@ -109,8 +109,10 @@ CopyFailure DataCopier::copySparse(int source, int target, off_t size)
         if (const CopyFailure failed = copyRange(source, target, position, end)) {
             return failed;
         }
+        if (position < end) {
+            return {}; // less than it said: shrunk, or made up as it is read (sysfs)
+        }
         reached = position;
-        position = std::max(position, end);
     }
     struct stat now {};
     if (fstat(source, &now) != 0) {

@@ -23,13 +23,13 @@ struct [[nodiscard]] CopyFailure {
 
     explicit operator bool() const { return error != 0 || words != nullptr; }
 
-    // Both paths in file-system bytes.
-    Outcome outcome(std::string_view source, std::string_view target) const
+    // `action`: "copy" or "move"; the paths in file-system bytes.
+    Outcome outcome(std::string_view action, std::string_view source, std::string_view target) const
     {
         if (words != nullptr) {
-            return failure("copy", source, words);
+            return failure(action, source, words);
         }
-        return side == Side::source ? systemFailure("copy", source, error) : systemFailure("write", target, error);
+        return side == Side::source ? systemFailure(action, source, error) : systemFailure("write", target, error);
     }
 };
 

@@ -100,7 +100,7 @@ CopyFailure TreeCopy::openLevel()
         return CopyFailure::ofSource(errno);
     }
     if (Identity::of(level.status) == m_forbidden) {
-        return CopyFailure::because("a folder can't be copied into itself");
+        return CopyFailure::because("a folder can't be put into itself");
     }
     m_levels.push_back(std::move(level));
     return copyEntries();
@@ -185,11 +185,12 @@ Outcome copyTree(CopyPurpose purpose, int source, int target, std::string_view s
     Descriptor sourceRoot = duplicate(source);
     Descriptor targetRoot = duplicate(target);
     if (!sourceRoot || !targetRoot) {
-        return systemFailure("copy", sourcePath, errno);
+        return systemFailure(actionOf(purpose), sourcePath, errno);
     }
     TreeCopy copy(purpose, std::move(sourceRoot), std::move(targetRoot), forbidden);
     if (const CopyFailure failed = copy.run()) {
-        return failed.outcome(std::string(sourcePath) + copy.path(), std::string(targetPath) + copy.path());
+        return failed.outcome(actionOf(purpose), std::string(sourcePath) + copy.path(),
+                              std::string(targetPath) + copy.path());
     }
     return Outcome::success();
 }

@@ -109,7 +109,7 @@ Outcome moveLocated(const Location& source, const Location& target)
     }
     if (source.path.namesItself() || isFolderIntoItself(target, status)) {
         const bool itself = !source.path.namesItself();
-        return itself ? linux_os::failure(action, source.path.text, "a folder can't be moved into itself")
+        return itself ? linux_os::failure(action, source.path.text, "a folder can't be put into itself")
                       : failed(source, EBUSY);
     }
     if ((source.path.endsInSlash && !S_ISDIR(status.st_mode) && !S_ISLNK(status.st_mode)) ||

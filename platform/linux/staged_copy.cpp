@@ -73,7 +73,7 @@ Outcome StagedCopy::check()
         return failed(CopyFailure::ofTarget(ENOTDIR));
     }
     if (S_ISDIR(m_status.st_mode) && isInside(m_target.folder.get(), Identity::of(m_status))) {
-        return failed(CopyFailure::because("a folder can't be copied into itself"));
+        return failed(CopyFailure::because("a folder can't be put into itself"));
     }
     if (m_purpose == CopyPurpose::copy) {
         return Outcome::success();

@@ -55,7 +55,10 @@ private:
     Outcome makeTemporaryFolder();
     int makeFile();
 
-    Outcome failed(const CopyFailure& failure) const { return failure.outcome(m_source.path.text, m_target.path.text); }
+    Outcome failed(const CopyFailure& failure) const
+    {
+        return failure.outcome(actionOf(m_purpose), m_source.path.text, m_target.path.text);
+    }
 
     const Location& m_source;
     const Location& m_target;

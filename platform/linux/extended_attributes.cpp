@@ -64,7 +64,7 @@ CopyFailure readNames(const AttributeHolder& source, std::vector<char>& names)
         return {};
     }
     while (size < 0 && errno == ERANGE) {
-        names.resize(names.empty() ? 64 * 1024 : names.size() * 2);
+        names.resize(names.empty() ? std::size_t{64} * 1024 : names.size() * 2);
         size = source.list(names.data(), names.size());
     }
     if (size < 0 && errno != ENOTSUP && errno != ENOENT && errno != EPERM) {

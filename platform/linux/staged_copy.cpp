@@ -145,14 +145,29 @@ Outcome StagedCopy::makeTemporaryFolder()
             if (!m_made) {
                 break;
             }
-            dropInheritedLists(m_made.get(), true);
-            return Outcome::success();
+            return takeOver() ? Outcome::success() : failed(CopyFailure::ofTarget(errno));
         }
         if (errno != EEXIST) {
             break;
         }
     }
     return failed(CopyFailure::ofTarget(errno));
+}
+
+// Frees the temporary folder from what it inherits. A default access list may have left its owner without rights; the
+// group then becomes the one that entries get, for changing the mode can cost the set-group-ID bit.
+bool StagedCopy::takeOver() const
+{
+    struct stat status {};
+    dropInheritedLists(m_made.get(), true);
+    if (fstat(m_made.get(), &status) != 0) {
+        return false;
+    }
+    if ((status.st_mode & S_IRWXU) == S_IRWXU) {
+        return true;
+    }
+    return fchmod(m_made.get(), (status.st_mode & 07777) | S_IRWXU) == 0 &&
+           fchown(m_made.get(), static_cast<uid_t>(-1), getegid()) == 0;
 }
 
 Outcome StagedCopy::buildFolder()

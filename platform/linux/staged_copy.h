@@ -53,6 +53,7 @@ private:
     Outcome buildFolder();
     Outcome buildSpecial();
     Outcome makeTemporaryFolder();
+    bool takeOver() const;
     int makeFile();
 
     Outcome failed(const CopyFailure& failure) const

@@ -1,4 +1,4 @@
-// Alerts as desktop notifications (Desktop Notifications Specification 1.2).
+// Alerts as desktop notifications (freedesktop.org, org.freedesktop.Notifications 1.2).
 
 #include "platform/desktop.h"
 #include "platform/linux/desktop_bus.h"

@@ -24,7 +24,7 @@ int millisecondsUntil(Deadline deadline);
 bool hasDisplay();
 
 // D-Bus address of the user's session bus; empty when there is none. Only sockets of this machine are taken: the
-// other transports of the D-Bus specification run a program or look up a host, for as long as that takes.
+// other transports that D-Bus knows run a program or look up a host, for as long as that takes.
 std::string sessionBusAddress();
 
 } // namespace platform::linux_os

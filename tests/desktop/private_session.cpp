@@ -13,12 +13,14 @@
 #include <iterator>
 #include <ostream>
 #include <system_error>
+#include <vector>
 
 namespace folidex::test {
 
 namespace {
 
 constexpr const char* busDaemon = "/usr/bin/dbus-daemon";
+constexpr const char* parentBound = "/usr/bin/setpriv"; // setpriv(1)
 
 [[noreturn]] void throwError(int error, const char* what)
 {
@@ -64,7 +66,7 @@ void Environment::set(const std::string& name, const std::optional<std::string>&
 
 bool PrivateSession::available()
 {
-    return access(busDaemon, X_OK) == 0;
+    return access(busDaemon, X_OK) == 0 && access(parentBound, X_OK) == 0;
 }
 
 PrivateSession::PrivateSession()
@@ -86,10 +88,15 @@ PrivateSession::PrivateSession()
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
     posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0); // it complains about limits
-    std::string words[] = {busDaemon, "--nofork", "--nopidfile", "--nosyslog", "--print-address=1", configuration};
-    char* arguments[] = {words[0].data(), words[1].data(), words[2].data(), words[3].data(),
-                         words[4].data(), words[5].data(), nullptr};
-    const int error = posix_spawn(&daemon_, busDaemon, &actions, nullptr, arguments, environ);
+    // A test that is killed takes its bus along.
+    std::string words[] = {parentBound,  "--pdeathsig",       "KILL",       busDaemon, "--nofork", "--nopidfile",
+                           "--nosyslog", "--print-address=1", configuration};
+    std::vector<char*> arguments;
+    for (std::string& word : words) {
+        arguments.push_back(word.data());
+    }
+    arguments.push_back(nullptr);
+    const int error = posix_spawn(&daemon_, parentBound, &actions, nullptr, arguments.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     close(ends[1]);
     char printed = 0;

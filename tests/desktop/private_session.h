@@ -41,7 +41,7 @@ public:
     PrivateSession(const PrivateSession&) = delete;
     PrivateSession& operator=(const PrivateSession&) = delete;
 
-    // Whether the machine has what a session needs: dbus-daemon.
+    // Whether the machine has what a session needs: dbus-daemon(1) and setpriv(1).
     static bool available();
 
     const std::string& address() const { return address_; }

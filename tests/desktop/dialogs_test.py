@@ -1,0 +1,130 @@
+"""The real open panel, driven by keys: what a user picks is what a solution gets.
+
+Arguments: fmxhost, Folidex.fmx, where to put a picture of the dialog. With FOLIDEX_FULL=1 each way of answering is taken
+20 times, else twice. Exit status 77: the machine lacks what a desktop needs.
+"""
+
+import json
+import os
+import signal
+import subprocess
+import sys
+import time
+import unittest
+
+from virtual_desktop import BACKEND, PORTAL, VirtualDesktop, missing_programs, wait_for
+
+HOST, PLUGIN, PICTURE = sys.argv[1:4]
+RUNS = 20 if os.environ.get("FOLIDEX_FULL") == "1" else 2
+NAMES = {"KORB_GetFilePath": "file", "KORB_GetFolderPath": "folder"}
+
+
+class Dialogs(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.desktop = VirtualDesktop()
+        cls.desktop.__enter__()
+        cls.addClassCleanup(cls.desktop.__exit__)
+        home = cls.desktop.folder / "home"
+        cls.folder = home / "Ordner 100 % \u00fc"
+        cls.folder.mkdir()
+        cls.file = home / "B\u00e4r & K\u00f6nig 50%25 'x'.txt"
+        cls.file.write_text("text")
+
+    def call(self, function):
+        """Starts the call; answer() has its outcome."""
+        self.host = self.desktop.started(
+            [HOST, "--json", "--plugin", PLUGIN, "-e", f'{function}("")', "-e", "KORB_GetLastError"],
+            stdout=subprocess.PIPE)
+        self.addCleanup(self.host.stdout.close)
+        self.addCleanup(self.host.kill)
+
+    def answer(self):
+        output, _ = self.host.communicate(timeout=30)
+        self.host_seconds, values = 0, []
+        for line in output.decode().splitlines():
+            result = json.loads(line)
+            self.host_seconds += result["seconds"]
+            values.append(result["value"])
+        return values
+
+    def dialog(self):
+        """Waits for the dialog and gives it the keyboard."""
+        window = wait_for(lambda: self.desktop.windows("Select"), "dialog")[0]
+        wait_for(lambda: self.desktop.xdotool("windowactivate", "--sync", window) is not None, "active dialog")
+        time.sleep(0.5)
+        return window
+
+    def pick(self, path):
+        # It starts among the recently used files, where a folder can't be selected.
+        self.desktop.press("alt+Home", "ctrl+l")
+        self.desktop.paste(str(path))
+        time.sleep(0.5)
+
+    def expect_no_dialog(self):
+        wait_for(lambda: not self.desktop.windows("Select"), "end of the dialog")
+
+    def failure(self, function):
+        return ["!!ERROR!!", f"Unable to complete operation -  Unable to get {NAMES[function]} path"]
+
+    def test_picked_item_is_the_result(self):
+        for run in range(RUNS):
+            for function, path in (("KORB_GetFilePath", self.file), ("KORB_GetFolderPath", self.folder)):
+                with self.subTest(function=function, run=run):
+                    self.call(function)
+                    self.dialog()
+                    self.pick(path)
+                    if run == 0:
+                        self.desktop.screenshot(PICTURE.replace("KIND", NAMES[function]))
+                    # The letter that presses the button shows its label: the dialog's own would be Alt+O for "Open".
+                    self.desktop.press("alt+s")
+                    self.assertEqual(self.answer(), [str(path), "Success"])
+                    self.expect_no_dialog()
+
+    def test_dismissed_dialog_gives_an_empty_text(self):
+        for run in range(RUNS):
+            for function in NAMES:
+                for way, key in (("button", "alt+c"), ("Escape", "Escape"), ("closed", "alt+F4")):
+                    with self.subTest(function=function, way=way, run=run):
+                        self.call(function)
+                        self.dialog()
+                        self.desktop.press(key)
+                        self.assertEqual(self.answer(), ["", "Success"])
+                        self.expect_no_dialog()
+
+    def test_portal_that_ends_with_its_dialog_open(self):
+        for program in (BACKEND, PORTAL):
+            for function in NAMES:
+                with self.subTest(program=program, function=function):
+                    self.call(function)
+                    self.dialog()
+                    self.desktop.signal_program(program, signal.SIGKILL)
+                    self.assertEqual(self.answer(), self.failure(function))
+                    if self.desktop.process_ids(BACKEND):  # it doesn't notice that its portal is gone
+                        self.desktop.signal_program(BACKEND, signal.SIGKILL)
+                    self.expect_no_dialog()
+
+    def test_stopped_portal(self):
+        self.call("KORB_GetFilePath")
+        self.dialog()
+        self.desktop.press("Escape")
+        self.answer()
+        self.desktop.signal_program(PORTAL, signal.SIGSTOP)
+        self.addCleanup(self.desktop.signal_program, PORTAL, signal.SIGCONT)
+        self.call("KORB_GetFolderPath")
+        self.assertEqual(self.answer(), self.failure("KORB_GetFolderPath"))
+        self.assertLess(self.host_seconds, 5)
+
+    def test_host_that_ends_takes_its_dialog_along(self):
+        self.call("KORB_GetFilePath")
+        self.dialog()
+        self.host.kill()
+        self.expect_no_dialog()
+
+
+if __name__ == "__main__":
+    missing = missing_programs()
+    if missing:
+        print("skipped, missing:", *missing)
+        sys.exit(77)
+    unittest.main(argv=sys.argv[:1])

@@ -16,6 +16,10 @@ add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conver
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
     # GCC 12 warns of "text" + std::string (GCC bug 105651).
     add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-Wno-restrict>)
+    if(FOLIDEX_SANITIZE)
+        # and of the instrumented std::regex (GCC bug 105562).
+        add_compile_options(-Wno-maybe-uninitialized)
+    endif()
 endif()
 add_compile_definitions(_FILE_OFFSET_BITS=64)
 

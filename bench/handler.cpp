@@ -1,0 +1,44 @@
+#include "bench/handler.h"
+
+#include "host/unicode.h"
+
+#include <stdexcept>
+
+namespace folidex::bench {
+namespace {
+
+const fmxkit::ExternalFunction& find(std::string_view name)
+{
+    const fmxkit::ExternalFunction* function = plugin().find(fmxhost::toUtf16(name));
+    if (function == nullptr) {
+        throw std::out_of_range("no function " + std::string(name));
+    }
+    return *function;
+}
+
+} // namespace
+
+const fmxhost::Plugin& plugin()
+{
+    struct Started : fmxhost::Plugin {
+        Started() : fmxhost::Plugin(FOLIDEX_PLUGIN_FILE) { start(); }
+    };
+    static const Started started;
+    return started;
+}
+
+Handler::Handler(std::string_view function, const std::vector<std::string>& arguments) : m_function(find(function))
+{
+    for (const std::string& argument : arguments) {
+        m_arguments->PushBack(fmxhost::Value(argument).data());
+    }
+}
+
+bool Handler::call()
+{
+    m_function.handler(m_function.id, *m_environment, *m_arguments, *m_result);
+    return m_result->GetNativeType() != fmx::Data::kDTText || m_result->GetAsText().GetSize() != 9 ||
+           fmxhost::unitsOf(m_result->GetAsText()) != u"!!ERROR!!";
+}
+
+} // namespace folidex::bench

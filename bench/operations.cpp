@@ -18,7 +18,7 @@ using folidex::bench::smallFiles;
 // An empty folder for copies to appear in, new for every round.
 std::string emptyTarget()
 {
-    const std::string target = scratch("target");
+    std::string target = scratch("target");
     std::filesystem::remove_all(target);
     std::filesystem::create_directory(target);
     return target;
@@ -28,7 +28,7 @@ std::string emptyTarget()
 template <typename Prepare, typename Work>
 void run(State& state, const Prepare& prepare, const Work& work)
 {
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         state.PauseTiming();
         prepare();
         state.ResumeTiming();

@@ -16,7 +16,7 @@ using folidex::bench::wideTree;
 void run(State& state, const char* function, const std::vector<std::string>& arguments)
 {
     Handler handler(function, arguments);
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         if (!handler.call()) {
             return state.SkipWithError("the function answered an error");
         }
@@ -26,7 +26,7 @@ void run(State& state, const char* function, const std::vector<std::string>& arg
 template <typename Work>
 void runFloor(State& state, const Work& work)
 {
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         benchmark::DoNotOptimize(work());
     }
 }

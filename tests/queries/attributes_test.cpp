@@ -149,8 +149,9 @@ TEST_F(AttributeFunctions, OfALinkOnlyTheAccessDateIsItsTargets)
 {
     const std::string file = scratch.write("file", "x");
     const std::string link = scratch.symlink("file", "link");
-    setTimes(file, 86'400, 2 * 86'400);
-    setTimes(link, 3 * 86'400, 4 * 86'400);
+    constexpr time_t day = 86'400;
+    setTimes(file, day, 2 * day);
+    setTimes(link, 3 * day, 4 * day);
     EXPECT_EQ(date("KORB_GetFileModificationDate", link, "UTC"), "1970-01-05T00:00:00");
     EXPECT_EQ(date("KORB_GetFileAccessDate", link, "UTC"), "1970-01-02T00:00:00");
 }

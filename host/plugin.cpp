@@ -40,7 +40,7 @@ std::string typeName(const std::type_info& type)
 std::string describeCurrentException()
 {
     const std::type_info* type = abi::__cxa_current_exception_type();
-    const std::string name = type != nullptr ? typeName(*type) : "a foreign exception";
+    std::string name = type != nullptr ? typeName(*type) : "a foreign exception";
     try {
         throw;
     } catch (const std::exception& exception) {

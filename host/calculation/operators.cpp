@@ -81,17 +81,17 @@ Value apply(Operator operation, const Value& left, const Value& right, Span plac
     case Operator::logicalAnd:
         return truth(left.boolean() && right.boolean());
     case Operator::equal:
-        return truth(compare(left, right) == 0);
+        return truth(std::is_eq(compare(left, right)));
     case Operator::notEqual:
-        return truth(compare(left, right) != 0);
+        return truth(std::is_neq(compare(left, right)));
     case Operator::less:
-        return truth(compare(left, right) < 0);
+        return truth(std::is_lt(compare(left, right)));
     case Operator::greater:
-        return truth(compare(left, right) > 0);
+        return truth(std::is_gt(compare(left, right)));
     case Operator::lessOrEqual:
-        return truth(compare(left, right) <= 0);
+        return truth(std::is_lteq(compare(left, right)));
     case Operator::greaterOrEqual:
-        return truth(compare(left, right) >= 0);
+        return truth(std::is_gteq(compare(left, right)));
     case Operator::concatenate:
         return concatenated(left, right);
     default:

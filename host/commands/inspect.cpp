@@ -81,7 +81,7 @@ ExitStatus strings(Context& context)
         const std::string number = std::to_string(static_cast<int>(request));
         const std::string text = toUtf8(context.plugin().string(request));
         object[number] = text;
-        lines += number + "  " + padded(label, labelWidth) + "  " + text + "\n";
+        lines.append(number).append("  ").append(padded(label, labelWidth)).append("  ").append(text).append("\n");
     }
     context.output().write(context.options().json ? jsonText(object) + "\n" : lines);
     return ExitStatus::success;

@@ -123,8 +123,10 @@ TEST(Plugin, LivesBesideOthersAndIsCalledFromManyThreads)
     EXPECT_EQ(second.functions().size(), 8U);
 
     std::atomic<int> wrong{0};
+    constexpr int threadCount = 4;
     std::vector<std::thread> threads;
-    for (int thread = 0; thread < 4; ++thread) {
+    threads.reserve(threadCount);
+    for (int thread = 0; thread < threadCount; ++thread) {
         threads.emplace_back([&, thread] {
             const Plugin& plugin = thread % 2 == 0 ? first : second;
             const std::u16string prefix = thread % 2 == 0 ? u"Smpl_" : u"Othr_";

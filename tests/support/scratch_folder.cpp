@@ -60,7 +60,7 @@ std::u16string ScratchFolder::text16(const fs::path& name) const
 
 fs::path ScratchFolder::write(const fs::path& name, std::string_view content) const
 {
-    const fs::path file = path_ / name;
+    fs::path file = path_ / name;
     fs::create_directories(file.parent_path());
     std::ofstream stream(file, std::ios::binary | std::ios::trunc);
     stream.write(content.data(), static_cast<std::streamsize>(content.size()));

@@ -150,7 +150,7 @@ void unregisterSome()
 void answerString(FMX_ExternCallStruct& record)
 {
     const std::u16string_view text = record.parm1 == kFMXT_OptionsStr ? SAMPLE_OPTIONS : u"Sample";
-    auto* buffer = reinterpret_cast<fmx::unichar16*>(record.result);
+    auto* buffer = reinterpret_cast<fmx::unichar16*>(record.result); // NOLINT(performance-no-int-to-ptr): the interface
     const std::size_t length = record.parm3 > text.size() ? text.size() : 0;
     std::copy_n(text.begin(), length, buffer);
     buffer[length] = 0;

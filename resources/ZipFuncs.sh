@@ -100,12 +100,12 @@ make_work_folder() {
 
 # Opens a pipe for reading on descriptor $1 and for writing on $2. Unlike those of a pipeline, the tools on both ends can
 # then be direct children: each has a process ID for the TERM trap and an exit status. Opening for both directions first
-# keeps the other two from waiting for each other.
+# keeps the other two from waiting for each other. Needs the work folder.
 open_pipe() {
     pipe=$work/pipe
     if ! mkfifo -m 600 "$pipe"; then
         # File systems without named pipes: exFAT, some network ones.
-        pipes=$(mktemp -d "${TMPDIR:-/tmp}/ZipFuncs.XXXXXXXXXX") || finish 74
+        pipes=$(mktemp -d "${TMPDIR:-/tmp}/ZipFuncs.XXXXXXXXXX" || mktemp -d /tmp/ZipFuncs.XXXXXXXXXX) || finish 74
         pipe=$pipes/pipe
         mkfifo -m 600 "$pipe" || finish 74
     fi
@@ -343,9 +343,9 @@ unzip_verb() {
         *) finish 73 ;;
     esac
     check_zip_ends
-    check_zip_entries
     make_destination
     make_work_folder "$destination"
+    check_zip_entries
     mkdir "$work/tree" || finish 74
     expand_zip
     check_merge "$work/tree" "$destination" || finish 73

@@ -226,6 +226,7 @@ class Failure(ScratchCase):
 
     def test_a_host_that_ignores_or_closes_things(self):
         self.write("file", bytes(300_000))
+        self.addCleanup(SHELLS.pop, "bare", None)
         for prefix in (["sh", "-c", 'trap "" PIPE CHLD TERM HUP; exec "$@"', "sh"],
                        ["sh", "-c", 'exec "$@" 3<&- 0<&- 1>&- 2>&-', "sh"],
                        ["env", "-i", "PATH=", "LC_ALL=C", "TMPDIR=/nowhere", "ZIPOPT=-0", "CDPATH=/", "IFS=|", "POSIXLY_CORRECT=1"],

@@ -109,6 +109,17 @@ class RoundTrip(ScratchCase):
         with zipfile.ZipFile(self.path("in/s[x]/sub/a[1]*.zip")) as archive:
             self.assertEqual(sorted(archive.namelist()), ["s[x]/", "s[x]/sub/", "s[x]/sub/file"])
 
+    def test_calls_at_once_keep_out_of_each_others_way(self):
+        running = []
+        for number in range(6):
+            self.write(f"in/{number}/file", b"%d" % number * 50_000)
+            self.zip(f"in/{number}", f"{number}.zip", "pw")
+            running.append(subprocess.Popen(self.command("unzipdecrypt", self.path(""), self.path("out/"), f"{number}.zip",
+                                                         "expand", "pw", shell=list(SHELLS)[number % 3])))
+        self.assertEqual([process.wait(120) for process in running], [0] * 6)
+        for number in range(6):
+            self.assert_same_tree(f"in/{number}", f"out/{number}")
+
     def test_names_that_are_not_utf8(self):
         if sys.platform == "darwin":
             self.skipTest("this file system refuses them")

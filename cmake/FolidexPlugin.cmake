@@ -10,7 +10,8 @@ endif()
 
 target_include_directories(folidex_core PUBLIC "${PROJECT_SOURCE_DIR}")
 target_link_libraries(folidex_core PRIVATE fmx_sdk)
-set_target_properties(folidex_core PROPERTIES CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
+set_target_properties(folidex_core PROPERTIES CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON
+                      OBJCXX_VISIBILITY_PRESET hidden)
 
 add_library(Folidex MODULE)
 target_link_libraries(Folidex PRIVATE folidex_core)
@@ -18,6 +19,11 @@ if(FMX_SDK_LIBRARY)
     target_link_libraries(Folidex PRIVATE "${FMX_SDK_LIBRARY}")
 else()
     target_link_libraries(Folidex PRIVATE FMWrapper)
+endif()
+
+if(APPLE)
+    include(FolidexBundle)
+    return()
 endif()
 
 # One file on Linux servers, where FileMaker supplies libFMWrapper.so: no path of a build folder may stay inside.
@@ -32,4 +38,11 @@ if(NOT FOLIDEX_SANITIZE AND NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
     target_link_options(Folidex PRIVATE -Wl,--strip-debug)
 endif()
 
+if(FOLIDEX_COCOA)
+    # The Objective-C run-time library keeps pointers to every class that was ever loaded.
+    target_link_options(Folidex PRIVATE -Wl,-z,nodelete)
+    set_target_properties(Folidex PROPERTIES LINKER_LANGUAGE CXX)
+    include(FolidexBundle)
+    return()
+endif()
 install(TARGETS Folidex LIBRARY DESTINATION "${FOLIDEX_EXTENSIONS_DIR}" COMPONENT plugin)

@@ -1,9 +1,11 @@
-// Core Foundation, and nothing of Objective-C: the plug-in's own bundle and the plain alert.
+// Core Foundation, and nothing of Objective-C: the plug-in's own bundle, the plain alert and the user's session.
 
 #include "platform/desktop.h"
+#include "platform/macos/gui_session.h"
 #include "platform/resources.h"
 
 #include <CoreFoundation/CoreFoundation.h>
+#include <CoreGraphics/CoreGraphics.h>
 
 #include <array>
 #include <climits>
@@ -71,11 +73,17 @@ std::optional<ResourceFile> resourceFile(Bundle bundle, std::string_view name, s
     return ResourceFile{reinterpret_cast<const char*>(path.data()), nullptr};
 }
 
+// Null outside of a user's Quartz session (CGSession.h).
+bool cocoa::hasGuiSession()
+{
+    return Owned<CFDictionaryRef>(CGSessionCopyCurrentDictionary()) != nullptr;
+}
+
 bool showAlert(std::string_view header, std::string_view message)
 {
     const auto headerText = makeString(header);
     const auto messageText = makeString(message);
-    if (!headerText || !messageText) {
+    if (!headerText || !messageText || !cocoa::hasGuiSession()) {
         return false;
     }
     const std::array<const void*, 2> keys{kCFUserNotificationAlertHeaderKey, kCFUserNotificationAlertMessageKey};

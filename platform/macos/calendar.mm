@@ -1,4 +1,4 @@
-#import <Foundation/Foundation.h>
+#import "platform/macos/cocoa_text.h"
 
 #include "platform/calendar.h"
 
@@ -6,7 +6,7 @@ namespace platform {
 
 LocalDateTime localDateTime(UnixTime time)
 {
-    @autoreleasepool {
+    return cocoa::guarded(LocalDateTime(), [time]() -> LocalDateTime {
         NSDate* date = [NSDate dateWithTimeIntervalSince1970:static_cast<NSTimeInterval>(time)];
         NSCalendar* calendar = [[NSCalendar alloc] initWithCalendarIdentifier:NSCalendarIdentifierGregorian];
         const NSCalendarUnit units = NSCalendarUnitYear | NSCalendarUnitMonth | NSCalendarUnitDay | NSCalendarUnitHour |
@@ -17,7 +17,7 @@ LocalDateTime localDateTime(UnixTime time)
 #endif
         return {static_cast<int>([parts year]), static_cast<int>([parts month]),  static_cast<int>([parts day]),
                 static_cast<int>([parts hour]), static_cast<int>([parts minute]), static_cast<int>([parts second])};
-    }
+    });
 }
 
 } // namespace platform

@@ -12,6 +12,20 @@
 
 namespace platform::cocoa {
 
+// Runs `call` with an autorelease pool of its own; `fallback` where a framework raises an exception, which a caller in
+// C++ could not catch.
+template <typename Answer, typename Call>
+Answer guarded(Answer fallback, Call&& call)
+{
+    @autoreleasepool {
+        @try {
+            return call();
+        } @catch (NSException*) {
+            return fallback;
+        }
+    }
+}
+
 // The string of these UTF-16 units; "" for no units.
 NSString* stringFrom(PathView units);
 

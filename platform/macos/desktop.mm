@@ -3,67 +3,37 @@
 #import <AppKit/AppKit.h>
 
 #include "platform/desktop.h"
+#include "platform/macos/gui_session.h"
 
-// Carries one question to the main thread, where AppKit must be used, and the answer back.
-@interface KORBFolidexPanel : NSObject {
-    BOOL _choosesFolders;
-    NSString* _prompt;
-    BOOL _confirmed;
-    NSString* _path;
+// A call that has to be made on the main thread, where alone AppKit may be used.
+@interface KORBFolidexErrand : NSObject {
+    void (*_call)(void*);
+    void* _context;
 }
-- (instancetype)initForFolders:(BOOL)choosesFolders prompt:(NSString*)prompt;
+- (instancetype)initWithCall:(void (*)(void*))call context:(void*)context;
 - (void)run;
-- (BOOL)confirmed;
-- (NSString*)path;
 @end
 
-@implementation KORBFolidexPanel
+@implementation KORBFolidexErrand
 
-- (instancetype)initForFolders:(BOOL)choosesFolders prompt:(NSString*)prompt
+- (instancetype)initWithCall:(void (*)(void*))call context:(void*)context
 {
     self = [super init];
     if (self != nil) {
-        _choosesFolders = choosesFolders;
-        _prompt = [prompt copy];
+        _call = call;
+        _context = context;
     }
     return self;
 }
 
-#if !__has_feature(objc_arc)
-- (void)dealloc
-{
-    [_prompt release];
-    [_path release];
-    [super dealloc];
-}
-#endif
-
+// An exception that left here would end in the main thread's run loop and never reach who waits.
 - (void)run
 {
     @try {
-        NSOpenPanel* panel = [NSOpenPanel openPanel];
-        [panel setCanChooseFiles:!_choosesFolders];
-        [panel setCanChooseDirectories:_choosesFolders];
-        [panel setAllowsMultipleSelection:NO];
-        [panel setPrompt:_prompt];
-        // NSModalResponseOK; GNUstep's header knows the number by its older name only.
-        _confirmed = [panel runModal] == 1;
-        NSURL* url = [[panel URLs] count] > 0 ? [[panel URLs] objectAtIndex:0] : nil;
-        _path = [[url path] copy];
+        _call(_context);
     } @catch (NSException* exception) {
-        NSLog(@"Folidex: the open panel can't be shown: %@", [exception reason]);
-        _confirmed = YES; // and no path: a failure, not a user's cancel
+        NSLog(@"Folidex: %@", [exception reason]);
     }
-}
-
-- (BOOL)confirmed
-{
-    return _confirmed;
-}
-
-- (NSString*)path
-{
-    return _path;
 }
 
 @end
@@ -72,52 +42,104 @@ namespace platform {
 
 using namespace cocoa;
 
+namespace {
+
+// Runs `call` on the main thread and waits for it; that thread has to run its loop, as FileMaker Pro's does.
+template <typename Call>
+void onMainThread(Call& call)
+{
+    void (*const run)(void*) = [](void* context) { (*static_cast<Call*>(context))(); };
+    KORBFolidexErrand* errand = [[KORBFolidexErrand alloc] initWithCall:run context:&call];
+#if !__has_feature(objc_arc)
+    [errand autorelease];
+#endif
+    if ([NSThread isMainThread]) {
+        [errand run];
+    } else {
+        [errand performSelectorOnMainThread:@selector(run) withObject:nil waitUntilDone:YES];
+    }
+}
+
+// FileMaker Pro is an application already; a command-line host becomes one without a place in the Dock.
+void becomeApplication()
+{
+    if (NSApp == nil) {
+        [NSApplication sharedApplication];
+#ifndef GNUSTEP
+        [NSApp setActivationPolicy:NSApplicationActivationPolicyAccessory];
+#endif
+        [NSApp activateIgnoringOtherApps:YES];
+    }
+}
+
+struct PanelAnswer {
+    bool ended = false; // false when an exception came first
+    bool confirmed = false;
+    NSString* path = nil;
+};
+
+// On the main thread only. The answer's path is the caller's to release.
+void runPanel(ChooserKind kind, NSString* prompt, PanelAnswer& answer)
+{
+    becomeApplication();
+    NSOpenPanel* panel = [NSOpenPanel openPanel];
+    [panel setCanChooseFiles:kind == ChooserKind::file];
+    [panel setCanChooseDirectories:kind == ChooserKind::folder];
+    [panel setAllowsMultipleSelection:NO];
+    [panel setPrompt:prompt];
+    // NSModalResponseOK; GNUstep's header knows the number by its older name only.
+    answer.confirmed = [panel runModal] == 1;
+    NSURL* url = [[panel URLs] count] > 0 ? [[panel URLs] objectAtIndex:0] : nil;
+    answer.path = [[url path] copy];
+    answer.ended = true;
+}
+
+} // namespace
+
 Choice chooseItem(ChooserKind kind, std::string_view prompt)
 {
-    @autoreleasepool {
-        @try {
-            NSString* label = [[NSString alloc] initWithBytes:prompt.data()
-                                                       length:prompt.size()
-                                                     encoding:NSUTF8StringEncoding];
-            KORBFolidexPanel* panel = [[KORBFolidexPanel alloc] initForFolders:kind == ChooserKind::folder
-                                                                        prompt:label];
-#if !__has_feature(objc_arc)
-            [label autorelease];
-            [panel autorelease];
-#endif
-            if ([NSThread isMainThread]) {
-                [panel run];
-            } else {
-                [panel performSelectorOnMainThread:@selector(run) withObject:nil waitUntilDone:YES];
-            }
-            if (![panel confirmed]) {
-                return {Choice::Answer::cancelled, {}};
-            }
-            if ([panel path] == nil) {
-                return {Choice::Answer::failed, {}};
-            }
-            return {Choice::Answer::chosen, utf8Of([panel path])};
-        } @catch (NSException*) {
-            return {Choice::Answer::failed, {}};
+    return guarded(Choice(), [&]() -> Choice {
+        if (!hasGuiSession()) {
+            return {};
         }
-    }
+        NSString* label = [[NSString alloc] initWithBytes:prompt.data()
+                                                   length:prompt.size()
+                                                 encoding:NSUTF8StringEncoding];
+        PanelAnswer answer;
+        auto show = [&] { runPanel(kind, label, answer); };
+        onMainThread(show);
+#if !__has_feature(objc_arc)
+        [label release];
+        [answer.path autorelease];
+#endif
+        if (answer.ended && !answer.confirmed) {
+            return {Choice::Answer::cancelled, {}};
+        }
+        if (answer.path == nil) {
+            return {};
+        }
+        return {Choice::Answer::chosen, utf8Of(answer.path)};
+    });
 }
 
 bool openWithDefaultApplication(PathView path)
 {
-    @autoreleasepool {
-        @try {
-            NSString* string = pathFrom(path);
+    return guarded(false, [&] {
+        NSString* string = pathFrom(path);
+        bool opened = false;
+        auto open = [&] {
 #ifdef GNUSTEP
-            return string != nil && [[NSWorkspace sharedWorkspace] openFile:string] != NO;
+            opened = [[NSWorkspace sharedWorkspace] openFile:string] != NO;
 #else
-            // openFile: with another name since macOS 11: the same services, the same answer.
-            return string != nil && [[NSWorkspace sharedWorkspace] openURL:[NSURL fileURLWithPath:string]] != NO;
+            // What became of openFile: in macOS 11: the same services, the same answer.
+            opened = [[NSWorkspace sharedWorkspace] openURL:[NSURL fileURLWithPath:string]] != NO;
 #endif
-        } @catch (NSException*) {
-            return false;
+        };
+        if (string != nil && hasGuiSession()) {
+            onMainThread(open);
         }
-    }
+        return opened;
+    });
 }
 
 } // namespace platform

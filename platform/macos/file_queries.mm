@@ -61,11 +61,8 @@ NSArray* subpathsOf(NSString* folder, NSError** error)
 {
     NSFileManager* manager = [NSFileManager defaultManager];
 #ifdef GNUSTEP
-    NSArray* paths = [manager subpathsAtPath:folder];
-    if (paths == nil) {
-        *error = [NSError errorWithDomain:NSPOSIXErrorDomain code:EACCES userInfo:nil];
-    }
-    return paths;
+    (void)error;
+    return [manager subpathsAtPath:folder];
 #else
     return [manager subpathsOfDirectoryAtPath:folder error:error];
 #endif

@@ -6,9 +6,7 @@ namespace platform {
 
 std::string hostApplicationPath()
 {
-    @autoreleasepool {
-        return cocoa::utf8Of([[NSBundle mainBundle] bundlePath]);
-    }
+    return cocoa::guarded(std::string(), [] { return cocoa::utf8Of([[NSBundle mainBundle] bundlePath]); });
 }
 
 } // namespace platform

@@ -6,30 +6,24 @@ using namespace cocoa;
 
 PathText lastComponent(PathView path)
 {
-    @autoreleasepool {
-        return unitsOf([stringFrom(path) lastPathComponent]);
-    }
+    return guarded(PathText(), [&] { return unitsOf([stringFrom(path) lastPathComponent]); });
 }
 
 PathText deletingLastComponent(PathView path)
 {
-    @autoreleasepool {
-        return unitsOf([stringFrom(path) stringByDeletingLastPathComponent]);
-    }
+    return guarded(PathText(), [&] { return unitsOf([stringFrom(path) stringByDeletingLastPathComponent]); });
 }
 
 PathText appendingComponent(PathView path, PathView component)
 {
-    @autoreleasepool {
+    return guarded(PathText(path), [&] {
         return unitsOf([stringFrom(path) stringByAppendingPathComponent:stringFrom(component)]);
-    }
+    });
 }
 
 PathText standardized(PathView path)
 {
-    @autoreleasepool {
-        return unitsOf([stringFrom(path) stringByStandardizingPath]);
-    }
+    return guarded(PathText(path), [&] { return unitsOf([stringFrom(path) stringByStandardizingPath]); });
 }
 
 } // namespace platform

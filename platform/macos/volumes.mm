@@ -4,6 +4,11 @@
 
 #include "platform/volumes.h"
 
+#include <sys/mount.h>
+#include <sys/param.h>
+
+#include <algorithm>
+
 namespace platform {
 
 using namespace cocoa;
@@ -35,33 +40,40 @@ bool answersFileSystemInfo(NSString* path)
 
 #else
 
-// What mountedLocalVolumePaths and getFileSystemInfoForPath:… gave before macOS 11 deprecated them.
+// What mountedLocalVolumePaths gave before macOS 11 deprecated it. The kernel's own list is read (getfsstat(2),
+// MNT_NOWAIT) instead of NSFileManager's, which would ask each volume whether it is local: a dead server never answers.
 NSArray* localVolumePaths()
 {
-    NSArray* keys = @[ NSURLVolumeIsLocalKey ];
-    NSArray* urls = [[NSFileManager defaultManager]
-        mountedVolumeURLsIncludingResourceValuesForKeys:keys
-                                                options:NSVolumeEnumerationSkipHiddenVolumes];
-    if (urls == nil) {
+    const int expected = ::getfsstat(nullptr, 0, MNT_NOWAIT);
+    if (expected < 0) {
         return nil;
     }
+    std::vector<struct statfs> mounts(static_cast<std::size_t>(expected) + 8); // some may be mounted meanwhile
+    const int found =
+        ::getfsstat(mounts.data(), static_cast<int>(mounts.size() * sizeof(struct statfs)), MNT_NOWAIT);
+    if (found < 0) {
+        return nil;
+    }
+    mounts.resize(std::min(mounts.size(), static_cast<std::size_t>(found)));
     NSMutableArray* paths = [NSMutableArray array];
-    for (NSURL* url in urls) {
-        NSNumber* isLocal = nil;
-        if ([url getResourceValue:&isLocal forKey:NSURLVolumeIsLocalKey error:nil] && [isLocal boolValue]) {
-            [paths addObject:[url path]];
+    for (const struct statfs& mount : mounts) {
+        const bool isShown = (mount.f_flags & MNT_LOCAL) != 0 && (mount.f_flags & MNT_DONTBROWSE) == 0;
+        NSString* path = isShown ? [NSString stringWithUTF8String:mount.f_mntonname] : nil;
+        if (path != nil) {
+            [paths addObject:path];
         }
     }
     return paths;
 }
 
+// What getFileSystemInfoForPath:… needs to know of a volume.
 bool answersFileSystemInfo(NSString* path)
 {
     id isRemovable = nil;
     id isReadOnly = nil;
     NSURL* url = [NSURL fileURLWithPath:path];
-    return [url getResourceValue:&isRemovable forKey:NSURLVolumeIsRemovableKey error:nil] &&
-           [url getResourceValue:&isReadOnly forKey:NSURLVolumeIsReadOnlyKey error:nil];
+    return [url getResourceValue:&isRemovable forKey:NSURLVolumeIsRemovableKey error:nil] != NO &&
+           [url getResourceValue:&isReadOnly forKey:NSURLVolumeIsReadOnlyKey error:nil] != NO;
 }
 
 #endif

@@ -1,0 +1,68 @@
+# Folidex.fmplugin: the bundle that FileMaker loads on macOS, its signature and its notarisation.
+# With FOLIDEX_COCOA the same layout is made by cmake --install, to be tested where there is no Mac.
+
+set(bundle_resources ZipFuncs.sh)
+set(bundle_languages)
+file(GLOB tables CONFIGURE_DEPENDS RELATIVE "${PROJECT_SOURCE_DIR}/resources"
+     "${PROJECT_SOURCE_DIR}/resources/*.lproj/KORBFolidex.strings")
+foreach(table IN LISTS tables)
+    string(REGEX REPLACE "\\.lproj/.*" "" language "${table}")
+    list(APPEND bundle_languages "${language}")
+    list(APPEND bundle_resources "${table}")
+endforeach()
+string(REGEX REPLACE "([^;]+);?" "        <string>\\1</string>\n" FOLIDEX_LANGUAGES "${bundle_languages}")
+string(STRIP "${FOLIDEX_LANGUAGES}" FOLIDEX_LANGUAGES)
+if(CMAKE_OSX_DEPLOYMENT_TARGET)
+    set(FOLIDEX_MINIMUM_MACOS "${CMAKE_OSX_DEPLOYMENT_TARGET}")
+else()
+    set(FOLIDEX_MINIMUM_MACOS "13.0")
+endif()
+configure_file("${PROJECT_SOURCE_DIR}/resources/Info.plist.in" "${PROJECT_BINARY_DIR}/Info.plist" @ONLY)
+
+if(FOLIDEX_COCOA)
+    set(contents "${FOLIDEX_EXTENSIONS_DIR}/Folidex.fmplugin/Contents")
+    install(PROGRAMS "$<TARGET_FILE:Folidex>" DESTINATION "${contents}/MacOS" RENAME Folidex COMPONENT plugin)
+    install(FILES "${PROJECT_BINARY_DIR}/Info.plist" DESTINATION "${contents}" COMPONENT plugin)
+    foreach(resource IN LISTS bundle_resources)
+        get_filename_component(folder "${resource}" DIRECTORY)
+        install(FILES "${PROJECT_SOURCE_DIR}/resources/${resource}" DESTINATION "${contents}/Resources/${folder}"
+                COMPONENT plugin)
+    endforeach()
+    return()
+endif()
+
+foreach(resource IN LISTS bundle_resources)
+    get_filename_component(folder "${resource}" DIRECTORY)
+    target_sources(Folidex PRIVATE "${PROJECT_SOURCE_DIR}/resources/${resource}")
+    set_source_files_properties("${PROJECT_SOURCE_DIR}/resources/${resource}" PROPERTIES
+        HEADER_FILE_ONLY ON MACOSX_PACKAGE_LOCATION "Resources/${folder}")
+endforeach()
+set(exports "${PROJECT_SOURCE_DIR}/cmake/exports.txt")
+set_target_properties(Folidex PROPERTIES
+    BUNDLE ON
+    BUNDLE_EXTENSION fmplugin
+    MACOSX_BUNDLE_INFO_PLIST "${PROJECT_BINARY_DIR}/Info.plist"
+    LINK_DEPENDS "${exports}")
+target_link_options(Folidex PRIVATE "LINKER:-exported_symbols_list,${exports}" LINKER:-dead_strip)
+
+if(FMX_SDK_FRAMEWORK_DIR)
+    # FileMaker carries its own FMWrapper.framework, which the plug-in finds beside the host's executable.
+    set_target_properties(Folidex PROPERTIES
+        BUILD_WITH_INSTALL_RPATH ON
+        INSTALL_RPATH "@executable_path/../Frameworks;@loader_path/../Frameworks")
+endif()
+
+install(TARGETS Folidex LIBRARY DESTINATION "${FOLIDEX_EXTENSIONS_DIR}" BUNDLE DESTINATION "${FOLIDEX_EXTENSIONS_DIR}"
+        COMPONENT plugin)
+
+set(FOLIDEX_SIGN_IDENTITY "" CACHE STRING "Signing identity, as \"Developer ID Application: NAME (TEAM)\"")
+set(FOLIDEX_NOTARY_PROFILE "" CACHE STRING "Keychain profile made by xcrun notarytool store-credentials")
+foreach(step IN ITEMS sign notarise)
+    add_custom_target(${step}
+        COMMAND "${CMAKE_COMMAND}" -DSTEP=${step} "-DBUNDLE=$<TARGET_BUNDLE_DIR:Folidex>"
+                "-DIDENTITY=${FOLIDEX_SIGN_IDENTITY}" "-DPROFILE=${FOLIDEX_NOTARY_PROFILE}"
+                "-DZIP=${PROJECT_BINARY_DIR}/Folidex.zip" -P "${PROJECT_SOURCE_DIR}/cmake/SignBundle.cmake"
+        DEPENDS Folidex
+        VERBATIM)
+endforeach()
+add_dependencies(notarise sign)

@@ -1,0 +1,16 @@
+// Which item an item is, whatever path led to it.
+//
+// Thread rule: any thread.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <string>
+
+namespace platform::cocoa {
+
+// Whether the item that `path` (file-system bytes) names or would name lies in `folder`, at any depth, links in the
+// path followed up to its last component. False when the folder above it can't be found.
+bool liesInside(const std::string& path, const struct stat& folder);
+
+} // namespace platform::cocoa

@@ -142,7 +142,7 @@ Outcome copyTree(std::string_view action, const Item& source, const std::string&
     });
     const int error = outcome.ok() ? renameExclusively(temporary, target) : 0;
     if (error != 0) {
-        outcome = posixFailure(action, target, error);
+        outcome = posixFailure("write", target, error);
     }
     Item left{temporary};
     if (!outcome.ok() && ::lstat(temporary.c_str(), &left.status) == 0) {

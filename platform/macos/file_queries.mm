@@ -15,12 +15,29 @@ using namespace cocoa;
 
 namespace {
 
-std::optional<UnixTime> unixTimeOf(NSDate* date)
+std::optional<UnixTime> wholeSeconds(NSDate* date)
 {
     if (date == nil) {
         return std::nullopt;
     }
     return static_cast<UnixTime>(std::floor([date timeIntervalSince1970]));
+}
+
+// NSDate counts in double precision, which rounds the last 100 ns of a second up to the next one.
+void takeExactSeconds(Attributes& answer, NSString* path)
+{
+    struct stat status = {};
+    if (::lstat([path fileSystemRepresentation], &status) != 0) {
+        return;
+    }
+#ifdef __APPLE__
+    if (answer.creationDate) {
+        answer.creationDate = status.st_birthtimespec.tv_sec;
+    }
+    answer.modificationDate = status.st_mtimespec.tv_sec;
+#else
+    answer.modificationDate = status.st_mtim.tv_sec;
+#endif
 }
 
 struct Entry {
@@ -98,8 +115,10 @@ std::optional<Attributes> attributes(PathView path)
             if (found == nil) {
                 return std::nullopt;
             }
-            return Attributes{
-                [found fileSize], unixTimeOf([found fileCreationDate]), unixTimeOf([found fileModificationDate])};
+            Attributes answer{[found fileSize], wholeSeconds([found fileCreationDate]),
+                              wholeSeconds([found fileModificationDate])};
+            takeExactSeconds(answer, string);
+            return answer;
         } @catch (NSException*) {
             return std::nullopt;
         }

@@ -57,7 +57,7 @@ Outcome find(std::string_view action, PathView path, Item& item, bool leavesItsP
     }
     const std::string name = parts->name();
     if (leavesItsPlace && (name.empty() || name == "." || name == "..")) {
-        return posixFailure(action, item.path, EINVAL);
+        return posixFailure(action, item.path, EBUSY);
     }
     return Outcome::success();
 }
@@ -87,16 +87,17 @@ Outcome findTarget(std::string_view action, const Item& source, PathView path, s
     if (!parts) {
         return posixFailure(action, source.path, ENOENT);
     }
+    const std::string_view verb = action == "copy" ? "write" : action;
     target = parts->path;
     struct stat status {};
     if (::lstat(target.c_str(), &status) == 0) {
-        return posixFailure(action, target, EEXIST);
+        return posixFailure(verb, target, EEXIST);
     }
     if (errno != ENOENT || ::stat(parts->folder().c_str(), &status) != 0) {
-        return posixFailure(action, target, errno);
+        return posixFailure(verb, target, errno);
     }
     if (parts->endsInSlash && !S_ISDIR(source.status.st_mode)) {
-        return posixFailure(action, target, ENOTDIR);
+        return posixFailure(verb, target, ENOTDIR);
     }
     if (liesInside(target, source.status)) {
         return Outcome::failure("could not " + std::string(action) + " " + source.path + ": a folder can't be put into itself");

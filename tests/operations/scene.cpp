@@ -2,6 +2,7 @@
 
 #include "queries/answer.h"
 #include "support/child_process.h"
+#include "support/platform_expectations.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -85,7 +86,7 @@ std::string differenceOf(const PluginUnderTest& plugin, const Step& step, const 
     const std::string found = answer(plugin, step.function, arguments);
     const std::string changes = differences(before, contents(scratch, root));
     std::string text;
-    if (found != withFolder(step.answer, folder)) {
+    if (!folidex::test::saysTheSame(found, withFolder(step.answer, folder))) {
         text += shown + " answered " + found + ", not " + step.answer + "\n";
     }
     if (changes != step.changes) {

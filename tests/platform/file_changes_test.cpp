@@ -4,6 +4,7 @@
 #include "platform/tree_snapshot.h"
 #include "platform/unicode.h"
 #include "support/child_process.h"
+#include "support/platform_expectations.h"
 #include "support/scratch_folder.h"
 
 #include <gtest/gtest.h>
@@ -21,6 +22,7 @@ namespace {
 namespace fs = std::filesystem;
 using folidex::test::becomeOrdinaryUser;
 using folidex::test::inChild;
+using folidex::test::saysTheSame;
 using folidex::test::ScratchFolder;
 using folidex::test::snapshot;
 using platform::Outcome;
@@ -56,6 +58,7 @@ TEST(CopyItem, KeepsEverythingOfATree)
 {
     const ScratchFolder scratch;
     makeTree(scratch);
+    SKIP_ON_GNUSTEP("copies round times, refuse those before 1970 and give links new ones");
     const auto before = snapshot(scratch / "tree");
     setTimes(scratch / "tree/file"); // the snapshot has read it
     const Outcome outcome = platform::copyItem(scratch.text16("tree"), scratch.text16("copy/"));
@@ -70,6 +73,7 @@ TEST(CopyItem, KeepsEverythingOfATree)
 
 TEST(CopyItem, CopiesSingleItemsAndLinksAsLinks)
 {
+    SKIP_ON_GNUSTEP("copies round times, refuse those before 1970 and give links new ones");
     const ScratchFolder scratch;
     makeTree(scratch);
     for (const char* name : {"file", "large", "link", "dangling", "up", "empty folder"}) {
@@ -82,6 +86,7 @@ TEST(CopyItem, CopiesSingleItemsAndLinksAsLinks)
 
 TEST(CopyItem, LeavesHolesAndMissesNothingBesideThem)
 {
+    SKIP_ON_GNUSTEP("copies fill holes and round times");
     const ScratchFolder scratch;
     struct Piece {
         off_t at;
@@ -179,7 +184,8 @@ TEST(CopyItem, LeavesNothingWhenAnEntryCannotBeRead)
         becomeOrdinaryUser();
         return platform::copyItem(scratch.text16("tree"), scratch.text16("copy")).description();
     });
-    EXPECT_EQ(answer, "could not copy " + scratch.text("tree/\u00FC\U0001F600/secret") + ": Permission denied");
+    EXPECT_PRED2(saysTheSame, answer,
+                 "could not copy " + scratch.text("tree/\u00FC\U0001F600/secret") + ": Permission denied");
     EXPECT_EQ(scratch.list(), std::vector<std::string>{"tree"});
 }
 
@@ -207,7 +213,9 @@ TEST(RemoveItem, RemovesItemsButFollowsNoLink)
     const ScratchFolder scratch;
     scratch.write("outside/kept", "k");
     scratch.write("tree/a/b/c/file", "f");
-    scratch.write("tree/\xFF\xFE", "not UTF-8");
+    if (!folidex::test::onCocoa) { // macOS refuses such names, GNUstep doesn't see them
+        scratch.write("tree/\xFF\xFE", "not UTF-8");
+    }
     scratch.makeFolder("tree/empty");
     scratch.symlink(scratch / "outside", "tree/a/link");
     scratch.symlink("outside", "link");
@@ -255,10 +263,11 @@ TEST(RemoveItem, NamesTheEntryThatStays)
     fs::permissions(scratch / "tree", fs::perms::all);
     fs::permissions(scratch / "tree/sub", fs::perms::all);
     scratch.setMode("tree/sub/locked", 0555);
-    EXPECT_EQ(removing("tree/sub"), "could not remove " + scratch.text("tree/sub/locked/kept") + ": Permission denied");
+    EXPECT_PRED2(saysTheSame, removing("tree/sub"),
+                 "could not remove " + scratch.text("tree/sub/locked/kept") + ": Permission denied");
     scratch.setMode("tree/unreadable", 0);
-    EXPECT_EQ(removing("tree/unreadable"),
-              "could not remove " + scratch.text("tree/unreadable") + ": Permission denied");
+    EXPECT_PRED2(saysTheSame, removing("tree/unreadable"),
+                 "could not remove " + scratch.text("tree/unreadable") + ": Permission denied");
     scratch.setMode("tree/unreadable", 0755);
     EXPECT_TRUE(scratch.exists("tree/unreadable/kept"));
 }

@@ -1,5 +1,6 @@
 #include "queries/answer.h"
 #include "support/child_process.h"
+#include "support/platform_expectations.h"
 #include "support/scratch_folder.h"
 
 #include <gtest/gtest.h>
@@ -17,6 +18,7 @@ namespace {
 using fmxhost::ValueType;
 using folidex::test::inChild;
 using folidex::test::PluginUnderTest;
+using folidex::test::saysTheSame;
 using folidex::test::ScratchFolder;
 
 constexpr const char* absentFile = "-8002 Source path not found";
@@ -103,12 +105,14 @@ TEST_F(AttributeFunctions, FolderSizeNamesTheFolderThatCannotBeRead)
     const std::string closed = scratch.makeFolder("folder/closed");
     scratch.setMode("", 0755);
     scratch.setMode("folder/closed", 0);
+    const std::string found = inChild([&] {
+        folidex::test::becomeOrdinaryUser();
+        return answer(plugin, "KORB_GetFolderSize", {scratch.text("folder")});
+    });
+    SKIP_ON_GNUSTEP("subpathsAtPath: passes over what it can't read");
     // The last error is shown without its colons.
-    EXPECT_EQ(inChild([&] {
-                  folidex::test::becomeOrdinaryUser();
-                  return answer(plugin, "KORB_GetFolderSize", {scratch.text("folder")});
-              }),
-              "-8014 Unable to complete operation -  could not read the folder " + closed + " Permission denied");
+    EXPECT_PRED2(saysTheSame, found,
+                 "-8014 Unable to complete operation -  could not read the folder " + closed + " Permission denied");
 }
 
 TEST_F(AttributeFunctions, DatesAreLocalTime)
@@ -135,6 +139,9 @@ TEST_F(AttributeFunctions, DatesAreLocalTime)
     const std::string file = scratch.write("file", "x");
     const std::string folder = scratch.makeFolder("folder");
     for (const Case& expected : cases) {
+        if (folidex::test::onGNUstep && expected.zone != std::string_view("UTC")) {
+            continue; // it remembers the variables that the process began with: bundle_test.py has other zones
+        }
         SCOPED_TRACE(std::to_string(expected.time) + " " + expected.zone);
         setTimes(file, expected.time, expected.time);
         setTimes(folder, expected.time, expected.time);
@@ -156,8 +163,10 @@ TEST_F(AttributeFunctions, OfALinkOnlyTheAccessDateIsItsTargets)
     EXPECT_EQ(date("KORB_GetFileAccessDate", link, "UTC"), "1970-01-02T00:00:00");
 }
 
+#ifdef __linux__ // where tests can ask the kernel, and procfs keeps no such dates
 TEST_F(AttributeFunctions, CreationDatesComeFromTheFileSystem)
 {
+    SKIP_ON_GNUSTEP("the creation date is the time of the last change of status");
     const std::string file = scratch.write("file", "x");
     struct statx status;
     ASSERT_EQ(statx(AT_FDCWD, file.c_str(), 0, STATX_BTIME, &status), 0);
@@ -176,11 +185,17 @@ TEST_F(AttributeFunctions, CreationDatesComeFromTheFileSystem)
               "-8014 Unable to complete operation -  Unable to determine folder creation date");
 }
 
+#endif
+
 TEST_F(AttributeFunctions, TheHostsPathIsAFolderThatExists)
 {
-    const std::string path = answer(plugin, "KORB_GetFileMakerPath", {});
-    EXPECT_EQ(path, std::filesystem::read_symlink("/proc/self/exe").parent_path());
     EXPECT_EQ(answer(plugin, "KORB_GetFileMakerPath", {"x"}), "-3 Invalid Number of Parameters");
+    SKIP_ON_GNUSTEP("a program that isn't a bundle has one all the same, \"Resources\" below its folder");
+    const std::string path = answer(plugin, "KORB_GetFileMakerPath", {});
+    EXPECT_TRUE(std::filesystem::is_directory(path)) << path;
+#ifdef __linux__
+    EXPECT_EQ(path, std::filesystem::read_symlink("/proc/self/exe").parent_path());
+#endif
 }
 
 } // namespace

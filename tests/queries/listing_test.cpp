@@ -1,5 +1,6 @@
 #include "queries/answer.h"
 #include "support/child_process.h"
+#include "support/platform_expectations.h"
 #include "support/scratch_folder.h"
 
 #include <gtest/gtest.h>
@@ -56,15 +57,18 @@ TEST_F(Listing, FilesAreWhatIsNoFolder)
     scratch.write(".hidden");
     scratch.write("a file with blanks ", "x");
     scratch.write("\xE5\x90\x8D\xE5\x89\x8D.txt");
-    scratch.write("broken \xC3(\xFF");
+    Names files{".hidden", "a file with blanks ", "dangling", "\xE5\x90\x8D\xE5\x89\x8D.txt"};
+    if (!folidex::test::onCocoa) { // macOS refuses names that aren't Unicode, GNUstep drops them
+        scratch.write("broken \xC3(\xFF");
+        files.insert(files.begin() + 2, "broken \xEF\xBF\xBD(\xEF\xBF\xBD");
+    }
     scratch.makeFolder(".folder");
     scratch.makeFolder("folder");
     scratch.symlink("folder", "link to folder");
     scratch.symlink("nowhere", "dangling");
-    EXPECT_EQ(names("KORB_GetFiles"), (Names{".hidden", "a file with blanks ", "broken \xEF\xBF\xBD(\xEF\xBF\xBD",
-                                             "dangling", "\xE5\x90\x8D\xE5\x89\x8D.txt"}));
+    EXPECT_EQ(names("KORB_GetFiles"), files);
     EXPECT_EQ(names("KORB_GetFolders"), (Names{".folder", "folder", "link to folder"}));
-    EXPECT_EQ(count("KORB_GetNumFiles"), 5);
+    EXPECT_EQ(count("KORB_GetNumFiles"), static_cast<double>(files.size()));
     EXPECT_EQ(count("KORB_GetNumSubfolders"), 3);
 
     // The link is a folder to look into, too.
@@ -101,6 +105,9 @@ TEST_F(Listing, ReportsWhatCannotBeListed)
         EXPECT_EQ(answer(plugin, function.name, {scratch.text() + " "}), "-8002 Source path not found");
         EXPECT_EQ(answer(plugin, function.name, {file}), "-8005 Source path is not a folder");
         EXPECT_EQ(answer(plugin, function.name, {file + "/"}), "-8002 Source path not found");
+    }
+    SKIP_ON_GNUSTEP("contentsOfDirectoryAtPath:error: takes a folder that can't be read for an empty one");
+    for (const Function& function : functions) {
         EXPECT_EQ(folidex::test::inChild([&] {
                       folidex::test::becomeOrdinaryUser();
                       return answer(plugin, function.name, {closed});

@@ -2,6 +2,7 @@
 
 #include "queries/answer.h"
 #include "support/child_process.h"
+#include "support/platform_expectations.h"
 #include "support/scratch_folder.h"
 
 #include <gtest/gtest.h>
@@ -79,7 +80,7 @@ TEST(VolumePaths, AreTriedWhereThePathAsTypedLeadsNowhere)
                   std::string differences;
                   for (const Case& expected : cases) {
                       const std::string found = answer(plugin, expected.function, {expected.argument});
-                      if (found != expected.expected) {
+                      if (!folidex::test::saysTheSame(found, expected.expected)) {
                           differences += std::string(expected.function) + " of " + expected.argument + ": " + found +
                                          ", not " + expected.expected + "\n";
                       }
@@ -98,6 +99,7 @@ TEST(VolumePaths, ADriveFromTheListHasSizesUnderItsName)
     if (!folidex::test::isRoot() || std::system(prepare.c_str()) != 0) {
         GTEST_SKIP() << "takes root's rights and mkfs.ext4";
     }
+    SKIP_ON_GNUSTEP("the workspace can't be made in a root folder without GNUstep's own files");
     root.makeFolder("proc");
     root.makeFolder("Volumes/Backup");
     const PluginUnderTest plugin;

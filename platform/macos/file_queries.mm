@@ -115,8 +115,8 @@ std::optional<Attributes> attributes(PathView path)
             if (found == nil) {
                 return std::nullopt;
             }
-            Attributes answer{[found fileSize], wholeSeconds([found fileCreationDate]),
-                              wholeSeconds([found fileModificationDate])};
+            Attributes answer{
+                [found fileSize], wholeSeconds([found fileCreationDate]), wholeSeconds([found fileModificationDate])};
             takeExactSeconds(answer, string);
             return answer;
         } @catch (NSException*) {

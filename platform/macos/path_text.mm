@@ -34,9 +34,8 @@ PathText deletingLastComponent(PathView path)
 
 PathText appendingComponent(PathView path, PathView component)
 {
-    return guarded(PathText(path), [&] {
-        return unitsOf([stringFrom(path) stringByAppendingPathComponent:stringFrom(component)]);
-    });
+    return guarded(PathText(path),
+                   [&] { return unitsOf([stringFrom(path) stringByAppendingPathComponent:stringFrom(component)]); });
 }
 
 PathText standardized(PathView path)

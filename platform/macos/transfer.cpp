@@ -100,7 +100,8 @@ Outcome findTarget(std::string_view action, const Item& source, PathView path, s
         return posixFailure(verb, target, ENOTDIR);
     }
     if (liesInside(target, source.status)) {
-        return Outcome::failure("could not " + std::string(action) + " " + source.path + ": a folder can't be put into itself");
+        return Outcome::failure("could not " + std::string(action) + " " + source.path +
+                                ": a folder can't be put into itself");
     }
     return Outcome::success();
 }

@@ -1,5 +1,5 @@
-// What is settled about an item before the frameworks are let at it, by plain POSIX calls: they would follow, replace or
-// empty what they were not meant to.
+// What is settled about an item before the frameworks are let at it, by plain POSIX calls: they would follow, replace
+// or empty what they were not meant to.
 //
 // Thread rule: any thread. Paths are file-system bytes without trailing slashes. `action` completes "could not …" in a
 // failure's description: a bare verb.
@@ -38,8 +38,8 @@ std::string temporaryNameBeside(const std::string& target);
 // Renames without replacing anything, in one step where the file system can. Answers 0 or the number of the error.
 int renameExclusively(const std::string& from, const std::string& to);
 
-// Makes a FIFO or device like the one described, with its owner where permitted, mode and times. Answers 0 or the number
-// of the error: ENOTSUP for anything else.
+// Makes a FIFO or device like the one described, with its owner where permitted, mode and times. Answers 0 or the
+// number of the error: ENOTSUP for anything else.
 int makeSpecialFile(const std::string& path, const struct stat& original);
 
 // Waits until the volume that holds `path` is on its disk. Answers 0 or the number of the error.

@@ -49,8 +49,7 @@ NSArray* localVolumePaths()
         return nil;
     }
     std::vector<struct statfs> mounts(static_cast<std::size_t>(expected) + 8); // some may be mounted meanwhile
-    const int found =
-        ::getfsstat(mounts.data(), static_cast<int>(mounts.size() * sizeof(struct statfs)), MNT_NOWAIT);
+    const int found = ::getfsstat(mounts.data(), static_cast<int>(mounts.size() * sizeof(struct statfs)), MNT_NOWAIT);
     if (found < 0) {
         return nil;
     }

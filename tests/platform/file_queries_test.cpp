@@ -151,15 +151,9 @@ TEST(ListFolder, ShowsEveryEntryWithItsKind)
     ASSERT_EQ(mkfifo((scratch / "fifo").c_str(), 0600), 0);
 
     std::map<std::string, std::string> expected{
-        {"file", "file"},
-        {".hidden", "file"},
-        {"line\nfeed", "file"},
-        {"folder", "folder"},
-        {".hidden folder", "folder"},
-        {"to-file", "file"},
-        {"to-folder", "folder"},
-        {"dangling", "file"},
-        {"fifo", "file"},
+        {"file", "file"},        {".hidden", "file"},          {"line\nfeed", "file"},
+        {"folder", "folder"},    {".hidden folder", "folder"}, {"to-file", "file"},
+        {"to-folder", "folder"}, {"dangling", "file"},         {"fifo", "file"},
     };
     if (!folidex::test::onCocoa) { // macOS refuses names that aren't Unicode, GNUstep drops them
         scratch.write("\xFF\xFE");

@@ -111,7 +111,11 @@ fmx::errcode KORB_FileDelete(short, const fmx::ExprEnv&, const fmx::DataVect& ar
         call.requireCount(1);
         const PathText path = sourceFile(call);
         // A path that is reached through "/Volumes/" alone hasn't been asked for its kind.
-        if (platform::existence(path).isFolder) {
+        const platform::Existence item = platform::existence(path);
+        if (!item.exists) {
+            frame::fail(ErrorCode::sourceNotFound);
+        }
+        if (item.isFolder) {
             frame::fail(ErrorCode::sourceNotAFile);
         }
         frame::orFail(ErrorCode::unableToDelete, platform::removeItem(path));

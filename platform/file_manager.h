@@ -86,7 +86,7 @@ Outcome createFolder(PathView path);
 
 // Whether removing what is at one path would take away the other: the same item under two spellings, two hard links of
 // one file, a link that leads to the other, or a folder that holds the other. Two links to a third item are different
-// items.
+// items. What can't be found out counts as the same: the answer decides what may be removed.
 bool isSameItem(PathView first, PathView second);
 
 } // namespace platform

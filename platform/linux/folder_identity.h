@@ -6,6 +6,8 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 
+#include <optional>
+
 namespace platform::linux_os {
 
 struct Identity {
@@ -17,7 +19,7 @@ struct Identity {
 };
 
 // Whether the open folder is `ancestor` or lies anywhere below it, by the folders that hold it, not by any path's text.
-// A folder above that may not be searched ends the search.
-bool isInside(int folder, Identity ancestor);
+// Nothing when a folder above can't be examined.
+std::optional<bool> isInside(int folder, Identity ancestor);
 
 } // namespace platform::linux_os

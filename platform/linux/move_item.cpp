@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <new>
 #include <string>
 
 namespace platform {
@@ -48,12 +49,18 @@ Outcome removeFolder(const Location& source, const StagedCopy& copy)
         copy.withdraw();
         return failed(source, error);
     }
-    Outcome outcome = linux_os::removeEntry(folder, hidden.c_str(), source.path.text);
-    if (!outcome.ok()) {
-        // The copy is complete; what is left of the source shows itself again beside the failure that names it.
-        static_cast<void>(linux_os::renameWithoutReplacing(folder, hidden.c_str(), folder, name));
+    // The copy is complete; what is left of the source shows itself again beside the failure that names it.
+    const auto showAgain = [&] { linux_os::renameWithoutReplacing(folder, hidden.c_str(), folder, name); };
+    try {
+        Outcome outcome = linux_os::removeEntry(folder, hidden.c_str(), source.path.text);
+        if (!outcome.ok()) {
+            showAgain();
+        }
+        return outcome;
+    } catch (const std::bad_alloc&) {
+        showAgain();
+        throw;
     }
-    return outcome;
 }
 
 Outcome removeSource(const Location& source, const StagedCopy& copy)
@@ -98,7 +105,7 @@ Outcome moveAcrossFileSystems(const Location& source, const Location& target)
 // What rename(2) answers with EINVAL or, from another mount of the same file system, with EXDEV.
 bool isFolderIntoItself(const Location& target, const struct stat& source)
 {
-    return S_ISDIR(source.st_mode) && linux_os::isInside(target.folder.get(), Identity::of(source));
+    return S_ISDIR(source.st_mode) && linux_os::isInside(target.folder.get(), Identity::of(source)).value_or(false);
 }
 
 Outcome moveLocated(const Location& source, const Location& target)

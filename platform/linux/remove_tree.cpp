@@ -189,10 +189,14 @@ Outcome removeEntry(int folder, const char* name, std::string_view path)
 void discardEntry(int folder, const char* name) noexcept
 {
     const int saved = errno;
-    try {
-        static_cast<void>(removeAny(folder, name, name, Locks::opened));
-    } catch (const std::bad_alloc&) {
-        // What was made stays behind under its temporary name.
+    bool isGone = false;
+    // Again for what passes, such as a moment without memory. After that it stays behind under its temporary name.
+    for (int attempt = 0; attempt < 2 && !isGone; ++attempt) {
+        try {
+            isGone = removeAny(folder, name, name, Locks::opened).ok();
+        } catch (const std::bad_alloc&) {
+            continue;
+        }
     }
     errno = saved;
 }

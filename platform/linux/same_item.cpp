@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <climits>
 #include <string>
 #include <utility>
@@ -40,6 +41,12 @@ Descriptor openFolderFrom(int folder, const ItemPath& path)
         linux_os::retried([&] { return openat(folder, path.folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC); }));
 }
 
+// A name on the way that leads nowhere; any other error leaves open what is there.
+bool leadsNowhere(int error)
+{
+    return error == ENOENT || error == ENOTDIR || error == ELOOP;
+}
+
 // Whether removing the item `removed` takes away what `kept` names: the item itself, a folder around it, or either of
 // those for what a link leads to, link by link.
 bool takesAway(const struct stat& removed, ItemPath kept)
@@ -48,21 +55,23 @@ bool takesAway(const struct stat& removed, ItemPath kept)
     for (int links = 0; folder && links <= mostLinks; ++links) {
         struct stat status {};
         if (fstatat(folder.get(), kept.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
-            return false;
+            return !leadsNowhere(errno);
         }
         if (Identity::of(status) == Identity::of(removed) ||
-            (S_ISDIR(removed.st_mode) && linux_os::isInside(folder.get(), Identity::of(removed)))) {
+            (S_ISDIR(removed.st_mode) && linux_os::isInside(folder.get(), Identity::of(removed)).value_or(true))) {
             return true;
         }
-        std::optional<ItemPath> next =
-            S_ISLNK(status.st_mode) ? textOfLink(folder.get(), kept.name.c_str()) : std::nullopt;
-        if (!next) {
+        if (!S_ISLNK(status.st_mode)) {
             return false;
+        }
+        std::optional<ItemPath> next = textOfLink(folder.get(), kept.name.c_str());
+        if (!next) {
+            return true;
         }
         kept = std::move(*next);
         folder = openFolderFrom(folder.get(), kept);
     }
-    return false;
+    return !folder && !leadsNowhere(errno);
 }
 
 } // namespace
@@ -71,10 +80,13 @@ bool isSameItem(PathView first, PathView second)
 {
     const std::optional<ItemPath> one = ItemPath::of(first);
     const std::optional<ItemPath> other = ItemPath::of(second);
+    if (!one || !other) {
+        return false;
+    }
     struct stat oneStatus {};
     struct stat otherStatus {};
-    if (!one || !other || lstat(one->text.c_str(), &oneStatus) != 0 || lstat(other->text.c_str(), &otherStatus) != 0) {
-        return false;
+    if (lstat(one->text.c_str(), &oneStatus) != 0 || lstat(other->text.c_str(), &otherStatus) != 0) {
+        return !leadsNowhere(errno);
     }
     return takesAway(oneStatus, *other) || takesAway(otherStatus, *one);
 }

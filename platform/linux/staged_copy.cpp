@@ -72,7 +72,7 @@ Outcome StagedCopy::check()
     if (m_target.path.endsInSlash && !S_ISDIR(m_status.st_mode)) {
         return failed(CopyFailure::ofTarget(ENOTDIR));
     }
-    if (S_ISDIR(m_status.st_mode) && isInside(m_target.folder.get(), Identity::of(m_status))) {
+    if (S_ISDIR(m_status.st_mode) && isInside(m_target.folder.get(), Identity::of(m_status)).value_or(false)) {
         return failed(CopyFailure::because("a folder can't be put into itself"));
     }
     if (m_purpose == CopyPurpose::copy) {

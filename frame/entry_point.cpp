@@ -47,7 +47,7 @@ void shutDown()
 void answerStringRequest(FMX_ExternCallPtr record)
 {
     // The result field holds the buffer's address; of the capacity, in UTF-16 units, the low 32 bits count.
-    auto* buffer = reinterpret_cast<fmx::unichar16*>(record->result);
+    auto* buffer = reinterpret_cast<fmx::unichar16*>(record->result); // NOLINT(performance-no-int-to-ptr)
     const auto capacity = static_cast<std::uint32_t>(record->parm3);
     if (buffer == nullptr || capacity == 0) {
         return;

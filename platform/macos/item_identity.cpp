@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <memory>
@@ -50,6 +51,12 @@ std::optional<std::string> linkText(const std::string& path)
     return std::string(text.data(), static_cast<std::size_t>(size));
 }
 
+// A name on the way that leads nowhere; any other error leaves open what is there.
+bool leadsNowhere(int error)
+{
+    return error == ENOENT || error == ENOTDIR || error == ELOOP;
+}
+
 // Whether removing the item `removed` takes away what `kept` names: the item itself, a folder around it, or either of
 // those for what a link leads to, link by link.
 bool takesAway(const struct stat& removed, std::string kept)
@@ -58,14 +65,17 @@ bool takesAway(const struct stat& removed, std::string kept)
         kept = withoutTrailingSlashes(std::move(kept));
         struct stat status {};
         if (::lstat(kept.c_str(), &status) != 0) {
-            return false;
+            return !leadsNowhere(errno);
         }
-        if (isSame(status, removed) || cocoa::liesInside(kept, removed)) {
+        if (isSame(status, removed) || cocoa::liesInside(kept, removed).value_or(true)) {
             return true;
         }
-        const auto text = S_ISLNK(status.st_mode) ? linkText(kept) : std::nullopt;
-        if (!text) {
+        if (!S_ISLNK(status.st_mode)) {
             return false;
+        }
+        const auto text = linkText(kept);
+        if (!text) {
+            return true;
         }
         kept = text->front() == '/' ? *text : folderOf(kept) + *text;
     }
@@ -74,7 +84,7 @@ bool takesAway(const struct stat& removed, std::string kept)
 
 } // namespace
 
-bool cocoa::liesInside(const std::string& path, const struct stat& folder)
+std::optional<bool> cocoa::liesInside(const std::string& path, const struct stat& folder)
 {
     if (!S_ISDIR(folder.st_mode)) {
         return false;
@@ -83,11 +93,14 @@ bool cocoa::liesInside(const std::string& path, const struct stat& folder)
     const std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(above.empty() ? "." : above.c_str(), nullptr),
                                                                &std::free);
     if (!resolved) {
-        return false;
+        return std::nullopt;
     }
     for (std::string ancestor = resolved.get();;) {
         struct stat status {};
-        if (::stat(ancestor.c_str(), &status) == 0 && isSame(status, folder)) {
+        if (::stat(ancestor.c_str(), &status) != 0) {
+            return std::nullopt;
+        }
+        if (isSame(status, folder)) {
             return true;
         }
         if (ancestor == "/") {
@@ -108,7 +121,7 @@ bool isSameItem(PathView first, PathView second)
     struct stat otherStatus {};
     if (::lstat(withoutTrailingSlashes(*one).c_str(), &oneStatus) != 0 ||
         ::lstat(withoutTrailingSlashes(*other).c_str(), &otherStatus) != 0) {
-        return false;
+        return !leadsNowhere(errno);
     }
     return takesAway(oneStatus, *other) || takesAway(otherStatus, *one);
 }

@@ -5,12 +5,13 @@
 
 #include <sys/stat.h>
 
+#include <optional>
 #include <string>
 
 namespace platform::cocoa {
 
 // Whether the item that `path` (file-system bytes) names or would name lies in `folder`, at any depth, links in the
-// path followed up to its last component. False when the folder above it can't be found.
-bool liesInside(const std::string& path, const struct stat& folder);
+// path followed up to its last component. Nothing when a folder above it can't be examined.
+std::optional<bool> liesInside(const std::string& path, const struct stat& folder);
 
 } // namespace platform::cocoa

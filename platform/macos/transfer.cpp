@@ -99,7 +99,7 @@ Outcome findTarget(std::string_view action, const Item& source, PathView path, s
     if (parts->endsInSlash && !S_ISDIR(source.status.st_mode)) {
         return posixFailure(verb, target, ENOTDIR);
     }
-    if (liesInside(target, source.status)) {
+    if (liesInside(target, source.status).value_or(false)) {
         return Outcome::failure("could not " + std::string(action) + " " + source.path +
                                 ": a folder can't be put into itself");
     }

@@ -51,23 +51,29 @@ class Race : public testing::Test {
 protected:
     Race()
     {
+        scratch.makeFolder("copies");
         scratch.write("canary/song", "untouched");
         scratch.write("canary/inner/verse", "untouched too");
         fs::resize_file(scratch.write("canary/big"), static_cast<std::uintmax_t>(canarySize));
     }
 
-    void buildTree() const
+    // Built where nobody changes it, then put in place; what stood there goes aside.
+    void renewTree()
     {
-        for (const char* name : {"tree", "pool", "copies"}) {
-            fs::remove_all(scratch / name);
-            scratch.makeFolder(name);
-        }
         for (int number = 0; number < folders; ++number) {
             const std::string name = "/d" + std::to_string(number);
             for (int file = 0; file < filesInEach; ++file) {
-                scratch.write("tree" + name + "/f" + std::to_string(file), "x");
+                scratch.write("fresh/tree" + name + "/f" + std::to_string(file), "x");
             }
-            scratch.symlink(scratch / "canary", "pool" + name);
+            scratch.makeFolder("fresh/pool");
+            scratch.symlink(scratch / "canary", "fresh/pool" + name);
+        }
+        scratch.makeFolder("aside");
+        for (const std::string name : {"tree", "pool"}) {
+            if (scratch.exists(name)) {
+                fs::rename(scratch / name, scratch / ("aside/" + name + std::to_string(++putAside)));
+            }
+            fs::rename(scratch / ("fresh/" + name), scratch / name);
         }
     }
 
@@ -80,17 +86,20 @@ protected:
 
     // Runs `body` while the tree is being changed, anew for each round, for a while.
     template <typename Body>
-    void race(Body&& body) const
+    void race(Body&& body)
     {
         const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(isFullRun() ? 30 : 3);
         int rounds = 0;
         while (std::chrono::steady_clock::now() < end && !HasFailure()) {
-            buildTree();
-            const Swapper swapper(scratch.text("tree"), scratch.text("pool"));
-            for (int turn = 0; turn < 20; ++turn) {
-                body();
+            renewTree();
+            {
+                const Swapper swapper(scratch.text("tree"), scratch.text("pool"));
+                for (int turn = 0; turn < 20; ++turn) {
+                    body();
+                }
             }
             expectCanary();
+            fs::remove_all(scratch / "aside");
             ++rounds;
         }
         EXPECT_GT(rounds, 1);
@@ -98,16 +107,17 @@ protected:
 
     ScratchFolder scratch;
     PluginUnderTest plugin;
+
+private:
+    int putAside = 0;
 };
 
 TEST_F(Race, DeletionStaysInsideTheTree)
 {
     race([&] {
-        plugin.call("KORB_FolderDelete", {scratch.text("tree")});
-        scratch.makeFolder("tree");
-        for (int number = 0; number < folders; ++number) {
-            scratch.makeFolder("tree/d" + std::to_string(number) + "/inner");
-        }
+        const Result result = plugin.call("KORB_FolderDelete", {scratch.text("tree")});
+        EXPECT_TRUE(result.isError() || !scratch.exists("tree"));
+        renewTree();
     });
 }
 

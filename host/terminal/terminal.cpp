@@ -19,22 +19,24 @@ std::string_view escapeSequence(Style style)
     }
 }
 
-bool isSet(const char* variable)
+// Empty where the variable isn't set.
+std::string_view environment(const char* variable)
 {
     const char* value = std::getenv(variable);
-    return value != nullptr && *value != '\0';
+    return value == nullptr ? std::string_view() : value;
 }
 
 } // namespace
 
 bool isCapableTerminal(int descriptor)
 {
-    return isatty(descriptor) != 0 && isSet("TERM") && std::string_view(std::getenv("TERM")) != "dumb";
+    const std::string_view terminal = environment("TERM");
+    return isatty(descriptor) != 0 && !terminal.empty() && terminal != "dumb";
 }
 
 bool wantsColour(int descriptor)
 {
-    return isCapableTerminal(descriptor) && !isSet("NO_COLOR");
+    return isCapableTerminal(descriptor) && environment("NO_COLOR").empty();
 }
 
 std::string styled(std::string_view text, Style style, bool colour)

@@ -29,7 +29,8 @@ enum class Verdict { passes, fails, isShort };
 
 Verdict judge(Call call, const void* caller)
 {
-    const bool ours = call == Call::allocate || (caller >= plan.codeBegin && caller < plan.codeEnd);
+    const auto at = reinterpret_cast<std::uintptr_t>(caller);
+    const bool ours = call == Call::allocate || (at >= plan.codeBegin && at < plan.codeEnd);
     if (!armed || !ours || call == Call::count_) {
         return Verdict::passes;
     }

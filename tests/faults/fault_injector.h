@@ -61,8 +61,8 @@ constexpr std::size_t callCount = static_cast<std::size_t>(Call::count_);
 constexpr int shortCount = -1; // in an error's place: half of what was asked for is done
 
 struct FaultPlan {
-    const void* codeBegin = nullptr; // the code under test
-    const void* codeEnd = nullptr;
+    std::uintptr_t codeBegin = 0; // the code under test
+    std::uintptr_t codeEnd = 0;
     Call call = Call::count_;
     unsigned at = 0;            // 1 is the first call; 0: none fails
     int error = 0;              // errno value or shortCount

@@ -66,22 +66,22 @@ void makeProgram(const fs::path& path, std::string_view text)
     fs::permissions(path, fs::perms::owner_all);
 }
 
-auto paths(std::string first, std::string second)
+auto paths(const std::string& first, const std::string& second)
 {
     return [=](const Places& at) { return Arguments{at.home + first, at.home + second}; };
 }
 
-auto path(std::string only)
+auto path(const std::string& only)
 {
     return [=](const Places& at) { return Arguments{at.home + only}; };
 }
 
-auto atHome(std::string name)
+auto atHome(const std::string& name)
 {
     return [=](const Places& at) { return at.home + name; };
 }
 
-auto away(std::string name)
+auto away(const std::string& name)
 {
     return [=](const Places& at) { return at.away + name; };
 }
@@ -118,7 +118,7 @@ const std::vector<int> folderMoveCodes{-8002, -8011};
 
 void addFileOperations(std::vector<Scenario>& list)
 {
-    const auto copy = [&](std::string name, std::string file) -> Scenario& {
+    const auto copy = [&](std::string name, const std::string& file) -> Scenario& {
         return list.emplace_back(Scenario{.name = std::move(name),
                                           .function = "KORB_FileCopy",
                                           .arguments = paths("/src/" + file, "/dest"),
@@ -282,7 +282,7 @@ void addFolderOperations(std::vector<Scenario>& list)
 
 void addQueries(std::vector<Scenario>& list)
 {
-    const auto query = [&](std::string function, std::string item, std::vector<int> codes,
+    const auto query = [&](const std::string& function, const std::string& item, std::vector<int> codes,
                            decltype(Scenario::isOtherAnswer) other = {}) {
         list.push_back({.name = function + " " + item,
                         .function = function,
@@ -360,7 +360,7 @@ void addDesktop(std::vector<Scenario>& list)
 
 void addArchives(std::vector<Scenario>& list)
 {
-    const auto three = [](std::string first, std::string second) {
+    const auto three = [](const std::string& first, const std::string& second) {
         return [=](const Places& at) { return Arguments{at.home + first, at.home + second, "secret"}; };
     };
     list.push_back({.name = "compress a file",

@@ -132,8 +132,8 @@ void findCode(const PluginUnderTest& plugin, FaultPlan& plan)
                 const auto& header = library->dlpi_phdr[i];
                 if (header.p_type == PT_LOAD && (header.p_flags & PF_X) != 0) {
                     const std::uintptr_t begin = library->dlpi_addr + header.p_vaddr;
-                    wanted.plan.codeBegin = reinterpret_cast<const void*>(begin);
-                    wanted.plan.codeEnd = reinterpret_cast<const void*>(begin + header.p_memsz);
+                    wanted.plan.codeBegin = begin;
+                    wanted.plan.codeEnd = begin + header.p_memsz;
                 }
             }
             return 1;

@@ -19,7 +19,7 @@ namespace {
 class Inheritance : public testing::Test {
 protected:
     Inheritance() { prepareProcess(scratch); }
-    ~Inheritance() override { umask(m_umask); }
+    void TearDown() override { umask(m_umask); }
 
     unsigned modeOf(const char* name) const
     {
@@ -56,7 +56,8 @@ TEST_F(Inheritance, ScriptsGetNoDescriptors)
     scratch.write("a.txt", "content");
     const fs::path secret = scratch.write("of-the-host", "secret");
     const int kept = open(secret.c_str(), O_RDONLY | O_CLOEXEC);
-    const std::string path = std::getenv("PATH");
+    const char* usual = std::getenv("PATH");
+    const std::string path = usual != nullptr ? usual : "/usr/bin:/bin";
     setenv("PATH", (scratch.text("bin") + ":" + path).c_str(), 1);
     const Result result = plugin.call("KORB_EncryptFile", {scratch.text("a.txt"), scratch.text("a.bin"), "password"});
     setenv("PATH", path.c_str(), 1);

@@ -22,7 +22,8 @@ using Clock = std::chrono::steady_clock;
 constexpr int callers = 24;
 constexpr unsigned fullCalls = 1'000'000;
 constexpr std::chrono::seconds shortRun(20);
-constexpr std::size_t heapTolerance = 64 * 1024; // bytes; what the C library keeps for threads varies a little
+constexpr std::size_t heapTolerance =
+    std::size_t{64} * 1024; // bytes; what the C library keeps for threads varies a little
 
 struct Job {
     unsigned calls;
@@ -34,6 +35,7 @@ unsigned runCallers(std::vector<MixedCalls>& mixes, const Job& job)
 {
     std::atomic<unsigned> made = 0;
     std::vector<std::thread> threads;
+    threads.reserve(mixes.size());
     for (std::size_t number = 0; number < mixes.size(); ++number) {
         threads.emplace_back([&, number] {
             for (unsigned round = 0; made < job.calls && Clock::now() < job.deadline; ++round) {
@@ -114,6 +116,7 @@ TEST(Threads, CallDifferentFunctionsEach)
     };
     std::atomic<int> wrong = 0;
     std::vector<std::thread> threads;
+    threads.reserve(8);
     for (int number = 0; number < 8; ++number) {
         threads.emplace_back([&, number] {
             const Part part = partOf(number); // a value belongs to one thread

@@ -102,7 +102,7 @@ protected:
             fs::remove_all(scratch / "aside");
             ++rounds;
         }
-        EXPECT_GT(rounds, 1);
+        EXPECT_GT(rounds, 0);
     }
 
     ScratchFolder scratch;

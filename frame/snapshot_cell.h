@@ -50,7 +50,7 @@ private:
         std::atomic_flag& m_flag;
     };
 
-    mutable std::atomic_flag m_busy = ATOMIC_FLAG_INIT;
+    mutable std::atomic_flag m_busy;
     Pointer m_value;
 };
 

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <string>
 
+using platform::cocoa::isOrdinary;
 using platform::cocoa::makeSpecialFile;
 
 // Decides item by item what a file manager may copy and remove.
@@ -48,7 +49,7 @@ using platform::cocoa::makeSpecialFile;
     }
 }
 
-// What isn't a file, folder or link is made anew: reading a FIFO would wait for a writer, and a device has no end.
+// FIFOs and devices are made anew.
 - (BOOL)fileManager:(NSFileManager*)manager shouldCopyItemAtPath:(NSString*)source toPath:(NSString*)target
 {
     (void)manager;
@@ -56,7 +57,7 @@ using platform::cocoa::makeSpecialFile;
     if (_error != 0 || ::lstat([source fileSystemRepresentation], &status) != 0) {
         return _error == 0; // let the file manager find out why
     }
-    if (S_ISREG(status.st_mode) || S_ISDIR(status.st_mode) || S_ISLNK(status.st_mode)) {
+    if (isOrdinary(status.st_mode)) {
         return YES;
     }
     const int error = makeSpecialFile([target fileSystemRepresentation], status);
@@ -133,13 +134,22 @@ Outcome removeTree(std::string_view action, const Item& item)
     });
 }
 
+Outcome copyTo(std::string_view action, const Item& source, const std::string& target)
+{
+    if (isOrdinary(source.status.st_mode)) {
+        return guardedChange(action, source, [&](NSFileManager* manager, NSString* from, NSError** error) {
+            return [manager copyItemAtPath:from toPath:stringOf(target) error:error] != NO;
+        });
+    }
+    const int error = makeSpecialFile(target, source.status);
+    return error == 0 ? Outcome::success() : posixFailure(action, source.path, error);
+}
+
 // The copy grows under another name, so that the target is whole or absent whatever happens to the process.
 Outcome copyTree(std::string_view action, const Item& source, const std::string& target)
 {
     const std::string temporary = temporaryNameBeside(target);
-    Outcome outcome = guardedChange(action, source, [&](NSFileManager* manager, NSString* from, NSError** error) {
-        return [manager copyItemAtPath:from toPath:stringOf(temporary) error:error] != NO;
-    });
+    Outcome outcome = copyTo(action, source, temporary);
     const int error = outcome.ok() ? renameExclusively(temporary, target) : 0;
     if (error != 0) {
         outcome = posixFailure("write", target, error);

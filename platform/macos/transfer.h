@@ -38,6 +38,13 @@ std::string temporaryNameBeside(const std::string& target);
 // Renames without replacing anything, in one step where the file system can. Answers 0 or the number of the error.
 int renameExclusively(const std::string& from, const std::string& to);
 
+// A file, folder or link: what a file manager copies by itself. Reading a FIFO would wait for a writer, and a device
+// has no end.
+inline bool isOrdinary(mode_t mode)
+{
+    return S_ISREG(mode) || S_ISDIR(mode) || S_ISLNK(mode);
+}
+
 // Makes a FIFO or device like the one described, with its owner where permitted, mode and times. Answers 0 or the
 // number of the error: ENOTSUP for anything else.
 int makeSpecialFile(const std::string& path, const struct stat& original);

@@ -1,0 +1,147 @@
+// Items that the frameworks would follow, open or empty where they were not meant to.
+
+#include "platform/file_manager.h"
+#include "support/child_process.h"
+#include "support/platform_expectations.h"
+#include "support/scratch_folder.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace {
+
+using folidex::test::ScratchFolder;
+
+void makeSocket(const std::string& path)
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    ASSERT_LT(path.size(), sizeof address.sun_path);
+    std::memcpy(static_cast<char*>(address.sun_path), path.c_str(), path.size() + 1);
+    const int descriptor = socket(AF_UNIX, SOCK_STREAM, 0);
+    ASSERT_EQ(bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    close(descriptor);
+}
+
+mode_t modeOf(const std::string& path)
+{
+    struct stat status {};
+    return lstat(path.c_str(), &status) == 0 ? status.st_mode : 0;
+}
+
+// Reading the FIFO would wait for ever.
+TEST(SpecialItems, FifosAreMadeAnew)
+{
+    const ScratchFolder scratch;
+    scratch.write("tree/file", "f");
+    ASSERT_EQ(mkfifo(scratch.text("tree/fifo").c_str(), 0600), 0);
+    scratch.setMode("tree/fifo", 0640);
+    for (const char* source : {"tree/fifo", "tree"}) {
+        if (source == std::string("tree")) {
+            SKIP_ON_GNUSTEP("file managers never ask their delegates");
+        }
+        const platform::Outcome outcome = platform::copyItem(scratch.text16(source), scratch.text16("copy"));
+        ASSERT_TRUE(outcome.ok()) << outcome.description();
+        const std::string fifo = scratch.text(source == std::string("tree") ? "copy/fifo" : "copy");
+        EXPECT_EQ(modeOf(fifo), S_IFIFO | mode_t{0640}) << source;
+        EXPECT_TRUE(platform::removeItem(scratch.text16("copy")).ok());
+    }
+    EXPECT_EQ(scratch.list(), std::vector<std::string>{"tree"});
+}
+
+TEST(SpecialItems, SocketsAreRefusedAndNothingIsLeft)
+{
+    const ScratchFolder scratch;
+    scratch.write("tree/a", "f");
+    scratch.write("tree/z", "f");
+    makeSocket(scratch.text("tree/socket"));
+    for (const char* source : {"tree/socket", "tree"}) {
+        if (source == std::string("tree")) {
+            SKIP_ON_GNUSTEP("file managers never ask their delegates");
+        }
+        const platform::Outcome outcome = platform::copyItem(scratch.text16(source), scratch.text16("copy"));
+        EXPECT_FALSE(outcome.ok()) << source;
+        EXPECT_NE(outcome.description().find("tree/socket"), std::string::npos) << outcome.description();
+    }
+    EXPECT_EQ(scratch.list(), std::vector<std::string>{"tree"});
+    EXPECT_EQ(scratch.list("tree").size(), 3U);
+}
+
+TEST(SpecialItems, ATreeKeepsNamesContentsAndLinks)
+{
+    const ScratchFolder scratch;
+    scratch.write("tree/\u00FC\U0001F600/inner", "i");
+    scratch.write("tree/new\nline", "n");
+    scratch.makeFolder("tree/empty");
+    scratch.symlink("nowhere", "tree/dangling");
+    scratch.symlink("..", "tree/up");
+    scratch.setMode("tree/new\nline", 0604);
+    const platform::Outcome outcome = platform::copyItem(scratch.text16("tree"), scratch.text16("copy"));
+    ASSERT_TRUE(outcome.ok()) << outcome.description();
+    EXPECT_EQ(scratch.list("copy"), scratch.list("tree"));
+    EXPECT_EQ(scratch.read("copy/\u00FC\U0001F600/inner"), "i");
+    EXPECT_EQ(scratch.read("copy/new\nline"), "n");
+    EXPECT_EQ(modeOf(scratch.text("copy/new\nline")), S_IFREG | mode_t{0604});
+    EXPECT_EQ(std::filesystem::read_symlink(scratch / "copy/dangling"), "nowhere");
+    EXPECT_EQ(std::filesystem::read_symlink(scratch / "copy/up"), "..");
+}
+
+#ifdef __linux__
+// Another file system that this user may write to, where there is one.
+TEST(SpecialItems, MovesToAnotherVolumeCopyAndThenRemove)
+{
+    const ScratchFolder scratch;
+    const std::u16string away = u"/dev/shm/folidex-test-" + std::filesystem::path(std::to_string(getpid())).u16string();
+    struct stat here {};
+    struct stat there {};
+    if (stat(scratch.text().c_str(), &here) != 0 || stat("/dev/shm", &there) != 0 || here.st_dev == there.st_dev ||
+        access("/dev/shm", W_OK) != 0) {
+        GTEST_SKIP() << "no second file system";
+    }
+    scratch.write("tree/sub/file", "f");
+    const platform::Outcome out = platform::moveItem(scratch.text16("tree"), away);
+    ASSERT_TRUE(out.ok()) << out.description();
+    EXPECT_TRUE(scratch.list().empty());
+    EXPECT_FALSE(platform::moveItem(away, away + u"/sub/inside").ok());
+    const platform::Outcome back = platform::moveItem(away, scratch.text16("back"));
+    EXPECT_TRUE(back.ok()) << back.description();
+    EXPECT_EQ(scratch.read("back/sub/file"), "f");
+    EXPECT_FALSE(std::filesystem::exists(std::filesystem::path(away)));
+}
+
+TEST(SpecialItems, WhatIsMountedInsideStaysFull)
+{
+    SKIP_ON_GNUSTEP("file managers never ask their delegates");
+    if (!folidex::test::isRoot()) {
+        GTEST_SKIP() << "takes root's rights";
+    }
+    const ScratchFolder scratch;
+    scratch.makeFolder("tree/mounted");
+    const std::string answer = folidex::test::inChild([&] {
+        folidex::test::leaveMountNamespace();
+        if (std::system(("mount -t tmpfs none '" + scratch.text("tree/mounted") + "' 2>/dev/null").c_str()) != 0) {
+            return std::string("no mount");
+        }
+        scratch.write("tree/mounted/kept", "k");
+        const platform::Outcome outcome = platform::removeItem(scratch.text16("tree"));
+        const bool kept = scratch.exists("tree/mounted/kept");
+        return std::string(outcome.ok() ? "removed" : kept ? outcome.description() : "emptied");
+    });
+    if (answer == "no mount") {
+        GTEST_SKIP() << answer;
+    }
+    EXPECT_EQ(answer, "could not remove " + scratch.text("tree/mounted") + ": Device or resource busy");
+}
+#endif
+
+} // namespace

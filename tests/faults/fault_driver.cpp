@@ -5,80 +5,23 @@
 // All faults with FOLIDEX_FULL in the environment, otherwise a sample. Exit status: 0 when all held, 1 when one didn't,
 // 2 when it can't work.
 
+#include "faults/injector_access.h"
+#include "faults/scratch_pair.h"
 #include "faults/trial.h"
 #include "support/child_process.h"
 #include "support/plugin_under_test.h"
-#include "support/scratch_folder.h"
-
-#include <dlfcn.h>
-#include <sys/stat.h>
-#include <sys/xattr.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
-#include <filesystem>
-#include <memory>
-#include <optional>
 #include <sstream>
 #include <string>
-#include <utility>
 
 using namespace folidex::test;
 
 namespace {
 
 constexpr unsigned leastInjections = 2000; // of an exhaustive run
-
-// Starts this program anew behind the library; returns when that is so already.
-void loadInjector(char** arguments)
-{
-    if (dlsym(RTLD_DEFAULT, armName) != nullptr) {
-        unsetenv("LD_PRELOAD"); // not for the scripts that the plug-in runs
-        return;
-    }
-    if (getenv("LD_PRELOAD") == nullptr) {
-        setenv("LD_PRELOAD", FOLIDEX_FAULT_INJECTOR, 1);
-        execv("/proc/self/exe", arguments);
-    }
-    throw std::runtime_error("the fault injector can't be loaded");
-}
-
-dev_t deviceOf(const std::filesystem::path& path)
-{
-    struct stat status {};
-    return stat(path.c_str(), &status) == 0 ? status.st_dev : 0;
-}
-
-std::unique_ptr<ScratchFolder> scratchIn(const char* place)
-{
-    const char* usual = getenv("TMPDIR");
-    const std::optional<std::string> kept = usual != nullptr ? std::optional<std::string>(usual) : std::nullopt;
-    setenv("TMPDIR", place, 1);
-    auto folder = std::make_unique<ScratchFolder>();
-    kept ? setenv("TMPDIR", kept->c_str(), 1) : unsetenv("TMPDIR");
-    return folder;
-}
-
-// Scratch folders on two file systems; the second is null where there is only one. The trees are built where it is
-// quickest, in memory, unless no attribute can be kept there (tmpfs before Linux 6.6).
-struct Scratch {
-    std::unique_ptr<ScratchFolder> home = std::make_unique<ScratchFolder>();
-    std::unique_ptr<ScratchFolder> away;
-
-    Scratch()
-    {
-        const char* memory = "/dev/shm";
-        if (deviceOf(memory) == 0 || deviceOf(memory) == deviceOf(home->path()) || access(memory, W_OK) != 0) {
-            return;
-        }
-        away = scratchIn(memory);
-        if (setxattr(away->path().c_str(), "user.note", "", 0, 0) == 0) {
-            std::swap(home, away);
-        }
-    }
-};
 
 std::string encode(const Tally& tally)
 {
@@ -119,7 +62,7 @@ int runAll(const char* words)
 {
     const Extent extent = getenv("FOLIDEX_FULL") != nullptr ? Extent::exhaustive : Extent::sampled;
     const PluginUnderTest plugin;
-    const Scratch scratch;
+    const ScratchPair scratch;
     Tally total;
     unsigned broken = 0;
     for (const Scenario& scenario : scenarios()) {

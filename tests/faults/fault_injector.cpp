@@ -35,6 +35,11 @@ Verdict judge(Call call, const void* caller)
         return Verdict::passes;
     }
     const unsigned number = ++report.calls[static_cast<std::size_t>(call)];
+    if (call != Call::allocate && ++report.total == plan.intrudeAt) {
+        armed = false;
+        plan.intrude();
+        armed = true;
+    }
     if (call == plan.denied) {
         errno = plan.deniedError;
         return Verdict::fails;

@@ -1,5 +1,5 @@
-// Makes one call of a process fail. The library stands before the C library (LD_PRELOAD); a driver finds its two
-// functions with dlsym(3), arms it, calls the code under test, and disarms it.
+// Makes one call of a process fail, or does something just before it. The library stands before the C library
+// (LD_PRELOAD); a driver finds its two functions with dlsym(3), arms it, calls the code under test, and disarms it.
 //
 // While it is armed, calls are counted by kind on the arming thread: allocations whoever makes them, all others when
 // they come from the code under test itself. The n-th one of the chosen kind fails, once.
@@ -68,10 +68,13 @@ struct FaultPlan {
     int error = 0;              // errno value or shortCount
     Call denied = Call::count_; // a kind that the system doesn't have at all: every call of it fails
     int deniedError = 0;
+    unsigned intrudeAt = 0; // 1 is before the first call of any kind but allocations; 0: never
+    void (*intrude)() = nullptr;
 };
 
 struct FaultReport {
     std::array<unsigned, callCount> calls{};
+    unsigned total = 0;  // of all kinds but allocations
     bool struck = false; // whether the call that was to fail was made and did fail
 };
 

@@ -1,11 +1,10 @@
 #include "faults/trial.h"
 
+#include "faults/injector_access.h"
 #include "faults/tree_snapshot.h"
 #include "support/child_process.h"
 
-#include <dlfcn.h>
 #include <fcntl.h>
-#include <link.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -115,40 +114,11 @@ std::vector<int> openDescriptors()
     return open;
 }
 
-// Where the plug-in's code lies in memory.
-void findCode(const PluginUnderTest& plugin, FaultPlan& plan)
-{
-    struct Search {
-        std::string name;
-        FaultPlan& plan;
-    } search{plugin.plugin().file().filename(), plan};
-    dl_iterate_phdr(
-        [](dl_phdr_info* library, std::size_t, void* data) {
-            auto& wanted = *static_cast<Search*>(data);
-            if (!std::string(library->dlpi_name).ends_with("/" + wanted.name)) {
-                return 0;
-            }
-            for (int i = 0; i < library->dlpi_phnum; ++i) {
-                const auto& header = library->dlpi_phdr[i];
-                if (header.p_type == PT_LOAD && (header.p_flags & PF_X) != 0) {
-                    const std::uintptr_t begin = library->dlpi_addr + header.p_vaddr;
-                    wanted.plan.codeBegin = begin;
-                    wanted.plan.codeEnd = begin + header.p_memsz;
-                }
-            }
-            return 1;
-        },
-        &search);
-}
-
 class ScenarioRun {
 public:
     ScenarioRun(const Scenario& scenario, const PluginUnderTest& plugin, const Places& places)
-        : m_scenario(scenario), m_plugin(plugin), m_places(places)
+        : m_scenario(scenario), m_plugin(plugin), m_places(places), m_plan(planFor(plugin))
     {
-        m_arm = reinterpret_cast<ArmFaults>(dlsym(RTLD_DEFAULT, armName));
-        m_disarm = reinterpret_cast<DisarmFaults>(dlsym(RTLD_DEFAULT, disarmName));
-        findCode(plugin, m_plan);
         m_plan.denied = scenario.denied;
         m_plan.deniedError = scenario.deniedError;
     }
@@ -169,8 +139,7 @@ private:
     const Scenario& m_scenario;
     const PluginUnderTest& m_plugin;
     const Places& m_places;
-    ArmFaults m_arm = nullptr;
-    DisarmFaults m_disarm = nullptr;
+    Injector m_injector;
     FaultPlan m_plan;
     CallResult m_undisturbed;
     Snapshot m_after;
@@ -199,7 +168,7 @@ CallResult ScenarioRun::call(const FaultPlan& plan) const
     }
     fmx::DataUniquePtr value;
     CallResult result;
-    m_arm(&plan);
+    m_injector.arm(&plan);
     try {
         function->handler(function->id, *environment, *arguments, *value);
     } catch (const std::bad_alloc&) {
@@ -207,7 +176,7 @@ CallResult ScenarioRun::call(const FaultPlan& plan) const
     } catch (...) {
         result.threw = result.threwSomethingElse = true;
     }
-    result.report = m_disarm();
+    result.report = m_injector.disarm();
     if (!result.threw) {
         const fmxhost::Value answer(std::move(value));
         result.answer = answer.type() == fmxhost::ValueType::timestamp ? isoText(answer.timestamp()) : answer.utf8();

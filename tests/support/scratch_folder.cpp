@@ -29,9 +29,9 @@ void openFolders(const fs::path& folder)
 
 } // namespace
 
-ScratchFolder::ScratchFolder()
+ScratchFolder::ScratchFolder(const fs::path& place)
 {
-    std::string pattern = fs::canonical(fs::temp_directory_path()) / "folidex-test-XXXXXX";
+    std::string pattern = fs::canonical(place) / "folidex-test-XXXXXX";
     if (mkdtemp(pattern.data()) == nullptr) {
         throw std::system_error(errno, std::generic_category(), "mkdtemp " + pattern);
     }

@@ -10,14 +10,14 @@
 
 namespace folidex::test {
 
-// A unique, empty folder below $TMPDIR (else /tmp), whose path has no links in it. The destructor removes it with all
-// that is in it, whatever the modes; it follows no link out of it.
+// A unique, empty folder below `place`, else $TMPDIR, else /tmp, whose path has no links in it. The destructor removes
+// it with all that is in it, whatever the modes; it follows no link out of it.
 //
 // Paths given to the members are taken relative to the folder; absolute ones are used as they are.
 // Errors: std::filesystem::filesystem_error or std::system_error.
 class ScratchFolder {
 public:
-    ScratchFolder();
+    explicit ScratchFolder(const std::filesystem::path& place = std::filesystem::temp_directory_path());
     ~ScratchFolder();
     ScratchFolder(const ScratchFolder&) = delete;
     ScratchFolder& operator=(const ScratchFolder&) = delete;

@@ -25,6 +25,7 @@ public:
         FunctionText text;
         text.name = m_name;
         text.purpose = take("");
+        text.chapter = take("Chapter");
         text.parameters = parameters(take("Parameters"));
         text.result = take("Result");
         text.errorNote = errors(take("Errors"), text.errors);

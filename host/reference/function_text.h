@@ -2,6 +2,7 @@
 //
 //     What the function does, in any number of paragraphs.
 //
+//     ## Chapter                             one of those in docs/reference/index.md
 //     ## Parameters                          left out when there are none
 //     - name (type): meaning
 //     - name (type, optional): meaning
@@ -64,6 +65,7 @@ struct Example {
 struct FunctionText {
     std::string name;
     std::string purpose;
+    std::string chapter; // its title
     std::vector<Parameter> parameters;
     std::string result;
     std::vector<ErrorCase> errors;

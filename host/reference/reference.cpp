@@ -5,13 +5,12 @@
 #include <algorithm>
 #include <fstream>
 #include <iterator>
-#include <map>
+#include <set>
+#include <utility>
 
 namespace fmxhost::reference {
 
 namespace {
-
-using FunctionsByName = std::map<std::string, const fmxkit::ExternalFunction*>;
 
 std::string readFile(const std::filesystem::path& file)
 {
@@ -73,13 +72,9 @@ void requireSameParameters(const FunctionText& text, const fmxkit::ExternalFunct
     }
 }
 
-Entry readEntry(const std::filesystem::path& folder, const std::string& name, const FunctionsByName& functions)
+Entry readEntry(const std::filesystem::path& folder, const fmxkit::ExternalFunction& function)
 {
-    const auto found = functions.find(name);
-    if (found == functions.end()) {
-        throw TextError(name + " is described, but not registered");
-    }
-    const fmxkit::ExternalFunction& function = *found->second;
+    const std::string name = toUtf8(function.name);
     Entry entry;
     entry.text = parseFunctionText(name, readFile(folder / (name + ".md")));
     entry.prototype = toUtf8(function.prototype);
@@ -88,42 +83,56 @@ Entry readEntry(const std::filesystem::path& folder, const std::string& name, co
     return entry;
 }
 
-bool isFunctionName(std::string_view line)
+void readIndex(const std::filesystem::path& file, Reference& reference)
 {
-    return line.starts_with("KORB_") && line.find_first_of(" `(") == line.npos;
-}
-
-} // namespace
-
-Reference readReference(const std::filesystem::path& folder, const std::vector<fmxkit::ExternalFunction>& functions)
-{
-    FunctionsByName undescribed;
-    for (const auto& function : functions) {
-        undescribed.emplace(toUtf8(function.name), &function);
-    }
-    Reference reference;
-    reference.messages = allMessages();
     std::string* text = &reference.introduction;
-    const std::string index = readFile(folder / "index.md");
+    const std::string index = readFile(file);
     for (const std::string_view line : linesOf(index)) {
         if (line.starts_with("# ") && reference.title.empty()) {
             reference.title = line.substr(2);
         } else if (line.starts_with("## ")) {
             reference.chapters.push_back({std::string(line.substr(3)), {}, {}});
             text = &reference.chapters.back().text;
-        } else if (isFunctionName(line) && !reference.chapters.empty()) {
-            reference.chapters.back().functions.push_back(readEntry(folder, std::string(line), undescribed));
-            undescribed.erase(std::string(line));
         } else {
             text->append(line).append("\n");
         }
     }
-    if (!undescribed.empty()) {
-        throw TextError(undescribed.begin()->first + " is registered, but not described in index.md");
-    }
     reference.introduction = trimmed(reference.introduction);
     for (Chapter& chapter : reference.chapters) {
         chapter.text = trimmed(chapter.text);
+    }
+}
+
+void requireRegistered(const std::filesystem::path& folder, const std::vector<fmxkit::ExternalFunction>& functions)
+{
+    std::set<std::string> names{"index"};
+    for (const auto& function : functions) {
+        names.insert(toUtf8(function.name));
+    }
+    for (const auto& file : std::filesystem::directory_iterator(folder)) {
+        if (file.path().extension() == ".md" && !names.contains(file.path().stem())) {
+            throw TextError(file.path().stem().string() + " is described, but not registered");
+        }
+    }
+}
+
+} // namespace
+
+Reference readReference(const std::filesystem::path& folder, const std::vector<fmxkit::ExternalFunction>& functions)
+{
+    Reference reference;
+    reference.messages = allMessages();
+    readIndex(folder / "index.md", reference);
+    requireRegistered(folder, functions);
+    for (const auto& function : functions) {
+        Entry entry = readEntry(folder, function);
+        const auto chapter =
+            std::find_if(reference.chapters.begin(), reference.chapters.end(),
+                         [&](const Chapter& candidate) { return candidate.title == entry.text.chapter; });
+        if (chapter == reference.chapters.end()) {
+            throw TextError(entry.text.name + ": index.md has no chapter \"" + entry.text.chapter + "\"");
+        }
+        chapter->functions.push_back(std::move(entry));
     }
     return reference;
 }

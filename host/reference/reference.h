@@ -1,8 +1,8 @@
 // The function reference: what a plug-in registered, joined with the texts of docs/reference/.
 //
-// docs/reference/index.md gives title, introduction and chapters; a chapter's lines that are names of functions say
-// which functions it describes, in this order. Names, prototypes, counts and short descriptions come from the registry,
-// so that none of them can drift.
+// docs/reference/index.md gives title, introduction and chapters. Each function's text says in which chapter it stands;
+// there the functions follow the registry's order. Names, prototypes, counts and short descriptions come from the
+// registry, so that none of them can drift.
 #pragma once
 
 #include "host/reference/function_text.h"
@@ -42,8 +42,8 @@ struct Reference {
 };
 
 // Reads the folder's texts for the functions.
-// Errors: TextError for a missing or malformed text, for a function that is registered and not described or the
-// reverse, and for parameters that aren't those of the prototype.
+// Errors: TextError for a missing or malformed text, for a text whose function isn't registered or whose chapter isn't
+// in the index, and for parameters that aren't those of the prototype.
 Reference readReference(const std::filesystem::path& folder, const std::vector<fmxkit::ExternalFunction>& functions);
 
 std::string markdownPage(const Reference& reference);

@@ -1,5 +1,7 @@
 // Sends the plug-in file the messages that FileMaker sends, odd ones included.
 
+#include "frame/registry.h"
+
 #include <FMWrapper.h>
 #include <fmxkit/failure.h>
 #include <fmxkit/registry.h>
@@ -86,11 +88,12 @@ TEST_F(EntryPoint, StartsOnHostsFrom50To255)
         bool descriptions;
         std::size_t steps;
     };
+    const std::size_t all = frame::functionTable().size();
     for (const Accepted& host :
-         {Accepted{50, false, 0}, {55, false, 0}, {56, true, 0}, {57, true, 41}, {255, true, 41}}) {
+         {Accepted{50, false, 0}, {55, false, 0}, {56, true, 0}, {57, true, all}, {255, true, all}}) {
         EXPECT_EQ(startUp(host.apiVersion), 65);
         const auto functions = fmxkit::externalFunctions();
-        ASSERT_EQ(functions.size(), 41u);
+        ASSERT_EQ(functions.size(), all);
         EXPECT_TRUE(std::all_of(functions.begin(), functions.end(), [&](const fmxkit::ExternalFunction& function) {
             return function.description.empty() != host.descriptions && function.flags == 0xFF01 &&
                    function.prototype.starts_with(function.name) && function.name.starts_with(u"KORB_");
@@ -100,7 +103,8 @@ TEST_F(EntryPoint, StartsOnHostsFrom50To255)
     }
 }
 
-TEST_F(EntryPoint, RegistersTheTableInItsOrder)
+// Solutions have saved these IDs and counts. New functions may stand anywhere between them.
+TEST_F(EntryPoint, RegistersWhatSolutionsKnow)
 {
     startUp(62);
     std::vector<std::u16string> rows;
@@ -109,7 +113,7 @@ TEST_F(EntryPoint, RegistersTheTableInItsOrder)
                              std::to_string(function.maximumArguments);
         rows.push_back(function.name + std::u16string(counts.begin(), counts.end()));
     }
-    const std::vector<std::u16string> expected{
+    const std::vector<std::u16string> known{
         u"KORB_Version 1 0 1",
         u"KORB_FileCopy 2 2 4",
         u"KORB_FileMove 3 2 4",
@@ -152,7 +156,8 @@ TEST_F(EntryPoint, RegistersTheTableInItsOrder)
         u"KORB_LogSet 200 1 2",
         u"KORB_LogClear 201 0 0",
     };
-    EXPECT_EQ(rows, expected);
+    std::erase_if(rows, [&](const auto& row) { return std::find(known.begin(), known.end(), row) == known.end(); });
+    EXPECT_EQ(rows, known);
 }
 
 TEST_F(EntryPoint, ShutDownLeaves201AndOldHostsKeepTheirSteps)
@@ -162,7 +167,7 @@ TEST_F(EntryPoint, ShutDownLeaves201AndOldHostsKeepTheirSteps)
     shutDown(56);
     ASSERT_EQ(fmxkit::externalFunctions().size(), 1u);
     EXPECT_EQ(fmxkit::externalFunctions().front().id, 201);
-    EXPECT_EQ(fmxkit::scriptSteps().size(), 41u);
+    EXPECT_EQ(fmxkit::scriptSteps().size(), frame::functionTable().size());
     shutDown(57);
     ASSERT_EQ(fmxkit::scriptSteps().size(), 1u);
     EXPECT_EQ(fmxkit::scriptSteps().front().id, 201);

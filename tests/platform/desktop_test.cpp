@@ -200,6 +200,8 @@ TEST_F(Desktop, ChooserTakesThePortalsAnswer)
 // A user may think for longer than a service may take, and the host's timers may interrupt every wait.
 TEST_F(Desktop, ChooserWaitsForTheUserThroughSignals)
 {
+    const FakePortal portal(session_->address(),
+                            {.uris = std::vector<std::string>{"file:///n/a"}, .thinkingTime = 6s, .requestName = {}});
     struct sigaction counting {};
     struct sigaction before {};
     counting.sa_handler = [](int) {};
@@ -207,8 +209,7 @@ TEST_F(Desktop, ChooserWaitsForTheUserThroughSignals)
     const itimerval every5ms{{0, 5000}, {0, 5000}};
     const itimerval never{};
     setitimer(ITIMER_REAL, &every5ms, nullptr);
-    const platform::Choice choice =
-        choose({.uris = std::vector<std::string>{"file:///n/a"}, .thinkingTime = 6s, .requestName = {}});
+    const platform::Choice choice = platform::chooseItem(ChooserKind::file, "Select");
     setitimer(ITIMER_REAL, &never, nullptr);
     sigaction(SIGALRM, &before, nullptr);
     EXPECT_EQ(choice.path, "/n/a");

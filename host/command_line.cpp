@@ -27,8 +27,8 @@ With neither -e nor a command, at a terminal: a prompt.
 Results are printed as FileMaker shows them, one a line; line ends within a text start a new line, so use --json where
 that matters. The first calculation with an error ends the run.
 
-Exit status: 0; 1 a calculation can't be parsed or evaluated; 2 wrong use; 3 the plug-in can't be loaded or refuses to
-start; 4 an exception left the plug-in; 5 the output can't be written.)";
+Exit status: 0; 1 a calculation can't be parsed or evaluated, or a test of check fails; 2 wrong use; 3 the plug-in
+can't be loaded or refuses to start; 4 an exception left the plug-in; 5 the output can't be written.)";
 
 ExitStatus evaluateAll(Context& context, const std::vector<std::string>& calculations)
 {

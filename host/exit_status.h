@@ -6,6 +6,7 @@ namespace fmxhost {
 enum class ExitStatus : int {
     success = 0,
     calculationError = 1, // a calculation can't be parsed or evaluated
+    checkFailed = 1,      // a test of "check" failed
     wrongUse = 2,         // of the command line, an unreadable file of calculations included
     pluginUnusable = 3,   // it can't be loaded or refuses to start
     pluginThrew = 4,      // an exception left the plug-in

@@ -114,6 +114,13 @@ Plugin::Plugin(const std::filesystem::path& file, std::int16_t apiVersion) : fil
     }
 }
 
+void Plugin::tryLoading(const std::filesystem::path& file)
+{
+    Plugin plugin;
+    plugin.file_ = std::filesystem::absolute(file);
+    plugin.openLibrary();
+}
+
 Plugin::~Plugin()
 {
     try {

@@ -71,6 +71,10 @@ public:
     Plugin(const Plugin&) = delete;
     Plugin& operator=(const Plugin&) = delete;
 
+    // Loads the file, looks for its entry point and unloads it, all without a message.
+    // Errors: PluginError.
+    static void tryLoading(const std::filesystem::path& file);
+
     // Sends the start-up message, unless the options say that the plug-in doesn't want it, and takes over what it
     // registered. Answers what the plug-in answered: the SDK version that it was built for.
     // Errors: PluginError.
@@ -115,6 +119,10 @@ public:
 
     const std::filesystem::path& file() const { return file_; }
     std::int16_t apiVersion() const;
+    // The call record as the last message left it.
+    const FMX_ExternCallStruct& record() const { return record_; }
+    // Whether the options string asks for the start-up message.
+    bool wantsStartUp() const;
     const std::u16string& options() const { return options_; }
 
     // The ID of the options string, first character in the highest byte; 0 when it gives none.
@@ -123,12 +131,13 @@ public:
 private:
     using EntryPoint = void (*)(FMX_ExternCallPtr);
 
+    Plugin() = default;
+
     void openLibrary();
     void closeLibrary() noexcept;
     void takeId();
     void adoptRegistered(const std::set<std::uint32_t>& idsBefore);
     std::size_t releaseRegistered() noexcept;
-    bool wantsStartUp() const;
 
     std::filesystem::path file_;
     void* library_ = nullptr;

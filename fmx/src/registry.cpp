@@ -33,7 +33,20 @@ struct Registry {
     std::mutex mutex;
     std::vector<ExternalFunction> functions;
     std::vector<ScriptStep> steps;
+    Refusals refused;
 };
+
+// Nobody reads more, and a plug-in may try again and again.
+constexpr std::size_t rememberedRefusals = 1000;
+
+template <typename Entry>
+errcode refuse(std::vector<Entry>& refused, Entry entry, errcode reason)
+{
+    if (refused.size() < rememberedRefusals) {
+        refused.push_back(std::move(entry));
+    }
+    return reason;
+}
 
 // Never destroyed: a plug-in may unregister while the process ends.
 Registry& registry()
@@ -53,13 +66,13 @@ errcode add(ExternalFunction function)
 {
     const bool wrongCounts = function.minimumArguments < 0 || function.maximumArguments < -1 ||
                              (function.maximumArguments != -1 && function.minimumArguments > function.maximumArguments);
-    if (wrongCounts || function.name.empty() || function.handler == nullptr) {
-        return genericCalculationError;
-    }
     auto& all = registry();
     const std::lock_guard lock(all.mutex);
+    if (wrongCounts || function.name.empty() || function.handler == nullptr) {
+        return refuse(all.refused.functions, std::move(function), genericCalculationError);
+    }
     if (findEntry(all.functions, function.pluginId, function.id) != all.functions.end()) {
-        return alreadyRegistered;
+        return refuse(all.refused.functions, std::move(function), alreadyRegistered);
     }
     all.functions.push_back(std::move(function));
     return noError;
@@ -67,13 +80,13 @@ errcode add(ExternalFunction function)
 
 errcode add(ScriptStep step)
 {
-    if (step.name.empty() || step.handler == nullptr) {
-        return genericCalculationError;
-    }
     auto& all = registry();
     const std::lock_guard lock(all.mutex);
+    if (step.name.empty() || step.handler == nullptr) {
+        return refuse(all.refused.scriptSteps, std::move(step), genericCalculationError);
+    }
     if (findEntry(all.steps, step.pluginId, step.id) != all.steps.end()) {
-        return alreadyRegistered;
+        return refuse(all.refused.scriptSteps, std::move(step), alreadyRegistered);
     }
     all.steps.push_back(std::move(step));
     return noError;
@@ -111,11 +124,19 @@ std::vector<ScriptStep> scriptSteps()
     return registry().steps;
 }
 
+Refusals refusals()
+{
+    const std::lock_guard lock(registry().mutex);
+    return registry().refused;
+}
+
 std::size_t purge(std::uint32_t pluginId)
 {
     const auto ofPlugin = [&](const auto& entry) { return entry.pluginId == pluginId; };
     auto& all = registry();
     const std::lock_guard lock(all.mutex);
+    std::erase_if(all.refused.functions, ofPlugin);
+    std::erase_if(all.refused.scriptSteps, ofPlugin);
     return std::erase_if(all.functions, ofPlugin) + std::erase_if(all.steps, ofPlugin);
 }
 

@@ -43,6 +43,14 @@ struct ScriptStep {
 [[gnu::visibility("default")]] std::vector<ExternalFunction> externalFunctions();
 [[gnu::visibility("default")]] std::vector<ScriptStep> scriptSteps();
 
+// What plug-ins tried to register in vain since they were last purged: an ID that was taken, no name, no handler,
+// argument counts that can't be. In the order of the attempts; of very many, the first ones.
+struct Refusals {
+    std::vector<ExternalFunction> functions;
+    std::vector<ScriptStep> scriptSteps;
+};
+[[gnu::visibility("default")]] Refusals refusals();
+
 // Forgets everything that a plug-in registered; answers how many entries there were.
 [[gnu::visibility("default")]] std::size_t purge(std::uint32_t pluginId);
 

@@ -3,7 +3,7 @@
 _fmxhost()
 {
     local current=$2 previous=$3 command='' plugin=() word index
-    local commands='run list steps strings help reference'
+    local commands='run list steps strings help check reference'
     local options='-e --plugin --api --json --no-arity-check --time --version --help'
 
     case $previous in
@@ -17,7 +17,7 @@ _fmxhost()
         mapfile -t COMPREPLY < <(compgen -d -- "$current")
         return
         ;;
-    -e | --api)
+    -e | --api | --timeout)
         return
         ;;
     esac
@@ -26,8 +26,8 @@ _fmxhost()
         word=${COMP_WORDS[index]}
         case $word in
         --plugin) plugin=(--plugin "${COMP_WORDS[++index]}") ;;
-        -e | --api) ((++index)) ;;
-        run | list | steps | strings | help | reference)
+        -e | --api | --timeout) ((++index)) ;;
+        run | list | steps | strings | help | check | reference)
             command=$word
             break
             ;;
@@ -37,6 +37,7 @@ _fmxhost()
     case $command in
     '') mapfile -t COMPREPLY < <(compgen -W "$commands $options" -- "$current") ;;
     help) mapfile -t COMPREPLY < <(compgen -W "$(_fmxhost_functions "${plugin[@]}")" -- "$current") ;;
+    check) mapfile -t COMPREPLY < <(compgen -W "$(_fmxhost_tests) list-tests --only-failed --timeout $options" -- "$current") ;;
     reference) mapfile -t COMPREPLY < <(compgen -W '--texts --html --help' -- "$current") ;;
     *) mapfile -t COMPREPLY < <(compgen -W "$options" -- "$current") ;;
     esac
@@ -46,6 +47,12 @@ _fmxhost()
 _fmxhost_functions()
 {
     fmxhost "$@" --json list 2>/dev/null | sed -n 's/^{"id":[-0-9]*,"name":"\([^"]*\)".*/\1/p'
+}
+
+# The names of the tests of "fmxhost check".
+_fmxhost_tests()
+{
+    fmxhost check list-tests 2>/dev/null | sed 's/ .*//'
 }
 
 complete -F _fmxhost fmxhost

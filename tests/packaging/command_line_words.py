@@ -27,13 +27,16 @@ def run(*arguments):
 def words_of_help():
     options = re.findall(r"^  (?:-\w,)?(-[-\w]+)", run("--help"), re.M)
     commands = re.findall(r"^  ([a-z]+) ", run("--help").partition("Subcommands:")[2], re.M)
-    return options + re.findall(r"^  (--\w+)", run("reference", "--help"), re.M), commands
+    for command in ("reference", "check"):
+        options += re.findall(r"^  (--[-\w]+)", run(command, "--help"), re.M)
+    commands += re.findall(r"^  ([-a-z]+) ", run("check", "--help").partition("Subcommands:")[2], re.M)
+    return options, commands
 
 
 class CommandLineWords(unittest.TestCase):
     def test_every_word_is_documented_and_completed(self):
         options, commands = words_of_help()
-        self.assertTrue({"-e", "--plugin", "--html"} <= set(options) and {"run", "help"} <= set(commands))
+        self.assertTrue({"-e", "--plugin", "--html"} <= set(options) and {"run", "help", "list-tests"} <= set(commands))
         for name in ("fmxhost.1", "completion/fmxhost.bash", "completion/_fmxhost"):
             text = re.sub(r"\\f[BIR]|\\(?=-)", "", (PACKAGING / name).read_text(encoding="utf-8"))
             for word in options + commands:
@@ -49,6 +52,7 @@ class CommandLineWords(unittest.TestCase):
             ("fmxhost", "ref"): ["reference"],
             ("fmxhost", "--no"): ["--no-arity-check"],
             ("fmxhost", "--plugin", PLUGIN, "help", "KORB_GetLastE"): ["KORB_GetLastError"],
+            ("fmxhost", "check", "start"): ["start-up"],
             ("fmxhost", "-e", "1", "st"): ["steps", "strings"],
         }
         for line, expected in cases.items():

@@ -2,6 +2,8 @@
 # With FOLIDEX_COCOA the same layout is made by cmake --install, to be tested where there is no Mac.
 
 set(bundle_resources ZipFuncs.sh)
+# Where a user who asks for help on a function lands.
+set(reference "${PROJECT_SOURCE_DIR}/docs/functions.html")
 set(bundle_languages)
 file(GLOB tables CONFIGURE_DEPENDS RELATIVE "${PROJECT_SOURCE_DIR}/resources"
      "${PROJECT_SOURCE_DIR}/resources/*.lproj/KORBFolidex.strings")
@@ -28,6 +30,7 @@ if(FOLIDEX_COCOA)
         install(FILES "${PROJECT_SOURCE_DIR}/resources/${resource}" DESTINATION "${contents}/Resources/${folder}"
                 COMPONENT plugin)
     endforeach()
+    install(FILES "${reference}" DESTINATION "${contents}/Resources" COMPONENT plugin)
     return()
 endif()
 
@@ -37,6 +40,8 @@ foreach(resource IN LISTS bundle_resources)
     set_source_files_properties("${PROJECT_SOURCE_DIR}/resources/${resource}" PROPERTIES
         HEADER_FILE_ONLY ON MACOSX_PACKAGE_LOCATION "Resources/${folder}")
 endforeach()
+target_sources(Folidex PRIVATE "${reference}")
+set_source_files_properties("${reference}" PROPERTIES HEADER_FILE_ONLY ON MACOSX_PACKAGE_LOCATION Resources)
 set(exports "${PROJECT_SOURCE_DIR}/cmake/exports.txt")
 set_target_properties(Folidex PROPERTIES
     BUNDLE ON

@@ -59,7 +59,7 @@ std::string functionSection(const Entry& entry)
 {
     const FunctionText& text = entry.text;
     return joined("<section class=\"function\" id=\"", text.name, "\" data-words=\"", escaped(entry.words),
-                  "\">\n<h3><a href=\"#", text.name, "\">", text.name,
+                  "\">\n<a id=\"id=", std::to_string(entry.id), "\"></a><h3><a href=\"#", text.name, "\">", text.name,
                   "</a></h3>\n<pre class=\"prototype\" tabindex=\"0\"><code>", escaped(entry.prototype),
                   "</code></pre>\n", blockHtml(text.purpose), parameterTable(text.parameters), "<h4>Result</h4>\n",
                   blockHtml(text.result), errorTable(text), "<h4>Platforms</h4>\n", blockHtml(platformsOf(text)),

@@ -77,6 +77,7 @@ Entry readEntry(const std::filesystem::path& folder, const fmxkit::ExternalFunct
     const std::string name = toUtf8(function.name);
     Entry entry;
     entry.text = parseFunctionText(name, readFile(folder / (name + ".md")));
+    entry.id = function.id;
     entry.prototype = toUtf8(function.prototype);
     takeDescription(entry, toUtf8(function.description));
     requireSameParameters(entry.text, function);

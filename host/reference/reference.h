@@ -18,6 +18,7 @@ namespace fmxhost::reference {
 
 struct Entry {
     FunctionText text;
+    short id = 0; // of the function
     std::string prototype;
     std::string words;   // by which the description lets it be found
     std::string summary; // the description's first sentence

@@ -36,6 +36,23 @@ CFBundleRef bundleOf(Bundle bundle)
     return static_cast<CFBundleRef>(bundle.reference);
 }
 
+std::u16string unitsOf(CFStringRef string)
+{
+    std::u16string units(static_cast<std::size_t>(CFStringGetLength(string)), u'\0');
+    CFStringGetCharacters(string, CFRangeMake(0, CFStringGetLength(string)), reinterpret_cast<UniChar*>(units.data()));
+    return units;
+}
+
+Owned<CFURLRef> resourceLocation(Bundle bundle, std::string_view name, std::string_view type)
+{
+    const auto resourceName = makeString(name);
+    const auto resourceType = makeString(type);
+    if (bundle.reference == nullptr || !resourceName || !resourceType) {
+        return nullptr;
+    }
+    return Owned<CFURLRef>(CFBundleCopyResourceURL(bundleOf(bundle), resourceName.get(), resourceType.get(), nullptr));
+}
+
 } // namespace
 
 std::optional<std::u16string> localizedString(Bundle bundle, std::string_view table, std::string_view key)
@@ -51,26 +68,27 @@ std::optional<std::u16string> localizedString(Bundle bundle, std::string_view ta
     if (!value || CFStringCompare(value.get(), name.get(), 0) == kCFCompareEqualTo) {
         return std::nullopt;
     }
-    std::u16string units(static_cast<std::size_t>(CFStringGetLength(value.get())), u'\0');
-    CFStringGetCharacters(value.get(), CFRangeMake(0, CFStringGetLength(value.get())),
-                          reinterpret_cast<UniChar*>(units.data()));
-    return units;
+    return unitsOf(value.get());
 }
 
 std::optional<ResourceFile> resourceFile(Bundle bundle, std::string_view name, std::string_view type)
 {
-    const auto resourceName = makeString(name);
-    const auto resourceType = makeString(type);
-    if (bundle.reference == nullptr || !resourceName || !resourceType) {
-        return std::nullopt;
-    }
-    const Owned<CFURLRef> url(
-        CFBundleCopyResourceURL(bundleOf(bundle), resourceName.get(), resourceType.get(), nullptr));
+    const auto url = resourceLocation(bundle, name, type);
     std::array<UInt8, PATH_MAX> path{};
     if (!url || !CFURLGetFileSystemRepresentation(url.get(), false, path.data(), path.size())) {
         return std::nullopt;
     }
     return ResourceFile{reinterpret_cast<const char*>(path.data()), nullptr};
+}
+
+std::optional<std::u16string> resourceUrl(Bundle bundle, std::string_view name, std::string_view type)
+{
+    const auto url = resourceLocation(bundle, name, type);
+    const Owned<CFURLRef> absolute(url ? CFURLCopyAbsoluteURL(url.get()) : nullptr);
+    if (!absolute) {
+        return std::nullopt;
+    }
+    return unitsOf(CFURLGetString(absolute.get()));
 }
 
 // Null outside of a user's Quartz session (CGSession.h).

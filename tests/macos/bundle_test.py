@@ -3,6 +3,7 @@
 Called as: bundle_test.py CMAKE BUILD-FOLDER SOURCE-FOLDER FMXHOST VERSION
 """
 
+import json
 import os
 import plistlib
 import subprocess
@@ -10,6 +11,7 @@ import sys
 import tempfile
 import unittest
 from pathlib import Path
+from urllib.parse import unquote, urlsplit
 
 CMAKE, BUILD, SOURCE, FMXHOST, VERSION = sys.argv[1:6]
 RESOURCES = Path(SOURCE) / "resources"
@@ -30,7 +32,7 @@ class Bundle(unittest.TestCase):
         self.assertIn("en.lproj/KORBFolidex.strings", tables)
         resources = {"Contents/Resources/" + file for file in tables | {"ZipFuncs.sh"}}
         found.discard("Contents/_CodeSignature/CodeResources")
-        self.assertEqual(found, resources | {"Contents/Info.plist", "Contents/MacOS/Folidex"})
+        self.assertEqual(found, resources | {"Contents/Info.plist", "Contents/MacOS/Folidex", "Contents/Resources/functions.html"})
         for file in resources:
             name = file.removeprefix("Contents/Resources/")
             self.assertEqual((self.bundle / file).read_bytes(), (RESOURCES / name).read_bytes(), name)
@@ -49,15 +51,25 @@ class Bundle(unittest.TestCase):
         self.assertIn(information["CFBundleDevelopmentRegion"], languages)
 
     def evaluate(self, *calculations, **variables):
-        plugin = self.bundle if sys.platform == "darwin" else self.bundle / "Contents/MacOS/Folidex"
         words = [word for calculation in calculations for word in ("-e", calculation)]
-        result = subprocess.run([FMXHOST, "--plugin", plugin, *words], capture_output=True, text=True,
+        result = subprocess.run([FMXHOST, "--plugin", self.plugin(), *words], capture_output=True, text=True,
                                 env={**os.environ, **variables})
         self.assertEqual(result.returncode, 0, result.stderr)
         return result.stdout.splitlines()
 
     def test_the_plug_in_loads_from_it(self):
         self.assertEqual(self.evaluate('KORB_Version("short")'), [VERSION])
+
+    def test_help_lands_in_the_bundles_reference(self):
+        listed = subprocess.run([FMXHOST, "--plugin", self.plugin(), "--json", "strings"], check=True, capture_output=True, text=True)
+        address = urlsplit(json.loads(listed.stdout)["132"])
+        page = Path(unquote(address.path))
+        self.assertEqual((address.scheme, address.netloc, address.fragment), ("file", "", "id="))
+        self.assertTrue(page.samefile(self.bundle / "Contents/Resources/functions.html"))
+        self.assertIn('id="id=2"></a><h3><a href="#KORB_FileCopy"', page.read_text(encoding="utf-8"))
+
+    def plugin(self):
+        return self.bundle if sys.platform == "darwin" else self.bundle / "Contents/MacOS/Folidex"
 
     def test_dates_are_local_time(self):
         file = Path(self.root.name) / "file"

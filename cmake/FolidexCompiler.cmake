@@ -37,6 +37,8 @@ if(CMAKE_SYSTEM_NAME STREQUAL "Linux")
     add_link_options(-Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
     if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
         add_compile_options(-fcf-protection)
+    elseif(CMAKE_SYSTEM_PROCESSOR STREQUAL "aarch64")
+        add_compile_options(-mbranch-protection=standard)
     endif()
 endif()
 

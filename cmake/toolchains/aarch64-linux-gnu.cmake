@@ -4,5 +4,3 @@ set(CMAKE_SYSTEM_PROCESSOR aarch64)
 set(CMAKE_C_COMPILER aarch64-linux-gnu-gcc)
 set(CMAKE_CXX_COMPILER aarch64-linux-gnu-g++)
 set(ENV{PKG_CONFIG_LIBDIR} "/usr/lib/aarch64-linux-gnu/pkgconfig:/usr/share/pkgconfig")
-# Tests and whatever else a build runs. The C library is Debian's own for arm64, so no -L.
-set(CMAKE_CROSSCOMPILING_EMULATOR qemu-aarch64-static)

@@ -8,7 +8,7 @@ import sys
 import tempfile
 import unittest
 
-PLUGIN, SOURCE, BUILD_TYPE = sys.argv[1:4]
+PLUGIN, SOURCE, BUILD_TYPE, PROCESSOR, STRIP = sys.argv[1:6]
 
 # The library that FileMaker Server supplies, the C and C++ run-times, and what every Debian and Ubuntu has because
 # its packages are essential or required: util-linux's and coreutils' own libraries.
@@ -68,13 +68,13 @@ class PluginFile(unittest.TestCase):
             rooms = [entry["command"] for entry in json.load(file) if "folidex_core.dir" in entry["command"]]
         self.assertGreater(len(rooms), 20)
         flags = ["-D_FORTIFY_SOURCE=2", "-fstack-protector-strong"]
-        flags += ["-fcf-protection"] if os.uname().machine == "x86_64" else []
+        flags += {"x86_64": ["-fcf-protection"], "aarch64": ["-mbranch-protection=standard"]}.get(PROCESSOR, [])
         self.assertEqual([command for command in rooms if not all(flag in command for flag in flags)], [])
 
     @unittest.skipUnless(BUILD_TYPE == "Release", "the limits are for what is shipped")
     def test_is_light(self):
         with tempfile.NamedTemporaryFile() as stripped:
-            subprocess.run(["strip", "-o", stripped.name, PLUGIN], check=True)
+            subprocess.run([STRIP, "-o", stripped.name, PLUGIN], check=True)
             self.assertLess(os.path.getsize(stripped.name), 1.5 * 1024 * 1024)
 
     def test_says_nothing_of_the_build_folder(self):

@@ -5,6 +5,8 @@
 
 #include <unistd.h>
 
+#include <system_error>
+
 namespace fmxhost {
 
 std::filesystem::path Context::pluginFile() const
@@ -15,7 +17,14 @@ std::filesystem::path Context::pluginFile() const
 Plugin& Context::plugin()
 {
     if (!plugin_) {
-        auto plugin = std::make_unique<Plugin>(pluginFile(), options_.apiVersion);
+        const std::filesystem::path file = pluginFile();
+        std::error_code error;
+        if (options_.pluginFile.empty() && !std::filesystem::exists(file, error)) {
+            throw PluginError(PluginError::Kind::notLoaded,
+                              "No plug-in was found: there is no file " + file.string() +
+                                  ". Name one with --plugin or in the variable FMXHOST_PLUGIN.");
+        }
+        auto plugin = std::make_unique<Plugin>(file, options_.apiVersion);
         plugin->start();
         plugin_ = std::move(plugin);
     }

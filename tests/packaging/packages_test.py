@@ -5,11 +5,13 @@ Called as: packages_test.py PACKAGES-FOLDER VERSION ARCHITECTURE EXTENSIONS-FOLD
 
 import gzip
 import io
+import json
 import re
 import shutil
 import subprocess
 import sys
 import tarfile
+import tempfile
 import unittest
 from pathlib import Path
 
@@ -70,6 +72,17 @@ class Packages(unittest.TestCase):
         self.assertIn(b".TH FMXHOST 1", gzip.decompress(self.host.content("/usr/share/man/man1/fmxhost.1.gz")))
         for file in ("bash-completion/completions/fmxhost", "zsh/vendor-completions/_fmxhost"):
             self.assertTrue(self.host.content("/usr/share/" + file))
+
+    def test_unpacked_they_work_together(self):
+        with tempfile.TemporaryDirectory() as root:
+            for package in (self.server, self.host):
+                subprocess.run(["dpkg-deb", "-x", package.file, root], check=True)
+            host = [root + "/usr/bin/fmxhost", "--plugin", f"{root}{EXTENSIONS}/Folidex.fmx"]
+            listed = json.loads(output(*host, "--json", "list"))
+            self.assertEqual(len(listed), 41)
+            (Path(root) / "größe").write_bytes(bytes(300))
+            answers = output(*host, "-e", 'KORB_Version("short")', "-e", f'KORB_GetFileSize("{root}/größe")', text=True)
+            self.assertEqual(answers.split(), [VERSION, "300"])
 
     @unittest.skipUnless(shutil.which("lintian"), "needs lintian")
     def test_lintian_finds_no_error(self):

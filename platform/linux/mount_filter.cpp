@@ -56,11 +56,18 @@ bool isLocalVolume(const Mount& mount)
     return !mount.isPseudo && !mount.isNetwork && !isPackageImage(mount);
 }
 
-const Mount* parentOf(const Mount& mount, const std::vector<Mount>& mounts)
+// The mount and those that it is mounted on, up to the topmost that is known. IDs are used again, so in a file that
+// was read while mounts came and went parents may lead in a circle.
+std::vector<const Mount*> wayUp(const Mount& mount, const std::vector<Mount>& mounts)
 {
-    const auto parent =
-        std::find_if(mounts.begin(), mounts.end(), [&](const Mount& other) { return other.id == mount.parent; });
-    return parent == mounts.end() || parent->id == mount.id ? nullptr : &*parent;
+    std::vector<const Mount*> way;
+    for (const Mount* level = &mount; level != nullptr && std::find(way.begin(), way.end(), level) == way.end();) {
+        way.push_back(level);
+        const auto parent =
+            std::find_if(mounts.begin(), mounts.end(), [&](const Mount& other) { return other.id == level->parent; });
+        level = parent == mounts.end() ? nullptr : &*parent;
+    }
+    return way;
 }
 
 // Whether another mount lies on top of this one, or over a folder on the way to it.
@@ -72,25 +79,21 @@ bool isCovered(const Mount& mount, const std::vector<Mount>& mounts)
         })) {
         return true;
     }
-    for (const Mount* level = &mount; level != nullptr; level = parentOf(*level, mounts)) {
-        if (coveredBy([level](const Mount& other) {
-                return other.parent == level->parent && isBelow(level->target, other.target);
-            })) {
-            return true;
-        }
-    }
-    return false;
+    const auto way = wayUp(mount, mounts);
+    return std::any_of(way.begin(), way.end(), [&](const Mount* level) {
+        return coveredBy([level](const Mount& other) {
+            return other.parent == level->parent && isBelow(level->target, other.target);
+        });
+    });
 }
 
 // The way to "/" is no way at all, so a root from the network doesn't count.
 bool isBehindNetwork(const Mount& mount, const std::vector<Mount>& mounts)
 {
-    for (const Mount* level = parentOf(mount, mounts); level != nullptr; level = parentOf(*level, mounts)) {
-        if (level->isNetwork && level->target != "/" && level->target != mount.target) {
-            return true;
-        }
-    }
-    return false;
+    const auto way = wayUp(mount, mounts);
+    return std::any_of(way.begin() + 1, way.end(), [&](const Mount* level) {
+        return level->isNetwork && level->target != "/" && level->target != mount.target;
+    });
 }
 
 // The smaller, the better a place to know the volume by.

@@ -60,6 +60,7 @@ std::optional<PathText> homeFolder()
     return utf16FromUtf8(*home);
 }
 
+// Of a tidied path: in ".//a" the root would be left.
 PathText withoutDotComponents(PathView path)
 {
     PathText text;
@@ -121,7 +122,7 @@ PathText standardized(PathView path)
             text.replace(0, 1, *home);
         }
     }
-    return tidied(withoutDotComponents(text));
+    return tidied(withoutDotComponents(tidied(text)));
 }
 
 } // namespace platform

@@ -37,6 +37,7 @@ TEST(MountFilter, FindsTheLocalVolumesOfRecordedSystems)
     EXPECT_EQ(volumesOf("rootless.txt"), Volumes{"/"});
     EXPECT_EQ(volumesOf("subvolumes.txt"), (Volumes{"/, /home", "/tank", "/tank/solutions", "/mnt/whole, /mnt/part"}));
     EXPECT_EQ(volumesOf("covered.txt"), (Volumes{"/", "/data", "/mnt2", "[/mnt/scratch]"}));
+    EXPECT_EQ(volumesOf("circle.txt"), (Volumes{"/", "/data", "/data/more"}));
     EXPECT_EQ(volumesOf("missing.txt"), Volumes{"unreadable"});
 }
 

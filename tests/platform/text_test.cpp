@@ -79,6 +79,7 @@ TEST(PathText, StandardizingFindsTheHomeFolder)
     EXPECT_EQ(platform::standardized(u"~/Desktop/x.txt"), u"/home/somebody/Desktop/x.txt");
     EXPECT_EQ(platform::standardized(u"~"), u"/home/somebody");
     EXPECT_EQ(platform::standardized(u"/a/./~//b/"), u"/a/~/b");
+    EXPECT_EQ(platform::standardized(u".//a"), u"a");
     setenv("HOME", "relative", 1);
     const std::u16string fromDatabase = platform::standardized(u"~/x");
     EXPECT_TRUE(fromDatabase.starts_with(u"/") && fromDatabase.ends_with(u"/x"));

@@ -193,7 +193,7 @@ bool ownTableHolds()
         const auto entry = table->find("KORB " + std::to_string(number));
         const bool there = entry != table->end();
         found += there ? 1 : 0;
-        loaded(static_cast<short>(number), 1024, there ? entry->second : std::u16string());
+        loaded(static_cast<short>(number), there ? 1024 : 8, there ? entry->second : std::u16string());
         for (std::size_t capacity = 0; there && capacity < entry->second.size() + 4; ++capacity) {
             loaded(static_cast<short>(number), capacity, entry->second);
         }

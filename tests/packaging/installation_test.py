@@ -88,7 +88,7 @@ class Installation(unittest.TestCase):
     def test_fmxhost_alone_says_that_there_is_no_plug_in(self):
         self.install("fmxhost")
         said = self.root.run("fmxhost", "-e", "1 + 1", user="nobody", status=3)
-        self.assertRegex(said, f"^No plug-in was found: .*{re.escape(EXTENSIONS)}/Folidex.fmx")
+        self.assertRegex(said, f"No plug-in was found: .*{re.escape(EXTENSIONS)}/Folidex.fmx")
 
     def test_belongs_to_the_server_where_there_is_one(self):
         self.addCleanup(self.root.run, "userdel", "fmserver")

@@ -189,7 +189,8 @@ TEST_F(EntryPoint, StringsAreWholeOrAbsent)
     EXPECT_EQ(string(1, 256), options);
     EXPECT_NE(string(129, 1024), u"");
     EXPECT_EQ(string(130, 256), u"");
-    EXPECT_EQ(string(151, 256), u""); // an unused number
+    EXPECT_EQ(string(kFMXT_HelpURLStr, 256), u""); // outside of a bundle
+    EXPECT_EQ(string(151, 256), u"");              // an unused number
 }
 
 TEST_F(EntryPoint, OtherMessagesLeaveTheRecordAlone)

@@ -34,7 +34,7 @@ std::string shownLines(std::string_view text)
         std::string line(text.substr(0, end));
         std::replace_if(
             line.begin(), line.end(),
-            [](char character) { return (character >= 0 && character < ' ') || character == '\177'; }, ' ');
+            [](char character) { return static_cast<unsigned char>(character) < ' ' || character == '\177'; }, ' ');
         lines.append(indent, ' ').append("| ").append(line).append("\n");
         text.remove_prefix(std::min(end + 1, text.size()));
     }

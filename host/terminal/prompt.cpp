@@ -93,6 +93,7 @@ ExitStatus runPrompt(Context& context)
         return completionOf(context, before, word);
     });
     bool warned = false;
+    const InterruptShield betweenLines;
     std::string line;
     for (;;) {
         const LineEditor::Outcome outcome = editor.read(line);
@@ -116,6 +117,7 @@ ExitStatus runPrompt(Context& context)
         if (command == u"help") {
             showHelp(context, argument);
         } else {
+            const InterruptShield shield;
             runCalculation(context, text, {});
         }
     }

@@ -19,6 +19,7 @@ constexpr std::chrono::milliseconds delay{1000};
 constexpr std::chrono::milliseconds period{100};
 constexpr std::array<std::string_view, 10> frames{"⠋", "⠙", "⠹", "⠸", "⠼", "⠴", "⠦", "⠧", "⠇", "⠏"};
 constexpr std::string_view eraseLine = "\r\033[K";
+constexpr std::string_view wayOut = "  A function can't be broken off; Ctrl-\\ ends fmxhost.";
 
 // Without a buffer between: the plug-in may write to the terminal too. A terminal that is gone is no reason to stop.
 void show(std::string_view text)
@@ -72,7 +73,10 @@ void Spinner::run()
         const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
         std::array<char, 40> time{};
         std::snprintf(time.data(), time.size(), " %.1f s", seconds);
-        show(std::string(eraseLine).append(frames[frame++ % frames.size()]).append(time.data()));
+        show(std::string(eraseLine)
+                 .append(frames[frame++ % frames.size()])
+                 .append(time.data())
+                 .append(InterruptShield::wasHit() ? wayOut : ""));
     } while (!stopsWithin(period));
     show(eraseLine);
 }

@@ -7,6 +7,8 @@
 namespace fmxhost {
 namespace {
 
+volatile std::sig_atomic_t hit = 0;
+
 std::string_view escapeSequence(Style style)
 {
     switch (style) {
@@ -45,6 +47,27 @@ std::string styled(std::string_view text, Style style, bool colour)
         return std::string(text);
     }
     return std::string(escapeSequence(style)).append(text).append("\033[0m");
+}
+
+InterruptShield::InterruptShield()
+{
+    hit = 0;
+    // A handler rather than SIG_IGN, which a program that the plug-in starts would inherit.
+    struct sigaction action = {};
+    action.sa_handler = [](int) { hit = 1; };
+    action.sa_flags = SA_RESTART;
+    sigaction(SIGINT, &action, &before_);
+}
+
+InterruptShield::~InterruptShield()
+{
+    sigaction(SIGINT, &before_, nullptr);
+    hit = 0;
+}
+
+bool InterruptShield::wasHit()
+{
+    return hit != 0;
 }
 
 } // namespace fmxhost

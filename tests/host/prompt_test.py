@@ -111,6 +111,18 @@ class Prompt(unittest.TestCase):
             terminal.type("quit\r")
             self.assertEqual(terminal.status(), 0)
 
+    def test_control_c_during_a_call_ends_what_the_call_has_started_only(self):
+        with Terminal(self.state) as terminal:
+            terminal.expect(PROMPT)
+            terminal.type("Smpl_Pause(2.5) & \"done\"\r")
+            terminal.expect(" 1.2 s")
+            terminal.type("\x03")
+            terminal.expect("Ctrl-\\ ends fmxhost")
+            terminal.expect("done\r\n")
+            terminal.expect(PROMPT)
+            self.assertNotIn("ends fmxhost", terminal.answer("Smpl_Pause(1.3)"))
+            self.assertIn("\r\n3\r\n", terminal.answer("1 + 2"))
+
     def test_completes_names(self):
         with Terminal(self.state) as terminal:
             terminal.expect(PROMPT)

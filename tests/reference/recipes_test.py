@@ -70,7 +70,9 @@ class Recipes(unittest.TestCase):
     def test_import_every_file_of_a_folder(self):
         for name in ("in/a.csv", "in/b.CSV", "in/Ü.csv", "in/.hidden.csv", "in/readme.txt", "in/c.csv", "done/c.csv"):
             self.write(name)
-        self.assertEqual(self.run_recipe("Import every file of a folder"), "c.csv: seen before\r")
+        # A function of FileMaker's own that fmxhost hasn't.
+        answers = {'ConvertToFileMakerPath ( $in & "/" & $file ; PosixPath )': '"file:" & $in & "/" & $file'}
+        self.assertEqual(self.run_recipe("Import every file of a folder", answers), "c.csv: seen before\r")
         imported = sorted(step[-1] for step in self.performed if step[0] == "Import Records")
         self.assertEqual(imported, [f"file:{self.data}/in/{name}" for name in ("a.csv", "b.CSV", "Ü.csv")])
         self.assertEqual(self.names("done"), ["a.csv", "b.CSV", "c.csv", "Ü.csv"])

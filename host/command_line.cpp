@@ -1,13 +1,16 @@
 #include "host/command_line.h"
 
+#include "host/calculation/functions.h"
 #include "host/calculation_runner.h"
 #include "host/terminal/prompt.h"
+#include "host/unicode.h"
 
 #include <CLI/CLI.hpp>
 
 #include <langinfo.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <clocale>
 #include <cstring>
@@ -60,6 +63,23 @@ ExitStatus guarded(Context& context, const CommandBody& body)
     }
 }
 
+// " Did you mean x?" with the nearest of the candidates, or nothing when none is near.
+std::string suggestion(const std::string& word, const std::vector<std::string>& candidates)
+{
+    constexpr std::size_t longestWord = 40;
+    std::size_t bestDistance = std::max<std::size_t>(1, word.size() / 3) + 1;
+    std::string best;
+    for (const std::string& candidate : candidates) {
+        const std::size_t distance =
+            word.size() > longestWord ? bestDistance : editDistance(foldCase(toUtf16(word)), toUtf16(candidate));
+        if (distance < bestDistance) {
+            best = candidate;
+            bestDistance = distance;
+        }
+    }
+    return best.empty() ? best : " Did you mean " + best + "?";
+}
+
 class CommandLine {
 public:
     explicit CommandLine(std::span<const Command> commands)
@@ -90,6 +110,8 @@ public:
     {
         try {
             app_.parse(argumentCount, arguments);
+        } catch (const CLI::ExtrasError&) {
+            return refuse(unknownWordText(argumentCount, arguments), output);
         } catch (const CLI::ParseError& error) {
             return finishEarly(error, output);
         }
@@ -111,8 +133,58 @@ private:
             output.flush();
             return static_cast<int>(ExitStatus::success);
         }
-        Context(options_, output).reportError(std::string(error.what()) + "\nfmxhost --help says how it is used.");
+        return refuse(error.what(), output);
+    }
+
+    int refuse(const std::string& message, Output& output) const
+    {
+        Context(options_, output).reportError(message + "\nfmxhost --help says how it is used.");
         return static_cast<int>(ExitStatus::wrongUse);
+    }
+
+    // About the first word that is no option, no command and no argument of one.
+    std::string unknownWordText(int argumentCount, const char* const* arguments) const
+    {
+        const std::vector<std::string> unknown = app_.remaining(true);
+        const auto* const end = arguments + argumentCount;
+        const auto* const first = std::find_first_of(arguments, end, unknown.begin(), unknown.end());
+        const std::string word = first == end ? unknown.front() : *first;
+        if (word.starts_with('-')) {
+            return "There is no option " + word + "." + suggestion(word, optionNames());
+        }
+        if (!app_.get_subcommands().empty()) {
+            return "The argument " + word + " is one too many.";
+        }
+        const bool isWord =
+            word.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ-") == word.npos;
+        return "There is no command " + word + "." +
+               (isWord ? suggestion(word, commandNames()) : " A calculation is given with -e.");
+    }
+
+    std::vector<std::string> commandNames() const
+    {
+        std::vector<std::string> names;
+        for (const auto& [arguments, body] : bodies_) {
+            names.push_back(arguments->get_name());
+        }
+        return names;
+    }
+
+    // Of fmxhost itself and of the command that is given.
+    std::vector<std::string> optionNames() const
+    {
+        std::vector<const CLI::Option*> options = app_.get_options();
+        for (const CLI::App* command : app_.get_subcommands()) {
+            const auto more = command->get_options();
+            options.insert(options.end(), more.begin(), more.end());
+        }
+        std::vector<std::string> names;
+        for (const CLI::Option* option : options) {
+            for (const std::string& name : option->get_lnames()) {
+                names.push_back("--" + name);
+            }
+        }
+        return names;
     }
 
     ExitStatus dispatch(Context& context)
@@ -134,8 +206,10 @@ private:
         if (isatty(STDIN_FILENO) != 0 && isatty(STDOUT_FILENO) != 0) {
             return guarded(context, runPrompt);
         }
-        context.reportError("There is nothing to do: give -e or a command, or start it at a terminal.\n\n" +
-                            app_.help());
+        context.reportError(
+            "There is nothing to do: give -e or a command (\"run -\" reads standard input), or start it at "
+            "a terminal.\n\n" +
+            app_.help());
         return ExitStatus::wrongUse;
     }
 

@@ -8,7 +8,15 @@
 namespace fmxhost {
 namespace {
 
-// Optimal string alignment distance: insertions, deletions, substitutions and swaps of neighbours.
+// Without the prefix that all functions of a plug-in share, which says nothing about which one is meant.
+std::u16string_view withoutPrefix(std::u16string_view name)
+{
+    const std::size_t underscore = name.find(u'_');
+    return underscore == std::u16string_view::npos ? name : name.substr(underscore + 1);
+}
+
+} // namespace
+
 std::size_t editDistance(std::u16string_view a, std::u16string_view b)
 {
     std::vector<std::size_t> beforePrevious;
@@ -29,15 +37,6 @@ std::size_t editDistance(std::u16string_view a, std::u16string_view b)
     }
     return previous.back();
 }
-
-// Without the prefix that all functions of a plug-in share, which says nothing about which one is meant.
-std::u16string_view withoutPrefix(std::u16string_view name)
-{
-    const std::size_t underscore = name.find(u'_');
-    return underscore == std::u16string_view::npos ? name : name.substr(underscore + 1);
-}
-
-} // namespace
 
 std::u16string_view nameOf(const Function& function)
 {

@@ -6,6 +6,7 @@
 
 #include <fmxkit/registry.h>
 
+#include <cstddef>
 #include <limits>
 #include <map>
 #include <optional>
@@ -35,6 +36,10 @@ constexpr int anyNumberOfArguments = std::numeric_limits<int>::max();
 std::u16string_view nameOf(const Function& function);
 int minimumArguments(const Function& function);
 int maximumArguments(const Function& function); // anyNumberOfArguments where there is no limit
+
+// How many insertions, deletions, substitutions and swaps of neighbours make one text of the other (optimal string
+// alignment distance), in UTF-16 units. Time and space grow with the product of the lengths.
+std::size_t editDistance(std::u16string_view a, std::u16string_view b);
 
 // Thread rule: immutable once made.
 class FunctionTable {

@@ -117,6 +117,13 @@ class Errors(unittest.TestCase):
                 self.assertEqual((result.returncode, result.stdout), (2, b""), arguments)
                 self.assertTrue(result.stderr.startswith(b"fmxhost: "), arguments)
 
+    def test_unknown_words_get_a_suggestion(self):
+        for arguments, said in ((["lsit"], "no command lsit. Did you mean list?"), (["zzzzz"], "no command zzzzz.\n"),
+                                (["list", "--josn"], "no option --josn. Did you mean --json?"),
+                                (["reference", "--htlm"], "Did you mean --html?"), (["list", "x"], "x is one too many."),
+                                (["Len(1)"], "A calculation is given with -e.")):
+            self.check(host(*arguments), 2, said)
+
     def test_bytes_that_are_not_utf8(self):
         self.check(host("-e", b'"\xff"'), 1, "UTF-8")
 

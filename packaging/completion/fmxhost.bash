@@ -6,6 +6,14 @@ _fmxhost()
     local commands='run list steps strings help check reference'
     local options='-e --plugin --api --json --no-arity-check --time --version --help'
 
+    # readline splits --plugin=FILE into three words.
+    if [[ $current == = ]]; then
+        current=''
+    fi
+    if [[ $previous == = ]]; then
+        previous=${COMP_WORDS[COMP_CWORD - 2]}
+    fi
+
     case $previous in
     --plugin | run)
         compopt -o filenames
@@ -36,7 +44,8 @@ _fmxhost()
 
     case $command in
     '') mapfile -t COMPREPLY < <(compgen -W "$commands $options" -- "$current") ;;
-    help) mapfile -t COMPREPLY < <(compgen -W "$(_fmxhost_functions "${plugin[@]}")" -- "$current") ;;
+    # One name, in any letter case.
+    help) ((index < COMP_CWORD - 1)) || mapfile -t COMPREPLY < <(_fmxhost_functions "${plugin[@]}" | grep -i "^$current") ;;
     check) mapfile -t COMPREPLY < <(compgen -W "$(_fmxhost_tests) list-tests --only-failed --timeout $options" -- "$current") ;;
     reference) mapfile -t COMPREPLY < <(compgen -W '--texts --html --help' -- "$current") ;;
     *) mapfile -t COMPREPLY < <(compgen -W "$options" -- "$current") ;;

@@ -52,6 +52,8 @@ class CommandLineWords(unittest.TestCase):
             ("fmxhost", "ref"): ["reference"],
             ("fmxhost", "--no"): ["--no-arity-check"],
             ("fmxhost", "--plugin", PLUGIN, "help", "KORB_GetLastE"): ["KORB_GetLastError"],
+            ("fmxhost", "--plugin", PLUGIN, "help", "korb_filec"): ["KORB_FileCopy"],
+            ("fmxhost", "--plugin", "=", f"{PLUGIN[:-4]}"): [PLUGIN],
             ("fmxhost", "check", "start"): ["start-up"],
             ("fmxhost", "-e", "1", "st"): ["steps", "strings"],
         }

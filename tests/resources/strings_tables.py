@@ -78,6 +78,17 @@ class StringsTables(unittest.TestCase):
             for key in ["KORB 129", *(f"KORB {number}" for number in numbered(table, 350, 401))]:
                 self.assertNotEqual(table[key], self.english[key], f"{language}: {key}")
 
+    def test_translations_keep_names_and_values(self):
+        for number, description in numbered(self.english, 350, 401).items():
+            prototype = self.english[f"KORB {number - DESCRIPTION_OFFSET}"]
+            # A calculation of FileMaker's stands in English only, and some parameters' names are words of English, too.
+            text = description.partition("|")[2].replace('"¶"', "")
+            names = [name for name in re.findall(r"[A-Za-z]+", prototype.partition("(")[2]) if re.search(rf"\b{name}\b", text)]
+            kept = [name for name in names if name not in ("path", "on", "password")] + re.findall(r'KORB_\w+|!!ERROR!!|"[^"]*"', text)
+            for language, table in self.tables.items():
+                for word in kept:
+                    self.assertIn(word, table[f"KORB {number}"], f"{language}: {number}")
+
     def test_values_fit_the_buffer(self):
         for language, table in self.tables.items():
             for key, value in table.items():

@@ -190,7 +190,7 @@ TEST_F(EntryPoint, StringsAreWholeOrAbsent)
     EXPECT_NE(string(129, 1024), u"");
     EXPECT_EQ(string(130, 256), u"");
     EXPECT_EQ(string(kFMXT_HelpURLStr, 256), u""); // outside of a bundle
-    EXPECT_EQ(string(151, 256), u"");              // an unused number
+    EXPECT_EQ(string(149, 256), u"");              // no function's number
 }
 
 TEST_F(EntryPoint, OtherMessagesLeaveTheRecordAlone)

@@ -16,6 +16,8 @@ endfunction()
 compressed("${packaging}/debian/changelog")
 compressed("${packaging}/fmxhost.1")
 add_custom_target(documents ALL DEPENDS "${documents}/changelog.gz" "${documents}/fmxhost.1.gz")
+# Whoever builds the plug-in alone can install it.
+add_dependencies(Folidex documents)
 
 set(plugin_package folidex-server)
 set(fmxhost_package fmxhost)

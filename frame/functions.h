@@ -1,4 +1,4 @@
-// The 41 calculation functions in their common signature. Each room defines its own; the registry table names them.
+// The calculation functions in their common signature. Each room defines its own; the registry table names them.
 //
 // Common to all: the function ID and the environment are ignored; the answer is always 0, and a failure is the result
 // "!!ERROR!!" with its details in the last-error record (error_model.h). What the SDK's wrapper calls throw

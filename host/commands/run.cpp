@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <iostream>
@@ -40,7 +41,8 @@ ExitStatus runLines(Context& context, std::istream& lines, const std::string& na
             return status;
         }
     }
-    if (lines.bad()) {
+    // The stream over standard input keeps a read error to itself.
+    if (lines.bad() || (&lines == &std::cin && std::ferror(stdin) != 0)) {
         context.reportError(name + ": " + std::strerror(errno));
         return ExitStatus::wrongUse;
     }

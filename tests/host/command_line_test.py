@@ -124,6 +124,10 @@ class Errors(unittest.TestCase):
                                 (["Len(1)"], "A calculation is given with -e.")):
             self.check(host(*arguments), 2, said)
 
+    def test_standard_input_that_cannot_be_read(self):
+        command = 'exec "$0" --plugin "$1" run - </'
+        self.check(subprocess.run(["sh", "-c", command, HOST, SAMPLE], capture_output=True), 2, "standard input: ")
+
     def test_bytes_that_are_not_utf8(self):
         self.check(host("-e", b'"\xff"'), 1, "UTF-8")
 

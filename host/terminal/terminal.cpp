@@ -2,12 +2,15 @@
 
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdlib>
 
 namespace fmxhost {
 namespace {
 
-volatile std::sig_atomic_t hit = 0;
+// Set in a signal handler and read by the spinner's thread.
+std::atomic<bool> hit = false;
+static_assert(std::atomic<bool>::is_always_lock_free);
 
 std::string_view escapeSequence(Style style)
 {
@@ -51,10 +54,10 @@ std::string styled(std::string_view text, Style style, bool colour)
 
 InterruptShield::InterruptShield()
 {
-    hit = 0;
+    hit = false;
     // A handler rather than SIG_IGN, which a program that the plug-in starts would inherit.
     struct sigaction action = {};
-    action.sa_handler = [](int) { hit = 1; };
+    action.sa_handler = [](int) { hit = true; };
     action.sa_flags = SA_RESTART;
     sigaction(SIGINT, &action, &before_);
 }
@@ -62,12 +65,12 @@ InterruptShield::InterruptShield()
 InterruptShield::~InterruptShield()
 {
     sigaction(SIGINT, &before_, nullptr);
-    hit = 0;
+    hit = false;
 }
 
 bool InterruptShield::wasHit()
 {
-    return hit != 0;
+    return hit;
 }
 
 } // namespace fmxhost

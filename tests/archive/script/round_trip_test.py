@@ -6,7 +6,7 @@ import sys
 import unittest
 import zipfile
 
-from support import AS_ROOT, FULL, SHELLS, SOURCE, ScratchCase, needs
+from support import AS_ROOT, DESTINATION, FULL, SHELLS, SOURCE, ScratchCase, needs
 
 NOBODY = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"]
 
@@ -46,6 +46,11 @@ class RoundTrip(ScratchCase):
         for entry in ("tree/mine", "tree/deep/$HOME/mine", "other"):
             self.assertEqual(self.read(f"out/{entry}"), b"mine")
             os.remove(self.path("out", entry))
+        if not AS_ROOT:
+            # Nothing can be replaced in a read-only folder.
+            self.unzip("a.zip", "out", expect=DESTINATION)
+            for folder in ("in/tree/locked", "out/tree/locked"):
+                os.chmod(self.path(folder), 0o755)
         self.unzip("a.zip", "out")
         self.assert_same_tree("in/tree", "out/tree")
 

@@ -38,6 +38,19 @@ PathText resolvePath(PathView typed, ItemKind kind, ResolutionCodes codes)
     return PathText(typed);
 }
 
+PathText resolveForDeletion(PathView typed, ItemKind kind, ResolutionCodes codes)
+{
+    PathText path = resolvePath(typed, kind, codes);
+    const Existence item = platform::existence(path);
+    if (!item.exists) {
+        fail(codes.notFound);
+    }
+    if (item.isFolder != (kind == ItemKind::folder)) {
+        fail(codes.wrongKind);
+    }
+    return path;
+}
+
 PathText resolveAny(PathView typed, ErrorCode notFound)
 {
     if (platform::existence(typed).exists) {

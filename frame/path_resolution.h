@@ -30,6 +30,9 @@ inline constexpr ResolutionCodes destinationFolderCodes{ErrorCode::destinationNo
 // when the path exists as typed; a path that is reached through "/Volumes/" alone isn't asked for its kind.
 platform::PathText resolvePath(platform::PathView typed, ItemKind kind, ResolutionCodes codes);
 
+// The same for an item that is to be deleted, which is asked for its kind in every case.
+platform::PathText resolveForDeletion(platform::PathView typed, ItemKind kind, ResolutionCodes codes);
+
 // The same for an item of any kind.
 platform::PathText resolveAny(platform::PathView typed, ErrorCode notFound);
 

@@ -109,15 +109,8 @@ fmx::errcode KORB_FileDelete(short, const fmx::ExprEnv&, const fmx::DataVect& ar
 {
     return frame::externalFunction(arguments, result, [](ExternalCall& call) {
         call.requireCount(1);
-        const PathText path = sourceFile(call);
-        // A path that is reached through "/Volumes/" alone hasn't been asked for its kind.
-        const platform::Existence item = platform::existence(path);
-        if (!item.exists) {
-            frame::fail(ErrorCode::sourceNotFound);
-        }
-        if (item.isFolder) {
-            frame::fail(ErrorCode::sourceNotAFile);
-        }
+        const PathText path =
+            frame::resolveForDeletion(call.requiredText(0, ErrorCode::missingSource), ItemKind::file, frame::fileCodes);
         frame::orFail(ErrorCode::unableToDelete, platform::removeItem(path));
         call.returnNumber(0);
     });

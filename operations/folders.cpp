@@ -109,7 +109,9 @@ fmx::errcode KORB_FolderDelete(short, const fmx::ExprEnv&, const fmx::DataVect& 
 {
     return frame::externalFunction(arguments, result, [](ExternalCall& call) {
         call.requireCount(1);
-        frame::orFail(ErrorCode::unableToDelete, platform::removeItem(sourceFolder(call)));
+        const PathText path = frame::resolveForDeletion(call.requiredText(0, ErrorCode::missingSource),
+                                                        ItemKind::folder, frame::folderCodes);
+        frame::orFail(ErrorCode::unableToDelete, platform::removeItem(path));
         call.returnNumber(0);
     });
 }

@@ -159,6 +159,7 @@ TEST(FilesOnVolumes, AreReachedByTheVolumesName)
                 {"KORB_FileDelete", {"x"}, "-8004 Source path is not a file", ""},
                 {"KORB_FileDelete", {"local"}, "-8004 Source path is not a file", ""},
                 {"KORB_FileDelete", {"/local"}, "-8004 Source path is not a file", ""},
+                {"KORB_FolderDelete", {"Disk/x"}, "-8005 Source path is not a folder", ""},
                 {"KORB_FolderDelete", {"Disk/folder"}, "0", "-Volumes/Disk/folder/ -Volumes/Disk/folder/f=2"},
                 {"KORB_FolderCreate", {"Disk/new/er"}, "0", "+Volumes/Disk/new/ +Volumes/Disk/new/er/"},
                 {"KORB_FolderCreate", {"none/Volumes/x"}, "0", "+none/ +none/Volumes/ +none/Volumes/x/"},

@@ -20,8 +20,8 @@
 namespace fmxhost {
 namespace {
 
-constexpr const char* footer =
-    R"(The plug-in is --plugin, else $FMXHOST_PLUGIN, else Folidex.fmx beside fmxhost, else the installed one.
+constexpr const char* footer = R"(The plug-in is --plugin, else $FMXHOST_PLUGIN, else )" FMXHOST_PLUGIN_NAME
+                               R"( beside fmxhost, else the installed one.
 With neither -e nor a command, at a terminal: a prompt.
 
 Results are printed as FileMaker shows them, one a line; line ends within a text start a new line, so use --json where

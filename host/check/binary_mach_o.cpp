@@ -155,7 +155,7 @@ private:
 };
 
 // C names have an underscore before them.
-std::string withoutUnderscore(std::string name)
+std::string withoutUnderscore(const std::string& name)
 {
     return name.starts_with('_') ? name.substr(1) : name;
 }
@@ -164,8 +164,8 @@ void readExports(const FileImage& image, Offset slice, Offset place, Binary& bin
 {
     const auto offset = image.at<std::uint32_t>(place);
     const auto size = image.at<std::uint32_t>(place + 4);
-    for (std::string& name : ExportsTrie(image.part(slice + offset, size)).names()) {
-        binary.exports.push_back(withoutUnderscore(std::move(name)));
+    for (const std::string& name : ExportsTrie(image.part(slice + offset, size)).names()) {
+        binary.exports.push_back(withoutUnderscore(name));
     }
 }
 
@@ -215,7 +215,11 @@ Binary readBinary(const std::filesystem::path& file)
     Offset place = slice + sizeof(Header);
     for (std::uint32_t index = 0; index < header.commandCount; ++index) {
         readCommand(image, slice, place, binary);
-        place += image.at<Command>(place).size;
+        const std::uint32_t size = image.at<Command>(place).size;
+        if (size < sizeof(Command)) {
+            throw BinaryError("it has a load command without an end");
+        }
+        place += size;
     }
     return binary;
 }

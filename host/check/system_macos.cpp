@@ -15,17 +15,18 @@ namespace {
 
 std::size_t openDescriptors()
 {
-    const int roomy = proc_pidinfo(getpid(), PROC_PIDLISTFDS, 0, nullptr, 0); // with free places
+    const int roomy = ::proc_pidinfo(::getpid(), PROC_PIDLISTFDS, 0, nullptr, 0); // with free places
     std::vector<proc_fdinfo> entries(static_cast<std::size_t>(roomy > 0 ? roomy : 0) / sizeof(proc_fdinfo));
-    const int used = proc_pidinfo(getpid(), PROC_PIDLISTFDS, 0, entries.data(),
-                                  static_cast<int>(entries.size() * sizeof(proc_fdinfo)));
+    const int used = ::proc_pidinfo(::getpid(), PROC_PIDLISTFDS, 0, entries.data(),
+                                    static_cast<int>(entries.size() * sizeof(proc_fdinfo)));
     return static_cast<std::size_t>(used > 0 ? used : 0) / sizeof(proc_fdinfo);
 }
 
 std::optional<std::size_t> runningThreads()
 {
     proc_taskinfo task{};
-    if (proc_pidinfo(getpid(), PROC_PIDTASKINFO, 0, &task, sizeof task) != sizeof task) {
+    constexpr int size = sizeof task;
+    if (::proc_pidinfo(::getpid(), PROC_PIDTASKINFO, 0, &task, size) != size) {
         return std::nullopt;
     }
     return static_cast<std::size_t>(task.pti_threadnum);
@@ -37,7 +38,7 @@ std::size_t allocatedBytes()
     return __sanitizer_get_current_allocated_bytes(); // its allocator takes the system's place
 #else
     malloc_statistics_t sum{};
-    malloc_zone_statistics(nullptr, &sum); // of all zones
+    ::malloc_zone_statistics(nullptr, &sum); // of all zones
     return sum.size_in_use;
 #endif
 }

@@ -153,7 +153,11 @@ void useUtf8()
 {
     const bool known = std::setlocale(LC_CTYPE, "") != nullptr;
     if (!known || std::strcmp(nl_langinfo(CODESET), "UTF-8") != 0) {
-        std::setlocale(LC_CTYPE, "C.UTF-8");
+        for (const char* name : {"C.UTF-8", "UTF-8"}) { // macOS has the second
+            if (std::setlocale(LC_CTYPE, name) != nullptr) {
+                break;
+            }
+        }
     }
 }
 

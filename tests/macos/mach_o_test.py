@@ -74,7 +74,8 @@ class MachO(unittest.TestCase):
                    "-D_LIBCPP_HAS_MUSL_LIBC", "-D_BSD_SOURCE", "-D_XOPEN_SOURCE=700",
                    "-DU_DISABLE_RENAMING=1", "-DUCHAR_TYPE=char16_t", *(f'-D{name}=""' for name in TEXTS),
                    *(f"-I{folder}" for folder in (".", "tests", *kit)),
-                   "-Wall", "-Wextra", "-Wshadow", "-Wconversion", "-Wsign-conversion", "-Wold-style-cast", "-Werror"]
+                   "-Wall", "-Wextra", "-Wpedantic", "-Wshadow", "-Wconversion", "-Wsign-conversion", "-Wold-style-cast",
+                   "-Wnon-virtual-dtor", "-Woverloaded-virtual", "-Wformat=2", "-Wundef", "-Werror"]
 
         def compile_one(file):
             target = self.folder / f"{architecture}-{str(file).replace('/', '-')}.o"

@@ -50,12 +50,8 @@ set_target_properties(Folidex PROPERTIES
     LINK_DEPENDS "${exports}")
 target_link_options(Folidex PRIVATE "LINKER:-exported_symbols_list,${exports}" LINKER:-dead_strip)
 
-if(FMX_SDK_FRAMEWORK_DIR)
-    # FileMaker carries its own FMWrapper.framework, which the plug-in finds beside the host's executable.
-    set_target_properties(Folidex PROPERTIES
-        BUILD_WITH_INSTALL_RPATH ON
-        INSTALL_RPATH "@executable_path/../Frameworks;@loader_path/../Frameworks")
-endif()
+# FileMaker carries FMWrapper.framework, fmxhost has the kit's library loaded: no path of a build folder may stay inside.
+set_target_properties(Folidex PROPERTIES BUILD_WITH_INSTALL_RPATH ON INSTALL_RPATH "@executable_path/../Frameworks")
 
 install(TARGETS Folidex LIBRARY DESTINATION "${FOLIDEX_EXTENSIONS_DIR}" BUNDLE DESTINATION "${FOLIDEX_EXTENSIONS_DIR}"
         COMPONENT plugin)

@@ -21,7 +21,12 @@ else()
     target_link_libraries(Folidex PRIVATE FMWrapper)
 endif()
 
+# Its name, and the path by which a host is told of it.
+set(FOLIDEX_PLUGIN_NAME "Folidex.fmx")
+set(FOLIDEX_PLUGIN_FILE "$<TARGET_FILE:Folidex>")
 if(APPLE)
+    set(FOLIDEX_PLUGIN_NAME "Folidex.fmplugin")
+    set(FOLIDEX_PLUGIN_FILE "$<TARGET_BUNDLE_DIR:Folidex>")
     include(FolidexBundle)
     return()
 endif()

@@ -23,8 +23,8 @@
 namespace fmxhost {
 namespace {
 
-constexpr const char* footer =
-    R"(The plug-in is --plugin, else $FMXHOST_PLUGIN, else Folidex.fmx beside fmxhost, else the installed one.
+constexpr const char* footer = R"(The plug-in is --plugin, else $FMXHOST_PLUGIN, else )" FMXHOST_PLUGIN_NAME
+                               R"( beside fmxhost, else the installed one.
 With neither -e nor a command, at a terminal: a prompt.
 
 Results are printed as FileMaker shows them, one a line; line ends within a text start a new line, so use --json where
@@ -227,7 +227,11 @@ void useUtf8()
 {
     const bool known = std::setlocale(LC_CTYPE, "") != nullptr;
     if (!known || std::strcmp(nl_langinfo(CODESET), "UTF-8") != 0) {
-        std::setlocale(LC_CTYPE, "C.UTF-8");
+        for (const char* name : {"C.UTF-8", "UTF-8"}) { // macOS has the second
+            if (std::setlocale(LC_CTYPE, name) != nullptr) {
+                break;
+            }
+        }
     }
 }
 

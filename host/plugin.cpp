@@ -132,11 +132,12 @@ Plugin::~Plugin()
 
 void Plugin::openLibrary()
 {
+    onDisk_ = PluginFile(file_);
     std::error_code error;
-    if (!std::filesystem::is_regular_file(file_, error)) {
+    if (!std::filesystem::is_regular_file(onDisk_.library(), error)) {
         throw PluginError(PluginError::Kind::notLoaded, "There is no plug-in file " + file_.string());
     }
-    library_ = dlopen(file_.c_str(), RTLD_NOW | RTLD_LOCAL);
+    library_ = dlopen(onDisk_.library().c_str(), RTLD_NOW | RTLD_LOCAL);
     if (library_ == nullptr) {
         const char* reason = dlerror();
         throw PluginError(PluginError::Kind::notLoaded,
@@ -149,6 +150,7 @@ void Plugin::openLibrary()
                           file_.string() + " is not a plug-in: it has no entry point FMExternCallProc");
     }
     record_.entryPoint = entryPoint_;
+    record_.instanceID = onDisk_.instance();
 }
 
 void Plugin::closeLibrary() noexcept

@@ -6,6 +6,7 @@
 // it runs there must be no call.
 #pragma once
 
+#include "host/plugin_file.h"
 #include "host/value.h"
 
 #include <fmxkit/registry.h>
@@ -140,6 +141,7 @@ private:
     std::size_t releaseRegistered() noexcept;
 
     std::filesystem::path file_;
+    PluginFile onDisk_;
     void* library_ = nullptr;
     // Plug-ins keep the record's address and read the API version through it later, so it lives as long as the plug-in
     // and its version is written once.

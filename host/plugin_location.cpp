@@ -1,5 +1,7 @@
 #include "host/plugin_location.h"
 
+#include "host/executable.h"
+
 #include <cstdlib>
 #include <system_error>
 
@@ -13,14 +15,14 @@ fs::path defaultPluginFile()
         return named;
     }
     std::error_code error;
-    const fs::path executable = fs::read_symlink("/proc/self/exe", error); // proc(5)
+    const fs::path executable = fs::canonical(executableFile(), error);
     if (!error) {
-        fs::path beside = executable.parent_path() / "Folidex.fmx";
+        fs::path beside = executable.parent_path() / FMXHOST_PLUGIN_NAME;
         if (fs::exists(beside, error)) {
             return beside;
         }
     }
-    return FMXHOST_INSTALLED_PLUGIN;
+    return fs::path(FMXHOST_EXTENSIONS_FOLDER) / FMXHOST_PLUGIN_NAME;
 }
 
 } // namespace fmxhost

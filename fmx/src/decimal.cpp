@@ -1,11 +1,14 @@
 #include "decimal.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <limits>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -91,6 +94,26 @@ std::pair<std::string, std::string> divideMagnitudes(std::string_view dividend, 
     return {quotient, remainder};
 }
 
+using ScientificText = std::array<char, 64>; // "d.ddde±dd" and zeros
+
+// With as few digits as make the same number again.
+ScientificText shortestText(double value)
+{
+    ScientificText text{};
+#ifdef __cpp_lib_to_chars
+    std::to_chars(text.data(), text.data() + text.size() - 1, value, std::chars_format::scientific);
+#else // Apple's library has it for doubles since macOS 13.3; this needs a digit more at some powers of two
+    constexpr int most = std::numeric_limits<double>::max_digits10 - 1;
+    for (int places = 0; places <= most; ++places) {
+        std::snprintf(text.data(), text.size(), "%.*e", places, value);
+        if (std::strtod(text.data(), nullptr) == value) {
+            break;
+        }
+    }
+#endif
+    return text;
+}
+
 } // namespace
 
 Decimal::Decimal(fmx::int64 value) : negative_(value < 0)
@@ -104,14 +127,11 @@ Decimal Decimal::fromDouble(double value)
     if (!std::isfinite(value)) {
         throw std::domain_error("not a finite number");
     }
-    char shortest[64] = {}; // zeros: std::to_chars writes no end
-    const auto written =
-        std::to_chars(shortest, shortest + sizeof shortest, std::fabs(value), std::chars_format::scientific);
-    const std::string_view text(shortest, static_cast<std::size_t>(written.ptr - shortest));
-    const std::size_t mark = text.find('e');
-    std::string digits(text.substr(0, mark));
+    const ScientificText text = shortestText(std::fabs(value));
+    const std::size_t mark = std::string_view(text.data()).find('e');
+    std::string digits(text.data(), mark);
     digits.erase(std::remove(digits.begin(), digits.end(), '.'), digits.end());
-    const int exponent = std::atoi(shortest + mark + 1);
+    const int exponent = std::atoi(text.data() + mark + 1);
     const int scale = static_cast<int>(digits.size()) - 1 - exponent;
     if (scale < 0) {
         digits.append(static_cast<std::size_t>(-scale), '0');

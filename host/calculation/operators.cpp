@@ -61,7 +61,7 @@ std::weak_ordering compare(const Value& left, const Value& right)
     const bool asTexts = (isText(left) && isText(right)) || (isText(left) && !hasDigit(left.text())) ||
                          (isText(right) && !hasDigit(right.text()));
     if (asTexts) {
-        return foldCase(left.text()) <=> foldCase(right.text());
+        return foldCase(left.text()).compare(foldCase(right.text())) <=> 0;
     }
     const fmx::FixPt& a = left.data().GetAsNumber();
     const fmx::FixPt& b = right.data().GetAsNumber();

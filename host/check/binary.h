@@ -16,8 +16,8 @@ struct NeededVersion {
 struct Binary {
     std::vector<std::string> exports; // without the names that the linker itself makes
     std::vector<std::string> neededLibraries;
-    std::vector<NeededVersion> neededVersions;
-    std::vector<std::string> searchPaths; // folders where it wants them to be looked for
+    std::vector<NeededVersion> neededVersions; // none on macOS
+    std::vector<std::string> searchPaths;      // folders where it wants them to be looked for
 };
 
 // The file isn't what it should be; what() says how.
@@ -26,9 +26,7 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-// Whether readBinary() knows this system's kind of library files.
-bool canReadBinaries();
-
+// Of the kind that this system loads, for this machine: ELF on Linux, Mach-O on macOS.
 // Errors: BinaryError, also for a file that claims what it doesn't hold; std::system_error when it can't be read.
 Binary readBinary(const std::filesystem::path& file);
 

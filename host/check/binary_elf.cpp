@@ -1,19 +1,16 @@
 // ELF, by its dynamic segment: what the dynamic loader goes by, also in files without section headers. elf(5), and for
 // versions and hash tables the Linux Standard Base, "Symbol Versioning", and the System V ABI, "Hash Table".
 #include "host/check/binary.h"
+#include "host/check/file_image.h"
 
 #include <elf.h>
 #include <link.h>
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstdint>
-#include <cstring>
-#include <fstream>
 #include <string_view>
-#include <system_error>
-#include <type_traits>
+#include <utility>
 
 namespace fmxhost::check {
 namespace {
@@ -24,7 +21,7 @@ using DynamicEntry = ElfW(Dyn);
 using Symbol = ElfW(Sym);
 using VersionNeed = ElfW(Verneed);
 using VersionAux = ElfW(Vernaux);
-using Offset = std::uint64_t;
+using Offset = FileImage::Offset;
 
 constexpr unsigned char nativeClass = sizeof(void*) == 8 ? ELFCLASS64 : ELFCLASS32;
 
@@ -37,41 +34,9 @@ constexpr std::uint16_t nativeMachine = EM_AARCH64;
 constexpr std::uint16_t nativeMachine = EM_NONE;
 #endif
 
-std::vector<char> contents(const std::filesystem::path& file)
-{
-    std::vector<char> bytes(std::filesystem::file_size(file));
-    std::ifstream stream(file, std::ios::binary);
-    if (!stream || !stream.read(bytes.data(), static_cast<std::streamsize>(bytes.size()))) {
-        throw std::system_error(errno, std::generic_category(), file.string());
-    }
-    return bytes;
-}
-
-// A file in memory. Every access is checked against its end.
-class Image {
+class Image : public FileImage {
 public:
-    explicit Image(std::vector<char> bytes) : bytes_(std::move(bytes)) { readHeader(); }
-
-    template <class T>
-    T at(Offset offset) const
-    {
-        static_assert(std::is_trivially_copyable_v<T>);
-        if (offset > bytes_.size() || bytes_.size() - offset < sizeof(T)) {
-            throw BinaryError("it ends before what it refers to");
-        }
-        T value;
-        std::memcpy(&value, bytes_.data() + offset, sizeof value);
-        return value;
-    }
-
-    std::string textAt(Offset offset) const
-    {
-        if (offset >= bytes_.size()) {
-            throw BinaryError("it ends before a name that it refers to");
-        }
-        const auto begin = bytes_.begin() + static_cast<std::ptrdiff_t>(offset);
-        return {begin, std::find(begin, bytes_.end(), '\0')};
-    }
+    explicit Image(std::vector<char> bytes) : FileImage(std::move(bytes)) { readHeader(); }
 
     // Where in the file a virtual address is.
     Offset offsetOf(Offset address) const
@@ -102,14 +67,13 @@ private:
     void readHeader();
     void readDynamicEntries(const Segment& segment);
 
-    std::vector<char> bytes_;
     std::vector<Segment> segments_;
     std::vector<DynamicEntry> dynamic_;
 };
 
 void Image::readHeader()
 {
-    if (bytes_.size() < sizeof(Header) || std::memcmp(bytes_.data(), ELFMAG, SELFMAG) != 0) {
+    if (size() < sizeof(Header) || part(0, SELFMAG) != std::string_view(ELFMAG, SELFMAG)) {
         throw BinaryError("it is no ELF file");
     }
     const auto header = at<Header>(0);
@@ -254,14 +218,9 @@ void appendSearchPaths(std::vector<std::string>& paths, std::string_view list)
 
 } // namespace
 
-bool canReadBinaries()
-{
-    return true;
-}
-
 Binary readBinary(const std::filesystem::path& file)
 {
-    const Image image(contents(file));
+    const Image image(FileImage::contents(file));
     Binary binary;
     for (const DynamicEntry& entry : image.dynamicEntries()) {
         if (entry.d_tag == DT_NEEDED) {

@@ -10,22 +10,22 @@ namespace {
 
 constexpr std::string_view entryPoint = "FMExternCallProc";
 
-Binary readOrSkip(const Examination& examination)
+Binary libraryOf(const Examination& examination)
 {
-    if (!canReadBinaries()) {
-        throw Skipped("only ELF files can be examined for this, and this system's plug-ins aren't");
-    }
-    return readBinary(examination.file());
+    return readBinary(PluginFile(examination.file()).library());
 }
 
 void examineSearchPath(const Examination& examination, const std::string& folder)
 {
-    if (folder.starts_with("$ORIGIN") || folder.starts_with("${ORIGIN}")) {
+    if (isServerFolder(folder)) {
+        return;
+    }
+    if (folder.starts_with("$ORIGIN") || folder.starts_with("${ORIGIN}") || folder.starts_with("@loader_path")) {
         examination.note("it looks for libraries beside itself, in " + folder +
                          ": \"Install Plug-In File\" copies the plug-in alone");
     } else if (folder.empty() || folder.front() != '/') {
         examination.fail("it looks for libraries in \"" + folder + "\" (RPATH): that is whichever folder is current");
-    } else if (!isServerFolder(folder)) {
+    } else {
         examination.fail("it looks for libraries in " + folder + " (RPATH), a folder of the machine that built it");
     }
 }
@@ -41,7 +41,7 @@ void examineLoading(Examination& examination)
 
 void examineExports(Examination& examination)
 {
-    const Binary binary = readOrSkip(examination);
+    const Binary binary = libraryOf(examination);
     bool found = false;
     for (const std::string& name : binary.exports) {
         if (name == entryPoint) {
@@ -57,13 +57,15 @@ void examineExports(Examination& examination)
 
 void examineLibraries(Examination& examination)
 {
-    const Binary binary = readOrSkip(examination);
+    const Binary binary = libraryOf(examination);
     for (const std::string& library : binary.neededLibraries) {
-        if (library.find('/') != std::string::npos) {
-            examination.fail("it needs " + library + ", a path of the machine that built it");
-        } else if (!isServerLibrary(library)) {
-            examination.fail("it needs " + library + ", which no plain server has");
+        if (isServerLibrary(library)) {
+            continue;
         }
+        // "@rpath/" and the like aren't paths.
+        const bool isPath = library.find('/') != std::string::npos && !library.starts_with('@');
+        examination.fail("it needs " + library +
+                         (isPath ? ", a path of the machine that built it" : ", which no plain server has"));
     }
     for (const NeededVersion& needed : binary.neededVersions) {
         if (const auto newest = newestVersionIfNewer(needed.version)) {

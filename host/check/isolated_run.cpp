@@ -3,6 +3,7 @@
 #include "host/check/child.h"
 #include "host/check/system.h"
 #include "host/check/tests.h"
+#include "host/executable.h"
 
 #include <nlohmann/json.hpp>
 

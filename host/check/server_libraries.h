@@ -7,7 +7,7 @@
 
 namespace fmxhost::check {
 
-// Whether every server has the library of that name (DT_SONAME), FileMaker Server's own included.
+// Whether every server has the library of that name (DT_SONAME, on macOS its install name), FileMaker's own included.
 bool isServerLibrary(std::string_view name);
 
 // The newest version of the kind ("GLIBC_2.35" for "GLIBC_2.38") that every server's library has, when the version that

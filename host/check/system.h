@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstddef>
-#include <filesystem>
 #include <optional>
 
 namespace fmxhost::check {
@@ -18,9 +17,6 @@ Resources resourcesInUse();
 
 // Lets the allocator of the processes that this one starts count exactly. Changes the environment: one thread only.
 void measureHeapsExactly();
-
-// This program's own file, to be started once more.
-std::filesystem::path executableFile();
 
 // Ends this process when the one that started it ends, where that can be asked for.
 void endWithParent();

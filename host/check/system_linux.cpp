@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -63,11 +64,6 @@ void measureHeapsExactly()
     const char* set = std::getenv("GLIBC_TUNABLES");
     const std::string others = set != nullptr && *set != '\0' ? std::string(set) + ":" : "";
     setenv("GLIBC_TUNABLES", (others + "glibc.malloc.tcache_count=0").c_str(), 1);
-}
-
-std::filesystem::path executableFile()
-{
-    return "/proc/self/exe"; // proc(5): also when the file has been replaced meanwhile
 }
 
 void endWithParent()

@@ -84,7 +84,8 @@ LineEditor::LineEditor(std::string prompt, std::filesystem::path historyFile, Co
     el_set(editor, EL_CLIENTDATA, this);
     el_set(editor, EL_EDITOR, "emacs");
     el_set(editor, EL_PROMPT_ESC, &LineEditor::promptOf, '\1');
-    el_set(editor, EL_GETCFN, &LineEditor::readCharacter);
+    // The wide form: in older libraries the narrow one takes a function for the first byte of each character.
+    el_wset(editor, EL_GETCFN, &LineEditor::readCharacter);
     el_set(editor, EL_HIST, history, history_.get());
     // The wide form: the narrow one never frees the texts' copies.
     el_wset(editor, EL_ADDFN, L"complete-name", L"Complete a name", &LineEditor::complete);

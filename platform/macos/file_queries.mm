@@ -30,13 +30,13 @@ void takeExactSeconds(Attributes& answer, NSString* path)
     if (::lstat([path fileSystemRepresentation], &status) != 0) {
         return;
     }
-#ifdef __APPLE__
+#ifdef GNUSTEP
+    answer.modificationDate = status.st_mtim.tv_sec;
+#else
     if (answer.creationDate) {
         answer.creationDate = status.st_birthtimespec.tv_sec;
     }
     answer.modificationDate = status.st_mtimespec.tv_sec;
-#else
-    answer.modificationDate = status.st_mtim.tv_sec;
 #endif
 }
 
@@ -62,9 +62,11 @@ Outcome collectEntries(PathView folder, std::vector<Entry>& entries)
             }
             entries.reserve([names count]);
             for (NSString* name in names) {
-                BOOL isFolder = NO;
-                [manager fileExistsAtPath:[NSString stringWithFormat:@"%@/%@", path, name] isDirectory:&isFolder];
-                entries.push_back({utf8Of([name lastPathComponent]), isFolder != NO});
+                @autoreleasepool { // of its own: there may be very many
+                    BOOL isFolder = NO;
+                    [manager fileExistsAtPath:[NSString stringWithFormat:@"%@/%@", path, name] isDirectory:&isFolder];
+                    entries.push_back({utf8Of([name lastPathComponent]), isFolder != NO});
+                }
             }
             return Outcome::success();
         } @catch (NSException* exception) {
@@ -132,10 +134,10 @@ UnixTime accessTime(PathView path)
     if (!bytes || ::stat(bytes->c_str(), &record) != 0) {
         return 0;
     }
-#ifdef __APPLE__
-    return record.st_atimespec.tv_sec;
-#else
+#ifdef GNUSTEP
     return record.st_atim.tv_sec;
+#else
+    return record.st_atimespec.tv_sec;
 #endif
 }
 
@@ -163,10 +165,13 @@ Outcome sumFolderSizes(PathView folder, std::uint64_t& bytes)
                 return failureFrom(error, path);
             }
             for (NSString* subpath in subpaths) {
-                // stat(2) follows links, as fileAttributesAtPath:traverseLink: did.
-                struct stat record = {};
-                if (::stat([[path stringByAppendingPathComponent:subpath] fileSystemRepresentation], &record) == 0) {
-                    bytes += static_cast<std::uint64_t>(record.st_size);
+                @autoreleasepool { // of its own: there may be very many
+                    // stat(2) follows links, as fileAttributesAtPath:traverseLink: did.
+                    struct stat record = {};
+                    if (::stat([[path stringByAppendingPathComponent:subpath] fileSystemRepresentation], &record) ==
+                        0) {
+                        bytes += static_cast<std::uint64_t>(record.st_size);
+                    }
                 }
             }
             return Outcome::success();

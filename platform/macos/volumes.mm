@@ -1,11 +1,12 @@
 #import "platform/macos/cocoa_text.h"
 
-#import <AppKit/AppKit.h>
-
 #include "platform/volumes.h"
 
+#ifdef GNUSTEP
+#import <AppKit/AppKit.h>
+#else
 #include <sys/mount.h>
-#include <sys/param.h>
+#endif
 
 #include <algorithm>
 
@@ -71,8 +72,8 @@ bool answersFileSystemInfo(NSString* path)
     id isRemovable = nil;
     id isReadOnly = nil;
     NSURL* url = [NSURL fileURLWithPath:path];
-    return [url getResourceValue:&isRemovable forKey:NSURLVolumeIsRemovableKey error:nil] != NO &&
-           [url getResourceValue:&isReadOnly forKey:NSURLVolumeIsReadOnlyKey error:nil] != NO;
+    return [url getResourceValue:&isRemovable forKey:NSURLVolumeIsRemovableKey error:nullptr] != NO &&
+           [url getResourceValue:&isReadOnly forKey:NSURLVolumeIsReadOnlyKey error:nullptr] != NO;
 }
 
 #endif

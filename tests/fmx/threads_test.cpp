@@ -21,12 +21,15 @@ template <typename Work>
 void onThreads(Work&& work)
 {
     std::barrier start(threadCount);
-    std::vector<std::jthread> threads;
+    std::vector<std::thread> threads;
     for (int n = 0; n < threadCount; ++n) {
         threads.emplace_back([&, n] {
             start.arrive_and_wait();
             work(n);
         });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
     }
 }
 

@@ -1,6 +1,7 @@
 // Sends the plug-in file the messages that FileMaker sends, odd ones included.
 
 #include "frame/registry.h"
+#include "host/plugin_file.h"
 
 #include <FMWrapper.h>
 #include <fmxkit/failure.h>
@@ -24,7 +25,7 @@ class EntryPoint : public testing::Test {
 protected:
     void SetUp() override
     {
-        m_library.reset(dlopen(FOLIDEX_PLUGIN_FILE, RTLD_NOW | RTLD_LOCAL));
+        m_library.reset(dlopen(m_file.library().c_str(), RTLD_NOW | RTLD_LOCAL));
         ASSERT_NE(m_library, nullptr) << dlerror();
         m_entryPoint = reinterpret_cast<void (*)(FMX_ExternCallPtr)>(dlsym(m_library.get(), "FMExternCallProc"));
         ASSERT_NE(m_entryPoint, nullptr);
@@ -32,7 +33,11 @@ protected:
 
     void TearDown() override { fmxkit::purge(korb); }
 
-    void send(FMX_ExternCallStruct& record) { m_entryPoint(&record); }
+    void send(FMX_ExternCallStruct& record)
+    {
+        record.instanceID = m_file.instance();
+        m_entryPoint(&record);
+    }
 
     long startUp(short apiVersion)
     {
@@ -72,6 +77,7 @@ private:
     struct Close {
         void operator()(void* library) const { dlclose(library); }
     };
+    const fmxhost::PluginFile m_file{FOLIDEX_PLUGIN_FILE};
     std::unique_ptr<void, Close> m_library;
     void (*m_entryPoint)(FMX_ExternCallPtr) = nullptr;
 };

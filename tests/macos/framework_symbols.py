@@ -1,4 +1,5 @@
-"""Every class, selector, function and constant of Apple's that platform/macos uses is in macOS 13, by the list beside this.
+"""Every class, selector, function and constant of Apple's that platform/macos and fmxhost's files for macOS use is in
+macOS 13, by the list beside this.
 
 framework_symbols.txt says for each one since when it is there and, where it is, since when deprecated. What is under
 GNUSTEP isn't looked at. A name that the list lacks fails, and so does one that nobody uses any more.
@@ -15,7 +16,7 @@ SOURCE = Path(sys.argv[1])
 LIST = Path(__file__).with_suffix(".txt")
 FRAMEWORK_NAME = re.compile(r"\b(?:NS|CF|kCF|CG|kCG)[A-Z]\w*")
 SYSTEM_CALL = re.compile(r"(?<![\w>:])::(\w+)\s*\(")
-SYSTEM_CONSTANT = re.compile(r"\b(?:MNT|RENAME|SYNC_VOLUME)_[A-Z]+\b|\bst_(?:[amc]|birth)timespec\b")
+SYSTEM_CONSTANT = re.compile(r"\b(?:MNT_|RENAME_|SYNC_VOLUME_|PROC_PID)[A-Z]+\b|\bst_(?:[amc]|birth)timespec\b")
 DECLARED_METHOD = re.compile(r"^[-+] \([^)]*\)(.*?)[;{]?$", re.MULTILINE)
 TARGET = (13, 0)
 
@@ -34,7 +35,7 @@ def for_apple(text):
             conditions[-1] = not conditions[-1]
         else:
             known = {"ifdef __APPLE__": True, "ifdef GNUSTEP": False, "ifndef GNUSTEP": True,
-                     "if !__has_feature(objc_arc)": False}
+                     "if !__has_feature(objc_arc)": False, "if __has_feature(address_sanitizer)": False}
             conditions.append(known[f"{word[1]} {word[2]}".strip()])
     return "\n".join(shown)
 
@@ -77,7 +78,7 @@ def message_selectors(text):
 
 def used():
     names, own = set(), set()
-    for file in sorted((SOURCE / "platform/macos").iterdir()):
+    for file in [*sorted((SOURCE / "platform/macos").iterdir()), *sorted((SOURCE / "host").rglob("*_macos.cpp"))]:
         if file.suffix not in {".mm", ".cpp", ".h"} or "gnustep" in file.name:
             continue
         text = without_comments_and_texts(for_apple(file.read_text(encoding="utf-8")))

@@ -1,6 +1,7 @@
 #include "platform/path_text.h"
 #include "platform/strings_table.h"
 #include "platform/unicode.h"
+#include "tests/support/platform_expectations.h"
 
 #include <gtest/gtest.h>
 
@@ -79,7 +80,8 @@ TEST(PathText, StandardizingFindsTheHomeFolder)
     EXPECT_EQ(platform::standardized(u"~/Desktop/x.txt"), u"/home/somebody/Desktop/x.txt");
     EXPECT_EQ(platform::standardized(u"~"), u"/home/somebody");
     EXPECT_EQ(platform::standardized(u"/a/./~//b/"), u"/a/~/b");
-    EXPECT_EQ(platform::standardized(u".//a"), u"a");
+    // Foundation keeps a "." at the start (seen over GNUstep).
+    EXPECT_EQ(platform::standardized(u".//a"), folidex::test::onCocoa ? u"./a" : u"a");
     setenv("HOME", "relative", 1);
     const std::u16string fromDatabase = platform::standardized(u"~/x");
     EXPECT_TRUE(fromDatabase.starts_with(u"/") && fromDatabase.ends_with(u"/x"));

@@ -1,10 +1,12 @@
 #include "support/child_process.h"
 
 #include <grp.h>
-#include <sched.h>
-#include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#ifdef __linux__
+#include <sched.h>
+#include <sys/mount.h>
+#endif
 
 #include <array>
 #include <cerrno>
@@ -82,11 +84,13 @@ void becomeOrdinaryUser()
     }
 }
 
+#ifdef __linux__
 void leaveMountNamespace()
 {
     check(unshare(CLONE_NEWNS), "unshare");
     check(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), "mount --make-rprivate");
 }
+#endif
 
 void enterRoot(const std::string& folder)
 {

@@ -16,8 +16,10 @@ std::string inChild(const std::function<std::string()>& body);
 // An ordinary user's rights from here on; nothing changes where there are no others.
 void becomeOrdinaryUser();
 
+#ifdef __linux__
 // Mounts made from here on belong to this process alone. Takes root's rights.
 void leaveMountNamespace();
+#endif
 
 // `folder` becomes "/", and the current folder too. Takes root's rights.
 void enterRoot(const std::string& folder);

@@ -1,0 +1,2 @@
+// A stand-in: README.md.
+#pragma once

@@ -42,7 +42,7 @@ bool canBeCalled(const std::u16string& name)
 
 std::string registeredCounts(const ExternalFunction& function)
 {
-    const std::string minimum = std::to_string(function.minimumArguments);
+    std::string minimum = std::to_string(function.minimumArguments);
     if (function.maximumArguments == function.minimumArguments) {
         return minimum;
     }

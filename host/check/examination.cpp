@@ -14,6 +14,9 @@ void EventWriter::write(std::string_view kind, std::string_view text) const
     std::string_view rest = line;
     while (!rest.empty()) {
         const ssize_t written = ::write(descriptor_, rest.data(), rest.size());
+        if (written < 0 && errno == EBADF) {
+            _exit(eventsLostStatus);
+        }
         if (written < 0 && errno != EINTR) {
             return;
         }
@@ -28,8 +31,10 @@ std::string_view stageName(Stage stage)
         return "file";
     case Stage::loaded:
         return "loaded";
-    default:
+    case Stage::started:
         return "started";
+    default:
+        return "ended";
     }
 }
 

@@ -4,6 +4,7 @@
 #include "host/check/tests.h"
 
 #include <set>
+#include <vector>
 
 namespace fmxhost::check {
 namespace {
@@ -42,16 +43,17 @@ void examineLoading(Examination& examination)
 void examineExports(Examination& examination)
 {
     const Binary binary = readOrSkip(examination);
-    bool found = false;
-    for (const std::string& name : binary.exports) {
-        if (name == entryPoint) {
-            found = true;
-        } else {
-            examination.fail("it exports " + name + ", which may take the place of another plug-in's");
-        }
-    }
-    if (!found) {
+    std::vector<std::string> others = binary.exports;
+    if (std::erase(others, entryPoint) == 0) {
         examination.fail("it doesn't export " + std::string(entryPoint));
+    }
+    constexpr std::size_t mostNamed = 8;
+    const std::size_t named = others.size() <= mostNamed + 1 ? others.size() : mostNamed;
+    for (std::size_t index = 0; index < named; ++index) {
+        examination.fail("it exports " + others[index] + ", which may take the place of another plug-in's");
+    }
+    if (named < others.size()) {
+        examination.fail("it exports " + std::to_string(others.size() - named) + " more");
     }
 }
 

@@ -26,7 +26,11 @@ constexpr unsigned leastInjections = 2000; // of an exhaustive run
 std::string encode(const Tally& tally)
 {
     std::ostringstream text;
-    text << tally.injections << " " << tally.held << " " << tally.missed << "\n" << tally.faults;
+    text << tally.injections << " " << tally.held << " " << tally.missed;
+    for (const unsigned number : tally.byCall) {
+        text << " " << number;
+    }
+    text << "\n" << tally.faults;
     return text.str();
 }
 
@@ -34,6 +38,9 @@ bool decode(const std::string& text, Tally& tally)
 {
     std::istringstream stream(text);
     stream >> tally.injections >> tally.held >> tally.missed;
+    for (unsigned& number : tally.byCall) {
+        stream >> number;
+    }
     const bool isTally = !stream.fail();
     const std::size_t line = text.find('\n');
     tally.faults = isTally && line != std::string::npos ? text.substr(line + 1) : text;
@@ -51,6 +58,26 @@ std::string tryInChild(const Scenario& scenario, const PluginUnderTest& plugin, 
         }
         return encode(tryScenario(scenario, plugin, places, extent));
     });
+}
+
+// How many there were of each kind of call.
+void printCalls(const Tally& tally)
+{
+    constexpr std::size_t width = 100;
+    std::string line;
+    for (std::size_t call = 0; call < callCount; ++call) {
+        if (tally.byCall[call] == 0) {
+            continue;
+        }
+        const std::string entry =
+            std::string(nameOf(static_cast<Call>(call))) + ": " + std::to_string(tally.byCall[call]);
+        if (line.size() + entry.size() > width) {
+            std::printf("  %s\n", line.c_str());
+            line.clear();
+        }
+        line.append(line.empty() ? "" : "; ").append(entry);
+    }
+    std::printf("  %s\n", line.c_str());
 }
 
 bool matches(const Scenario& scenario, const char* words)
@@ -84,7 +111,12 @@ int runAll(const char* words)
         total.injections += tally.injections;
         total.held += tally.held;
         total.missed += tally.missed;
+        for (std::size_t call = 0; call < callCount; ++call) {
+            total.byCall[call] += tally.byCall[call];
+        }
     }
+    std::printf("Calls that were made to fail:\n");
+    printCalls(total);
     std::printf("%u injections, %u held (%s", total.injections, total.held,
                 extent == Extent::exhaustive ? "exhaustive" : "a sample; all with FOLIDEX_FULL=1");
     std::printf("; %u more had nothing to strike)\n", total.missed);

@@ -49,6 +49,14 @@ void makeSparse(const fs::path& path)
     std::ofstream(path, std::ios::binary | std::ios::app) << tail;
 }
 
+void makeHollow(const Places& places)
+{
+    const fs::path path = fs::path(places.home) / "src" / "hollow";
+    write(path, "head");
+    fs::resize_file(path, 1U << 20U);
+    age(path, 1'000'000'000);
+}
+
 void makeDeep(const Places& places)
 {
     fs::path folder = fs::path(places.home) / "deep";
@@ -130,6 +138,7 @@ void addFileOperations(std::vector<Scenario>& list)
     copy("copy a big file", "big");
     copy("copy a file with holes", "sparse");
     copy("copy a link", "link");
+    copy("copy a file that ends in a hole", "hollow").prepare = makeHollow;
     Scenario& named = copy("copy a file without unnamed files", "report.txt");
     named.denied = Call::unnamed;
     named.deniedError = EOPNOTSUPP;
@@ -283,21 +292,21 @@ void addFolderOperations(std::vector<Scenario>& list)
 void addQueries(std::vector<Scenario>& list)
 {
     const auto query = [&](const std::string& function, const std::string& item, std::vector<int> codes,
-                           decltype(Scenario::isOtherAnswer) other = {}) {
+                           decltype(Scenario::isOtherAnswer) other = {}, std::vector<Call> otherAnswerTo = {}) {
         list.push_back({.name = function + " " + item,
                         .function = function,
                         .arguments = path(item),
                         .codes = std::move(codes),
                         .prepare = item == "/deep" ? makeDeep : decltype(Scenario::prepare)(),
-                        .isOtherAnswer = std::move(other)});
+                        .isOtherAnswer = std::move(other),
+                        .otherAnswerTo = std::move(otherAnswerTo)});
     };
     const std::vector<int> codes{-8002, -8014};
-    query("KORB_GetFolders", "/src", codes, isAnything); // what can't be examined is listed as a file
-    query("KORB_GetFiles", "/src", codes, isAnything);
-    query("KORB_GetNumSubfolders", "/src", codes, isAnything);
-    query("KORB_GetNumFiles", "/src", codes, isAnything);
-    query("KORB_GetFolderSize", "/src", codes, isFewerBytes);
-    query("KORB_GetFolderSize", "/deep", codes, isFewerBytes);
+    for (const char* function : {"KORB_GetFolders", "KORB_GetFiles", "KORB_GetNumSubfolders", "KORB_GetNumFiles"}) {
+        query(function, "/src", codes, isAnything, {Call::stat}); // what can't be examined is listed as a file
+    }
+    query("KORB_GetFolderSize", "/src", codes, isFewerBytes, {Call::statx, Call::stat});
+    query("KORB_GetFolderSize", "/deep", codes, isFewerBytes, {Call::statx, Call::stat});
     query("KORB_GetFileSize", "/src/big", codes);
     for (const std::string kind : {"File", "Folder"}) {
         const std::string item = kind == "File" ? "/src/big" : "/src";
@@ -332,6 +341,12 @@ void addLog(std::vector<Scenario>& list)
                     .codes = {},
                     .leaves = Leaves::part,
                     .prepare = setHome});
+    list.push_back({.name = "clear the log",
+                    .function = "KORB_LogClear",
+                    .arguments = [](const Places&) { return Arguments{}; },
+                    .codes = {},
+                    .leaves = Leaves::part,
+                    .logs = true});
 }
 
 void addDesktop(std::vector<Scenario>& list)
@@ -340,11 +355,13 @@ void addDesktop(std::vector<Scenario>& list)
         unsetenv("DISPLAY");
         unsetenv("WAYLAND_DISPLAY");
     };
-    list.push_back({.name = "choose a file without a display",
-                    .function = "KORB_GetFilePath",
-                    .arguments = path("/src"),
-                    .codes = {-8014},
-                    .prepare = noDisplay});
+    for (const char* function : {"KORB_GetFilePath", "KORB_GetFolderPath"}) {
+        list.push_back({.name = std::string(function) + " without a display",
+                        .function = function,
+                        .arguments = path("/src"),
+                        .codes = {-8014},
+                        .prepare = noDisplay});
+    }
     list.push_back({.name = "open a file",
                     .function = "KORB_OpenFile",
                     .arguments = path("/src/report.txt"),
@@ -363,12 +380,21 @@ void addArchives(std::vector<Scenario>& list)
     const auto three = [](const std::string& first, const std::string& second) {
         return [=](const Places& at) { return Arguments{at.home + first, at.home + second, "secret"}; };
     };
-    list.push_back({.name = "compress a file",
-                    .function = "KORB_CompressFile",
-                    .arguments = paths("/src/report.txt", "/dest/archive.zip"),
-                    .codes = {-8002, -8022},
-                    .leaves = Leaves::part,
-                    .runsScript = true});
+    Scenario compress{.name = "compress a file",
+                      .function = "KORB_CompressFile",
+                      .arguments = paths("/src/report.txt", "/dest/archive.zip"),
+                      .codes = {-8002, -8022},
+                      .leaves = Leaves::part,
+                      .runsScript = true};
+    list.push_back(compress);
+    compress.name = "compress a file while the log is on";
+    compress.logs = true;
+    list.push_back(compress);
+    compress.logs = false;
+    compress.name = "compress a file with the script in /tmp"; // where children can't reach a memory file
+    compress.denied = Call::access;
+    compress.deniedError = EACCES;
+    list.push_back(compress);
     list.push_back({.name = "encrypt a file",
                     .function = "KORB_EncryptFile",
                     .arguments = three("/src/report.txt", "/dest/secret.bin"),
@@ -380,6 +406,33 @@ void addArchives(std::vector<Scenario>& list)
                     .arguments = three("/src/inner", "/dest/archive.zip"),
                     .codes = {-8002, -8023, -8024},
                     .leaves = Leaves::part,
+                    .runsScript = true});
+    const auto seed = [](const std::string& name) {
+        return [=](const Places& at) { fs::copy_file(FOLIDEX_ARCHIVES "/" + name, at.home + "/src/" + name); };
+    };
+    const auto withPassword = [](const std::string& first, const std::string& second) {
+        return [=](const Places& at) { return Arguments{at.home + first, at.home + second, "pass word|é"}; };
+    };
+    list.push_back({.name = "expand an archive",
+                    .function = "KORB_ExpandFile",
+                    .arguments = paths("/src/plain.zip", "/dest/"),
+                    .codes = {-8002, -8023},
+                    .leaves = Leaves::part,
+                    .prepare = seed("plain.zip"),
+                    .runsScript = true});
+    list.push_back({.name = "decrypt a file",
+                    .function = "KORB_DecryptFile",
+                    .arguments = withPassword("/src/text.encrypted", "/dest/plain.txt"),
+                    .codes = {-8020, -8023},
+                    .leaves = Leaves::part,
+                    .prepare = seed("text.encrypted"),
+                    .runsScript = true});
+    list.push_back({.name = "decrypt and expand an archive",
+                    .function = "KORB_DecryptAndExpand",
+                    .arguments = withPassword("/src/encrypted.zip", "/dest/"),
+                    .codes = {-8023, -8025},
+                    .leaves = Leaves::part,
+                    .prepare = seed("encrypted.zip"),
                     .runsScript = true});
     // What no script of ours made is refused by the script itself.
     list.push_back({.name = "expand what is no archive",

@@ -166,6 +166,14 @@ void addFileOperations(std::vector<Scenario>& list)
                       .source = atHome("/src/report.txt"),
                       .target = atHome("/dest/old.txt")};
         list.push_back(over);
+        Scenario kept = over;
+        kept.name = std::string(function) + " where another file stands";
+        kept.arguments = [](const Places& at) {
+            return Arguments{at.home + "/src/report.txt", at.home + "/dest", "", "old.txt"};
+        };
+        kept.codes.push_back(-8008);
+        kept.leaves = Leaves::asBefore;
+        list.push_back(kept);
         over.name = std::string(function) + " over a hard link to the source";
         over.leaves = Leaves::asBefore;
         over.prepare = hardLink;

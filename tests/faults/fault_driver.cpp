@@ -80,6 +80,19 @@ void printCalls(const Tally& tally)
     std::printf("  %s\n", line.c_str());
 }
 
+// Answers how many kinds of calls no scenario makes, which would leave them untried for ever.
+unsigned reportUntouched(const Tally& tally)
+{
+    unsigned untouched = 0;
+    for (std::size_t call = 0; call < callCount; ++call) {
+        if (tally.byCall[call] == 0) {
+            std::printf("No scenario calls %s.\n", nameOf(static_cast<Call>(call)));
+            ++untouched;
+        }
+    }
+    return untouched;
+}
+
 bool matches(const Scenario& scenario, const char* words)
 {
     return words == nullptr || scenario.name.find(words) != std::string::npos;
@@ -92,13 +105,16 @@ int runAll(const char* words)
     const ScratchPair scratch;
     Tally total;
     unsigned broken = 0;
+    bool complete = words == nullptr && extent == Extent::exhaustive;
     for (const Scenario& scenario : scenarios()) {
         if (!matches(scenario, words)) {
             continue;
         }
-        if ((scenario.needsAway && !scratch.away) || (scenario.ownRoot && !isRoot())) {
+        const bool rootOnly = scenario.ownRoot || scenario.needsRoot;
+        if ((scenario.needsAway && !scratch.away) || (rootOnly && !isRoot())) {
             std::printf("%-56s skipped: needs %s\n", scenario.name.c_str(),
-                        scenario.ownRoot ? "root's rights" : "a second file system at /dev/shm");
+                        rootOnly ? "root's rights" : "a second file system at /dev/shm");
+            complete = false;
             continue;
         }
         Tally tally;
@@ -120,6 +136,9 @@ int runAll(const char* words)
     std::printf("%u injections, %u held (%s", total.injections, total.held,
                 extent == Extent::exhaustive ? "exhaustive" : "a sample; all with FOLIDEX_FULL=1");
     std::printf("; %u more had nothing to strike)\n", total.missed);
+    if (complete) {
+        broken += reportUntouched(total);
+    }
     const bool enough = words != nullptr || extent == Extent::sampled || total.injections >= leastInjections;
     return broken == 0 && total.injections > 0 && total.held == total.injections && enough ? 0 : 1;
 }

@@ -3,11 +3,13 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <stdexcept>
 #include <string_view>
 #include <utility>
 
@@ -55,6 +57,17 @@ void makeHollow(const Places& places)
     write(path, "head");
     fs::resize_file(path, 1U << 20U);
     age(path, 1'000'000'000);
+}
+
+// Everything in the source is somebody else's.
+void giveAway(const Places& places)
+{
+    constexpr uid_t somebody = 12345;
+    for (const auto& entry : fs::recursive_directory_iterator(fs::path(places.home) / "src")) {
+        if (fchownat(AT_FDCWD, entry.path().c_str(), somebody, somebody, AT_SYMLINK_NOFOLLOW) != 0) {
+            throw std::runtime_error("fchownat");
+        }
+    }
 }
 
 void makeDeep(const Places& places)
@@ -139,6 +152,11 @@ void addFileOperations(std::vector<Scenario>& list)
     copy("copy a file with holes", "sparse");
     copy("copy a link", "link");
     copy("copy a file that ends in a hole", "hollow").prepare = makeHollow;
+    for (const char* file : {"report.txt", "link"}) {
+        Scenario& owned = copy(std::string("copy somebody else's ") + file, file);
+        owned.prepare = giveAway;
+        owned.needsRoot = true;
+    }
     Scenario& named = copy("copy a file without unnamed files", "report.txt");
     named.denied = Call::unnamed;
     named.deniedError = EOPNOTSUPP;
@@ -247,6 +265,11 @@ void addFolderOperations(std::vector<Scenario>& list)
                   .source = atHome("/src"),
                   .target = atHome("/dest/src")};
     list.push_back(copy);
+    Scenario owned = copy;
+    owned.name = "copy somebody else's folder";
+    owned.prepare = giveAway;
+    owned.needsRoot = true;
+    list.push_back(owned);
     copy.name = "copy a folder without exchange-free renames";
     copy.denied = Call::rename;
     copy.deniedError = EINVAL;

@@ -41,6 +41,7 @@ struct Scenario {
     Call denied = Call::count_;        // what the system doesn't have in this scenario
     int deniedError = 0;
     bool needsAway = false;
+    bool needsRoot = false;
     bool ownRoot = false;    // "/" is the scratch folder; needs root's rights
     bool logs = false;       // the log is on, and in the home folder
     bool runsScript = false; // takes the time of a shell script

@@ -60,7 +60,7 @@ const std::vector<CallFaults>& faultTable()
         {Call::volumeSpace, "statvfs", {{EACCES}, {EIO}, interrupted}},
         {Call::access, "access", {{EACCES}, {EIO}}},
         {Call::changeMode, "fchmod", {{EACCES}, {EIO}, {ENOSPC}}},
-        {Call::changeOwner, "fchown", {{EACCES}, {EIO}}},
+        {Call::changeOwner, "fchown", {{EACCES}, {EPERM}, {EIO}}},
         {Call::changeTimes, "futimens, utimensat", {{EACCES}, {EIO}}},
         {Call::setAttribute, "fsetxattr", {{EACCES}, {ENOSPC}, {EIO}}},
         {Call::readAttribute, "flistxattr, fgetxattr", {{EACCES}, {EIO}}},
@@ -100,7 +100,7 @@ struct CallResult {
 
 bool isPermissionLoss(const Injection& injection)
 {
-    return injection.fault.error == EACCES &&
+    return (injection.fault.error == EACCES || injection.fault.error == EPERM) &&
            (injection.call->call == Call::changeMode || injection.call->call == Call::changeOwner ||
             injection.call->call == Call::changeTimes);
 }

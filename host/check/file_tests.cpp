@@ -3,6 +3,8 @@
 #include "host/check/server_libraries.h"
 #include "host/check/tests.h"
 
+#include <algorithm>
+#include <array>
 #include <set>
 #include <vector>
 
@@ -17,6 +19,19 @@ Binary readOrSkip(const Examination& examination)
         throw Skipped("only ELF files can be examined for this, and this system's plug-ins aren't");
     }
     return readBinary(examination.file());
+}
+
+// Whether the library takes the place of Foundation, of AppKit or of their run-time, which every Mac has: only in
+// builds of the macOS code for other systems, which no server gets.
+bool standsForMacLibrary([[maybe_unused]] std::string_view library)
+{
+#ifdef FOLIDEX_COCOA
+    constexpr std::array<std::string_view, 3> names{"libgnustep-base.so.", "libgnustep-gui.so.", "libobjc.so."};
+    return std::any_of(names.begin(), names.end(),
+                       [library](std::string_view name) { return library.starts_with(name); });
+#else
+    return false;
+#endif
 }
 
 void examineSearchPath(const Examination& examination, const std::string& folder)
@@ -61,7 +76,9 @@ void examineLibraries(Examination& examination)
 {
     const Binary binary = readOrSkip(examination);
     for (const std::string& library : binary.neededLibraries) {
-        if (library.find('/') != std::string::npos) {
+        if (standsForMacLibrary(library)) {
+            examination.note("it needs " + library + ", which stands for one of macOS's in this build");
+        } else if (library.find('/') != std::string::npos) {
             examination.fail("it needs " + library + ", a path of the machine that built it");
         } else if (!isServerLibrary(library)) {
             examination.fail("it needs " + library + ", which no plain server has");

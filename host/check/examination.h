@@ -35,13 +35,15 @@ constexpr int eventsLostStatus = 97;
 // Where a test's events go. Other errors in writing are ignored: nobody is left to read then.
 class EventWriter {
 public:
-    explicit EventWriter(int descriptor) : descriptor_(descriptor) {}
+    explicit EventWriter(int descriptor);
 
-    // `kind` is one of the names below, `text` UTF-8. Ends the process when the descriptor has been closed.
+    // `kind` is one of the names below, `text` UTF-8. Ends the process when the descriptor has been closed, and in a
+    // copy of the process: a plug-in that forks and returns twice mustn't have the test made twice.
     void write(std::string_view kind, std::string_view text) const;
 
 private:
     int descriptor_;
+    int process_;
 };
 
 namespace event {

@@ -39,6 +39,9 @@ void adoptOrphans()
 
 std::optional<std::size_t> childProcesses()
 {
+    if (!std::ifstream("/proc/thread-self/children")) { // kernels may be built without it
+        return std::nullopt;
+    }
     return children().size();
 }
 

@@ -45,6 +45,7 @@ FAULTS = {
     "start_hang": ({"start-up": "timeout"}, "no end after 1 s at the start-up message"),
     "start_refuses_51": ({"start-up": "fail"}, "The plug-in refuses to start on API version 51"),
     "start_no_answer": ({"start-up": "fail"}, "start-up answers 0"),
+    "start_forks": ({"start-up": "crash"}, "the process was ended with exit status 0 at the start-up message"),
     "start_closes": ({"start-up": "fail"}, "it closes file descriptors of the host's: 0, 1"),
     "range_below": ({"version-range": "fail"}, "start-up isn't refused: it answers 62 instead of -1 (API version 49)"),
     "range_above": ({"version-range": "fail"}, "(API version 256)"),
@@ -95,7 +96,7 @@ OBSTACLES = {
     "it doesn't load: see load": ["load_crash", "load_symbol", "load_entry"],
     "it doesn't load: see strings": ["strings_crash"],
     "it doesn't start: see start-up": ["options_no_start", "start_throws", "start_throws_anything", "start_crash",
-                                       "start_abort", "start_exit", "start_hang"],
+                                       "start_abort", "start_exit", "start_forks", "start_hang"],
     "it doesn't shut down: see shut-down": ["shutdown_crash"],
 }
 

@@ -313,6 +313,9 @@ void misbehaveAtStart(int apiVersion)
             pause();
         }
     }
+    if (fault("start_forks") && fork() != 0) {
+        std::_Exit(0); // and the child goes on as the host
+    }
     if (fault("start_closes")) {
         close(STDIN_FILENO);
         close(STDOUT_FILENO);

@@ -27,8 +27,9 @@ std::vector<std::string> commands; // that a shell would have got
 
 } // namespace
 
-extern "C" std::FILE* __wrap_popen(const char* command, const char* mode);
-extern "C" int __wrap_pclose(std::FILE* pipe);
+// Names that ld's option --wrap asks for.
+extern "C" std::FILE* __wrap_popen(const char* command, const char* mode); // NOLINT(bugprone-reserved-identifier)
+extern "C" int __wrap_pclose(std::FILE* pipe);                             // NOLINT(bugprone-reserved-identifier)
 
 std::FILE* __wrap_popen(const char* command, const char* mode)
 {

@@ -273,10 +273,12 @@ std::size_t Plugin::releaseRegistered() noexcept
 std::u16string Plugin::string(std::uint8_t number, std::uint32_t capacity)
 {
     constexpr fmx::ptrtype english = 0;
-    std::u16string buffer(std::size_t{capacity} + 1, u'\0'); // plug-ins write a zero even into a capacity of 0
-    send(Message::stringRequest, number, english, capacity, reinterpret_cast<fmx::ptrtype>(buffer.data()));
-    buffer.resize(std::min(buffer.find(u'\0'), std::size_t{capacity}));
-    return buffer;
+    // Plug-ins write a zero even into a capacity of 0, and bad ones a little beside their buffer.
+    constexpr std::size_t margin = 64;
+    std::u16string buffer(margin + capacity + margin, u'\0');
+    send(Message::stringRequest, number, english, capacity, reinterpret_cast<fmx::ptrtype>(buffer.data() + margin));
+    const std::u16string_view answer(buffer.data() + margin, capacity);
+    return std::u16string(answer.substr(0, answer.find(u'\0')));
 }
 
 fmx::ptrtype Plugin::send(Message message, std::uint8_t parameter1, fmx::ptrtype parameter2, fmx::ptrtype parameter3,

@@ -1,5 +1,7 @@
 #include "host/check/child.h"
 
+#include "host/check/processes.h"
+
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
@@ -193,12 +195,14 @@ ChildEnd readToTheEnd(pid_t child, Descriptor report, Descriptor standard, Clock
         keepEnd(output.standard);
         timedOut = Clock::now() >= deadline;
     }
-    kill(-child, SIGKILL);
+    kill(-child, SIGKILL); // it isn't reaped yet, so the number is still its group's
     drain(report, output.report);
     keepBeginning(output.report);
     drain(standard, output.standard);
     keepEnd(output.standard);
-    return reap(child, timedOut);
+    const ChildEnd end = reap(child, timedOut);
+    endChildProcesses(); // those that left the group
+    return end;
 }
 
 } // namespace
@@ -206,6 +210,7 @@ ChildEnd readToTheEnd(pid_t child, Descriptor report, Descriptor standard, Clock
 ChildEnd runChild(const std::filesystem::path& program, const std::vector<std::string>& arguments,
                   std::chrono::duration<double> timeLimit, ChildOutput& output)
 {
+    adoptOrphans();
     Pipe report = makePipe();
     Pipe standard = makePipe();
     SpawnInstructions instructions;

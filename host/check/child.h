@@ -22,7 +22,8 @@ struct ChildOutput {
     std::string standard; // output and errors together; of a long one the end
 };
 
-// Standard input is empty; the group of processes is the child's own, and is ended with it.
+// Standard input is empty; the group of processes is the child's own, and is ended with it. So is, where orphans can be
+// adopted, whatever it left outside of the group: this process must have no other children.
 // Errors: std::system_error when the process can't be started.
 ChildEnd runChild(const std::filesystem::path& program, const std::vector<std::string>& arguments,
                   std::chrono::duration<double> timeLimit, ChildOutput& output);

@@ -48,12 +48,18 @@ std::optional<std::vector<const check::Test*>> chosenTests(const std::vector<std
     return tests;
 }
 
+// A file, or a bundle.
+bool mayBePlugin(const std::filesystem::path& plugin)
+{
+    std::error_code error;
+    return std::filesystem::is_regular_file(plugin, error) || std::filesystem::is_directory(plugin / "Contents", error);
+}
+
 ExitStatus runTests(Context& context, const std::vector<const check::Test*>& tests, const Arguments& arguments)
 {
     const std::filesystem::path plugin = std::filesystem::absolute(context.pluginFile());
     const std::int16_t apiVersion = context.options().apiVersion;
-    std::error_code error;
-    if (!std::filesystem::exists(plugin, error)) {
+    if (!mayBePlugin(plugin)) {
         context.reportError("There is no plug-in file " + plugin.string());
         return ExitStatus::pluginUnusable;
     }

@@ -8,12 +8,20 @@
 
 namespace fmxhost::check {
 
+EventWriter::EventWriter(int descriptor) : descriptor_(descriptor), process_(getpid()) {}
+
 void EventWriter::write(std::string_view kind, std::string_view text) const
 {
+    if (getpid() != process_) {
+        _exit(0);
+    }
     const std::string line = jsonText({{std::string(kind), text}}) + "\n";
     std::string_view rest = line;
     while (!rest.empty()) {
         const ssize_t written = ::write(descriptor_, rest.data(), rest.size());
+        if (written < 0 && errno == EBADF) {
+            _exit(eventsLostStatus);
+        }
         if (written < 0 && errno != EINTR) {
             return;
         }
@@ -28,8 +36,10 @@ std::string_view stageName(Stage stage)
         return "file";
     case Stage::loaded:
         return "loaded";
-    default:
+    case Stage::started:
         return "started";
+    default:
+        return "ended";
     }
 }
 

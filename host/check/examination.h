@@ -20,6 +20,7 @@ enum class Stage {
     file,    // nothing of it has run
     loaded,  // loaded, and its options string asked for
     started, // the start-up message answered
+    ended,   // the shut-down message answered
 };
 
 // A test that can't be made here; what() is the reason, for the user.
@@ -28,16 +29,21 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-// Where a test's events go. Errors in writing are ignored: nobody is left to read then.
+// How a process ends whose plug-in has closed the descriptor of the events, and everything else with it.
+constexpr int eventsLostStatus = 97;
+
+// Where a test's events go. Other errors in writing are ignored: nobody is left to read then.
 class EventWriter {
 public:
-    explicit EventWriter(int descriptor) : descriptor_(descriptor) {}
+    explicit EventWriter(int descriptor);
 
-    // `kind` is one of the names below, `text` UTF-8.
+    // `kind` is one of the names below, `text` UTF-8. Ends the process when the descriptor has been closed, and in a
+    // copy of the process: a plug-in that forks and returns twice mustn't have the test made twice.
     void write(std::string_view kind, std::string_view text) const;
 
 private:
     int descriptor_;
+    int process_;
 };
 
 namespace event {

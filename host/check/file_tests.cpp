@@ -3,7 +3,10 @@
 #include "host/check/server_libraries.h"
 #include "host/check/tests.h"
 
+#include <algorithm>
+#include <array>
 #include <set>
+#include <vector>
 
 namespace fmxhost::check {
 namespace {
@@ -13,6 +16,19 @@ constexpr std::string_view entryPoint = "FMExternCallProc";
 Binary libraryOf(const Examination& examination)
 {
     return readBinary(PluginFile(examination.file()).library());
+}
+
+// Whether the library takes the place of Foundation, of AppKit or of their run-time, which every Mac has: only in
+// builds of the macOS code for other systems, which no server gets.
+bool standsForMacLibrary([[maybe_unused]] std::string_view library)
+{
+#ifdef FOLIDEX_COCOA
+    constexpr std::array<std::string_view, 3> names{"libgnustep-base.so.", "libgnustep-gui.so.", "libobjc.so."};
+    return std::any_of(names.begin(), names.end(),
+                       [library](std::string_view name) { return library.starts_with(name); });
+#else
+    return false;
+#endif
 }
 
 void examineSearchPath(const Examination& examination, const std::string& folder)
@@ -42,16 +58,17 @@ void examineLoading(Examination& examination)
 void examineExports(Examination& examination)
 {
     const Binary binary = libraryOf(examination);
-    bool found = false;
-    for (const std::string& name : binary.exports) {
-        if (name == entryPoint) {
-            found = true;
-        } else {
-            examination.fail("it exports " + name + ", which may take the place of another plug-in's");
-        }
-    }
-    if (!found) {
+    std::vector<std::string> others = binary.exports;
+    if (std::erase(others, entryPoint) == 0) {
         examination.fail("it doesn't export " + std::string(entryPoint));
+    }
+    constexpr std::size_t mostNamed = 8;
+    const std::size_t named = others.size() <= mostNamed + 1 ? others.size() : mostNamed;
+    for (std::size_t index = 0; index < named; ++index) {
+        examination.fail("it exports " + others[index] + ", which may take the place of another plug-in's");
+    }
+    if (named < others.size()) {
+        examination.fail("it exports " + std::to_string(others.size() - named) + " more");
     }
 }
 
@@ -59,6 +76,10 @@ void examineLibraries(Examination& examination)
 {
     const Binary binary = libraryOf(examination);
     for (const std::string& library : binary.neededLibraries) {
+        if (standsForMacLibrary(library)) {
+            examination.note("it needs " + library + ", which stands for one of macOS's in this build");
+            continue;
+        }
         if (isServerLibrary(library)) {
             continue;
         }

@@ -19,6 +19,7 @@ namespace {
 using fmxkit::ExternalFunction;
 
 constexpr std::int16_t descriptionsSince = 56;
+constexpr std::u16string_view blanks = u" \t\r\n\u00a0";
 
 // All that it tries to register, those that the host refuses included.
 std::vector<ExternalFunction> attemptedFunctions()
@@ -42,7 +43,7 @@ bool canBeCalled(const std::u16string& name)
 
 std::string registeredCounts(const ExternalFunction& function)
 {
-    const std::string minimum = std::to_string(function.minimumArguments);
+    std::string minimum = std::to_string(function.minimumArguments);
     if (function.maximumArguments == function.minimumArguments) {
         return minimum;
     }
@@ -76,7 +77,7 @@ std::optional<std::string> prototypeFault(const ExternalFunction& function)
         if (agree(counts, function)) {
             return std::nullopt;
         }
-        return shown + "it has " + countsText(counts) + " parameters, registered are " + registeredCounts(function);
+        return shown + "it has " + countsText(counts) + " but is registered with " + registeredCounts(function);
     } catch (const PrototypeError& error) {
         return shown + error.what();
     }
@@ -116,7 +117,7 @@ void examineFunctionNames(Examination& examination)
             examination.fail(shown + " has the name of " + first->second);
         }
     }
-    if (firstOfName.empty()) {
+    if (attemptedFunctions().empty()) {
         examination.note("it registers no functions");
     }
 }
@@ -126,7 +127,9 @@ void examinePrototypes(Examination& examination)
     examination.started();
     for (const ExternalFunction& function : attemptedFunctions()) {
         const std::string shown = nameOf(function);
-        if (const auto fault = prototypeFault(function)) {
+        // Without a name, of which function-names tells, there is nothing to begin with.
+        const auto fault = function.name.empty() ? std::nullopt : prototypeFault(function);
+        if (fault) {
             examination.fail(shown + *fault);
         }
         if (function.handler == nullptr) {
@@ -145,8 +148,12 @@ void examineDescriptions(Examination& examination)
         const std::u16string_view description = function.description;
         if (description.empty()) {
             examination.fail(nameOf(function) + " has no description");
-        } else if (descriptionText(description).find_first_not_of(u' ') == std::u16string_view::npos) {
-            examination.fail(nameOf(function) + ": nothing follows the words before \"|\" in " + inQuotes(description));
+        } else if (descriptionText(description).find_first_not_of(blanks) == std::u16string_view::npos) {
+            const bool onlyWords = description.find(u'|') != std::u16string_view::npos;
+            examination.fail(nameOf(function) +
+                             (onlyWords ? ": nothing follows the words before \"|\" in "
+                                        : ": there is nothing but blanks in the description ") +
+                             inQuotes(description));
         }
     }
 }

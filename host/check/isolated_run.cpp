@@ -11,6 +11,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <csignal>
 #include <cstdio>
@@ -53,7 +54,7 @@ private:
         if (kind == event::step) {
             step_ = std::move(text);
         } else if (kind == event::reached) {
-            result_.reached = text == stageName(Stage::started) ? Stage::started : Stage::loaded;
+            result_.reached = std::max(result_.reached, stageOf(text));
         } else if (kind == event::failure) {
             result_.reasons.push_back(std::move(text));
             result_.verdict = Verdict::fail;
@@ -65,6 +66,14 @@ private:
         } else if (kind == event::done) {
             done_ = true;
         }
+    }
+
+    static Stage stageOf(std::string_view name)
+    {
+        constexpr std::array stages{Stage::loaded, Stage::started, Stage::ended};
+        const auto* found =
+            std::find_if(stages.begin(), stages.end(), [name](Stage stage) { return stageName(stage) == name; });
+        return found != stages.end() ? *found : Stage::file;
     }
 
     RunResult& result_;
@@ -106,6 +115,9 @@ std::string endText(const ChildEnd& end, std::chrono::duration<double> timeLimit
 {
     if (end.timedOut) {
         return "no end after " + secondsText(timeLimit) + " s";
+    }
+    if (end.signal == 0 && end.exitStatus == eventsLostStatus) {
+        return "every file descriptor of the host's was closed";
     }
     return end.signal != 0 ? signalName(end.signal)
                            : "the process was ended with exit status " + std::to_string(end.exitStatus);
@@ -189,9 +201,13 @@ void runHere(const Test& test, const std::filesystem::path& plugin, std::int16_t
 {
     endWithParent();
     endPlainlyOnSignals();
-    // Out of the way: plug-ins that close or write to the first few descriptors do no harm then.
+    // Out of the way, as far as the process may have so many: plug-ins that close or write to the first few descriptors
+    // do no harm then.
     constexpr int lowest = 100;
-    const int descriptor = fcntl(reportDescriptor, F_DUPFD_CLOEXEC, lowest);
+    int descriptor = fcntl(reportDescriptor, F_DUPFD_CLOEXEC, lowest);
+    if (descriptor == -1) {
+        descriptor = fcntl(reportDescriptor, F_DUPFD_CLOEXEC, reportDescriptor + 1);
+    }
     close(reportDescriptor);
 
     const EventWriter events(descriptor);

@@ -1,10 +1,14 @@
-// start-up, version-range, unknown-messages, shut-down.
+// start-up, version-range, messages, unknown-messages, shut-down.
 #include "host/check/deviations.h"
 #include "host/check/naming.h"
 #include "host/check/tests.h"
 
+#include <fcntl.h>
+
+#include <algorithm>
 #include <array>
 #include <cstring>
+#include <iterator>
 #include <map>
 #include <vector>
 
@@ -33,6 +37,48 @@ void reportRemaining(const Examination& examination, const std::vector<Entry>& e
     for (const Entry& entry : entries) {
         reportDeviation(examination, "shut-down", entry.pluginId, kind, entry.id, nameOf(entry) + " stays registered");
     }
+}
+
+// The lowest descriptors that are open: those that a host is likely to have.
+std::vector<unsigned> openDescriptors()
+{
+    constexpr int examined = 256;
+    std::vector<unsigned> open;
+    for (int descriptor = 0; descriptor < examined; ++descriptor) {
+        if (fcntl(descriptor, F_GETFD) != -1) {
+            open.push_back(static_cast<unsigned>(descriptor));
+        }
+    }
+    return open;
+}
+
+// Those of the first that aren't among the second.
+std::vector<unsigned> missingFrom(const std::vector<unsigned>& first, const std::vector<unsigned>& second)
+{
+    std::vector<unsigned> missing;
+    std::set_difference(first.begin(), first.end(), second.begin(), second.end(), std::back_inserter(missing));
+    return missing;
+}
+
+void reportClosed(const Examination& examination, const std::vector<unsigned>& closed)
+{
+    if (!closed.empty()) {
+        examination.fail("it closes file descriptors of the host's: " + numbersText(closed));
+    }
+}
+
+// A message that FileMaker sends to those who ask for it in their options string, and where they ask.
+struct OptionalMessage {
+    Message message;
+    std::size_t option;
+};
+constexpr std::array<OptionalMessage, 4> optionalMessages{
+    {{Message::idle, 8}, {Message::preferences, 5}, {Message::sessionShutDown, 9}, {Message::fileShutDown, 9}}};
+
+bool asksFor(const Plugin& plugin, const OptionalMessage& message)
+{
+    const std::u16string& options = plugin.options();
+    return options.size() > message.option && options[message.option] == u'Y';
 }
 
 // Which fields of a call record differ.
@@ -94,7 +140,9 @@ std::string sendUnknown(const Examination& examination, Plugin& plugin, std::uin
 
 void examineStartUp(Examination& examination)
 {
+    const std::vector<unsigned> descriptors = openDescriptors();
     examination.started();
+    reportClosed(examination, missingFrom(descriptors, openDescriptors()));
     const std::int64_t answer = examination.startUpAnswer();
     if (answer < oldestApiVersion || answer > newestApiVersion) {
         examination.fail("start-up answers " + std::to_string(answer) +
@@ -123,13 +171,33 @@ void examineVersionRange(Examination& examination)
     }
 }
 
+void examineMessages(Examination& examination)
+{
+    Plugin& plugin = examination.started();
+    for (const OptionalMessage& optional : optionalMessages) {
+        // What the preferences' message opens is a dialog.
+        if (optional.message == Message::preferences || !asksFor(plugin, optional)) {
+            continue;
+        }
+        examination.step("message " + std::to_string(static_cast<unsigned>(optional.message)));
+        plugin.send(optional.message);
+        examination.step("");
+    }
+}
+
 void examineUnknownMessages(Examination& examination)
 {
     Plugin& plugin = examination.started();
     const std::vector<std::string> before = registeredNames();
-    // Those between the ones that FileMaker sends, and all behind them.
+    // Those between the ones that FileMaker sends, all behind them, and those that this plug-in doesn't ask for.
     constexpr unsigned firstUnknown = 10;
     std::vector<unsigned> messages{2, 3, 6};
+    for (const OptionalMessage& optional : optionalMessages) {
+        if (!asksFor(plugin, optional)) {
+            messages.push_back(static_cast<unsigned>(optional.message));
+        }
+    }
+    std::sort(messages.begin(), messages.end());
     for (unsigned message = firstUnknown; message <= 255; ++message) {
         messages.push_back(message);
     }
@@ -149,10 +217,14 @@ void examineUnknownMessages(Examination& examination)
 
 void examineShutDown(Examination& examination)
 {
+    const std::vector<unsigned> hosts = openDescriptors();
     Plugin& plugin = examination.started();
+    const std::vector<unsigned> closedBefore = missingFrom(hosts, openDescriptors());
     examination.step("the shut-down message");
     plugin.shutDown();
+    examination.reach(Stage::ended);
     examination.step("");
+    reportClosed(examination, missingFrom(missingFrom(hosts, openDescriptors()), closedBefore));
     reportRemaining(examination, fmxkit::externalFunctions(), EntryKind::function);
     reportRemaining(examination, fmxkit::scriptSteps(), EntryKind::scriptStep);
 }

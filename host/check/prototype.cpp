@@ -123,11 +123,13 @@ ParameterCounts readParameters(std::u16string_view parameters)
 
 std::string countsText(const ParameterCounts& counts)
 {
-    const std::string required = std::to_string(counts.required);
+    std::string text = std::to_string(counts.required);
     if (counts.more) {
-        return required + " or more";
+        text += " or more";
+    } else if (counts.required != counts.named) {
+        text += " to " + std::to_string(counts.named);
     }
-    return counts.required == counts.named ? required : required + " to " + std::to_string(counts.named);
+    return text + (text == "1" ? " parameter" : " parameters");
 }
 
 } // namespace fmxhost::check

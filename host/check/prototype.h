@@ -24,7 +24,7 @@ public:
 // Errors: PrototypeError.
 ParameterCounts readParameters(std::u16string_view parameters);
 
-// "1", "2 to 4", "1 or more".
+// "1 parameter", "2 to 4 parameters", "1 or more parameters".
 std::string countsText(const ParameterCounts& counts);
 
 } // namespace fmxhost::check

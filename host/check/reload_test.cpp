@@ -1,4 +1,5 @@
 // reload: what is left of a plug-in that was loaded, started, shut down and unloaded again and again.
+#include "host/check/processes.h"
 #include "host/check/system.h"
 #include "host/check/tests.h"
 
@@ -23,7 +24,15 @@ static_assert(rounds == 100);
 constexpr std::size_t smallestAllocation = 16;
 constexpr std::size_t smallestLeak = roundsPerPeriod * smallestAllocation;
 
-using Measurements = std::array<Resources, periods + 1>;
+struct Holdings : Resources {
+    std::optional<std::size_t> processes;
+};
+using Measurements = std::array<Holdings, periods + 1>;
+
+Holdings holdings()
+{
+    return {resourcesInUse(), childProcesses()};
+}
 
 void loadAndUnload(const Examination& examination, int count)
 {
@@ -34,6 +43,7 @@ void loadAndUnload(const Examination& examination, int count)
         examination.reach(Stage::started);
         examination.step("shutting it down");
         plugin.shutDown();
+        examination.reach(Stage::ended);
         examination.step("unloading it");
         plugin.unload();
     }
@@ -44,13 +54,13 @@ void loadAndUnload(const Examination& examination, int count)
 template <class Quantity>
 std::optional<std::size_t> steadyGrowth(const Measurements& measurements, Quantity quantity, std::size_t least = 1)
 {
-    const auto valueOf = [&quantity](const Resources& resources) {
-        return std::optional<std::size_t>(std::invoke(quantity, resources));
+    const auto valueOf = [&quantity](const Holdings& held) {
+        return std::optional<std::size_t>(std::invoke(quantity, held));
     };
     if (!valueOf(measurements.front())) {
         return std::nullopt;
     }
-    const auto staysBelow = [&](const Resources& before, const Resources& after) {
+    const auto staysBelow = [&](const Holdings& before, const Holdings& after) {
         return *valueOf(after) < *valueOf(before) + least;
     };
     if (std::adjacent_find(measurements.begin(), measurements.end(), staysBelow) != measurements.end()) {
@@ -68,12 +78,13 @@ std::string inRounds(std::size_t growth, std::string_view unit)
 
 void examineReloading(Examination& examination)
 {
+    adoptOrphans();
     loadAndUnload(examination, warmUpRounds);
     Measurements measurements;
-    measurements.front() = resourcesInUse();
+    measurements.front() = holdings();
     for (int period = 1; period <= periods; ++period) {
         loadAndUnload(examination, roundsPerPeriod);
-        measurements.at(static_cast<std::size_t>(period)) = resourcesInUse();
+        measurements.at(static_cast<std::size_t>(period)) = holdings();
     }
 
     if (const auto growth = steadyGrowth(measurements, &Resources::descriptors)) {
@@ -81,6 +92,9 @@ void examineReloading(Examination& examination)
     }
     if (const auto growth = steadyGrowth(measurements, &Resources::threads)) {
         examination.fail("threads go on: " + inRounds(*growth, "threads"));
+    }
+    if (const auto growth = steadyGrowth(measurements, &Holdings::processes)) {
+        examination.fail("processes are left, running or not waited for: " + inRounds(*growth, "processes"));
     }
     if (const auto growth = steadyGrowth(measurements, &Resources::heap, smallestLeak)) {
         examination.fail("memory isn't freed: " + inRounds(*growth, "bytes"));

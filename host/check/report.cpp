@@ -25,17 +25,22 @@ Style styleOf(Verdict verdict)
     return verdict == Verdict::pass ? Style::pointer : Style::faint;
 }
 
-// The plug-in's text with nothing in it that moves a terminal's cursor or changes its colours.
+// A line of the plug-in's with nothing in it that moves a terminal's cursor or changes its colours.
+std::string shownLine(std::string_view text)
+{
+    std::string line(text);
+    std::replace_if(
+        line.begin(), line.end(),
+        [](char character) { return static_cast<unsigned char>(character) < ' ' || character == '\177'; }, ' ');
+    return line;
+}
+
 std::string shownLines(std::string_view text)
 {
     std::string lines;
     while (!text.empty()) {
         const std::size_t end = std::min(text.find('\n'), text.size());
-        std::string line(text.substr(0, end));
-        std::replace_if(
-            line.begin(), line.end(),
-            [](char character) { return static_cast<unsigned char>(character) < ' ' || character == '\177'; }, ' ');
-        lines.append(indent, ' ').append("| ").append(line).append("\n");
+        lines.append(indent, ' ').append("| ").append(shownLine(text.substr(0, end))).append("\n");
         text.remove_prefix(std::min(end + 1, text.size()));
     }
     return lines;
@@ -77,7 +82,7 @@ void Report::write(const TestResult& result)
     output_.write(std::string(verdictWidth + 2 - verdict.size(), ' ') + result.test->name + "\n");
     for (const auto* texts : {&result.reasons, &result.notes}) {
         for (const std::string& text : *texts) {
-            output_.write(std::string(indent, ' ') + text + "\n");
+            output_.write(std::string(indent, ' ') + shownLine(text) + "\n");
         }
     }
     if (isFailure(result.verdict)) {

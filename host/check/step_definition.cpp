@@ -34,8 +34,14 @@ bool isOneOf(std::string_view text, const std::array<std::string_view, count>& w
 
 constexpr std::array<std::string_view, 4> types{"calc", "bool", "list", "target"};
 constexpr std::array<std::string_view, 2> truthValues{"true", "false"};
+// Of what a calculation in a script step gives; "boolean" stands in older definitions.
+constexpr std::array<std::string_view, 8> dataTypes{"text",      "number",    "date",   "time",
+                                                    "timestamp", "container", "binary", "boolean"};
+constexpr std::array<std::string_view, 4> boolDefaults{"true", "false", "0", "1"};
 constexpr std::array<std::string_view, 6> parameterAttributes{"type",  "id",         "datatype",
                                                               "label", "showinline", "default"};
+constexpr std::array<std::string_view, 1> valueAttributes{"id"};
+constexpr std::array<std::string_view, 0> noAttributes{};
 
 using Attributes = std::map<std::string, std::string>; // names in lower case
 
@@ -49,6 +55,7 @@ public:
         if (parent.empty()) {
             expect(name == "pluginstep",
                    "the definition has the root element <" + std::string(element) + "> instead of <PluginStep>");
+            expectOnly(noAttributes, attributes, "<" + std::string(element) + ">");
         } else if (name == "parameter" && parent == "pluginstep") {
             parameter(attributes);
         } else if (name == "value" && parent == "parameter" && type_ == "list") {
@@ -59,7 +66,29 @@ public:
         }
     }
 
-    void end() { open_.pop_back(); }
+    void text(std::string_view text)
+    {
+        if (text.find_first_not_of(" \t\r\n") == std::string_view::npos) {
+            return;
+        }
+        if (open_.back() == "value") {
+            hasText_ = true;
+        } else if (open_.back() != strayTextIn_) {
+            strayTextIn_ = open_.back();
+            faults_.push_back("the definition has text in <" + open_.back() + ">, where none is known");
+        }
+    }
+
+    void end()
+    {
+        if (open_.back() == "value" && type_ == "list") {
+            expect(hasText_, "a value of " + shown_ + " has no text");
+        } else if (open_.back() == "parameter") {
+            expect(type_ != "list" || valueCount_ > 0, shown_ + " is a list without values");
+            type_.clear();
+        }
+        open_.pop_back();
+    }
 
     std::vector<std::string> takeFaults() { return std::move(faults_); }
 
@@ -68,6 +97,16 @@ private:
     {
         if (!condition) {
             faults_.push_back(std::move(fault));
+        }
+    }
+
+    template <std::size_t count>
+    void expectOnly(const std::array<std::string_view, count>& known, const Attributes& attributes,
+                    const std::string& owner)
+    {
+        for (const auto& [name, value] : attributes) {
+            expect(isOneOf(name, known),
+                   std::string(owner).append(" has an attribute ").append(name).append(" that isn't known"));
         }
     }
 
@@ -82,15 +121,23 @@ private:
         const std::string label = valueOf(attributes, "label");
         shown_ = "parameter " + std::to_string(++count_) + (label.empty() ? "" : " \"" + label + "\"");
         values_.clear();
-        for (const auto& [name, value] : attributes) {
-            expect(isOneOf(name, parameterAttributes), shown_ + " has an attribute " + name + " that isn't known");
-        }
+        valueCount_ = 0;
+        expectOnly(parameterAttributes, attributes, shown_);
         type_ = lowered(valueOf(attributes, "type"));
         expect(isOneOf(type_, types), shown_ + " is of type \"" + type_ + "\"; known are calc, bool, list and target");
         expect(!label.empty(), shown_ + " has no label");
         if (const auto shownInline = attributes.find("showinline"); shownInline != attributes.end()) {
             expect(isOneOf(lowered(shownInline->second), truthValues),
                    shown_ + ": showinline is \"" + shownInline->second + "\" instead of \"true\" or \"false\"");
+        }
+        if (const auto dataType = attributes.find("datatype"); dataType != attributes.end()) {
+            expect(isOneOf(lowered(dataType->second), dataTypes),
+                   shown_ + " is of data type \"" + dataType->second +
+                       "\"; known are text, number, date, time, timestamp and container");
+        }
+        if (const auto standard = attributes.find("default"); type_ == "bool" && standard != attributes.end()) {
+            expect(isOneOf(lowered(standard->second), boolDefaults),
+                   shown_ + ": its default is \"" + standard->second + "\" instead of \"true\" or \"false\"");
         }
         if (type_ == "target") {
             expect(++targets_ != 2, "the definition has more than one target");
@@ -100,14 +147,21 @@ private:
         }
     }
 
-    void value(const Attributes& attributes) { id(valueOf(attributes, "id"), values_, "a value of " + shown_); }
+    void value(const Attributes& attributes)
+    {
+        ++valueCount_;
+        hasText_ = false;
+        expectOnly(valueAttributes, attributes, "a value of " + shown_);
+        id(valueOf(attributes, "id"), values_, "a value of " + shown_);
+    }
 
     void id(const std::string& id, std::set<std::string>& taken, const std::string& owner)
     {
         const bool isNumber = !id.empty() && id.find_first_not_of("0123456789") == std::string::npos;
         expect(isNumber, owner + (id.empty() ? " has no ID" : ": its ID \"" + id + "\" is no number"));
         if (isNumber) {
-            expect(taken.insert(id).second, owner + ": its ID \"" + id + "\" is taken");
+            const std::string digits = id.substr(std::min(id.find_first_not_of('0'), id.size() - 1));
+            expect(taken.insert(digits).second, owner + ": its ID \"" + id + "\" is taken");
         }
     }
 
@@ -116,7 +170,10 @@ private:
     std::string shown_;             // the current parameter, as faults name it
     std::string type_;              // and its type
     std::set<std::string> values_;  // IDs of its values
-    std::set<std::string> ids_;     // of parameters
+    int valueCount_ = 0;
+    bool hasText_ = false;      // the current value
+    std::string strayTextIn_;   // the element whose text was found last
+    std::set<std::string> ids_; // of parameters
     int count_ = 0;
     int targets_ = 0;
 };
@@ -128,6 +185,11 @@ void onStart(void* reader, const char* element, const char** attributes)
         all[lowered(attributes[0])] = attributes[1];
     }
     static_cast<DefinitionReader*>(reader)->begin(element, all);
+}
+
+void onText(void* reader, const char* text, int length)
+{
+    static_cast<DefinitionReader*>(reader)->text({text, static_cast<std::size_t>(length)});
 }
 
 void onEnd(void* reader, const char*)
@@ -148,6 +210,7 @@ std::vector<std::string> faultsOfDefinition(const std::string& definition)
     DefinitionReader reader;
     XML_SetUserData(parser.get(), &reader);
     XML_SetElementHandler(parser.get(), onStart, onEnd);
+    XML_SetCharacterDataHandler(parser.get(), onText);
     constexpr int isFinal = 1;
     if (XML_Parse(parser.get(), definition.data(), static_cast<int>(definition.size()), isFinal) == XML_STATUS_ERROR) {
         return {std::string("the definition isn't well-formed XML: ") +

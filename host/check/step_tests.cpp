@@ -28,7 +28,7 @@ void examineStep(const Examination& examination, const fmxkit::ScriptStep& step)
         return;
     }
     for (const std::string& fault : faultsOfDefinition(toUtf8(step.definition))) {
-        examination.fail(shown + ": " + fault);
+        examination.fail(std::string(shown).append(": ").append(fault));
     }
 }
 

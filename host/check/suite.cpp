@@ -54,7 +54,9 @@ public:
     TestResult run(const Test& test)
     {
         if (obstacleFoundBy_ != nullptr && test.needs >= notReached_) {
-            const std::string what = notReached_ == Stage::loaded ? "it doesn't load" : "it doesn't start";
+            const std::string what = notReached_ == Stage::loaded    ? "it doesn't load"
+                                     : notReached_ == Stage::started ? "it doesn't start"
+                                                                     : "it doesn't shut down";
             return {&test, Verdict::skipped, {what + ": see " + obstacleFoundBy_->name}, {}, {}, 0};
         }
         const auto begin = std::chrono::steady_clock::now();
@@ -112,7 +114,7 @@ private:
         }
         doesNotStartOn_.insert(version);
         if (version == options_.apiVersion && obstacleFoundBy_ == nullptr) {
-            notReached_ = run.reached == Stage::file ? Stage::loaded : Stage::started;
+            notReached_ = static_cast<Stage>(static_cast<int>(run.reached) + 1);
             obstacleFoundBy_ = &test;
         }
     }

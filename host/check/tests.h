@@ -35,6 +35,7 @@ void examineStrings(Examination& examination);
 void examineOptions(Examination& examination);
 void examineStartUp(Examination& examination);
 void examineVersionRange(Examination& examination);
+void examineMessages(Examination& examination);
 void examineUnknownMessages(Examination& examination);
 void examineShutDown(Examination& examination);
 void examineReloading(Examination& examination);

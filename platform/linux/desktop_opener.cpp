@@ -20,6 +20,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <optional>
@@ -134,7 +135,8 @@ bool startDetached(const std::vector<std::string>& command, int statusPipe)
         return false;
     }
     // It forks and leaves. ECHILD, where the host has children reaped otherwise, serves as well: it has left then.
-    retried([starter] { return waitpid(starter, nullptr, 0); });
+    while (waitpid(starter, nullptr, 0) == -1 && errno != ECHILD) {
+    }
     return true;
 }
 

@@ -55,8 +55,11 @@ class TemporaryFile {
 public:
     static std::shared_ptr<const TemporaryFile> create(std::string_view content)
     {
-        std::string path = "/tmp/folidex-XXXXXX";
-        const Descriptor file(::mkostemp(path.data(), O_CLOEXEC));
+        std::string path;
+        const Descriptor file(retried([&path] {
+            path = "/tmp/folidex-XXXXXX"; // anew, for an attempt that fails leaves letters there
+            return ::mkostemp(path.data(), O_CLOEXEC);
+        }));
         if (!file) {
             return nullptr;
         }

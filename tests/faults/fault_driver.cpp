@@ -26,7 +26,11 @@ constexpr unsigned leastInjections = 2000; // of an exhaustive run
 std::string encode(const Tally& tally)
 {
     std::ostringstream text;
-    text << tally.injections << " " << tally.held << " " << tally.missed << "\n" << tally.faults;
+    text << tally.injections << " " << tally.held << " " << tally.missed;
+    for (const unsigned number : tally.byCall) {
+        text << " " << number;
+    }
+    text << "\n" << tally.faults;
     return text.str();
 }
 
@@ -34,6 +38,9 @@ bool decode(const std::string& text, Tally& tally)
 {
     std::istringstream stream(text);
     stream >> tally.injections >> tally.held >> tally.missed;
+    for (unsigned& number : tally.byCall) {
+        stream >> number;
+    }
     const bool isTally = !stream.fail();
     const std::size_t line = text.find('\n');
     tally.faults = isTally && line != std::string::npos ? text.substr(line + 1) : text;
@@ -53,6 +60,39 @@ std::string tryInChild(const Scenario& scenario, const PluginUnderTest& plugin, 
     });
 }
 
+// How many there were of each kind of call.
+void printCalls(const Tally& tally)
+{
+    constexpr std::size_t width = 100;
+    std::string line;
+    for (std::size_t call = 0; call < callCount; ++call) {
+        if (tally.byCall[call] == 0) {
+            continue;
+        }
+        const std::string entry =
+            std::string(nameOf(static_cast<Call>(call))) + ": " + std::to_string(tally.byCall[call]);
+        if (line.size() + entry.size() > width) {
+            std::printf("  %s\n", line.c_str());
+            line.clear();
+        }
+        line.append(line.empty() ? "" : "; ").append(entry);
+    }
+    std::printf("  %s\n", line.c_str());
+}
+
+// Answers how many kinds of calls no scenario makes, which would leave them untried for ever.
+unsigned reportUntouched(const Tally& tally)
+{
+    unsigned untouched = 0;
+    for (std::size_t call = 0; call < callCount; ++call) {
+        if (tally.byCall[call] == 0) {
+            std::printf("No scenario calls %s.\n", nameOf(static_cast<Call>(call)));
+            ++untouched;
+        }
+    }
+    return untouched;
+}
+
 bool matches(const Scenario& scenario, const char* words)
 {
     return words == nullptr || scenario.name.find(words) != std::string::npos;
@@ -65,13 +105,16 @@ int runAll(const char* words)
     const ScratchPair scratch;
     Tally total;
     unsigned broken = 0;
+    bool complete = words == nullptr && extent == Extent::exhaustive;
     for (const Scenario& scenario : scenarios()) {
         if (!matches(scenario, words)) {
             continue;
         }
-        if ((scenario.needsAway && !scratch.away) || (scenario.ownRoot && !isRoot())) {
+        const bool rootOnly = scenario.ownRoot || scenario.needsRoot;
+        if ((scenario.needsAway && !scratch.away) || (rootOnly && !isRoot())) {
             std::printf("%-56s skipped: needs %s\n", scenario.name.c_str(),
-                        scenario.ownRoot ? "root's rights" : "a second file system at /dev/shm");
+                        rootOnly ? "root's rights" : "a second file system at /dev/shm");
+            complete = false;
             continue;
         }
         Tally tally;
@@ -84,10 +127,18 @@ int runAll(const char* words)
         total.injections += tally.injections;
         total.held += tally.held;
         total.missed += tally.missed;
+        for (std::size_t call = 0; call < callCount; ++call) {
+            total.byCall[call] += tally.byCall[call];
+        }
     }
+    std::printf("Calls that were made to fail:\n");
+    printCalls(total);
     std::printf("%u injections, %u held (%s", total.injections, total.held,
                 extent == Extent::exhaustive ? "exhaustive" : "a sample; all with FOLIDEX_FULL=1");
     std::printf("; %u more had nothing to strike)\n", total.missed);
+    if (complete) {
+        broken += reportUntouched(total);
+    }
     const bool enough = words != nullptr || extent == Extent::sampled || total.injections >= leastInjections;
     return broken == 0 && total.injections > 0 && total.held == total.injections && enough ? 0 : 1;
 }

@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <type_traits>
 
@@ -134,7 +135,6 @@ Call kindOfOpen(int flags)
 INTERPOSE(int, open64, kindOfOpen(flags), (const char* path, int flags, mode_t mode), (path, flags, mode))
 INTERPOSE(int, openat64, kindOfOpen(flags), (int folder, const char* path, int flags, mode_t mode),
           (folder, path, flags, mode))
-INTERPOSE(int, mkostemp64, Call::create, (char* pattern, int flags), (pattern, flags))
 INTERPOSE(int, ioctl, request == FICLONE ? Call::clone : Call::count_, (int file, unsigned long request, void* value),
           (file, request, value))
 INTERPOSE(int, fcntl64, Call::controlDescriptor, (int file, int command, long value), (file, command, value))
@@ -212,6 +212,18 @@ INTERPOSE(std::FILE*, fopen64, Call::openStream, (const char* path, const char* 
 INTERPOSE(std::FILE*, popen, Call::openPipe, (const char* command, const char* mode), (command, mode))
 INTERPOSE(int, pipe2, Call::makePipe, (int* ends, int flags), (ends, flags))
 INTERPOSE(int, poll, Call::poll, (pollfd * descriptors, nfds_t count, int timeout), (descriptors, count, timeout))
+
+EXPORTED int folidex_mkostemp64(char* pattern, int flags) asm("mkostemp64");
+int folidex_mkostemp64(char* pattern, int flags)
+{
+    static const auto next = following<int(char*, int)>("mkostemp64");
+    const bool fails = judge(Call::create, __builtin_return_address(0)) == Verdict::fails;
+    const int file = fails ? -1 : next(pattern, flags);
+    if (armed && file != -1) {
+        std::strncpy(report.temporaryFile.data(), pattern, report.temporaryFile.size() - 1);
+    }
+    return file;
+}
 
 // posix_spawn(3) answers the error itself.
 EXPORTED int folidex_posix_spawn(pid_t* child, const char* path, const posix_spawn_file_actions_t* actions,

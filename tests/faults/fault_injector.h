@@ -74,8 +74,9 @@ struct FaultPlan {
 
 struct FaultReport {
     std::array<unsigned, callCount> calls{};
-    unsigned total = 0;  // of all kinds but allocations
-    bool struck = false; // whether the call that was to fail was made and did fail
+    unsigned total = 0;                   // of all kinds but allocations
+    bool struck = false;                  // whether the call that was to fail was made and did fail
+    std::array<char, 64> temporaryFile{}; // the last one that was made by mkostemp(3), if any
 };
 
 using ArmFaults = void (*)(const FaultPlan*);

@@ -3,11 +3,13 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <stdexcept>
 #include <string_view>
 #include <utility>
 
@@ -47,6 +49,25 @@ void makeSparse(const fs::path& path)
     write(path, "head");
     fs::resize_file(path, 1U << 20U);
     std::ofstream(path, std::ios::binary | std::ios::app) << tail;
+}
+
+void makeHollow(const Places& places)
+{
+    const fs::path path = fs::path(places.home) / "src" / "hollow";
+    write(path, "head");
+    fs::resize_file(path, 1U << 20U);
+    age(path, 1'000'000'000);
+}
+
+// Everything in the source is somebody else's.
+void giveAway(const Places& places)
+{
+    constexpr uid_t somebody = 12345;
+    for (const auto& entry : fs::recursive_directory_iterator(fs::path(places.home) / "src")) {
+        if (fchownat(AT_FDCWD, entry.path().c_str(), somebody, somebody, AT_SYMLINK_NOFOLLOW) != 0) {
+            throw std::runtime_error("fchownat");
+        }
+    }
 }
 
 void makeDeep(const Places& places)
@@ -130,6 +151,12 @@ void addFileOperations(std::vector<Scenario>& list)
     copy("copy a big file", "big");
     copy("copy a file with holes", "sparse");
     copy("copy a link", "link");
+    copy("copy a file that ends in a hole", "hollow").prepare = makeHollow;
+    for (const char* file : {"report.txt", "link"}) {
+        Scenario& owned = copy(std::string("copy somebody else's ") + file, file);
+        owned.prepare = giveAway;
+        owned.needsRoot = true;
+    }
     Scenario& named = copy("copy a file without unnamed files", "report.txt");
     named.denied = Call::unnamed;
     named.deniedError = EOPNOTSUPP;
@@ -157,6 +184,14 @@ void addFileOperations(std::vector<Scenario>& list)
                       .source = atHome("/src/report.txt"),
                       .target = atHome("/dest/old.txt")};
         list.push_back(over);
+        Scenario kept = over;
+        kept.name = std::string(function) + " where another file stands";
+        kept.arguments = [](const Places& at) {
+            return Arguments{at.home + "/src/report.txt", at.home + "/dest", "", "old.txt"};
+        };
+        kept.codes.push_back(-8008);
+        kept.leaves = Leaves::asBefore;
+        list.push_back(kept);
         over.name = std::string(function) + " over a hard link to the source";
         over.leaves = Leaves::asBefore;
         over.prepare = hardLink;
@@ -230,6 +265,11 @@ void addFolderOperations(std::vector<Scenario>& list)
                   .source = atHome("/src"),
                   .target = atHome("/dest/src")};
     list.push_back(copy);
+    Scenario owned = copy;
+    owned.name = "copy somebody else's folder";
+    owned.prepare = giveAway;
+    owned.needsRoot = true;
+    list.push_back(owned);
     copy.name = "copy a folder without exchange-free renames";
     copy.denied = Call::rename;
     copy.deniedError = EINVAL;
@@ -283,21 +323,21 @@ void addFolderOperations(std::vector<Scenario>& list)
 void addQueries(std::vector<Scenario>& list)
 {
     const auto query = [&](const std::string& function, const std::string& item, std::vector<int> codes,
-                           decltype(Scenario::isOtherAnswer) other = {}) {
+                           decltype(Scenario::isOtherAnswer) other = {}, std::vector<Call> otherAnswerTo = {}) {
         list.push_back({.name = function + " " + item,
                         .function = function,
                         .arguments = path(item),
                         .codes = std::move(codes),
                         .prepare = item == "/deep" ? makeDeep : decltype(Scenario::prepare)(),
-                        .isOtherAnswer = std::move(other)});
+                        .isOtherAnswer = std::move(other),
+                        .otherAnswerTo = std::move(otherAnswerTo)});
     };
     const std::vector<int> codes{-8002, -8014};
-    query("KORB_GetFolders", "/src", codes, isAnything); // what can't be examined is listed as a file
-    query("KORB_GetFiles", "/src", codes, isAnything);
-    query("KORB_GetNumSubfolders", "/src", codes, isAnything);
-    query("KORB_GetNumFiles", "/src", codes, isAnything);
-    query("KORB_GetFolderSize", "/src", codes, isFewerBytes);
-    query("KORB_GetFolderSize", "/deep", codes, isFewerBytes);
+    for (const char* function : {"KORB_GetFolders", "KORB_GetFiles", "KORB_GetNumSubfolders", "KORB_GetNumFiles"}) {
+        query(function, "/src", codes, isAnything, {Call::stat}); // what can't be examined is listed as a file
+    }
+    query("KORB_GetFolderSize", "/src", codes, isFewerBytes, {Call::statx, Call::stat});
+    query("KORB_GetFolderSize", "/deep", codes, isFewerBytes, {Call::statx, Call::stat});
     query("KORB_GetFileSize", "/src/big", codes);
     for (const std::string kind : {"File", "Folder"}) {
         const std::string item = kind == "File" ? "/src/big" : "/src";
@@ -332,6 +372,12 @@ void addLog(std::vector<Scenario>& list)
                     .codes = {},
                     .leaves = Leaves::part,
                     .prepare = setHome});
+    list.push_back({.name = "clear the log",
+                    .function = "KORB_LogClear",
+                    .arguments = [](const Places&) { return Arguments{}; },
+                    .codes = {},
+                    .leaves = Leaves::part,
+                    .logs = true});
 }
 
 void addDesktop(std::vector<Scenario>& list)
@@ -340,11 +386,13 @@ void addDesktop(std::vector<Scenario>& list)
         unsetenv("DISPLAY");
         unsetenv("WAYLAND_DISPLAY");
     };
-    list.push_back({.name = "choose a file without a display",
-                    .function = "KORB_GetFilePath",
-                    .arguments = path("/src"),
-                    .codes = {-8014},
-                    .prepare = noDisplay});
+    for (const char* function : {"KORB_GetFilePath", "KORB_GetFolderPath"}) {
+        list.push_back({.name = std::string(function) + " without a display",
+                        .function = function,
+                        .arguments = path("/src"),
+                        .codes = {-8014},
+                        .prepare = noDisplay});
+    }
     list.push_back({.name = "open a file",
                     .function = "KORB_OpenFile",
                     .arguments = path("/src/report.txt"),
@@ -363,12 +411,21 @@ void addArchives(std::vector<Scenario>& list)
     const auto three = [](const std::string& first, const std::string& second) {
         return [=](const Places& at) { return Arguments{at.home + first, at.home + second, "secret"}; };
     };
-    list.push_back({.name = "compress a file",
-                    .function = "KORB_CompressFile",
-                    .arguments = paths("/src/report.txt", "/dest/archive.zip"),
-                    .codes = {-8002, -8022},
-                    .leaves = Leaves::part,
-                    .runsScript = true});
+    Scenario compress{.name = "compress a file",
+                      .function = "KORB_CompressFile",
+                      .arguments = paths("/src/report.txt", "/dest/archive.zip"),
+                      .codes = {-8002, -8022},
+                      .leaves = Leaves::part,
+                      .runsScript = true};
+    list.push_back(compress);
+    compress.name = "compress a file while the log is on";
+    compress.logs = true;
+    list.push_back(compress);
+    compress.logs = false;
+    compress.name = "compress a file with the script in /tmp"; // where children can't reach a memory file
+    compress.denied = Call::access;
+    compress.deniedError = EACCES;
+    list.push_back(compress);
     list.push_back({.name = "encrypt a file",
                     .function = "KORB_EncryptFile",
                     .arguments = three("/src/report.txt", "/dest/secret.bin"),
@@ -380,6 +437,33 @@ void addArchives(std::vector<Scenario>& list)
                     .arguments = three("/src/inner", "/dest/archive.zip"),
                     .codes = {-8002, -8023, -8024},
                     .leaves = Leaves::part,
+                    .runsScript = true});
+    const auto seed = [](const std::string& name) {
+        return [=](const Places& at) { fs::copy_file(FOLIDEX_ARCHIVES "/" + name, at.home + "/src/" + name); };
+    };
+    const auto withPassword = [](const std::string& first, const std::string& second) {
+        return [=](const Places& at) { return Arguments{at.home + first, at.home + second, "pass word|é"}; };
+    };
+    list.push_back({.name = "expand an archive",
+                    .function = "KORB_ExpandFile",
+                    .arguments = paths("/src/plain.zip", "/dest/"),
+                    .codes = {-8002, -8023},
+                    .leaves = Leaves::part,
+                    .prepare = seed("plain.zip"),
+                    .runsScript = true});
+    list.push_back({.name = "decrypt a file",
+                    .function = "KORB_DecryptFile",
+                    .arguments = withPassword("/src/text.encrypted", "/dest/plain.txt"),
+                    .codes = {-8020, -8023},
+                    .leaves = Leaves::part,
+                    .prepare = seed("text.encrypted"),
+                    .runsScript = true});
+    list.push_back({.name = "decrypt and expand an archive",
+                    .function = "KORB_DecryptAndExpand",
+                    .arguments = withPassword("/src/encrypted.zip", "/dest/"),
+                    .codes = {-8023, -8025},
+                    .leaves = Leaves::part,
+                    .prepare = seed("encrypted.zip"),
                     .runsScript = true});
     // What no script of ours made is refused by the script itself.
     list.push_back({.name = "expand what is no archive",

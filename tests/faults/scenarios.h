@@ -37,10 +37,13 @@ struct Scenario {
     // Whether a successful answer other than the undisturbed one's is right, as that of a sum without what couldn't be
     // examined.
     std::function<bool(const std::string& answer, const std::string& undisturbed)> isOtherAnswer{};
-    Call denied = Call::count_; // what the system doesn't have in this scenario
+    std::vector<Call> otherAnswerTo{}; // the calls without which there may be one; none: any
+    Call denied = Call::count_;        // what the system doesn't have in this scenario
     int deniedError = 0;
     bool needsAway = false;
+    bool needsRoot = false;
     bool ownRoot = false;    // "/" is the scratch folder; needs root's rights
+    bool logs = false;       // the log is on, and in the home folder
     bool runsScript = false; // takes the time of a shell script
 };
 

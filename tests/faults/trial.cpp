@@ -24,6 +24,7 @@ constexpr int mostDescriptors = 256;
 struct Fault {
     int error;
     bool isTransparent = false; // the call is repeated or goes on, and nobody notices
+    bool isReported = false;    // the function has to fail
 };
 
 struct CallFaults {
@@ -36,13 +37,14 @@ const std::vector<CallFaults>& faultTable()
 {
     constexpr Fault interrupted{EINTR, true};
     constexpr Fault cutShort{shortCount, true};
+    const auto reported = [](int error) { return Fault{error, false, true}; };
     static const std::vector<CallFaults> table{
         {Call::allocate, "malloc", {{ENOMEM}}},
         {Call::open, "open", {{EACCES}, {EMFILE}, {EIO}, {ENOMEM}, interrupted}},
         {Call::create, "open O_CREAT", {{EACCES}, {EMFILE}, {ENOSPC}, {EIO}, interrupted}},
         {Call::unnamed, "open O_TMPFILE", {{EACCES}, {EMFILE}, {ENOSPC}, {EOPNOTSUPP, true}, interrupted}},
-        {Call::read, "read", {{EIO}, interrupted, cutShort}},
-        {Call::write, "write", {{ENOSPC}, {EIO}, interrupted, cutShort}},
+        {Call::read, "read", {reported(EIO), interrupted, cutShort}},
+        {Call::write, "write", {reported(ENOSPC), reported(EIO), interrupted, cutShort}},
         {Call::copyRange, "copy_file_range", {{ENOSPC}, {EIO, true}, {ENOSYS, true}, interrupted, cutShort}},
         {Call::clone, "ioctl FICLONE", {{EIO, true}, {EOPNOTSUPP, true}, {ENOSPC, true}, interrupted}},
         {Call::link, "linkat", {{EACCES}, {ENOSPC}, {EIO}}},
@@ -52,19 +54,19 @@ const std::vector<CallFaults>& faultTable()
         {Call::makeFolder, "mkdirat", {{EACCES}, {ENOSPC}, {EIO}}},
         {Call::makeSpecial, "symlinkat, mknodat", {{EACCES}, {ENOSPC}, {EIO}}},
         {Call::readLink, "readlinkat", {{EACCES}, {EIO}}},
-        {Call::listFolder, "getdents64", {{EIO}, {ENOMEM}, interrupted}},
+        {Call::listFolder, "getdents64", {reported(EIO), reported(ENOMEM), interrupted}},
         {Call::statx, "statx", {{EACCES}, {EIO}, {ENOMEM}}},
         {Call::stat, "fstat, fstatat", {{EACCES}, {EIO}, {ENOMEM}}},
         {Call::volumeSpace, "statvfs", {{EACCES}, {EIO}, interrupted}},
         {Call::access, "access", {{EACCES}, {EIO}}},
         {Call::changeMode, "fchmod", {{EACCES}, {EIO}, {ENOSPC}}},
-        {Call::changeOwner, "fchown", {{EACCES}, {EIO}}},
+        {Call::changeOwner, "fchown", {{EACCES}, {EPERM}, {EIO}}},
         {Call::changeTimes, "futimens, utimensat", {{EACCES}, {EIO}}},
         {Call::setAttribute, "fsetxattr", {{EACCES}, {ENOSPC}, {EIO}}},
         {Call::readAttribute, "flistxattr, fgetxattr", {{EACCES}, {EIO}}},
         {Call::removeAttribute, "fremovexattr", {{EACCES}, {EIO}}},
-        {Call::flush, "fsync, syncfs", {{EIO}, {ENOSPC}, interrupted}},
-        {Call::truncate, "ftruncate", {{EIO}, {ENOSPC}, interrupted}},
+        {Call::flush, "fsync, syncfs", {reported(EIO), reported(ENOSPC), interrupted}},
+        {Call::truncate, "ftruncate", {reported(EIO), reported(ENOSPC), interrupted}},
         {Call::seek, "lseek", {{EIO}, {EINVAL}}},
         {Call::controlDescriptor, "fcntl", {{EMFILE}, {EACCES}}},
         {Call::memoryFile, "memfd_create", {{EMFILE}, {ENOMEM}, {EACCES}}},
@@ -75,7 +77,7 @@ const std::vector<CallFaults>& faultTable()
         {Call::closePipe, "pclose", {{ECHILD}}},
         {Call::makePipe, "pipe2", {{EMFILE}}},
         {Call::spawn, "posix_spawn", {{EAGAIN}, {ENOMEM}, {EACCES}}},
-        {Call::waitChild, "waitpid", {{ECHILD, true}, interrupted}},
+        {Call::waitChild, "waitpid", {{ECHILD, true}, {EIO, true}, {ENOMEM, true}, interrupted}},
         {Call::poll, "poll", {{ENOMEM}, interrupted}},
     };
     return table;
@@ -98,7 +100,7 @@ struct CallResult {
 
 bool isPermissionLoss(const Injection& injection)
 {
-    return injection.fault.error == EACCES &&
+    return (injection.fault.error == EACCES || injection.fault.error == EPERM) &&
            (injection.call->call == Call::changeMode || injection.call->call == Call::changeOwner ||
             injection.call->call == Call::changeTimes);
 }
@@ -153,6 +155,10 @@ Snapshot ScenarioRun::build() const
     buildTree(m_places);
     if (m_scenario.prepare) {
         m_scenario.prepare(m_places);
+    }
+    if (m_scenario.logs) {
+        setenv("HOME", m_places.home.c_str(), 1);
+        m_plugin.call("KORB_LogSet", {u"1"});
     }
     return takeSnapshot(m_places.folders());
 }
@@ -247,7 +253,11 @@ std::string ScenarioRun::judgeSuccess(const Injection& injection, const CallResu
     if (result.isError || result.code != 0) {
         return "a fault that nobody should notice gives error " + std::to_string(result.code);
     }
-    const bool otherAnswer = m_scenario.isOtherAnswer && m_scenario.isOtherAnswer(result.answer, m_undisturbed.answer);
+    const auto& lookingAt = m_scenario.otherAnswerTo;
+    const bool mayDiffer =
+        lookingAt.empty() || std::find(lookingAt.begin(), lookingAt.end(), injection.call->call) != lookingAt.end();
+    const bool otherAnswer = m_scenario.isOtherAnswer && (mayDiffer || injection.fault.isTransparent) &&
+                             m_scenario.isOtherAnswer(result.answer, m_undisturbed.answer);
     if (result.answer != m_undisturbed.answer && !otherAnswer) {
         return "answers " + result.answer + " instead of " + m_undisturbed.answer;
     }
@@ -263,6 +273,12 @@ std::string ScenarioRun::judge(const Injection& injection, const CallResult& res
         if (entry.first.find("/.folidex-") != std::string::npos) {
             return "left " + entry.first;
         }
+    }
+    if (result.report.temporaryFile[0] != '\0' && access(result.report.temporaryFile.data(), F_OK) == 0) {
+        return std::string("left ") + result.report.temporaryFile.data();
+    }
+    if (injection.fault.isReported && !result.isError) {
+        return "nobody is told";
     }
     if (result.threw) {
         if (result.threwSomethingElse || injection.call->call != Call::allocate) {
@@ -323,6 +339,16 @@ std::string describe(const Injection& injection)
 
 } // namespace
 
+const char* nameOf(Call call)
+{
+    for (const CallFaults& entry : faultTable()) {
+        if (entry.call == call) {
+            return entry.name;
+        }
+    }
+    return "";
+}
+
 Tally tryScenario(const Scenario& scenario, const PluginUnderTest& plugin, const Places& places, Extent extent)
 {
     ScenarioRun run(scenario, plugin, places);
@@ -335,6 +361,7 @@ Tally tryScenario(const Scenario& scenario, const PluginUnderTest& plugin, const
             continue;
         }
         ++tally.injections;
+        ++tally.byCall[static_cast<std::size_t>(injection.call->call)];
         if (verdict == "held") {
             ++tally.held;
         } else {

@@ -4,6 +4,7 @@
 #include "faults/scenarios.h"
 #include "support/plugin_under_test.h"
 
+#include <array>
 #include <string>
 
 namespace folidex::test {
@@ -11,9 +12,13 @@ namespace folidex::test {
 struct Tally {
     unsigned injections = 0;
     unsigned held = 0;
-    unsigned missed = 0; // the call wasn't made this time, or moved too few bytes to be cut short
-    std::string faults;  // what didn't hold, several lines for each
+    unsigned missed = 0;                      // the call wasn't made this time, or moved too few bytes to be cut short
+    std::array<unsigned, callCount> byCall{}; // the injections, by the kind of call that failed
+    std::string faults;                       // what didn't hold, several lines for each
 };
+
+// As a summary names them: "copy_file_range".
+const char* nameOf(Call call);
 
 enum class Extent { exhaustive, sampled };
 

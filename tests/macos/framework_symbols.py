@@ -16,7 +16,7 @@ SOURCE = Path(sys.argv[1])
 LIST = Path(__file__).with_suffix(".txt")
 FRAMEWORK_NAME = re.compile(r"\b(?:NS|CF|kCF|CG|kCG)[A-Z]\w*")
 SYSTEM_CALL = re.compile(r"(?<![\w>:])::(\w+)\s*\(")
-SYSTEM_CONSTANT = re.compile(r"\b(?:MNT_|RENAME_|SYNC_VOLUME_|PROC_PID)[A-Z]+\b|\bst_(?:[amc]|birth)timespec\b")
+SYSTEM_CONSTANT = re.compile(r"\b(?:MNT_|RENAME_|SYNC_VOLUME_|PROC_P)[A-Z_]+\b|\bst_(?:[amc]|birth)timespec\b")
 DECLARED_METHOD = re.compile(r"^[-+] \([^)]*\)(.*?)[;{]?$", re.MULTILINE)
 TARGET = (13, 0)
 

@@ -23,19 +23,19 @@ TEST(Prototypes, ParametersAreCounted)
         std::string counts;
     };
     for (const Case& each : std::initializer_list<Case>{
-             {u"", "0"},
-             {u"  ", "0"},
-             {u"()", "0"},
-             {u" ( a )", "1"},
-             {u"( a ; b )", "2"},
-             {u"( a {; b ; c } )", "1 to 3"},
-             {u"( a {; b {; c}} )", "1 to 3"},
-             {u"({a ; }b)", "1 to 2"},
-             {u"( { a } )", "0 to 1"},
-             {u"( a... )", "1 or more"},
-             {u"( field {; field…} )", "1 or more"},
-             {u"( { a ; ... } )", "0 or more"},
-             {u"( test1 ; result1 {; test2 ; result2 ; ... ; defaultResult } )", "2 or more"},
+             {u"", "0 parameters"},
+             {u"  ", "0 parameters"},
+             {u"()", "0 parameters"},
+             {u" ( a )", "1 parameter"},
+             {u"( a ; b )", "2 parameters"},
+             {u"( a {; b ; c } )", "1 to 3 parameters"},
+             {u"( a {; b {; c}} )", "1 to 3 parameters"},
+             {u"({a ; }b)", "1 to 2 parameters"},
+             {u"( { a } )", "0 to 1 parameters"},
+             {u"( a... )", "1 or more parameters"},
+             {u"( field {; field…} )", "1 or more parameters"},
+             {u"( { a ; ... } )", "0 or more parameters"},
+             {u"( test1 ; result1 {; test2 ; result2 ; ... ; defaultResult } )", "2 or more parameters"},
          }) {
         EXPECT_EQ(countsText(readParameters(each.parameters)), each.counts)
             << std::string(each.parameters.begin(), each.parameters.end());
@@ -68,17 +68,30 @@ TEST(StepDefinitions, AreXmlAndNothingElse)
 TEST(StepDefinitions, EveryFaultIsNamed)
 {
     const std::vector<std::string> faults = faultsOfDefinition(
-        R"(<pluginstep><parameter type="calc" ID="x" showinline="yes" lable="A"><value ID="0"/></parameter>)"
-        R"(<parameter type="list" label="B" ID="1"><value>b</value></parameter><value ID="2"/></pluginstep>)");
-    EXPECT_EQ(faults, (std::vector<std::string>{
-                          "parameter 1 has an attribute lable that isn't known",
-                          "parameter 1 has no label",
-                          "parameter 1: showinline is \"yes\" instead of \"true\" or \"false\"",
-                          "parameter 1: its ID \"x\" is no number",
-                          "the definition has an element <value> in <parameter> of type \"calc\" where none is known",
-                          "a value of parameter 2 \"B\" has no ID",
-                          "the definition has an element <value> in <pluginstep> where none is known",
-                      }));
+        R"(<pluginstep name="N"><parameter type="calc" ID="x" showinline="yes" lable="A"><value ID="0"/></parameter>)"
+        R"(<parameter type="list" label="B" ID="1"><value>b</value><value ID="3" colour="red"/></parameter><value ID="2"/>)"
+        R"(<parameter type="list" label="C" ID="01">x</parameter>stray)"
+        R"(<parameter type="bool" label="D" ID="4" datatype="shape" default="perhaps"/></pluginstep>)");
+    EXPECT_EQ(faults,
+              (std::vector<std::string>{
+                  "<pluginstep> has an attribute name that isn't known",
+                  "parameter 1 has an attribute lable that isn't known",
+                  "parameter 1 has no label",
+                  "parameter 1: showinline is \"yes\" instead of \"true\" or \"false\"",
+                  "parameter 1: its ID \"x\" is no number",
+                  "the definition has an element <value> in <parameter> of type \"calc\" where none is known",
+                  "a value of parameter 2 \"B\" has no ID",
+                  "a value of parameter 2 \"B\" has an attribute colour that isn't known",
+                  "a value of parameter 2 \"B\" has no text",
+                  "the definition has an element <value> in <pluginstep> where none is known",
+                  "parameter 3 \"C\": its ID \"01\" is taken",
+                  "the definition has text in <parameter>, where none is known",
+                  "parameter 3 \"C\" is a list without values",
+                  "the definition has text in <pluginstep>, where none is known",
+                  "parameter 4 \"D\" is of data type \"shape\"; known are text, number, date, time, timestamp and "
+                  "container",
+                  "parameter 4 \"D\": its default is \"perhaps\" instead of \"true\" or \"false\"",
+              }));
 }
 
 #ifdef __linux__ // libraries of macOS have none

@@ -1,4 +1,4 @@
-// A stand-in: README.md. proc_pidinfo(3) and what sys/proc_info.h has for it.
+// A stand-in: README.md. Lists of processes and what sys/proc_info.h has for them.
 #pragma once
 
 #include <stdint.h>
@@ -29,7 +29,9 @@ struct proc_taskinfo {
     int32_t pti_priority;
 };
 
+#define PROC_PPID_ONLY 6
 #define PROC_PIDLISTFDS 1
 #define PROC_PIDTASKINFO 4
 
 extern "C" int proc_pidinfo(int pid, int flavor, uint64_t arg, void* buffer, int buffersize);
+extern "C" int proc_listpids(uint32_t type, uint32_t typeinfo, void* buffer, int buffersize);

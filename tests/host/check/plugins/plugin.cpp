@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -71,7 +72,7 @@ std::u16string optionsText()
     if (fault("options_no_start")) {
         return u"GOOD1nnnnnn";
     }
-    return u"GOOD1nnYnnn";
+    return fault("messages_idle") ? u"GOOD1nnYYnn" : u"GOOD1nnYnnn";
 }
 
 std::u16string textOf(int number)
@@ -180,9 +181,12 @@ std::string stepDefinition()
         std::string_view name;
         const char* definition;
     };
-    constexpr std::array<Faulty, 10> all{{
+    constexpr std::array<Faulty, 13> all{{
         {"steps_empty", ""},
         {"steps_not_closed", R"(<PluginStep><Parameter Type="calc" Label="A" ID="0"></PluginStep>)"},
+        {"steps_attribute", R"(<PluginStep Colour="red"/>)"},
+        {"steps_data_type", R"(<PluginStep><Parameter Type="calc" DataType="colour" Label="A" ID="0"/></PluginStep>)"},
+        {"steps_no_values", R"(<PluginStep><Parameter Type="list" Label="A" ID="0"/></PluginStep>)"},
         {"steps_two_roots", "<PluginStep/><PluginStep/>"},
         {"steps_root", "<Step/>"},
         {"steps_element", R"(<PluginStep><Field Type="calc" Label="A" ID="0"/></PluginStep>)"},
@@ -258,11 +262,27 @@ void unregisterAll(int apiVersion)
     }
 }
 
+// A process that outlives the one that started it, in a session of its own.
+void leaveDaemon()
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        setsid();
+        if (fork() == 0) {
+            sleep(60);
+        }
+        _exit(0);
+    }
+    waitpid(child, nullptr, 0);
+}
+
 void leak()
 {
     if (fault("leak_memory")) {
         auto* volatile forgotten = std::malloc(1);
         static_cast<void>(forgotten);
+    } else if (fault("leak_process")) {
+        leaveDaemon();
     } else if (fault("leak_descriptor")) {
         static_cast<void>(open("/dev/null", O_RDONLY | O_CLOEXEC));
     } else if (fault("leak_mapping")) {
@@ -292,6 +312,13 @@ void misbehaveAtStart(int apiVersion)
         while (true) {
             pause();
         }
+    }
+    if (fault("start_forks") && fork() != 0) {
+        std::_Exit(0); // and the child goes on as the host
+    }
+    if (fault("start_closes")) {
+        close(STDIN_FILENO);
+        close(STDOUT_FILENO);
     }
     if (fault("chatty")) {
         std::puts("{\"failure\":\"on standard output\"}");
@@ -347,7 +374,15 @@ extern "C" FMX_API void FMExternCallProc(FMX_ExternCallPtr record)
         answerString(*record);
         break;
     case kFMXT_Idle:
+        if (fault("messages_idle")) {
+            crash();
+        }
+        break;
     case kFMXT_DoAppPreferences:
+        if (fault("messages_preferences")) {
+            record->result = 0;
+        }
+        break;
     case kFMXT_SessionShutdown:
     case kFMXT_FileShutdown:
         break;

@@ -161,7 +161,9 @@ class Plugins(unittest.TestCase):
             self.assertEqual((status, document["passed"]), (1, False) if LIBRARIES_BEYOND_THE_SERVERS else (0, True))
 
     def test_folidex_passes_with_its_deviations_noted(self):
-        document, status = results(FOLIDEX)
+        # Beside each exit handler of a plug-in's the address sanitizer registers one of its own, which stays.
+        chosen = [name for name in all_tests() if not (name == "reload" and "address" in SANITIZERS)]
+        document, status = results(FOLIDEX, *chosen)
         self.assertEqual(failures(document), {})
         self.assertEqual(status, 1 if LIBRARIES_BEYOND_THE_SERVERS else 0)
         notes = {test["name"]: [re.match(r"(function|script step|string) \d+", note)[0] for note in test["notes"]]

@@ -161,8 +161,10 @@ class Plugins(unittest.TestCase):
             self.assertEqual((status, document["passed"]), (1, False) if LIBRARIES_BEYOND_THE_SERVERS else (0, True))
 
     def test_folidex_passes_with_its_deviations_noted(self):
-        # macOS unloads no library that has classes of Objective-C.
-        document, status = results(FOLIDEX, *(name for name in all_tests() if (SYSTEM, name) != ("Darwin", "reload")))
+        # macOS unloads no library that has classes of Objective-C; beside each exit handler of a plug-in's the address
+        # sanitizer registers one of its own, which stays.
+        unloads = SYSTEM != "Darwin" and "address" not in SANITIZERS
+        document, status = results(FOLIDEX, *(name for name in all_tests() if unloads or name != "reload"))
         self.assertEqual(failures(document), {})
         self.assertEqual(status, 1 if LIBRARIES_BEYOND_THE_SERVERS else 0)
         notes = {test["name"]: [re.match(r"(function|script step|string) \d+", note)[0] for note in test["notes"]]

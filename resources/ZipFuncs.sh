@@ -40,10 +40,12 @@ work=
 pipes=
 made=
 children=
+starting=no
+stopped=
 trap 'clean_up; exit "$status"' EXIT
-trap 'finish 129' HUP
-trap 'finish 130' INT
-trap 'finish 143' TERM
+trap 'stop 129' HUP
+trap 'stop 130' INT
+trap 'stop 143' TERM
 
 # The only ways out. A shell that gives up by itself (a failed redirection, no memory) leaves through the EXIT trap too, so
 # that its own 1 or 2 never reads as "wrong password".
@@ -52,11 +54,33 @@ finish() {
     exit "$1"
 }
 
+# A signal. While children are being started it is remembered only: one that isn't known yet would be waited for, and it
+# may wait for this script.
+stop() {
+    [ "$starting" = yes ] || finish "$1"
+    stopped=$1
+}
+
+# Children are started between this and know_children.
+start_children() {
+    starting=yes
+}
+
+# The children $@ are ended with this script from now on.
+know_children() {
+    children="$children $*"
+    starting=no
+    [ -z "$stopped" ] || finish "$stopped"
+}
+
 clean_up() {
     trap '' HUP INT TERM
+    # One that has just been forked can miss any other signal: a shell still, it throws away what it got before its traps
+    # were reset. And should one be unknown for want of memory: without these it ends by itself.
     for child in $children; do
-        kill "$child"
+        kill -s KILL "$child"
     done
+    exec 3<&- 4<&- 5>&- 6<&- 7>&- 8<&-
     wait
     if [ -n "$pipes" ]; then
         rm -rf "$pipes"
@@ -271,12 +295,14 @@ zip_verb() {
 
 pack_with_info_zip() {
     open_pipe 4 5
+    start_children
     (cd "$source_folder" && exec "$packer_path" -q -r -y -nw "$work/out.zip" "./$source_name") 2>&5 4<&- 5>&- &
     finish_packing "$!"
 }
 
 pack_with_seven_zip() {
     open_pipe 4 5
+    start_children
     (cd "$source_folder" && seven_zip "$work/out.zip" "./$source_name") 2>&5 4<&- 5>&- &
     finish_packing "$!"
 }
@@ -297,13 +323,14 @@ pack_with_bsdtar() {
         set -- "$@" --exclude "${work##*/}" --exclude "$replaced"
     fi
     open_pipe 4 5
+    start_children
     LC_ALL=$name_locale bsdtar "$@" -f "$work/out.zip" -C "$source_folder" --null -T "$work/list" 2>&5 4<&- 5>&- &
     finish_packing "$!"
 }
 
 # $1: the packer's process.
 finish_packing() {
-    children="$children $1"
+    know_children "$1"
     start_reading_errors
     wait_for "$1"
     set -- "$?"
@@ -321,13 +348,14 @@ finish_packing() {
 # 3 wrong password, 4 can't be written, 5 can't be read, 0 nothing known. At a wrong password it ends at once, and with it
 # the tool, which would try the password on every other entry.
 start_reading_errors() {
+    start_children
     LC_ALL=C awk '
         /: Incorrect passphrase/ || /Too many incorrect passphrases/ { seen = 3; exit }
         /No space left|[Qq]uota exceeded|File too large|Read-only file system|Write error|Output file write failure/ { seen = 4 }
         /Permission denied|[Cc]annot open|Could not open|Input\/output error|Operation not permitted/ { if (!seen) seen = 5 }
         END { exit seen }' <&4 4<&- 5>&- &
     reader=$!
-    children="$children $reader"
+    know_children "$reader"
     exec 4<&- 5>&-
 }
 
@@ -398,6 +426,7 @@ check_zip_ends() {
 check_zip_entries() {
     open_pipe 6 7
     open_pipe 4 5
+    start_children
     bsdtar -t -vvv --passphrase "${password:-$no_password}" -f "$source" >&7 2>&5 4<&- 5>&- 6<&- 7>&- &
     lister=$!
     LC_ALL=C awk -v expected="$zip_entries" '
@@ -419,7 +448,7 @@ check_zip_entries() {
             exit wrong || NR - 1 != expected || last !~ /^Archive Format: ZIP.*,  Compression: none$/
         }' <&6 4<&- 5>&- 6<&- 7>&- &
     checker=$!
-    children="$children $lister $checker"
+    know_children "$lister" "$checker"
     exec 6<&- 7>&-
     start_reading_errors
     wait_for "$reader" || stop_at_password "$?"
@@ -432,11 +461,12 @@ check_zip_entries() {
 # Without a passphrase it would prompt.
 expand_zip() {
     open_pipe 4 5
+    start_children
     # -s: keeps the names that bsdtar would shorten, those with a leading "\" or "c:".
     bsdtar -x -p --no-acls --no-xattrs --no-fflags --no-mac-metadata -s ',^,./,SH' --passphrase "${password:-$no_password}" \
         -f "$source" -C "$work/tree" 2>&5 4<&- 5>&- &
     expander=$!
-    children="$children $expander"
+    know_children "$expander"
     start_reading_errors
     wait_for "$reader" || stop_at_password "$?"
     set -- "$?"
@@ -664,13 +694,14 @@ encrypt_verb() {
     open_pipe 4 5
     open_pipe 6 7
     start_mac "$head"
+    start_children
     openssl enc -e -aes-256-ctr -pbkdf2 -md sha256 -iter 1 -bufsize 65536 -pass fd:3 <"$source" >&5 4<&- 5>&- 6<&- 7>&- &
     cipher=$!
     tee ${tee_option:+"$tee_option"} -a "$work/out" <&4 >&7 3<&- 4<&- 5>&- 6<&- 7>&- &
     writer=$!
     openssl dgst -sha256 <&6 >"$work/digest" 3<&- 4<&- 5>&- 6<&- 7>&- &
     hasher=$!
-    children="$children $cipher $writer $hasher"
+    know_children "$cipher" "$writer" "$hasher"
     exec 3<&- 4<&- 5>&- 6<&- 7>&-
     wait_for "$cipher"
     set -- "$?"
@@ -714,6 +745,7 @@ decrypt_verb() {
     octets_of "$body" 0
     # shellcheck disable=SC2059
     printf "$octets" >&5 || finish 70
+    start_children
     openssl dgst -sha256 <&6 >"$work/digest" 3<&- 4<&- 5>&- 6<&- 7>&- 8<&- &
     hasher=$!
     openssl enc -d -aes-256-ctr -pbkdf2 -md sha256 -iter 1 -bufsize 65536 -pass fd:3 \
@@ -721,7 +753,7 @@ decrypt_verb() {
     cipher=$!
     tee ${tee_option:+"$tee_option"} /dev/fd/7 <&8 >&5 3<&- 4<&- 5>&- 6<&- 8<&- &
     writer=$!
-    children="$children $cipher $writer $hasher"
+    know_children "$cipher" "$writer" "$hasher"
     exec 3<&- 4<&- 5>&- 6<&- 7>&- 8<&-
     # The hasher first: should it fail, tee could wait for ever to open its pipe. A full disk ends the cipher, then the rest.
     wait_for "$hasher" || finish 70

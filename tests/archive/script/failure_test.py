@@ -3,14 +3,15 @@
 import glob
 import os
 import pty
+import re
 import shutil
 import signal
 import subprocess
 import time
 import unittest
 
-from support import (AS_ROOT, DAMAGED, DESTINATION, DONE, FULL, MISSING_TOOL, NEEDS_PASSWORD, NOT_WRITTEN, SHELLS, SOURCE, USAGE,
-                     ScratchCase)
+from support import (AS_ROOT, DAMAGED, DESTINATION, DONE, FULL, MISSING_TOOL, NEEDS_PASSWORD, NOT_WRITTEN, SCRIPT, SHELLS, SOURCE,
+                     USAGE, ScratchCase)
 
 
 class Failure(ScratchCase):
@@ -171,6 +172,35 @@ class Failure(ScratchCase):
                     self.assertEqual(self.snapshot(), before)
                     self.assertEqual(self.processes(), [])
         self.assertGreaterEqual(interrupted, len(commands))
+
+    def test_signals_find_children_that_have_just_been_started(self):
+        self.random_file("text", 1)
+        self.zip("text", "aes.zip", "pw")
+        self.pack("encrypt", "text", "sealed", "pw")
+        with open(SCRIPT, encoding="utf-8") as file:
+            slowed, pauses = re.subn(r"^( *\w+=\$!)$", r"\1; sleep 0.3", file.read(), flags=re.MULTILINE)
+        self.assertGreater(pauses, 8)
+        self.write("slowed.sh", slowed.encode())
+        before = self.snapshot()
+        for verb, source, last, shell in (("encrypt", "text", "target", "busybox"), ("decrypt", "sealed", "target", "dash"),
+                                          ("unzipdecrypt", "aes.zip", "expand", "bash")):
+            command = [*SHELLS[shell], self.path("slowed.sh"), "|".join((verb, self.path(""), self.path("out/"), source, last, "pw"))]
+            for delay in (0.2, 0.35, 0.5, 0.65):
+                with self.subTest(verb=verb, delay=delay):
+                    os.makedirs(self.path("out"), exist_ok=True)
+                    running = subprocess.Popen(command, start_new_session=True)
+                    time.sleep(delay)
+                    running.terminate()
+                    try:
+                        self.assertEqual(running.wait(timeout=20), 128 + signal.SIGTERM)
+                    finally:
+                        if running.returncode is None:
+                            os.killpg(running.pid, signal.SIGKILL)
+                            running.wait()
+                    self.assertEqual(os.listdir(self.path("out")), [])
+                    os.rmdir(self.path("out"))
+                    self.assertEqual(self.snapshot(), before)
+                    self.assertEqual(self.processes(), [])
 
     def processes(self):
         """Processes that still work on the scratch folder."""

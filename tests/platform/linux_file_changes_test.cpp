@@ -547,7 +547,7 @@ TEST(LinuxCopy, AppearsWholeOrNotAtAllWhenKilled)
         source.write("tree/" + std::to_string(i % 7) + "/" + std::to_string(i), std::string(1000, 'y'));
     }
     source.setMode("tree/3", 0500);
-    const std::chrono::milliseconds duration(full ? 60000 : 2500);
+    const std::chrono::milliseconds duration(full ? 40000 : 2500);
     killCopies(file, target, duration);
     killCopies(source / "tree", target, duration);
 }

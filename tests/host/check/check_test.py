@@ -14,7 +14,7 @@ import sys
 import unittest
 from pathlib import Path
 
-HOST, FOLIDEX, PLUGINS, SANITIZERS, SYSTEM, COCOA = sys.argv[1:7]
+HOST, FOLIDEX, PLUGINS, SANITIZERS, SYSTEM, COCOA, EMULATED = sys.argv[1:8]
 # What every plug-in of such a build needs is on no server.
 LIBRARIES_BEYOND_THE_SERVERS = bool(SANITIZERS)
 
@@ -145,6 +145,9 @@ class Plugins(unittest.TestCase):
                                                  "1" if case[0] == "start_hang" else "60"), cases)
             for (name, failing, reason), (document, status) in zip(cases, runs):
                 with self.subTest(name):
+                    # A daemon is seen where orphans are adopted.
+                    if name == "leak_process" and (EMULATED == "1" or SYSTEM != "Linux"):
+                        self.skipTest("qemu-user hasn't PR_SET_CHILD_SUBREAPER (prctl(2)), nor has macOS")
                     self.assertEqual((failures(document), status), (failing, 1))
                     texts = [text for test in document["tests"] if test["name"] in failing for text in test["reasons"]]
                     self.assertTrue(any(reason in text for text in texts), texts)

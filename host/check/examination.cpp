@@ -1,6 +1,6 @@
 #include "host/check/examination.h"
 
-#include "host/commands/description.h"
+#include "host/check/json.h"
 
 #include <unistd.h>
 

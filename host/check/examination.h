@@ -4,7 +4,7 @@
 // that what was found, and what was being done, is known however the process ends.
 #pragma once
 
-#include "host/plugin.h"
+#include "host/base/plugin.h"
 
 #include <cstdint>
 #include <filesystem>

@@ -3,10 +3,10 @@
 #include "host/check/prototype.h"
 #include "host/check/tests.h"
 
-#include "host/calculation/diagnostic.h"
-#include "host/calculation/lexer.h"
-#include "host/commands/description.h"
-#include "host/unicode.h"
+#include "host/calculation/parse.h"
+#include "host/calculation/parse.h"
+#include "host/calculation/functions.h"
+#include "host/base/unicode.h"
 
 #include <algorithm>
 #include <map>

@@ -3,7 +3,7 @@
 #include "host/check/child.h"
 #include "host/check/system.h"
 #include "host/check/tests.h"
-#include "host/executable.h"
+#include "host/base/system.h"
 
 #include <nlohmann/json.hpp>
 

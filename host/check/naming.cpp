@@ -1,6 +1,6 @@
 #include "host/check/naming.h"
 
-#include "host/unicode.h"
+#include "host/base/unicode.h"
 
 #include <cstdio>
 #include <iterator>

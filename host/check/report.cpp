@@ -1,6 +1,6 @@
 #include "host/check/report.h"
 
-#include "host/terminal/terminal.h"
+#include "host/base/output.h"
 
 #include <algorithm>
 

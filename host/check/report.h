@@ -2,8 +2,8 @@
 #pragma once
 
 #include "host/check/suite.h"
-#include "host/commands/description.h"
-#include "host/output.h"
+#include "host/check/json.h"
+#include "host/base/output.h"
 
 #include <array>
 #include <filesystem>

@@ -4,7 +4,7 @@
 #include "host/check/step_definition.h"
 #include "host/check/tests.h"
 
-#include "host/unicode.h"
+#include "host/base/unicode.h"
 
 #include <vector>
 

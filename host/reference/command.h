@@ -1,10 +1,12 @@
-// fmxhost reference: writes the function reference of the plug-in that this repository builds.
+// fmxhost reference: the function reference of this repository's plug-in.
 #pragma once
 
-#include "host/commands/command.h"
+#include "host/session.h"
+
+#include <filesystem>
 
 namespace fmxhost {
 
-CommandBody declareReference(CLI::App& arguments);
+ExitStatus writeReference(Session& session, const std::filesystem::path& texts, bool html);
 
 } // namespace fmxhost

@@ -1,7 +1,7 @@
 // The messages of the plug-in's errors, asked of the plug-in's own code rather than written down a second time.
 #include "frame/error_model.h"
 #include "frame/functions.h"
-#include "host/plugin.h"
+#include "host/base/plugin.h"
 #include "host/reference/reference.h"
 
 namespace fmxhost::reference {

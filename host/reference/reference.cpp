@@ -1,6 +1,6 @@
 #include "host/reference/reference.h"
 
-#include "host/unicode.h"
+#include "host/base/unicode.h"
 
 #include <algorithm>
 #include <fstream>

@@ -1,8 +1,8 @@
 // Every example of the function reference, run against the plug-in. The folder /data of the texts is a scratch folder,
 // which is also the user's home; there is no display.
-#include "host/calculation/evaluator.h"
+#include "host/calculation/evaluate.h"
 #include "host/reference/function_text.h"
-#include "host/unicode.h"
+#include "host/base/unicode.h"
 #include "support/platform_expectations.h"
 #include "support/plugin_under_test.h"
 #include "support/scratch_folder.h"

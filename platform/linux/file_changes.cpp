@@ -45,6 +45,7 @@ constexpr const char* intoItself = "a folder can't be put into itself";
 // A transfer's two places, and the signals that its own system calls may raise.
 struct Transfer {
     const char* action;
+    const char* actionOnTarget;
     PathView sourcePath;
     Location source{};
     Location target{};
@@ -54,7 +55,7 @@ struct Transfer {
     Outcome locate(PathView targetPath)
     {
         Outcome outcome = linux_os::locate(action, sourcePath, source);
-        return outcome.ok() ? linux_os::locate("write", targetPath, target) : outcome;
+        return outcome.ok() ? linux_os::locate(actionOnTarget, targetPath, target) : outcome;
     }
 };
 
@@ -109,9 +110,12 @@ Outcome moveByCopying(const Location& source, const Location& target)
     if (!outcome.ok()) {
         return outcome;
     }
+    if (copy.isFolder()) {
+        copy.keep(); // should the removal end half-way, the copy alone is whole
+    }
     outcome = linux_os::removeCopied(folder, name, source.path.text, copy.copied());
-    if (!outcome.ok() && !copy.isFolder()) {
-        copy.withdraw(); // the source is whole; of a folder some may be gone
+    if (outcome.ok()) {
+        copy.keep();
     }
     return outcome;
 }
@@ -241,7 +245,7 @@ bool goesWith(const Entry& removed, const Entry& kept)
 
 Outcome copyItem(PathView source, PathView target, Existing existing)
 {
-    Transfer transfer{"copy", source};
+    Transfer transfer{"copy", "write", source};
     Outcome outcome = transfer.locate(target);
     if (outcome.ok() && existing == Existing::replaced) {
         outcome = removeExisting(transfer);
@@ -251,12 +255,18 @@ Outcome copyItem(PathView source, PathView target, Existing existing)
     }
     StagedCopy copy(transfer.source, transfer.target, {.isDurable = existing == Existing::replaced});
     outcome = copy.build();
-    return outcome.ok() ? copy.publish() : outcome;
+    if (outcome.ok()) {
+        outcome = copy.publish();
+    }
+    if (outcome.ok()) {
+        copy.keep();
+    }
+    return outcome;
 }
 
 Outcome moveItem(PathView source, PathView target, Existing existing)
 {
-    Transfer transfer{"move", source};
+    Transfer transfer{"move", "move", source};
     const bool replaces = existing == Existing::replaced;
     Outcome outcome = transfer.locate(target);
     if (outcome.ok()) {

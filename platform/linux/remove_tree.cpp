@@ -137,10 +137,11 @@ Outcome Removal::runCopied(int folder, const char* name)
         hiddenName_ = temporaryName();
     }
     struct stat status {};
-    if (fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) != 0 || !manner_.copied->holds("", status)) {
-        return changed("");
+    if (fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
+        return failed("", errno);
     }
-    return S_ISDIR(status.st_mode) ? removeRoot(folder, name) : removeCopiedFile(folder, name, "");
+    return S_ISDIR(status.st_mode) && manner_.copied->holds("", status) ? removeRoot(folder, name)
+                                                                        : removeCopiedFile(folder, name, "");
 }
 
 Outcome Removal::removeRoot(int folder, const char* name)
@@ -217,7 +218,10 @@ Outcome Removal::removeFile(const char* name)
 Outcome Removal::removeCopiedFile(int folder, const char* name, const std::string& path)
 {
     struct stat before {};
-    if (fstatat(folder, name, &before, AT_SYMLINK_NOFOLLOW) != 0 || !manner_.copied->holds(path, before)) {
+    if (fstatat(folder, name, &before, AT_SYMLINK_NOFOLLOW) != 0) {
+        return failed(path, errno);
+    }
+    if (!manner_.copied->holds(path, before)) {
         return changed(path);
     }
     if (manner_.looksOnly) {
@@ -243,10 +247,12 @@ Outcome Removal::removeUnlessChanged(int folder, const char* name, const struct 
         lease.emplace(file.descriptor.get());
     }
     struct stat now {};
-    const bool isSeen = fstatat(folder, name, &now, AT_SYMLINK_NOFOLLOW) == 0;
+    if (fstatat(folder, name, &now, AT_SYMLINK_NOFOLLOW) != 0) {
+        return failed(path, errno);
+    }
     const bool isSame = Identity::of(now) == Identity::of(before) && now.st_size == before.st_size &&
                         now.st_mtim.tv_sec == before.st_mtim.tv_sec && now.st_mtim.tv_nsec == before.st_mtim.tv_nsec;
-    if (!isSeen || !isSame || (lease && lease->isRefused())) {
+    if (!isSame || (lease && lease->isRefused())) {
         return changed(path);
     }
     return unlinkat(folder, name, 0) == 0 ? Outcome::success() : failed(path, errno);

@@ -34,6 +34,9 @@ StagedCopy::StagedCopy(const Location& source, const Location& target, const Cop
 
 StagedCopy::~StagedCopy()
 {
+    if (isWithdrawn_) {
+        withdraw();
+    }
     if (!temporaryName_.empty()) {
         discardEntry(target_.folder.get(), temporaryName_.c_str());
     }
@@ -217,11 +220,9 @@ Outcome StagedCopy::publish()
         }
         error = giveName();
     }
+    isWithdrawn_ = error == 0;
     if (error == 0 && aim_.isDurable) {
         error = flushEntries(target_.folder.get(), made_.get());
-        if (error != 0) {
-            withdraw();
-        }
     }
     return error == 0 ? Outcome::success() : failed(CopyFailure::ofTarget(error));
 }

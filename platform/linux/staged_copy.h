@@ -34,11 +34,11 @@ public:
     Outcome build();
 
     // Gives the copy its name, unless something else has it by now; the name too is then on the disk where the aim says
-    // so. After a failure there is no copy.
+    // so.
     Outcome publish();
 
-    // Takes the published copy away again, unless it has been exchanged or changed since.
-    void withdraw() const;
+    // Otherwise a published copy goes with the value, unless it has been exchanged or changed since.
+    void keep() { isWithdrawn_ = false; }
 
     // The source as it was copied; for a move only, once build() is through.
     const CopyRecord& copied() const { return copied_; }
@@ -54,6 +54,7 @@ private:
     int makeFile();
     int giveName();
     bool isRefusedAsUnnamed(int error) const;
+    void withdraw() const;
 
     Outcome failed(const CopyFailure& failure) const
     {
@@ -64,6 +65,7 @@ private:
     const Location& target_;
     CopyAim aim_;
     bool usesUnnamedFiles_ = true;
+    bool isWithdrawn_ = false; // published, but not kept
     struct stat status_ {};
     struct stat targetFolder_ {};
     struct stat published_ {};  // the copy as it got its name

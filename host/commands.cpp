@@ -174,10 +174,10 @@ ExitStatus listFunctions(Session& session)
     const auto& functions = session.plugin().functions();
     output.write(session.options().json ? "" : "   ID  " + padded("ARGUMENTS", countsWidth) + "  FUNCTION\n");
     for (const fmxkit::ExternalFunction& function : functions) {
-        output.write(session.options().json ? describe(function)
-                                            : idColumn(function.id) + "  " +
-                                                  padded(argumentCounts(&function), countsWidth) + "  " +
-                                                  toUtf8(function.prototype) + "\n");
+        output.write(session.options().json
+                         ? describe(function)
+                         : idColumn(function.id) + "  " + padded(argumentCounts(&function), countsWidth) + "  " +
+                               toUtf8(function.prototype) + "\n");
     }
     return ExitStatus::success;
 }
@@ -205,8 +205,8 @@ ExitStatus showStrings(Session& session)
     const std::string options = toUtf8(plugin.string(PluginString::options));
     const std::string address = toUtf8(plugin.string(PluginString::helpLocation));
     if (session.options().json) {
-        session.output().write(
-            jsonObject({{"128", name}, {"129", preferences}, {"131", options}, {"132", address}}) + "\n");
+        session.output().write(jsonObject({{"128", name}, {"129", preferences}, {"131", options}, {"132", address}}) +
+                               "\n");
         return ExitStatus::success;
     }
     session.output().write("128  " + padded("name", labelWidth) + "  " + name + "\n129  " +
@@ -292,8 +292,8 @@ ExitStatus Lines::take(std::string line)
             return ExitStatus::success;
         }
         ExitStatus status = ExitStatus::success;
-        if (takesCommands_ && isCommand(std::string_view(line).substr(first, line.find_last_not_of(blanks) + 1 - first),
-                                        status)) {
+        if (takesCommands_ &&
+            isCommand(std::string_view(line).substr(first, line.find_last_not_of(blanks) + 1 - first), status)) {
             return status;
         }
         firstLine_ = lines_;

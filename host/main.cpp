@@ -6,7 +6,7 @@
 //   session       one run: options, plug-in, results and errors
 //   commands      what it can be asked to do
 //   prompt        the same at a terminal
-#include "host/check/command.h"
+#include "host/check/check.h"
 #include "host/commands.h"
 #include "host/prompt.h"
 #include "host/reference/command.h"
@@ -57,7 +57,8 @@ public:
         app_.add_flag("--json", options_.json, "Print JSON, one object a line");
         app_.add_flag("--no-arity-check", noArityCheck_, "Let any number of arguments through to the plug-in");
         app_.add_flag("--time", options_.time, "Show how long each calculation takes, on standard error");
-        app_.add_option("--get", answers_, "What Get ( NAME ) answers, such as ScriptParameter; may be given several times")
+        app_.add_option("--get", answers_,
+                        "What Get ( NAME ) answers, such as ScriptParameter; may be given several times")
             ->type_name("NAME=TEXT")
             ->allow_extra_args(false);
         // Without a variable: CLI11 would take a calculation such as "[…]" for a list.
@@ -119,13 +120,14 @@ private:
 
     void addCheck()
     {
-        CLI::App* check = add("check", "Examine whether the plug-in keeps the rules of FileMaker's interface",
-                              [this](Session& session) {
-                                  check_.plugin = session.pluginFile();
-                                  check_.apiVersion = options_.apiVersion;
-                                  check_.json = options_.json;
-                                  return check::run(check_, output_);
-                              });
+        CLI::App* check = add("check", "Examine whether the plug-in keeps the rules of FileMaker's interface", {});
+        CLI::App* list = check->add_subcommand("list-tests", "List the tests");
+        commands_.back().second = [this, list](Session& session) {
+            check_.plugin = session.pluginFile();
+            check_.apiVersion = options_.apiVersion;
+            check_.json = options_.json;
+            return list->parsed() ? check::listTests(check_.json, output_) : check::run(check_, output_);
+        };
         check->footer(check::footer);
         check->add_option("TEST", check_.tests, "Names of tests")->type_name("");
         check->add_flag("--only-failed", check_.onlyFailed, "Show only the tests that fail");
@@ -133,8 +135,10 @@ private:
             ->type_name("SECONDS")
             ->check(CLI::PositiveNumber)
             ->capture_default_str();
+        check->add_option("--allow", check_.allowances, "What the plug-in keeps on purpose")->type_name("FILE");
+        check->add_option("--libraries", check_.libraries, "What a server has, in place of the installed list")
+            ->type_name("FILE");
         check->add_option("--isolated", check_.isolated)->group(""); // how it starts itself for one test
-        check->add_subcommand("list-tests", "List the tests")->callback([this] { check_.list = true; });
     }
 
     void addReference()

@@ -1,5 +1,5 @@
-// Results as text: what FileMaker shows, with its line ends (¶, line feed, or both in this order) as line feeds, so that
-// a list is one item a line. As JSON: one object on one line (RFC 8259) with these members:
+// Results as text: what FileMaker shows, with its line ends (¶, line feed, or both in this order) as line feeds, so
+// that a list is one item a line. As JSON: one object on one line (RFC 8259) with these members:
 //   calculation  the text as it was given
 //   type         "text", "number", "timestamp", "empty"; of other plug-ins also "date", "time", "container"; "error"
 //   value        always a string: a text as it is, a number in decimal digits, a timestamp as YYYY-MM-DDTHH:MM:SS, a
@@ -111,7 +111,8 @@ void writeJsonValue(Output& output, const Value& value)
 
 void writeJson(Output& output, std::string_view calculation, const Evaluation& evaluation)
 {
-    static constexpr std::array<const char*, 7> types{"empty", "text", "number", "date", "time", "timestamp", "container"};
+    static constexpr std::array<const char*, 7> types{"empty", "text",      "number",   "date",
+                                                      "time",  "timestamp", "container"};
     const auto type = static_cast<std::size_t>(evaluation.value.type());
     output.write("{\"calculation\":" + jsonString(calculation) + ",\"type\":\"" + types.at(type) + "\",\"value\":\"");
     writeJsonValue(output, evaluation.value);

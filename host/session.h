@@ -35,8 +35,8 @@ public:
     const Options& options() const { return options_; }
     Output& output() { return output_; }
 
-    // The one that the options name, else that of the variable FMXHOST_PLUGIN, else the default: by its file name beside
-    // fmxhost, where there is one, else where an installation puts it, whether or not it is there.
+    // The one that the options name, else that of the variable FMXHOST_PLUGIN, else the default: by its file name
+    // beside fmxhost, where there is one, else where an installation puts it, whether or not it is there.
     std::filesystem::path pluginFile() const;
 
     // Loaded and started when it is first asked for; it stays to the end.

@@ -321,7 +321,8 @@ std::string percentDecoded(std::string_view text)
     std::string result;
     for (std::size_t at = 0; at < text.size(); ++at) {
         const std::string digits(text.substr(std::min(at + 1, text.size()), 2));
-        if (text[at] == '%' && digits.size() == 2 && digits.find_first_not_of("0123456789abcdefABCDEF") == digits.npos) {
+        if (text[at] == '%' && digits.size() == 2 &&
+            digits.find_first_not_of("0123456789abcdefABCDEF") == digits.npos) {
             result += static_cast<char>(std::stoi(digits, nullptr, 16));
             at += 2;
         } else {

@@ -14,7 +14,8 @@ constexpr std::u16string_view fileMakersFunctions =
     u" abs acos asin atan average base64decode base64encode base64encoderfc case ceiling char choose code combination"
     u" convertfromfilemakerpath converttofilemakerpath cos count cryptauthcode cryptdecrypt cryptdecryptbase64"
     u" cryptdigest cryptencrypt cryptencryptbase64 cryptgeneratesignature cryptverifysignature databasenames date day"
-    u" dayname daynamej dayofweek dayofyear degrees div evaluate evaluationerror exact executesql executesqle exp extend"
+    u" dayname daynamej dayofweek dayofyear degrees div evaluate evaluationerror exact executesql executesqle exp "
+    u"extend"
     u" factorial fieldbounds fieldcomment fieldids fieldnames fieldrepetitions fieldstyle fieldtype filter filtervalues"
     u" findwordpartsinmodel floor fv get getaddontablename getasboolean getascss getasdate getasnumber getassvg"
     u" getastext getastime getastimestamp getasurlencoded getavplayerattribute getbasetablename getcontainerattribute"
@@ -30,7 +31,8 @@ constexpr std::u16string_view fileMakersFunctions =
     u" romanzenkaku round samplingrate scriptids scriptnames second self serialincrement setprecision setrecursion sign"
     u" sin sortvalues sqrt stdev stdevp substitute sum tableids tablenames tan textcolor textcolorremove textdecode"
     u" textencode textfont textfontremove textformatremove textsize textsizeremove textstyleadd textstyleremove time"
-    u" timestamp trim trimall truncate uniquevalues upper valuecount valuelistids valuelistitems valuelistnames variance"
+    u" timestamp trim trimall truncate uniquevalues upper valuecount valuelistids valuelistitems valuelistnames "
+    u"variance"
     u" variancep verifycontainer weekofyear weekofyearfiscal while windownames wordcount year yearname ";
 
 // Without the prefix that all functions of a plug-in share, which says nothing about which one is meant.
@@ -159,9 +161,8 @@ std::u16string FunctionTable::suggestionFor(std::u16string_view name) const
 std::vector<Function> FunctionTable::withPrefix(std::u16string_view prefix) const
 {
     std::vector<Function> found;
-    std::copy_if(functions_.begin(), functions_.end(), std::back_inserter(found), [&](const Function& function) {
-        return foldCase(nameOf(function)).starts_with(foldCase(prefix));
-    });
+    std::copy_if(functions_.begin(), functions_.end(), std::back_inserter(found),
+                 [&](const Function& function) { return foldCase(nameOf(function)).starts_with(foldCase(prefix)); });
     return found;
 }
 

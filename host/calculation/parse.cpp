@@ -445,9 +445,8 @@ private:
             take();
             return make(offset, LocalReference{folded});
         }
-        const auto form = std::find_if(forms.begin(), forms.end(), [&folded](const Form& entry) {
-            return folded == entry.name;
-        });
+        const auto form =
+            std::find_if(forms.begin(), forms.end(), [&folded](const Form& entry) { return folded == entry.name; });
         if (isCall && form != forms.end()) {
             take();
             takeIf(u"(");

@@ -81,7 +81,8 @@ TEST(Plugin, FailsForAReason)
         }
         throw std::logic_error("it has started");
     };
-    EXPECT_EQ(failure("/missing.fmx"), std::pair(PluginError::Kind::notLoaded, std::string("There is no plug-in file /missing.fmx")));
+    EXPECT_EQ(failure("/missing.fmx"),
+              std::pair(PluginError::Kind::notLoaded, std::string("There is no plug-in file /missing.fmx")));
     choose("refusing");
     EXPECT_EQ(failure(sample).first, PluginError::Kind::refused);
     choose("throwing");

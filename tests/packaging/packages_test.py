@@ -78,7 +78,7 @@ class Packages(unittest.TestCase):
             for package in (self.server, self.host):
                 subprocess.run(["dpkg-deb", "-x", package.file, root], check=True)
             host = [root + "/usr/bin/fmxhost", "--plugin", f"{root}{EXTENSIONS}/Folidex.fmx"]
-            listed = json.loads(output(*host, "--json", "list"))
+            listed = output(*host, "--json", "list").splitlines()
             self.assertGreaterEqual(len(listed), 41)
             (Path(root) / "größe").write_bytes(bytes(300))
             answers = output(*host, "-e", 'KORB_Version("short")', "-e", f'KORB_GetFileSize("{root}/größe")', text=True)

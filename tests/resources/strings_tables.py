@@ -54,7 +54,7 @@ class StringsTables(unittest.TestCase):
         listing = subprocess.run(
             [FMXHOST, "--plugin", PLUGIN, "list", "--json"], check=True, capture_output=True, text=True
         )
-        cls.registered = json.loads(listing.stdout)
+        cls.registered = [json.loads(line) for line in listing.stdout.splitlines()]
 
     def test_languages(self):
         self.assertEqual(set(self.tables), {"en", "de", "fr", "es", "ja"})

@@ -57,8 +57,8 @@ struct Writer {
     std::u16string written(const Call& call)
     {
         std::u16string text(nameOf(call.function));
-        if (text.starts_with(u"Get (")) {
-            return immodest(text);
+        if (prototypeOf(call.function).starts_with(u"Get (")) {
+            return immodest(std::u16string(prototypeOf(call.function)));
         }
         isModest = isModest && text != u"Substitute";
         const bool hasPairs = text == u"Substitute" && call.arguments.size() > 3;

@@ -5,11 +5,9 @@
 //   calculation_runner, result_writer, output, context
 //   commands/                    one file a command
 //   check/                       examining whether a plug-in keeps the interface's rules
-//   reference/                   the function reference of this repository's plug-in
 //   terminal/                    prompt, spinner, colours
 #include "host/check/check.h"
 #include "host/command_line.h"
-#include "host/reference/command.h"
 
 int main(int argumentCount, char** arguments)
 {
@@ -21,7 +19,6 @@ int main(int argumentCount, char** arguments)
         {"strings", "Show what the plug-in answers to string requests", declareStrings},
         {"help", "Explain a function, or how calculations are written", declareHelp},
         {"check", "Examine whether the plug-in keeps the rules of FileMaker's interface", declareCheck},
-        {"reference", "Write the reference of the functions", declareReference},
     };
     return runCommandLine(argumentCount, arguments, commands);
 }

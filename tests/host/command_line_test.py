@@ -120,7 +120,7 @@ class Errors(unittest.TestCase):
     def test_unknown_words_get_a_suggestion(self):
         for arguments, said in ((["lsit"], "no command lsit. Did you mean list?"), (["zzzzz"], "no command zzzzz.\n"),
                                 (["list", "--josn"], "no option --josn. Did you mean --json?"),
-                                (["reference", "--htlm"], "Did you mean --html?"), (["list", "x"], "x is one too many."),
+                                (["check", "--alow"], "Did you mean --allow?"), (["list", "x"], "x is one too many."),
                                 (["Len(1)"], "A calculation is given with -e.")):
             self.check(host(*arguments), 2, said)
 

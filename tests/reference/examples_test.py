@@ -10,7 +10,7 @@ import tempfile
 import unittest
 from pathlib import Path
 
-from script_runner import SOURCE, Calculator, Script
+from script_runner import SOURCE, Calculator, run_script
 
 import function_texts
 
@@ -62,7 +62,7 @@ class Examples(unittest.TestCase):
                     Path(data, folder).mkdir()
                 order = Path(data, "inbox/order 4711.pdf")
                 order.touch()
-                self.assertEqual([Script(script, calculator, self.fail).run() for script in scripts], results, name)
+                self.assertEqual([run_script(script, calculator, self.fail) for script in scripts], results, name)
                 self.assertEqual(order.exists(), name != "README.md")
 
 

@@ -14,7 +14,7 @@ import unittest
 from pathlib import Path
 from urllib.parse import unquote
 
-from script_runner import SOURCE, Calculator, Script
+from script_runner import SOURCE, Calculator, run_script
 
 import function_texts
 
@@ -45,7 +45,7 @@ class Recipes(unittest.TestCase):
         perform = perform or (lambda name, values: self.performed.append((name, *values)))
         with Calculator(self.data, DocumentsPath=f"{self.documents}/", TemporaryPath=f"{self.data}/T/", **gets) as calculator:
             self.calculator = calculator
-            return Script(text, calculator, perform).run()
+            return run_script(text, calculator, perform)
 
     def test_all_recipes_are_run_here(self):
         used = Path(__file__).read_text("utf-8")

@@ -1,7 +1,7 @@
 """Runs what the documentation shows: calculations and scripts, with one plug-in instance behind `fmxhost run -`.
 
-Control steps are done here and every calculation by fmxhost. Steps that are FileMaker's own, such as importing, are handed
-to the caller. A field is a variable: `Orders::Document` is $Orders_Document.
+Every calculation is done by fmxhost; steps that are FileMaker's own, such as importing, are handed to the caller. A field is a
+variable: `Orders::Document` is $Orders_Document.
 """
 
 import json
@@ -15,7 +15,10 @@ FMXHOST, PLUGIN, SOURCE = sys.argv[1:4]
 sys.path.insert(0, f"{SOURCE}/tools")
 import filemaker_script  # noqa: E402
 
-OPENING = {"If": "End If", "Loop": "End Loop"}
+# FileMaker's steps as Python's statements; all others are the caller's.
+STATEMENTS = {"If": "if is_true({0!r}):", "Else": "else:", "End If": "pass", "Loop": "while True:", "End Loop": "pass",
+              "Exit Loop If": "if is_true({0!r}): break", "Exit Script": "return value({0!r})", "#": "pass",
+              "Set Variable": "assign({0!r}, {1!r})", "Set Field": "assign({0!r}, {1!r})", "Set Error Capture": "pass"}
 FIELD = re.compile(r"\b(\w+)::(\w+)\b")
 
 
@@ -55,52 +58,21 @@ class Calculator:
         return f"{quote}{answer['value']}{quote}"
 
 
-class Script:
-    def __init__(self, text, calculator, perform):
-        """`perform(name, values)`: FileMaker's own steps, with fields as the names of variables."""
-        self.steps = [step for step in filemaker_script.parse(text) if step.name != "#"]
-        self.calculator, self.perform = calculator, perform
+def run_script(text, calculator, perform):
+    """The script's result. `perform(name, values)`: FileMaker's own steps, with fields as the names of variables."""
 
-    def is_true(self, calculation):
-        # A whole calculation "$name = …" would assign.
-        return self.calculator.evaluate(f"( {calculation} )") not in ("", "0")
-
-    def after(self, index, *names):
-        """The index of the next step of one of these names at this depth."""
-        depth = 0
-        while depth > 0 or self.steps[index].name not in names:
-            name = self.steps[index].name
-            depth += (name in OPENING) - (name in OPENING.values())
-            index += 1
-        return index
-
-    def value(self, option):
+    def value(option):
         is_name = FIELD.fullmatch(option) or option in ("Off", "Select")
-        return FIELD.sub(r"$\1_\2", option) if is_name else self.calculator.evaluate(f"( {option} )")
+        # A whole calculation "$name = …" would assign.
+        return FIELD.sub(r"$\1_\2", option) if is_name else calculator.evaluate(f"( {option} )")
 
-    def run(self):
-        """The script's result."""
-        loops, index = [], 0
-        while index < len(self.steps):
-            name, options = self.steps[index]
-            index += 1
-            if name in ("Set Variable", "Set Field"):
-                self.calculator.evaluate(f"{options[0]} = {options[1]}")
-            elif name == "If":
-                if not self.is_true(options[0]):
-                    index = self.after(index, "Else", "End If") + 1
-            elif name == "Else":
-                index = self.after(index, "End If") + 1
-            elif name == "Loop":
-                loops.append(index)
-            elif name == "End Loop":
-                index = loops[-1]
-            elif name == "Exit Loop If":
-                if self.is_true(options[0]):
-                    loops.pop()
-                    index = self.after(index, "End Loop") + 1
-            elif name == "Exit Script":
-                return self.calculator.evaluate(f"( {options[0]} )")
-            elif name not in ("End If", "Set Error Capture"):
-                self.perform(name, [self.value(option) for option in options])
-        return None
+    lines, depth = ["def script():"], 1
+    for name, options in filemaker_script.parse(text):
+        depth -= name in ("Else", "End If", "End Loop")
+        statement = STATEMENTS.get(name, "perform({name!r}, [value(option) for option in {options!r}])")
+        lines.append("    " * depth + statement.format(*options, name=name, options=options))
+        depth += name in ("If", "Else", "Loop")
+    scope = {"is_true": lambda calculation: value(calculation) not in ("", "0"), "value": value, "perform": perform,
+             "assign": lambda name, calculation: calculator.evaluate(f"{name} = {calculation}")}
+    exec("\n".join(lines), scope)
+    return scope["script"]()

@@ -2,9 +2,9 @@
 // parentheses as possible and with all of them, reads the same again and has the same value.
 #include "fuzz/target.h"
 
-#include "host/calculation/evaluator.h"
-#include "host/calculation/parser.h"
-#include "host/unicode.h"
+#include "host/base/unicode.h"
+#include "host/calculation/evaluate.h"
+#include "host/calculation/parse.h"
 
 #include <algorithm>
 

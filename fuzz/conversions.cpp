@@ -1,7 +1,7 @@
 // Every conversion between UTF-8 and UTF-16, the platform's, the host's and the kit's, beside ICU's.
 #include "fuzz/target.h"
 
-#include "host/unicode.h"
+#include "host/base/unicode.h"
 #include "platform/unicode.h"
 
 #include <FMWrapper.h>

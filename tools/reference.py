@@ -37,7 +37,7 @@ class Plugin:
             subprocess.run([fmxhost, "--plugin", plugin, *words], check=True, capture_output=True, text=True).stdout
             for words in (["-e", 'KORB_Version("short")'], ["--json", "list"])
         )
-        self.functions = [json.loads(line.rstrip(",")) for line in listed.splitlines() if line.startswith("{")]
+        self.functions = [json.loads(line) for line in listed.splitlines()]
 
     def last_error_texts(self, cases):
         """The answers of KORB_GetLastError after errors, given as (code, extended text or None)."""

@@ -3,7 +3,7 @@
 _fmxhost()
 {
     local current=$2 previous=$3 command='' plugin=() word index
-    local commands='run list steps strings help check reference'
+    local commands='run list steps strings help check'
     local options='-e --plugin --api --json --no-arity-check --time --version --help'
 
     # readline splits --plugin=FILE into three words.
@@ -20,11 +20,6 @@ _fmxhost()
         mapfile -t COMPREPLY < <(compgen -f -- "$current")
         return
         ;;
-    --texts)
-        compopt -o filenames
-        mapfile -t COMPREPLY < <(compgen -d -- "$current")
-        return
-        ;;
     -e | --api | --timeout)
         return
         ;;
@@ -35,7 +30,7 @@ _fmxhost()
         case $word in
         --plugin) plugin=(--plugin "${COMP_WORDS[++index]}") ;;
         -e | --api | --timeout) ((++index)) ;;
-        run | list | steps | strings | help | check | reference)
+        run | list | steps | strings | help | check)
             command=$word
             break
             ;;
@@ -47,7 +42,6 @@ _fmxhost()
     # One name, in any letter case.
     help) ((index < COMP_CWORD - 1)) || mapfile -t COMPREPLY < <(_fmxhost_functions "${plugin[@]}" | grep -i "^$current") ;;
     check) mapfile -t COMPREPLY < <(compgen -W "$(_fmxhost_tests) list-tests --only-failed --timeout $options" -- "$current") ;;
-    reference) mapfile -t COMPREPLY < <(compgen -W '--texts --html --help' -- "$current") ;;
     *) mapfile -t COMPREPLY < <(compgen -W "$options" -- "$current") ;;
     esac
 }

@@ -5,7 +5,6 @@ Called as: packages_test.py PACKAGES-FOLDER VERSION ARCHITECTURE PLUGIN-FOLDER
 
 import gzip
 import io
-import json
 import re
 import shutil
 import subprocess
@@ -77,8 +76,7 @@ class Packages(unittest.TestCase):
             for package in (self.server, self.host):
                 subprocess.run(["dpkg-deb", "-x", package.file, root], check=True)
             host = [root + "/usr/bin/fmxhost", "--plugin", f"{root}{FOLDER}/Folidex.fmx"]
-            listed = json.loads(output(*host, "--json", "list"))
-            self.assertGreaterEqual(len(listed), 41)
+            self.assertGreaterEqual(len(output(*host, "list").splitlines()), 41)
             (Path(root) / "größe").write_bytes(bytes(300))
             answers = output(*host, "-e", 'KORB_Version("short")', "-e", f'KORB_GetFileSize("{root}/größe")', text=True)
             self.assertEqual(answers.split(), [VERSION, "300"])

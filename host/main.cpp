@@ -9,7 +9,6 @@
 #include "host/check/check.h"
 #include "host/commands.h"
 #include "host/prompt.h"
-#include "host/reference/command.h"
 
 #include "host/base/unicode.h"
 
@@ -74,7 +73,6 @@ public:
             [this](Session& session) { return help(session, word_); })
             ->add_option("FUNCTION", word_, "In any letter case; or a word; nothing: how calculations are written");
         addCheck();
-        addReference();
     }
 
     int run(int argumentCount, const char* const* arguments)
@@ -137,14 +135,6 @@ private:
         check->add_option("--libraries", check_.libraries, "What a server has, in place of the installed list")
             ->type_name("FILE");
         check->add_option("--isolated", check_.isolated)->group(""); // how it starts itself for one test
-    }
-
-    void addReference()
-    {
-        CLI::App* reference = add("reference", "Write the reference of the functions",
-                                  [this](Session& session) { return writeReference(session, texts_, html_); });
-        reference->add_option("--texts", texts_, "The folder of the texts (docs/reference)");
-        reference->add_flag("--html", html_, "One web page instead of Markdown");
     }
 
     // Help, version, and wrong use.
@@ -266,8 +256,6 @@ private:
     std::string file_;
     std::string word_;
     check::Arguments check_;
-    std::string texts_ = "docs/reference";
-    bool html_ = false;
     CLI::Option* expressions_ = nullptr;
     std::vector<std::pair<CLI::App*, Command>> commands_;
 };

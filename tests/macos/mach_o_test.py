@@ -34,12 +34,12 @@ MUSL = Path("/usr/include") / (subprocess.run(["uname", "-m"], capture_output=Tr
 ICU = [f"unicode/{name}.h" for name in (
     "localpointer parseerr platform ptypes putil stringoptions uchar ucpmap uconfig uiter umachine urename uset ustring utext "
     "utf utf16 utf8 utf_old utypes uvernum uversion").split()]
-LIBRARIES = ["CLI", "expat.h", "expat_external.h", "gtest", "histedit.h", "nlohmann", *ICU]
+LIBRARIES = ["CLI", "expat.h", "expat_external.h", "gtest", "editline", "nlohmann", *ICU]
 NOT_ON_MACOS = ["byteswap.h", "elf.h", "link.h", "malloc.h", "mntent.h", "sys/epoll.h", "sys/eventfd.h",
                 "sys/inotify.h", "sys/prctl.h", "sys/sendfile.h", "sys/statfs.h", "sys/sysmacros.h", "sys/vfs.h"]
 # What CMake passes as macros, by any value.
-TEXTS = ["CHECK_PLUGINS", "FAULT", "FMXHOST_DEFAULT_PLUGIN", "FMXHOST_PLUGIN_NAME", "FMXHOST_VERSION", "FOLIDEX_PLUGIN_FILE",
-         "RESOURCES_FOLDER", "SAMPLE_PLUGINS"]
+TEXTS = ["CHECK_PLUGINS", "FAULT", "FMXHOST_DEFAULT_PLUGIN", "FMXHOST_VERSION", "FOLIDEX_PLUGIN_FILE",
+         "RESOURCES_FOLDER", "SAMPLE_PLUGIN"]
 
 
 def sources(rooms, excluded):
@@ -95,7 +95,7 @@ class MachO(unittest.TestCase):
 
     def test_everything_compiles(self):
         files = sources(ALL, LINUX_ONLY)
-        self.assertGreater(len(files), 80)
+        self.assertGreater(len(files), 50)
         self.assertIn(Path("platform/macos/bundle.cpp"), files)
         self.check_objects("arm64", files)
 
@@ -103,12 +103,12 @@ class MachO(unittest.TestCase):
     def test_the_plug_in_compiles_for_both_architectures(self):
         host = [file for file in sources(["host"], LINUX_ONLY)
                 if file.match("*_macos.cpp") or "__APPLE__" in (SOURCE / file).read_text() or file.match("*_mach_o.cpp")]
-        self.assertGreater(len(host), 4)
+        self.assertGreater(len(host), 2)
         self.check_objects("x86_64", sources([*PLUGIN, "fmx"], LINUX_ONLY) + host)
 
     def test_the_tests_compile(self):
         files = sources(["tests"], TESTS_OF_LINUX_ONLY)
-        self.assertGreater(len(files), 40)
+        self.assertGreater(len(files), 30)
         list(self.compile("arm64", files, "-fsyntax-only"))
 
     def test_the_plug_in_compiles_against_a_framework(self):

@@ -1,7 +1,7 @@
 // The changing half of platform/file_manager.h, as every platform has to keep it.
 
 #include "platform/file_manager.h"
-#include "platform/tree_snapshot.h"
+#include "support/tree_snapshot.h"
 #include "platform/unicode.h"
 #include "support/child_process.h"
 #include "support/platform_expectations.h"

@@ -2,7 +2,7 @@
 // calls, depth, mounts, and what a kill leaves.
 
 #include "platform/file_manager.h"
-#include "platform/tree_snapshot.h"
+#include "support/tree_snapshot.h"
 #include "platform/unicode.h"
 #include "support/child_process.h"
 #include "support/scratch_folder.h"

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <memory>
 #include <new>
 #include <tuple>
@@ -71,49 +72,43 @@ struct EntryPoint {
     const char* name;
     bool (*call)(Arguments&);
 };
-#define ENTRY(name)                                                                                                    \
-    EntryPoint                                                                                                         \
-    {                                                                                                                  \
-#name, [](Arguments & arguments) { return answersZero(&fmx::FM_##name, arguments); }                           \
-    }
-#define COMPARISONS(type)                                                                                              \
-    ENTRY(type##_operatorEQ), ENTRY(type##_operatorNE), ENTRY(type##_operatorLT), ENTRY(type##_operatorLE),            \
-        ENTRY(type##_operatorGT), ENTRY(type##_operatorGE)
 
-// All but those that delete a value. That the program links says that the library has them.
+// All entry points but those that delete a value. That the program links says that the library has them.
 // clang-format off
+#define ENTRY(name) EntryPoint{#name, [](Arguments& arguments) { return answersZero(&fmx::FM_##name, arguments); }}
+#define QUAD(name) ENTRY(QuadChar_##name)
+#define LOCALE(name) ENTRY(Locale_##name)
+#define TEXT(name) ENTRY(Text_##name)
+#define NUMBER(name) ENTRY(FixPt_##name)
+#define TIME(name) ENTRY(DateTime_##name)
+#define DATA(name) ENTRY(Data_##name)
+#define VECT(name) ENTRY(DataVect_##name)
+#define ENV(name) ENTRY(ExprEnv_##name)
+#define COMPARISONS(OF) OF(operatorEQ), OF(operatorNE), OF(operatorLT), OF(operatorLE), OF(operatorGT), OF(operatorGE)
 const EntryPoint entryPoints[] = {
-    COMPARISONS(QuadChar), ENTRY(QuadChar_Constructor1), ENTRY(QuadChar_Constructor2), ENTRY(QuadChar_Constructor3),
-    ENTRY(QuadChar_operatorAS), ENTRY(QuadChar_operatorAR), ENTRY(QuadChar_operatorCAR), ENTRY(QuadChar_GetMacType),
-    ENTRY(QuadChar_SetMacType),
-    ENTRY(Locale_Constructor1), ENTRY(Locale_Constructor2), ENTRY(Locale_operatorAS),
-    COMPARISONS(Text), ENTRY(Text_Constructor1), ENTRY(Text_GetSize), ENTRY(Text_Assign), ENTRY(Text_AssignWithLength),
-    ENTRY(Text_AssignWide), ENTRY(Text_AssignWideWithLength), ENTRY(Text_AssignUnicode),
-    ENTRY(Text_AssignUnicodeWithLength), ENTRY(Text_GetBytes), ENTRY(Text_GetBytesEx), ENTRY(Text_GetUnicode),
-    ENTRY(Text_SetText), ENTRY(Text_AppendText), ENTRY(Text_InsertText), ENTRY(Text_DeleteText), ENTRY(Text_Find),
-    ENTRY(Text_FindPrev), ENTRY(Text_FindIgnoringCase), ENTRY(Text_FindPrevIgnoringCase), ENTRY(Text_Uppercase),
-    ENTRY(Text_Lowercase),
-    COMPARISONS(FixPt), ENTRY(FixPt_Constructor1), ENTRY(FixPt_Constructor2), ENTRY(FixPt_AssignInt),
-    ENTRY(FixPt_AssignInt64), ENTRY(FixPt_AssignDouble), ENTRY(FixPt_AssignFixPt), ENTRY(FixPt_Increment),
-    ENTRY(FixPt_Increment64), ENTRY(FixPt_Decrement), ENTRY(FixPt_Decrement64), ENTRY(FixPt_Negate),
-    ENTRY(FixPt_GetPrecision), ENTRY(FixPt_SetPrecision), ENTRY(FixPt_Add), ENTRY(FixPt_Subtract),
-    ENTRY(FixPt_Multiply), ENTRY(FixPt_Divide), ENTRY(FixPt_AsBool), ENTRY(FixPt_AsLong), ENTRY(FixPt_AsLong64),
-    ENTRY(FixPt_AsFloat),
-    ENTRY(DateTime_Constructor1), ENTRY(DateTime_Now), ENTRY(DateTime_SetNormalizedDate1),
-    ENTRY(DateTime_SetNormalizedTime1), ENTRY(DateTime_GetYear), ENTRY(DateTime_GetMonth), ENTRY(DateTime_GetDay),
-    ENTRY(DateTime_GetHour), ENTRY(DateTime_GetMinute), ENTRY(DateTime_GetSec), ENTRY(DateTime_GetUSec),
-    ENTRY(DateTime_GetDaysSinceEpoch), ENTRY(DateTime_operatorEQ), ENTRY(DateTime_operatorNE),
-    ENTRY(Data_Constructor1), ENTRY(Data_Clear), ENTRY(Data_IsEmpty), ENTRY(Data_IsValid), ENTRY(Data_GetAsBoolean),
-    ENTRY(Data_GetNativeType), ENTRY(Data_GetAsText), ENTRY(Data_GetAsNumber), ENTRY(Data_GetAsDate),
-    ENTRY(Data_GetAsTime), ENTRY(Data_GetAsTimeStamp), ENTRY(Data_GetLocale), ENTRY(Data_SetAsText),
-    ENTRY(Data_SetAsNumber), ENTRY(Data_SetAsDate), ENTRY(Data_SetAsTime), ENTRY(Data_SetAsTimeStamp),
-    ENTRY(Data_SetDateTime), ENTRY(Data_ConvertData),
-    ENTRY(DataVect_Constructor1), ENTRY(DataVect_Size), ENTRY(DataVect_Clear), ENTRY(DataVect_IsEmpty),
-    ENTRY(DataVect_PushBack), ENTRY(DataVect_PopBack), ENTRY(DataVect_At), ENTRY(DataVect_AtAsText),
-    ENTRY(DataVect_AtAsNumber), ENTRY(DataVect_AtAsDate), ENTRY(DataVect_AtAsTime), ENTRY(DataVect_AtAsTimeStamp),
-    ENTRY(DataVect_AtAsBoolean),
-    ENTRY(ExprEnv_Constructor1), ENTRY(ExprEnv_RegisterExternalFunction), ENTRY(ExprEnv_RegisterExternalFunctionEx),
-    ENTRY(ExprEnv_RegisterScriptStep), ENTRY(ExprEnv_UnRegisterExternalFunction), ENTRY(ExprEnv_UnRegisterScriptStep),
+    COMPARISONS(QUAD), QUAD(Constructor1), QUAD(Constructor2), QUAD(Constructor3), QUAD(operatorAS),
+    QUAD(operatorAR), QUAD(operatorCAR), QUAD(GetMacType), QUAD(SetMacType),
+    LOCALE(Constructor1), LOCALE(Constructor2), LOCALE(operatorAS),
+    COMPARISONS(TEXT), TEXT(Constructor1), TEXT(GetSize), TEXT(Assign), TEXT(AssignWithLength), TEXT(AssignWide),
+    TEXT(AssignWideWithLength), TEXT(AssignUnicode), TEXT(AssignUnicodeWithLength), TEXT(GetBytes),
+    TEXT(GetBytesEx), TEXT(GetUnicode), TEXT(SetText), TEXT(AppendText), TEXT(InsertText), TEXT(DeleteText),
+    TEXT(Find), TEXT(FindPrev), TEXT(FindIgnoringCase), TEXT(FindPrevIgnoringCase), TEXT(Uppercase),
+    TEXT(Lowercase),
+    COMPARISONS(NUMBER), NUMBER(Constructor1), NUMBER(Constructor2), NUMBER(AssignInt), NUMBER(AssignInt64),
+    NUMBER(AssignDouble), NUMBER(AssignFixPt), NUMBER(Increment), NUMBER(Increment64), NUMBER(Decrement),
+    NUMBER(Decrement64), NUMBER(Negate), NUMBER(GetPrecision), NUMBER(SetPrecision), NUMBER(Add), NUMBER(Subtract),
+    NUMBER(Multiply), NUMBER(Divide), NUMBER(AsBool), NUMBER(AsLong), NUMBER(AsLong64), NUMBER(AsFloat),
+    TIME(Constructor1), TIME(Now), TIME(SetNormalizedDate1), TIME(SetNormalizedTime1), TIME(GetYear),
+    TIME(GetMonth), TIME(GetDay), TIME(GetHour), TIME(GetMinute), TIME(GetSec), TIME(GetUSec),
+    TIME(GetDaysSinceEpoch), TIME(operatorEQ), TIME(operatorNE),
+    DATA(Constructor1), DATA(Clear), DATA(IsEmpty), DATA(IsValid), DATA(GetAsBoolean), DATA(GetNativeType),
+    DATA(GetAsText), DATA(GetAsNumber), DATA(GetAsDate), DATA(GetAsTime), DATA(GetAsTimeStamp), DATA(GetLocale),
+    DATA(SetAsText), DATA(SetAsNumber), DATA(SetAsDate), DATA(SetAsTime), DATA(SetAsTimeStamp), DATA(SetDateTime),
+    DATA(ConvertData),
+    VECT(Constructor1), VECT(Size), VECT(Clear), VECT(IsEmpty), VECT(PushBack), VECT(PopBack), VECT(At),
+    VECT(AtAsText), VECT(AtAsNumber), VECT(AtAsDate), VECT(AtAsTime), VECT(AtAsTimeStamp), VECT(AtAsBoolean),
+    ENV(Constructor1), ENV(RegisterExternalFunction), ENV(RegisterExternalFunctionEx), ENV(RegisterScriptStep),
+    ENV(UnRegisterExternalFunction), ENV(UnRegisterScriptStep),
 };
 // clang-format on
 
@@ -166,28 +161,15 @@ TEST(EntryPoints, MembersThrowWhatTheSlotSays)
     EXPECT_EQ(slot.m_code, 0);
 }
 
-TEST(EntryPoints, HaveTheSizesThatPluginsWereCompiledWith)
-{
-    static_assert(sizeof(fmx::_fmxcpt) == 8 && sizeof(fmx::errcode) == 2 && sizeof(FMX_ExternCallStruct) == 74);
-    static_assert(sizeof(fmx::ptrtype) == sizeof(void*) && sizeof(fmx::TextUniquePtr) == sizeof(void*));
-    static_assert(std::is_same_v<fmx::unichar16, unsigned short>);
-    static_assert(Text::kSize_End == 0xFFFFFFFFU && fmx::Data::kDTBoolean == 7);
-    static_assert(!std::is_default_constructible_v<Text> && !std::is_copy_constructible_v<fmx::Data> &&
-                  !std::is_copy_assignable_v<fmx::DateTime>);
-    // As another compiler lays the record out: bytes at their offsets.
-    FMX_ExternCallStruct record{};
-    auto* const bytes = reinterpret_cast<unsigned char*>(&record);
-    bytes[0] = 62;
-    bytes[15] = kFMXT_GetString;
-    bytes[17] = 200;
-    bytes[26] = 1;
-    bytes[27] = 1;
-    bytes[42 + 7] = 1;
-    EXPECT_EQ(record.extnVersion, 62);
-    EXPECT_EQ(record.whichCall, kFMXT_GetString);
-    EXPECT_EQ(record.parm1, 200);
-    EXPECT_EQ(FMX_PtrType{record.parm3}, 257U);
-    EXPECT_EQ(FMX_PtrType{record.result}, FMX_PtrType{1} << 56);
-}
+// What plug-ins were compiled with.
+static_assert(sizeof(fmx::_fmxcpt) == 8 && sizeof(fmx::errcode) == 2 && sizeof(FMX_ExternCallStruct) == 74);
+static_assert(sizeof(fmx::ptrtype) == sizeof(void*) && sizeof(fmx::TextUniquePtr) == sizeof(void*));
+static_assert(std::is_same_v<fmx::unichar16, unsigned short>);
+static_assert(Text::kSize_End == 0xFFFFFFFFU && fmx::Data::kDTBoolean == 7);
+static_assert(!std::is_default_constructible_v<Text> && !std::is_copy_constructible_v<fmx::Data> &&
+              !std::is_copy_assignable_v<fmx::DateTime>);
+static_assert(offsetof(FMX_ExternCallStruct, whichCall) == 15 && offsetof(FMX_ExternCallStruct, parm1) == 17 &&
+              offsetof(FMX_ExternCallStruct, parm2) == 18 && offsetof(FMX_ExternCallStruct, parm3) == 26 &&
+              offsetof(FMX_ExternCallStruct, result) == 42 && offsetof(FMX_ExternCallStruct, cCurrentEnv) == 66);
 
 } // namespace

@@ -73,12 +73,10 @@ TEST_F(Registry, RefusesWhatCannotBeToldApartOrCalled)
     EXPECT_EQ(fmxkit::refusals().functions.size(), 6U);
     EXPECT_EQ(add(*mine, 2, u"A", 3, -1), 0);
     EXPECT_EQ(add(*other, 1, u"B", 3, 3), 0);
-
     ASSERT_EQ(addStep(*mine, 1, u"Step"), 0);
     EXPECT_EQ(addStep(*mine, 1, u"Other step"), 1210);
     EXPECT_EQ(addStep(*mine, 2, u""), 1200);
     EXPECT_EQ(addStep(*mine, 2, u"Step", nullptr), 1200);
-    EXPECT_EQ(addStep(*mine, 2, u"Step"), 0);
 }
 
 TEST_F(Registry, ForgetsOnlyWhatIsNamed)

@@ -1,6 +1,6 @@
 #include "support/scratch_folder.h"
 
-#include "host/unicode.h"
+#include "host/base/unicode.h"
 
 #include <sys/stat.h>
 #include <unistd.h>

@@ -181,7 +181,8 @@ class CommandLine(unittest.TestCase):
         self.assertEqual((status, document["api"]), (0, 55))
 
     def test_list(self):
-        names = [test["name"] for test in json.loads(check("", "list-tests", "--json").stdout)]
+        listed = check("", "list-tests", "--json").stdout.splitlines()
+        names = [json.loads(line)["name"] for line in listed]
         self.assertEqual((len(names), names[0], names[-1]), (16, "load", "reload"))
         self.assertEqual([line.split()[0] for line in check("", "list-tests").stdout.splitlines()], names)
 

@@ -345,7 +345,7 @@ ExitStatus runPiped(Session& session)
     ExitStatus first = ExitStatus::success;
     const auto note = [&first](ExitStatus status) { first = first == ExitStatus::success ? status : first; };
     do {
-        note(lines.take(std::move(line)));
+        note(lines.take(line));
     } while (!lines.hasQuit() && std::getline(std::cin, line));
     note(lines.finish());
     return first;

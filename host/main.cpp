@@ -14,13 +14,11 @@
 
 #include <CLI/CLI.hpp>
 
-#include <langinfo.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <clocale>
-#include <cstring>
 #include <functional>
 #include <iostream>
 #include <new>
@@ -265,12 +263,9 @@ private:
 // Line editing needs to know how the terminal's bytes make characters: what fmxhost writes is UTF-8 in any locale.
 void useUtf8()
 {
-    const bool known = std::setlocale(LC_CTYPE, "") != nullptr;
-    if (!known || std::strcmp(nl_langinfo(CODESET), "UTF-8") != 0) {
-        for (const char* name : {"C.UTF-8", "UTF-8"}) { // macOS has the second
-            if (std::setlocale(LC_CTYPE, name) != nullptr) {
-                break;
-            }
+    for (const char* name : {"C.UTF-8", "UTF-8"}) { // macOS has the second
+        if (std::setlocale(LC_CTYPE, name) != nullptr) {
+            return;
         }
     }
 }

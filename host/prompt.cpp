@@ -41,28 +41,19 @@ Lines* lines = nullptr;
 
 // Ctrl-C. A handler rather than SIG_IGN, which a program that the plug-in starts would inherit. System calls of the
 // plug-in are restarted; pselect() never is.
-class InterruptScope {
-public:
-    InterruptScope()
-    {
-        struct sigaction action = {};
-        action.sa_handler = [](int) {
-            interrupted = 1;
-            constexpr std::string_view wayOut = "\nA function can't be broken off; Ctrl-\\ ends fmxhost.\n";
-            if (evaluating != 0 && ::write(STDERR_FILENO, wayOut.data(), wayOut.size()) < 0) {
-                return; // the terminal is gone
-            }
-        };
-        action.sa_flags = SA_RESTART;
-        sigaction(SIGINT, &action, &before_);
-    }
-    ~InterruptScope() { sigaction(SIGINT, &before_, nullptr); }
-    InterruptScope(const InterruptScope&) = delete;
-    InterruptScope& operator=(const InterruptScope&) = delete;
-
-private:
-    struct sigaction before_ = {};
-};
+void handleInterrupts()
+{
+    struct sigaction action = {};
+    action.sa_handler = [](int) {
+        interrupted = 1;
+        constexpr std::string_view wayOut = "\nA function can't be broken off; Ctrl-\\ ends fmxhost.\n";
+        if (evaluating != 0 && ::write(STDERR_FILENO, wayOut.data(), wayOut.size()) < 0) {
+            return; // the terminal is gone
+        }
+    };
+    action.sa_flags = SA_RESTART;
+    sigaction(SIGINT, &action, nullptr);
+}
 
 // Waits for a key. False when there won't be one, or after Ctrl-C.
 bool waitForKey()
@@ -283,7 +274,7 @@ ExitStatus runPrompt(Session& session)
     lines = &typed;
     setUpEditing();
     History history;
-    const InterruptScope interrupts;
+    handleInterrupts();
     bool warned = false;
     bool secret = false;
     while (!typed.hasQuit()) {

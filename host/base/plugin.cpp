@@ -5,25 +5,17 @@
 #include <cxxabi.h>
 #include <dlfcn.h>
 
-#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <exception>
 #include <memory>
-#include <mutex>
+#include <numeric>
+#include <set>
 #include <typeinfo>
 #include <utility>
 
 namespace fmxhost {
 namespace {
-
-// Loading and unloading change the registry and the set of IDs in use: one plug-in at a time.
-std::mutex loading;
-std::set<std::uint32_t>& idsInUse()
-{
-    static std::set<std::uint32_t> ids;
-    return ids;
-}
 
 // Position of the option "send me start-up and shut-down messages" in the options string.
 constexpr std::size_t startUpOption = 7;
@@ -65,44 +57,10 @@ std::string messageName(Message message)
     }
 }
 
-template <typename Entry>
-std::set<std::uint32_t> idsOf(const std::vector<Entry>& entries)
-{
-    std::set<std::uint32_t> ids;
-    for (const Entry& entry : entries) {
-        ids.insert(entry.pluginId);
-    }
-    return ids;
-}
-
-std::set<std::uint32_t> registeredIds()
-{
-    std::set<std::uint32_t> ids = idsOf(fmxkit::externalFunctions());
-    ids.merge(idsOf(fmxkit::scriptSteps()));
-    return ids;
-}
-
-template <typename Entry>
-std::vector<Entry> entriesOf(std::vector<Entry> entries, const std::set<std::uint32_t>& ids)
-{
-    std::erase_if(entries, [&ids](const Entry& entry) { return !ids.contains(entry.pluginId); });
-    return entries;
-}
-
-std::string idText(std::uint32_t id)
-{
-    std::u16string text;
-    for (int shift = 24; shift >= 0; shift -= 8) {
-        text.push_back(static_cast<char16_t>(id >> shift & 0xFF));
-    }
-    return toUtf8(text);
-}
-
 } // namespace
 
 Plugin::Plugin(const std::filesystem::path& file, std::int16_t apiVersion) : file_(std::filesystem::absolute(file))
 {
-    const std::scoped_lock lock(loading);
     record_.extnVersion = apiVersion;
     record_.unusedID = -1;
     openLibrary();
@@ -166,18 +124,9 @@ void Plugin::takeId()
 {
     options_ = string(PluginString::options);
     constexpr std::size_t idLength = 4;
-    if (options_.size() < idLength) {
-        return;
+    for (std::size_t index = 0; index < idLength && options_.size() >= idLength; ++index) {
+        id_ = id_ << 8 | (options_[index] & 0xFFU);
     }
-    std::uint32_t id = 0;
-    for (std::size_t index = 0; index < idLength; ++index) {
-        id = id << 8 | (options_[index] & 0xFFU);
-    }
-    if (!idsInUse().insert(id).second) {
-        throw PluginError(PluginError::Kind::notLoaded, "A plug-in with the ID " + idText(id) + " is already loaded");
-    }
-    id_ = id;
-    ownedIds_.insert(id);
 }
 
 bool Plugin::wantsStartUp() const
@@ -187,43 +136,24 @@ bool Plugin::wantsStartUp() const
 
 std::int64_t Plugin::start()
 {
-    const std::scoped_lock lock(loading);
     if (!wantsStartUp()) {
         return 0;
     }
     static std::array<fmx::unichar16, 8> applicationVersion{'1', '9', '.', '0', '.', '0', 0, 0};
-    const std::set<std::uint32_t> idsBefore = registeredIds();
-    std::int64_t answer = 0;
-    try {
-        answer = static_cast<std::int64_t>(
-            send(Message::startUp, 0, reinterpret_cast<fmx::ptrtype>(applicationVersion.data())));
-    } catch (...) {
-        adoptRegistered(idsBefore); // it may have come half-way
-        throw;
+    const auto answer =
+        static_cast<std::int64_t>(send(Message::startUp, 0, reinterpret_cast<fmx::ptrtype>(applicationVersion.data())));
+    functions_ = fmxkit::externalFunctions();
+    scriptSteps_ = fmxkit::scriptSteps();
+    for (std::size_t index = 0; index < functions_.size(); ++index) {
+        indexByFoldedName_.emplace(foldCase(functions_[index].name), index);
     }
-    adoptRegistered(idsBefore);
     if (answer < 0) {
         throw PluginError(PluginError::Kind::refused, "The plug-in refuses to start on API version " +
-                                                          std::to_string(apiVersion()) + " (it answers " +
+                                                          std::to_string(record_.extnVersion) + " (it answers " +
                                                           std::to_string(answer) + ")");
     }
     running_ = true;
     return answer;
-}
-
-void Plugin::adoptRegistered(const std::set<std::uint32_t>& idsBefore)
-{
-    for (const std::uint32_t id : registeredIds()) {
-        if (!idsBefore.contains(id)) {
-            ownedIds_.insert(id);
-        }
-    }
-    functions_ = entriesOf(fmxkit::externalFunctions(), ownedIds_);
-    scriptSteps_ = entriesOf(fmxkit::scriptSteps(), ownedIds_);
-    indexByFoldedName_.clear();
-    for (std::size_t index = 0; index < functions_.size(); ++index) {
-        indexByFoldedName_.emplace(foldCase(functions_[index].name), index);
-    }
 }
 
 void Plugin::shutDown()
@@ -245,7 +175,6 @@ std::size_t Plugin::unload()
             failure = std::current_exception();
         }
     }
-    const std::scoped_lock lock(loading);
     const std::size_t left = releaseRegistered();
     closeLibrary();
     if (failure) {
@@ -254,20 +183,20 @@ std::size_t Plugin::unload()
     return left;
 }
 
-std::size_t Plugin::releaseRegistered() noexcept
+std::size_t Plugin::releaseRegistered()
 {
-    std::size_t left = 0;
-    for (const std::uint32_t id : ownedIds_) {
-        left += fmxkit::purge(id);
-    }
-    if (id_ != 0) {
-        idsInUse().erase(id_);
-    }
-    ownedIds_.clear();
     functions_.clear();
     scriptSteps_.clear();
     indexByFoldedName_.clear();
-    return left;
+    std::set<std::uint32_t> ids{id_}; // also for what was registered in vain
+    for (const auto& function : fmxkit::externalFunctions()) {
+        ids.insert(function.pluginId);
+    }
+    for (const auto& step : fmxkit::scriptSteps()) {
+        ids.insert(step.pluginId);
+    }
+    return std::accumulate(ids.begin(), ids.end(), std::size_t{0},
+                           [](std::size_t left, std::uint32_t id) { return left + fmxkit::purge(id); });
 }
 
 std::u16string Plugin::string(std::uint8_t number, std::uint32_t capacity)
@@ -298,22 +227,10 @@ fmx::ptrtype Plugin::send(Message message, std::uint8_t parameter1, fmx::ptrtype
     return record_.result;
 }
 
-std::int16_t Plugin::apiVersion() const
-{
-    return record_.extnVersion;
-}
-
 const fmxkit::ExternalFunction* Plugin::find(std::u16string_view name) const
 {
     const auto found = indexByFoldedName_.find(foldCase(name));
     return found != indexByFoldedName_.end() ? &functions_[found->second] : nullptr;
-}
-
-const fmxkit::ExternalFunction* Plugin::find(short id) const
-{
-    const auto found = std::find_if(functions_.begin(), functions_.end(),
-                                    [id](const fmxkit::ExternalFunction& function) { return function.id == id; });
-    return found != functions_.end() ? &*found : nullptr;
 }
 
 CallOutcome Plugin::call(const fmxkit::ExternalFunction& function, const std::vector<Value>& arguments)
@@ -340,15 +257,6 @@ CallOutcome Plugin::call(std::u16string_view name, const std::vector<Value>& arg
     const fmxkit::ExternalFunction* function = find(name);
     if (function == nullptr) {
         throw std::out_of_range("no function " + toUtf8(name));
-    }
-    return call(*function, arguments);
-}
-
-CallOutcome Plugin::call(short id, const std::vector<Value>& arguments) const
-{
-    const fmxkit::ExternalFunction* function = find(id);
-    if (function == nullptr) {
-        throw std::out_of_range("no function with the ID " + std::to_string(id));
     }
     return call(*function, arguments);
 }

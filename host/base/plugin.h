@@ -1,9 +1,8 @@
 // Loads a plug-in and talks to it as FileMaker does: call record, messages, string requests, calls of what it
 // registered.
 //
-// Thread rules: call() may be called from any number of threads at once, on one Plugin and on several. Everything else
-// (loading, start-up, string requests, shut-down, unloading) belongs to one thread per Plugin, as in FileMaker; while
-// it runs there must be no call.
+// Thread rules: call() may be called from any number of threads at once. Everything else (loading, start-up, string
+// requests, shut-down, unloading) belongs to one thread, as in FileMaker; while it runs there must be no call.
 #pragma once
 
 #include "host/base/system.h"
@@ -15,7 +14,6 @@
 #include <filesystem>
 #include <map>
 #include <optional>
-#include <set>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -44,7 +42,7 @@ constexpr std::int16_t defaultApiVersion = 62;
 class PluginError : public std::runtime_error {
 public:
     enum class Kind {
-        notLoaded, // no such file, not a library, missing symbols, no entry point, its ID is taken
+        notLoaded, // no such file, not a library, missing symbols, no entry point
         refused,   // it answered the start-up message by refusing
         exception, // an exception left its entry point
     };
@@ -63,6 +61,7 @@ struct CallOutcome {
     std::optional<std::string> exception; // the exception that left the handler: its type and text, in UTF-8
 };
 
+// One at a time in a process: whatever is registered with the kit is taken for its own.
 class Plugin {
 public:
     // Loads the file and asks for its options string; start() does the rest.
@@ -108,7 +107,6 @@ public:
 
     // The function of that name, in any letter case, or null.
     const fmxkit::ExternalFunction* find(std::u16string_view name) const;
-    const fmxkit::ExternalFunction* find(short id) const;
 
     // Calls a function with whatever arguments, also with a number of them that FileMaker would not let through.
     // An exception from the handler ends in the outcome. Any thread.
@@ -116,10 +114,8 @@ public:
     // handler.
     static CallOutcome call(const fmxkit::ExternalFunction& function, const std::vector<Value>& arguments);
     CallOutcome call(std::u16string_view name, const std::vector<Value>& arguments) const;
-    CallOutcome call(short id, const std::vector<Value>& arguments) const;
 
     const std::filesystem::path& file() const { return file_; }
-    std::int16_t apiVersion() const;
     // The call record as the last message left it.
     const FMX_ExternCallStruct& record() const { return record_; }
     // Whether the options string asks for the start-up message.
@@ -137,8 +133,7 @@ private:
     void openLibrary();
     void closeLibrary() noexcept;
     void takeId();
-    void adoptRegistered(const std::set<std::uint32_t>& idsBefore);
-    std::size_t releaseRegistered() noexcept;
+    std::size_t releaseRegistered();
 
     std::filesystem::path file_;
     PluginFile onDisk_;
@@ -150,7 +145,6 @@ private:
     bool running_ = false;
     std::u16string options_;
     std::uint32_t id_ = 0;
-    std::set<std::uint32_t> ownedIds_; // every ID under which the plug-in registered something
     std::vector<fmxkit::ExternalFunction> functions_;
     std::vector<fmxkit::ScriptStep> scriptSteps_;
     std::map<std::u16string, std::size_t> indexByFoldedName_;

@@ -379,29 +379,13 @@ Value convertToFileMakerPath(const Arguments& arguments)
     return {"file:" + path};
 }
 
-template <const char16_t* text>
-Value word(const Arguments&)
-{
-    return {text};
-}
-constexpr char16_t posixPath[] = u"PosixPath";
-constexpr char16_t winPath[] = u"WinPath";
-constexpr char16_t urlPath[] = u"URLPath";
-constexpr char16_t nothing[] = u"";
-
 // A folder as Get answers it: FileMaker's path, with a "/" at its end.
-template <const char* variable, const char* below>
-Value folder(const Arguments&)
+Value folder(const char* variable, const char* below)
 {
     const char* value = std::getenv(variable);
     const std::string path = value != nullptr ? value : "/tmp";
     return {std::string(ownVolume) + path + (path.ends_with('/') ? "" : "/") + below};
 }
-constexpr char home[] = "HOME";
-constexpr char temporary[] = "TMPDIR";
-constexpr char itself[] = "";
-constexpr char documents[] = "Documents/";
-constexpr char desktop[] = "Desktop/";
 
 template <fmx::Data::DataType type>
 Value now(const Arguments&)
@@ -414,36 +398,26 @@ Value now(const Arguments&)
     return Value(std::move(data));
 }
 
-Value platform(const Arguments&)
-{
-    constexpr int macos = 1;
-    constexpr int linux_ = 5;
-    return {ownVolume.empty() ? linux_ : macos};
-}
-
 } // namespace
 
 const BuiltIn* getFunction(std::u16string_view flag)
 {
-    // Named as they are written: what Get answers is no function of its own.
-    static constexpr auto entry = [](std::u16string_view name, Value (*evaluate)(const Arguments&)) {
-        return BuiltIn{name, name, u"", 0, 0, evaluate};
-    };
-    static const std::array<BuiltIn, 11> table{
-        entry(u"Get ( CurrentDate )", now<fmx::Data::kDTDate>),
-        entry(u"Get ( CurrentHostTimestamp )", now<fmx::Data::kDTTimeStamp>),
-        entry(u"Get ( CurrentTime )", now<fmx::Data::kDTTime>),
-        entry(u"Get ( CurrentTimestamp )", now<fmx::Data::kDTTimeStamp>),
-        entry(u"Get ( DesktopPath )", folder<home, desktop>),
-        entry(u"Get ( DocumentsPath )", folder<home, documents>),
-        entry(u"Get ( LastError )", valueFalse),
-        entry(u"Get ( ScriptParameter )", word<nothing>),
-        entry(u"Get ( ScriptResult )", word<nothing>),
-        entry(u"Get ( SystemPlatform )", platform),
-        entry(u"Get ( TemporaryPath )", folder<temporary, itself>),
-    };
+    constexpr auto nothing = [](const Arguments&) { return Value(u""); };
+    static constexpr std::array<BuiltIn, 11> table{{
+        {u"Get ( CurrentDate )", u"", 0, 0, now<fmx::Data::kDTDate>},
+        {u"Get ( CurrentHostTimestamp )", u"", 0, 0, now<fmx::Data::kDTTimeStamp>},
+        {u"Get ( CurrentTime )", u"", 0, 0, now<fmx::Data::kDTTime>},
+        {u"Get ( CurrentTimestamp )", u"", 0, 0, now<fmx::Data::kDTTimeStamp>},
+        {u"Get ( DesktopPath )", u"", 0, 0, [](const Arguments&) { return folder("HOME", "Desktop/"); }},
+        {u"Get ( DocumentsPath )", u"", 0, 0, [](const Arguments&) { return folder("HOME", "Documents/"); }},
+        {u"Get ( LastError )", u"", 0, 0, valueFalse},
+        {u"Get ( ScriptParameter )", u"", 0, 0, nothing},
+        {u"Get ( ScriptResult )", u"", 0, 0, nothing},
+        {u"Get ( SystemPlatform )", u"", 0, 0, [](const Arguments&) { return Value(ownVolume.empty() ? 5 : 1); }},
+        {u"Get ( TemporaryPath )", u"", 0, 0, [](const Arguments&) { return folder("TMPDIR", ""); }},
+    }};
     const auto* found = std::find_if(table.begin(), table.end(), [&](const BuiltIn& candidate) {
-        return foldCase(candidate.name) == u"get ( " + foldCase(flag) + u" )";
+        return foldCase(candidate.prototype) == u"get ( " + foldCase(flag) + u" )";
     });
     return found != table.end() ? found : nullptr;
 }
@@ -451,67 +425,67 @@ const BuiltIn* getFunction(std::u16string_view flag)
 std::span<const BuiltIn> builtIns()
 {
     static constexpr BuiltIn table[] = {
-        {u"Case", u"Case ( test1 ; result1 { ; test2 ; result2 ; … ; default } )",
+        {u"Case ( test1 ; result1 { ; test2 ; result2 ; … ; default } )",
          u"The result of the first test that is true, else the default.", 2, anyNumberOfArguments, nullptr},
-        {u"Char", u"Char ( number )", u"The character with this Unicode number; 10 is a line feed, 13 a ¶.", 1, 1,
-         characterOf},
-        {u"Code", u"Code ( text )", u"The Unicode number of the first character.", 1, 1, codeOf},
-        {u"ConvertFromFileMakerPath", u"ConvertFromFileMakerPath ( fileMakerPath ; format )",
+        {u"Char ( number )", u"The character with this Unicode number; 10 is a line feed, 13 a ¶.", 1, 1, characterOf},
+        {u"Code ( text )", u"The Unicode number of the first character.", 1, 1, codeOf},
+        {u"ConvertFromFileMakerPath ( fileMakerPath ; format )",
          u"A path as FileMaker writes it in another format: PosixPath, WinPath or URLPath.", 2, 2,
          convertFromFileMakerPath},
-        {u"ConvertToFileMakerPath", u"ConvertToFileMakerPath ( path ; format )",
+        {u"ConvertToFileMakerPath ( path ; format )",
          u"A path in the format PosixPath, WinPath or URLPath as FileMaker writes it.", 2, 2, convertToFileMakerPath},
-        {u"DayOfWeek", u"DayOfWeek ( date )", u"1 for a Sunday to 7 for a Saturday.", 1, 1, dayOfWeek},
-        {u"Evaluate", u"Evaluate ( expression )", u"The result of a text that is a calculation, \"?\" if it isn't one.",
-         1, 1, nullptr},
-        {u"False", u"False", u"The number 0.", 0, 0, valueFalse},
-        {u"Filter", u"Filter ( textToFilter ; filterText )",
-         u"The text without what isn't among the characters of the other one.", 2, 2, filter},
-        {u"Get", u"Get ( flag )",
+        {u"DayOfWeek ( date )", u"1 for a Sunday to 7 for a Saturday.", 1, 1, dayOfWeek},
+        {u"Evaluate ( expression )", u"The result of a text that is a calculation, \"?\" if it isn't one.", 1, 1,
+         nullptr},
+        {u"False", u"The number 0.", 0, 0, valueFalse},
+        {u"Filter ( textToFilter ; filterText )", u"The text without what isn't among the characters of the other one.",
+         2, 2, filter},
+        {u"Get ( flag )",
          u"A state of FileMaker's: CurrentDate, CurrentTime, CurrentTimestamp, CurrentHostTimestamp, DesktopPath, "
          u"DocumentsPath, TemporaryPath, SystemPlatform, LastError, ScriptParameter, ScriptResult; others, and other "
          u"answers, by the option --get.",
          1, 1, nullptr},
-        {u"GetAsNumber", u"GetAsNumber ( text )", u"The digits of a text as a number.", 1, 1, asNumber},
-        {u"GetAsText", u"GetAsText ( data )", u"Anything as a text.", 1, 1, asText},
-        {u"GetAsTimestamp", u"GetAsTimestamp ( data )", u"A text or a number of seconds as a timestamp.", 1, 1,
-         asTimestamp},
-        {u"GetValue", u"GetValue ( listOfValues ; valueNumber )",
-         u"One value of a list separated by ¶; 1 is the first.", 2, 2, getValue},
-        {u"If", u"If ( test ; resultIfTrue { ; resultIfFalse } )", u"One of two results.", 2, 3, nullptr},
-        {u"IsEmpty", u"IsEmpty ( value )", u"1 for an empty value, else 0.", 1, 1, isEmpty},
-        {u"Left", u"Left ( text ; numberOfCharacters )", u"The beginning of a text.", 2, 2, left},
-        {u"Length", u"Length ( text )", u"The length of a text in UTF-16 units.", 1, 1, length},
-        {u"Let", u"Let ( [ name1 = value1 ; $name2 = value2 ; … ] ; calculation )",
+        {u"GetAsNumber ( text )", u"The digits of a text as a number.", 1, 1, asNumber},
+        {u"GetAsText ( data )", u"Anything as a text.", 1, 1, asText},
+        {u"GetAsTimestamp ( data )", u"A text or a number of seconds as a timestamp.", 1, 1, asTimestamp},
+        {u"GetValue ( listOfValues ; valueNumber )", u"One value of a list separated by ¶; 1 is the first.", 2, 2,
+         getValue},
+        {u"If ( test ; resultIfTrue { ; resultIfFalse } )", u"One of two results.", 2, 3, nullptr},
+        {u"IsEmpty ( value )", u"1 for an empty value, else 0.", 1, 1, isEmpty},
+        {u"Left ( text ; numberOfCharacters )", u"The beginning of a text.", 2, 2, left},
+        {u"Length ( text )", u"The length of a text in UTF-16 units.", 1, 1, length},
+        {u"Let ( [ name1 = value1 ; $name2 = value2 ; … ] ; calculation )",
          u"Names values for a calculation; those with $ stay set for the calculations that follow.", 2, 2, nullptr},
-        {u"List", u"List ( value1 { ; value2 ; … } )", u"The values that aren't empty, separated by ¶.", 1,
-         anyNumberOfArguments, list},
-        {u"Lower", u"Lower ( text )", u"The text in lower case.", 1, 1, lower},
-        {u"Middle", u"Middle ( text ; start ; numberOfCharacters )", u"A part of a text; 1 is the first character.", 3,
-         3, middle},
-        {u"PatternCount", u"PatternCount ( text ; searchString )",
-         u"How often a text stands in another one, in any letter case.", 2, 2, patternCount},
-        {u"Position", u"Position ( text ; searchString ; start ; occurrence )",
+        {u"List ( value1 { ; value2 ; … } )", u"The values that aren't empty, separated by ¶.", 1, anyNumberOfArguments,
+         list},
+        {u"Lower ( text )", u"The text in lower case.", 1, 1, lower},
+        {u"Middle ( text ; start ; numberOfCharacters )", u"A part of a text; 1 is the first character.", 3, 3, middle},
+        {u"PatternCount ( text ; searchString )", u"How often a text stands in another one, in any letter case.", 2, 2,
+         patternCount},
+        {u"Position ( text ; searchString ; start ; occurrence )",
          u"Where a text stands in another one, in any letter case; 0 when it isn't there.", 4, 4, position},
-        {u"PosixPath", u"PosixPath", u"A format for the conversions of paths.", 0, 0, word<posixPath>},
-        {u"Quote", u"Quote ( text )", u"The text as a calculation would write it, in quotation marks.", 1, 1, quote},
-        {u"Right", u"Right ( text ; numberOfCharacters )", u"The end of a text.", 2, 2, right},
-        {u"SortValues", u"SortValues ( values { ; dataType } )",
+        {u"PosixPath", u"A format for the conversions of paths.", 0, 0,
+         [](const Arguments&) { return Value(u"PosixPath"); }},
+        {u"Quote ( text )", u"The text as a calculation would write it, in quotation marks.", 1, 1, quote},
+        {u"Right ( text ; numberOfCharacters )", u"The end of a text.", 2, 2, right},
+        {u"SortValues ( values { ; dataType } )",
          u"The values of a list in order, as texts (1), numbers (2), dates (3), times (4) or timestamps (5); downwards "
          u"with a negative number.",
          1, 3, sortValues},
-        {u"Substitute", u"Substitute ( text ; searchString ; replaceString )",
+        {u"Substitute ( text ; searchString ; replaceString )",
          u"Replaces a text wherever it stands, in this letter case; of several pairs each in brackets: "
          u"[ searchString ; replaceString ].",
          3, 3, substitute},
-        {u"Trim", u"Trim ( text )", u"The text without blanks before and behind it.", 1, 1, trim},
-        {u"True", u"True", u"The number 1.", 0, 0, valueTrue},
-        {u"Upper", u"Upper ( text )", u"The text in upper case.", 1, 1, upper},
-        {u"URLPath", u"URLPath", u"A format for the conversions of paths.", 0, 0, word<urlPath>},
-        {u"ValueCount", u"ValueCount ( text )", u"How many values a list separated by ¶ has.", 1, 1, valueCount},
-        {u"While", u"While ( [ name1 = value1 ; … ] ; condition ; [ name1 = value2 ; … ] ; result )",
+        {u"Trim ( text )", u"The text without blanks before and behind it.", 1, 1, trim},
+        {u"True", u"The number 1.", 0, 0, valueTrue},
+        {u"Upper ( text )", u"The text in upper case.", 1, 1, upper},
+        {u"URLPath", u"A format for the conversions of paths.", 0, 0,
+         [](const Arguments&) { return Value(u"URLPath"); }},
+        {u"ValueCount ( text )", u"How many values a list separated by ¶ has.", 1, 1, valueCount},
+        {u"While ( [ name1 = value1 ; … ] ; condition ; [ name1 = value2 ; … ] ; result )",
          u"Sets the second list's names over and over while the condition is true.", 4, 4, nullptr},
-        {u"WinPath", u"WinPath", u"A format for the conversions of paths.", 0, 0, word<winPath>},
+        {u"WinPath", u"A format for the conversions of paths.", 0, 0,
+         [](const Arguments&) { return Value(u"WinPath"); }},
     };
     return table;
 }

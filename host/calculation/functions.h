@@ -19,6 +19,12 @@
 namespace fmxhost {
 
 struct BuiltIn {
+    constexpr BuiltIn(std::u16string_view prototypeText, std::u16string_view descriptionText, int minimum, int maximum,
+                      Value (*function)(const std::vector<Value>& arguments))
+        : name(prototypeText.substr(0, prototypeText.find(u' '))), prototype(prototypeText),
+          description(descriptionText), minimumArguments(minimum), maximumArguments(maximum), evaluate(function)
+    {
+    }
     std::u16string_view name;
     std::u16string_view prototype;
     std::u16string_view description;

@@ -1,5 +1,4 @@
 // A plug-in for the host's tests. The variable SAMPLE says how it behaves as it is loaded:
-//   other     another plug-in, with another ID and prefix
 //   foreign   it registers under another ID than its options say, which say nothing
 //   passive   it wants no start-up message
 //   refusing  it refuses to start
@@ -102,27 +101,26 @@ struct Row {
 };
 
 constexpr short keptId = 99;
-constexpr std::array<Row, 8> rows{{{1, u"_Echo", 1, 1, echo},
-                                   {2, u"_Count", 0, -1, count},
-                                   {3, u"_Fail", 1, 1, fail},
-                                   {4, u"_ErrorCode", 1, 1, errorCode},
-                                   {5, u"_Pause", 1, 1, pause},
-                                   {6, u"_Moment", 0, 0, moment},
-                                   {7, u"_LongText", 1, 1, longText},
-                                   {keptId, u"_Größe", 0, 0, count}}};
+constexpr std::array<Row, 8> rows{{{1, u"Smpl_Echo", 1, 1, echo},
+                                   {2, u"Smpl_Count", 0, -1, count},
+                                   {3, u"Smpl_Fail", 1, 1, fail},
+                                   {4, u"Smpl_ErrorCode", 1, 1, errorCode},
+                                   {5, u"Smpl_Pause", 1, 1, pause},
+                                   {6, u"Smpl_Moment", 0, 0, moment},
+                                   {7, u"Smpl_LongText", 1, 1, longText},
+                                   {keptId, u"Smpl_Größe", 0, 0, count}}};
 
 fmx::QuadCharUniquePtr registeredId()
 {
-    return variant == "other" || variant == "foreign" ? fmx::QuadCharUniquePtr('O', 'T', 'H', 'R')
-                                                      : fmx::QuadCharUniquePtr('S', 'M', 'P', 'L');
+    return variant == "foreign" ? fmx::QuadCharUniquePtr('O', 'T', 'H', 'R')
+                                : fmx::QuadCharUniquePtr('S', 'M', 'P', 'L');
 }
 
 void registerAll()
 {
     for (const Row& row : rows) {
-        const std::u16string text = (variant == "other" ? u"Othr" : u"Smpl") + std::u16string(row.name);
         const fmx::TextUniquePtr name;
-        name->AssignUnicode(reinterpret_cast<const fmx::uint16*>(text.c_str()));
+        name->AssignUnicode(reinterpret_cast<const fmx::uint16*>(row.name));
         ExprEnv::RegisterExternalFunctionEx(*registeredId(), row.id, *name, *name, *name, row.minimum, row.maximum,
                                             0xFF01, row.handler);
     }
@@ -146,10 +144,7 @@ void answerString(FMX_ExternCallStruct& record)
 {
     std::u16string_view text = u"Sample";
     if (record.parm1 == kFMXT_OptionsStr) {
-        text = variant == "other"     ? u"OTHR1nnYnnn"
-               : variant == "foreign" ? u""
-               : variant == "passive" ? u"SMPL1nnnnnn"
-                                      : u"SMPL1nnYnnn";
+        text = variant == "foreign" ? u"" : variant == "passive" ? u"SMPL1nnnnnn" : u"SMPL1nnYnnn";
     }
     auto* buffer = reinterpret_cast<fmx::unichar16*>(record.result); // NOLINT(performance-no-int-to-ptr): the interface
     const std::size_t length = record.parm3 > text.size() ? text.size() : 0;

@@ -205,7 +205,7 @@ def navigation(groups):
 
 
 class Page:
-    """Markdown as parts of the web page, which is one file: links that lead out of it become plain text."""
+    """Markdown as parts of the web page, which is one file: of a link that leads out of it the file's name is left."""
 
     def __init__(self, headings, codes):
         self.places = {slug(heading) for heading in headings} | codes
@@ -221,7 +221,8 @@ class Page:
     def link(self, tokens, index, *_):
         target = re.sub(r"^(functions|recipes)\.md#", "#", tokens[index].attrGet("href"))
         inside = target.startswith("#") and target[1:] in self.places
-        self.closing.append("</a>" if inside else "")
+        file = Path(target.partition("#")[0]).name
+        self.closing.append("</a>" if inside else "" if file == tokens[index + 1].content else f" (<code>{file}</code>)")
         return f'<a href="{target}">' if inside else ""
 
     def link_end(self, *_):

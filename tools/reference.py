@@ -174,7 +174,7 @@ class Reference:
         return "\n\n".join(part for part in [*parts, self.errors()] if part) + "\n"
 
     def html(self, page_template):
-        page = Page(set(re.findall(r"^#+ (.*)$", "\n".join([self.markdown(), self.recipes_text]), re.M)) | {"Recipes"},
+        page = Page(set(re.findall(r"^#+ (.*)$", "\n".join([self.markdown(), self.recipes_text]), re.M)) | {"Recipes", "content"},
                     {str(number) for number in self.messages})
         content = [page.chapter("Overview", self.overview().partition("\n")[2])]
         groups = [("", ["Overview"])]
@@ -219,7 +219,9 @@ class Page:
         return self.markdown.render(text)
 
     def link(self, tokens, index, *_):
+        pages = {"functions.md": "#content", "recipes.md": "#recipes"}
         target = re.sub(r"^(functions|recipes)\.md#", "#", tokens[index].attrGet("href"))
+        target = pages.get(target, target)
         inside = target.startswith("#") and target[1:] in self.places
         file = Path(target.partition("#")[0]).name
         self.closing.append("</a>" if inside else "" if file == tokens[index + 1].content else f" (<code>{file}</code>)")

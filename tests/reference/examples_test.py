@@ -38,6 +38,14 @@ class Examples(unittest.TestCase):
                 with self.subTest(heading):
                     self.check(example.setup, example.steps)
 
+    def test_commands(self):
+        for name, setup, printed in [("docs/reference/index.md", "mkdir -p /data/letters /data/backup", "0\n"), ("docs/guarantees.md", "", "")]:
+            blocks = [block for block in function_texts.BLOCK.finditer(text_of(name)) if block["language"] == "sh"]
+            with tempfile.TemporaryDirectory() as data:
+                commands = f"{setup}\n{blocks[-1]['content']}".replace("/data", data)
+                done = subprocess.run(["sh", "-ec", commands], cwd=f"{SOURCE}/resources", capture_output=True, text=True)
+                self.assertEqual((done.returncode, done.stdout), (0, printed), done.stderr)
+
     def test_prompt_of_readme(self):
         lines = re.search(r"^```\n\$ build/release/fmxhost\n(.*?)^```", text_of("README.md"), re.M | re.S)[1].splitlines()
         steps = list(zip((line.removeprefix("fmxhost> ") for line in lines[::2]), lines[1::2]))

@@ -1,8 +1,8 @@
 // fmxhost check makes its tests one after the other and reports what came of each, for people or as JSON.
 //
-// A test that is repeated for several API versions has one result: a finding says for which it was made, unless for
-// all. What keeps a plug-in from loading or starting is reported once: tests that need a stage at which an earlier one
-// has failed are skipped.
+// A test that is repeated for several API versions has one result, in which a finding says for which one it was made,
+// unless for the one that is played. What keeps a plug-in from loading or starting is reported once: tests that need a
+// stage at which an earlier one has failed are skipped.
 #include "host/check/check.h"
 
 #include "host/base/system.h"
@@ -51,10 +51,6 @@ public:
     explicit Allowances(const std::filesystem::path& file)
     {
         std::ifstream stream(file);
-        std::error_code error;
-        if (!std::filesystem::is_regular_file(file, error) || !stream) {
-            throw std::invalid_argument(file.string() + " can't be read");
-        }
         std::string line;
         for (int number = 1; std::getline(stream, line); ++number) {
             if (line = trimmed(line); line.empty() || line.starts_with('#')) {
@@ -101,39 +97,6 @@ private:
     std::vector<Entry> entries_;
 };
 
-// Findings in the order in which they were made first, each with its API versions in ascending order.
-class Findings {
-public:
-    void add(const std::vector<std::string>& texts, std::int16_t version)
-    {
-        for (const std::string& text : texts) {
-            auto known = std::find_if(findings_.begin(), findings_.end(),
-                                      [&text](const auto& finding) { return finding.first == text; });
-            if (known == findings_.end()) {
-                known = findings_.insert(findings_.end(), {text, {}});
-            }
-            known->second.insert(version);
-        }
-    }
-
-    std::vector<std::string> texts(std::size_t versionsExamined) const
-    {
-        std::vector<std::string> texts;
-        for (const auto& [text, versions] : findings_) {
-            std::string list;
-            for (const std::int16_t version : versions) {
-                list += (list.empty() ? "" : ", ") + std::to_string(version);
-            }
-            const std::string where = (versions.size() == 1 ? " (API version " : " (API versions ") + list + ")";
-            texts.push_back(versions.size() == versionsExamined ? text : text + where);
-        }
-        return texts;
-    }
-
-private:
-    std::vector<std::pair<std::string, std::set<std::int16_t>>> findings_;
-};
-
 class Suite {
 public:
     Suite(Settings settings, Allowances allowances) : settings_(std::move(settings)), allowances_(std::move(allowances))
@@ -152,26 +115,20 @@ public:
             all.reasons.push_back(what + ": see " + obstacleFoundBy_->name);
             return all;
         }
-        Findings reasons;
-        Findings notes;
-        std::size_t examined = 0;
         for (const std::int16_t version : versionsFor(test)) {
             Settings settings = settings_;
             settings.apiVersion = version;
             Result result = runIsolated(test, settings);
             allowances_.apply(test, result);
-            ++examined;
             noteObstacle(test, result, version);
             all.verdict = std::max(all.verdict, result.verdict);
-            reasons.add(result.reasons, version);
-            notes.add(result.notes, version);
+            add(all.reasons, result.reasons, version);
+            add(all.notes, result.notes, version);
             all.output = isFailure(result.verdict) ? result.output : all.output;
             if (result.verdict == Verdict::timeOut) {
                 break; // the others would take as long
             }
         }
-        all.reasons = reasons.texts(examined);
-        all.notes = notes.texts(examined);
         return all;
     }
 
@@ -188,6 +145,17 @@ private:
         std::stable_partition(versions.begin(), versions.end(),
                               [this](std::int16_t version) { return version == settings_.apiVersion; });
         return versions;
+    }
+
+    // What was found for the version that is played isn't said again for others.
+    void add(std::vector<std::string>& all, const std::vector<std::string>& found, std::int16_t version) const
+    {
+        for (const std::string& text : found) {
+            if (std::find(all.begin(), all.end(), text) == all.end()) {
+                const bool isPlayed = version == settings_.apiVersion;
+                all.push_back(isPlayed ? text : text + " (API version " + std::to_string(version) + ")");
+            }
+        }
     }
 
     void noteObstacle(const Test& test, const Result& result, std::int16_t version)
@@ -339,31 +307,9 @@ bool mayBePlugin(const std::filesystem::path& plugin)
     return std::filesystem::is_regular_file(plugin, error) || std::filesystem::is_directory(plugin / "Contents", error);
 }
 
-// What is wrong with the arguments throws std::invalid_argument.
-void examineArguments(const Arguments& arguments, const Settings& settings)
+// Errors: std::invalid_argument, for the user; std::system_error when a test can't be run or the output be written.
+bool runTests(const Arguments& arguments, const Settings& settings, Output& output)
 {
-    constexpr std::int16_t oldestApiVersion = 50;
-    constexpr std::int16_t newestApiVersion = 255;
-    if (settings.apiVersion < oldestApiVersion || settings.apiVersion > newestApiVersion) {
-        throw std::invalid_argument("check needs an API version from 50 to 255.");
-    }
-    for (const std::string& name : arguments.tests) {
-        if (findTest(name) == nullptr) {
-            throw std::invalid_argument("There is no test called " + name + ". fmxhost check list-tests shows them.");
-        }
-    }
-}
-
-ExitStatus runTests(const Arguments& arguments, Output& output)
-{
-    Settings settings{std::filesystem::absolute(arguments.plugin), arguments.apiVersion,
-                      arguments.libraries.empty() ? listOfServerLibraries() : arguments.libraries,
-                      std::chrono::duration<double>(arguments.timeLimit)};
-    examineArguments(arguments, settings);
-    if (!mayBePlugin(settings.plugin)) {
-        output.reportError("There is no plug-in file " + settings.plugin.string());
-        return ExitStatus::pluginUnusable;
-    }
     Suite suite(settings, arguments.allowances.empty() ? Allowances() : Allowances(arguments.allowances));
     Report report(output, arguments.json, arguments.onlyFailed);
     for (const Test& test : allTests()) {
@@ -375,18 +321,34 @@ ExitStatus runTests(const Arguments& arguments, Output& output)
         }
     }
     report.finish(settings);
-    return report.passed() ? ExitStatus::success : ExitStatus::checkFailed;
+    return report.passed();
 }
 
 } // namespace
 
 ExitStatus run(const Arguments& arguments, Output& output)
 {
+    const Settings settings{std::filesystem::absolute(arguments.plugin), arguments.apiVersion,
+                            arguments.libraries.empty() ? listOfServerLibraries() : arguments.libraries,
+                            std::chrono::duration<double>(arguments.timeLimit)};
     if (const Test* test = findTest(arguments.isolated)) {
-        runHere(*test, {arguments.plugin, arguments.apiVersion, arguments.libraries, {}});
+        runHere(*test, settings);
     }
     try {
-        return runTests(arguments, output);
+        if (settings.apiVersion < oldestApiVersion || settings.apiVersion > newestApiVersion) {
+            throw std::invalid_argument("check needs an API version from 50 to 255.");
+        }
+        for (const std::string& name : arguments.tests) {
+            if (findTest(name) == nullptr) {
+                throw std::invalid_argument("There is no test called " + name +
+                                            ". fmxhost check list-tests shows them.");
+            }
+        }
+        if (!mayBePlugin(settings.plugin)) {
+            output.reportError("There is no plug-in file " + settings.plugin.string());
+            return ExitStatus::pluginUnusable;
+        }
+        return runTests(arguments, settings, output) ? ExitStatus::success : ExitStatus::checkFailed;
     } catch (const std::invalid_argument& error) {
         output.reportError(error.what());
         return ExitStatus::wrongUse;

@@ -15,6 +15,9 @@
 
 namespace fmxhost::check {
 
+constexpr std::int16_t oldestApiVersion = 50; // that a host can have
+constexpr std::int16_t newestApiVersion = 255;
+
 // How far a plug-in has got. What fails at a stage keeps every test from running that needs the next one.
 enum class Stage {
     file,    // nothing of it has run
@@ -88,13 +91,13 @@ constexpr int eventsLostStatus = 97;
 
 struct Test {
     const char* name; // stable: scripts name tests by it
-    const char* summary;
-    Stage needs; // what it takes the plug-in to before anything else
-    // The host API versions that it is repeated for, each in a process of its own; none: the one that is played.
-    std::span<const std::int16_t> apiVersions;
+    Stage needs;      // what it takes the plug-in to before anything else
     // Reports what it finds; nothing reported is a pass.
     // Errors: Skipped; any other std::exception is a failure.
     void (*examine)(Examination& examination);
+    const char* summary;
+    // The host API versions that it is repeated for, each in a process of its own; none: the one that is played.
+    std::span<const std::int16_t> apiVersions = {};
 };
 
 // In the order in which they run.

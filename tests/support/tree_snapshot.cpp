@@ -1,4 +1,4 @@
-#include "platform/tree_snapshot.h"
+#include "support/tree_snapshot.h"
 
 #include <sys/stat.h>
 #ifdef __linux__
@@ -51,33 +51,35 @@ std::string attributesOf(const fs::path&)
 }
 #endif
 
-std::string describe(const fs::path& item)
+SnapshotEntry describe(const fs::path& item)
 {
     struct stat status {};
     if (lstat(item.c_str(), &status) != 0) {
-        return "nothing";
+        return {"nothing", {}, {}};
+    }
+    SnapshotEntry entry{std::to_string(status.st_mode & S_IFMT), {}, {}};
+    if (S_ISLNK(status.st_mode)) {
+        entry.content += " -> " + fs::read_symlink(item).native();
+    } else if (S_ISREG(status.st_mode)) {
+        entry.content += " " + contentOf(item);
+    } else if (S_ISCHR(status.st_mode) || S_ISBLK(status.st_mode)) {
+        entry.content += " device " + std::to_string(status.st_rdev);
     }
     std::ostringstream text;
-    text << std::oct << status.st_mode << std::dec << ' ' << status.st_uid << ':' << status.st_gid;
+    text << std::oct << (status.st_mode & 07777U) << std::dec << ' ' << status.st_uid << ':' << status.st_gid
+         << attributesOf(item);
+    entry.metadata = text.str();
 #ifdef __linux__
-    text << ' ' << status.st_mtim.tv_sec << '.' << status.st_mtim.tv_nsec;
+    entry.modified = std::to_string(status.st_mtim.tv_sec) + "." + std::to_string(status.st_mtim.tv_nsec);
 #endif
-    text << attributesOf(item);
-    if (S_ISLNK(status.st_mode)) {
-        text << " -> " << fs::read_symlink(item).native();
-    } else if (S_ISREG(status.st_mode)) {
-        text << ' ' << contentOf(item);
-    } else if (S_ISCHR(status.st_mode) || S_ISBLK(status.st_mode)) {
-        text << " device " << status.st_rdev;
-    }
-    return text.str();
+    return entry;
 }
 
 } // namespace
 
-std::map<std::string, std::string> snapshot(const fs::path& root)
+Snapshot snapshot(const fs::path& root)
 {
-    std::map<std::string, std::string> items;
+    Snapshot items;
     items[""] = describe(root);
     if (fs::is_directory(fs::symlink_status(root))) {
         for (const auto& entry : fs::recursive_directory_iterator(root)) {

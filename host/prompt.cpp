@@ -98,6 +98,7 @@ std::optional<std::string> readLine(const std::string& prompt)
     if (!entered) {
         rl_callback_handler_remove();
     }
+    ended = ended && interrupted == 0; // Ctrl-C in a search looks like both
     return std::exchange(entered, std::nullopt);
 }
 
@@ -284,7 +285,7 @@ ExitStatus runPrompt(Session& session)
             session.output().write("\n");
             session.output().flush();
             typed.giveUp();
-            if (interrupted == 0) {
+            if (interrupted == 0) { // Ctrl-D, or the terminal is gone
                 break;
             }
             continue;

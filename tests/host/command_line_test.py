@@ -1,6 +1,6 @@
 """fmxhost as scripts use it: what it prints, what it says on standard error, its exit status.
 
-Arguments: fmxhost, Folidex.fmx, the sample plug-in, the build's sanitizers if any.
+Arguments: fmxhost, Folidex.fmx, the sample plug-in.
 """
 
 import json
@@ -11,7 +11,7 @@ import sys
 import tempfile
 import unittest
 
-HOST, FOLIDEX, SAMPLE, SANITIZERS = sys.argv[1:5]
+HOST, FOLIDEX, SAMPLE = sys.argv[1:4]
 
 
 def host(*arguments, plugin=SAMPLE, variant="", stdin=b"", environment=None, **options):
@@ -39,7 +39,7 @@ class Results(unittest.TestCase):
         self.assertEqual(list(lines[0]), ["calculation", "type", "value", "error", "seconds"])
         result = host("--json", "--time", "-e", "Smpl_Pause(.02)")
         self.assertGreater(objects(result)[0]["seconds"], 0.02)
-        self.assertRegex(result.stderr.decode(), r"^\d+\.\d+ m?s\n$")
+        self.assertRegex(result.stderr.decode(), r"^pausing\n\d+\.\d+ m?s\n$")
 
     def test_json_of_what_fails(self):
         failure = objects(host("--json", "run", "-", stdin=b'(1;\n"a" & 2 3)'))[0]
@@ -53,21 +53,6 @@ class Results(unittest.TestCase):
         result = host("-e", '"a¶b" & Char(10) & "c" & ¶ & Char(10) & "d"', "-e", "$x = 2", "-e", "$x / 4", "-e",
                       "Smpl_Moment", "-e", "Smpl_ErrorCode(3)", "-e", "Char(55357)")
         self.assertEqual(result.stdout.decode(), "a\nb\nc\nd\n2\n.5\n2/29/2024 1:05:09 PM\n?\n\ufffd\n")
-
-    @unittest.skipIf(SANITIZERS, "sanitizers need memory of their own")
-    def test_long_texts_are_not_held_twice(self):
-        def peak(units):
-            with subprocess.Popen([HOST, "--plugin", SAMPLE, "--json", "-e", f"Smpl_LongText({units})"],
-                                  stdout=subprocess.PIPE) as process:
-                length = len(json.load(process.stdout)["value"])
-                _, status, usage = os.wait4(process.pid, 0)
-                process.returncode = os.waitstatus_to_exitcode(status)
-            self.assertEqual((length, process.returncode), (units, 0))
-            return usage.ru_maxrss * 1024
-
-        units = 17 * 1024 * 1024
-        # Two bytes a unit; the plug-in itself holds the text twice for a moment.
-        self.assertLess(peak(units) - peak(1), 2.3 * 2 * units)
 
     def test_results_come_at_once(self):
         with subprocess.Popen([HOST, "--plugin", SAMPLE], stdin=subprocess.PIPE, stdout=subprocess.PIPE) as process:

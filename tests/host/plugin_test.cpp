@@ -2,12 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
-#include <thread>
-#include <vector>
+#include <utility>
 
 namespace fmxhost {
 namespace {
@@ -47,8 +45,7 @@ TEST(Plugin, StartsAndIsCalledByName)
     EXPECT_EQ(plugin.call(u"Smpl_ErrorCode", {-7}).error, -7);
     EXPECT_EQ(plugin.call(u"Smpl_ErrorCode", {-7}).value.text(), u"left behind");
     EXPECT_EQ(plugin.call(u"Smpl_Fail", {1}).exception, "std::runtime_error (broken on purpose)");
-    EXPECT_EQ(plugin.call(u"Smpl_Fail", {2}).exception, "std::bad_alloc");
-    EXPECT_EQ(plugin.call(u"Smpl_Fail", {3}).exception, "int");
+    EXPECT_EQ(plugin.call(u"Smpl_Fail", {2}).exception, "int");
     EXPECT_THROW(plugin.call(u"Smpl_Nothing", {}), std::out_of_range);
 }
 
@@ -90,27 +87,6 @@ TEST(Plugin, FailsForAReason)
     Plugin plugin(sample);
     plugin.start();
     expectNothingRegistered();
-}
-
-TEST(Plugin, IsCalledFromManyThreads)
-{
-    choose("");
-    Plugin plugin(sample);
-    plugin.start();
-    std::atomic<int> wrong{0};
-    std::vector<std::thread> threads;
-    for (int thread = 0; thread < 4; ++thread) {
-        threads.emplace_back([&, thread] {
-            for (int call = thread * 10000; call < thread * 10000 + 2000; ++call) {
-                wrong += plugin.call(u"Smpl_Echo", {call}).value.integer() == call ? 0 : 1;
-                wrong += plugin.call(u"Smpl_Fail", {1}).exception ? 0 : 1;
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    EXPECT_EQ(wrong, 0);
 }
 
 } // namespace

@@ -70,7 +70,7 @@ std::string_view messageOf(std::int32_t code)
 
 void korb_Errors::setError(std::int32_t code, std::int32_t systemCode, std::optional<std::string> extended)
 {
-    m_fields.store(std::make_shared<const Fields>(Fields{code, systemCode, messageOf(code), std::move(extended)}));
+    fields_.store(std::make_shared<const Fields>(Fields{code, systemCode, messageOf(code), std::move(extended)}));
 }
 
 std::string korb_Errors::getError() const
@@ -93,12 +93,12 @@ std::string korb_Errors::getErrorNumber() const
 
 void korb_Errors::clearError()
 {
-    m_fields.store(nullptr);
+    fields_.store(nullptr);
 }
 
 korb_Errors::Fields korb_Errors::fields() const
 {
-    const auto record = m_fields.load();
+    const auto record = fields_.load();
     return record ? *record : Fields{};
 }
 

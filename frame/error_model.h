@@ -87,7 +87,7 @@ public:
     Fields fields() const;
 
 private:
-    SnapshotCell<const Fields> m_fields; // null: cleared
+    SnapshotCell<const Fields> fields_; // null: cleared
 };
 
 // The one record. It lives as long as the plug-in is loaded.

@@ -66,8 +66,8 @@ public:
     void returnTextInLocaleOf(fmx::uint32 index, PathView text);
 
 private:
-    const fmx::DataVect& m_arguments;
-    fmx::Data& m_result;
+    const fmx::DataVect& arguments_;
+    fmx::Data& result_;
 };
 
 // Runs `body(call)` in the common shape and answers FileMaker's 0.

@@ -29,7 +29,7 @@ public:
     FunctionTrace& operator=(const FunctionTrace&) = delete;
 
 private:
-    std::string_view m_name;
+    std::string_view name_;
 };
 
 } // namespace logging

@@ -53,11 +53,11 @@ private:
     void writeToFile(std::string_view label, std::string_view text) noexcept;
     std::string logFile() const;
 
-    std::atomic<std::int32_t> m_depth{0};
-    std::string m_logPath; // empty: not set
-    const std::string m_name;
-    std::atomic<std::FILE*> m_file{nullptr}; // belongs to the thread that exchanges it out
-    [[maybe_unused]] const std::uint32_t m_instanceId;
+    std::atomic<std::int32_t> depth_{0};
+    std::string logPath_; // empty: not set
+    const std::string name_;
+    std::atomic<std::FILE*> file_{nullptr}; // belongs to the thread that exchanges it out
+    [[maybe_unused]] const std::uint32_t instanceId_;
 };
 
 // Tries to enter the literal "~/Desktop", then enters "HALVIK" and in it a folder named `name`, creating the two where

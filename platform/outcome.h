@@ -18,17 +18,17 @@ public:
     static Outcome failure(std::string description)
     {
         Outcome outcome;
-        outcome.m_description = std::move(description);
+        outcome.description_ = std::move(description);
         return outcome;
     }
 
-    bool ok() const { return !m_description.has_value(); }
+    bool ok() const { return !description_.has_value(); }
 
     // Empty on success.
-    std::string description() const { return m_description.value_or(std::string()); }
+    std::string description() const { return description_.value_or(std::string()); }
 
 private:
-    std::optional<std::string> m_description;
+    std::optional<std::string> description_;
 };
 
 } // namespace platform

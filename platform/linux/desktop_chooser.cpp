@@ -72,7 +72,7 @@ bool isKind(const std::string& path, ChooserKind kind)
 
 class PortalChooser {
 public:
-    PortalChooser(SessionBus bus, ChooserKind kind) : m_bus(std::move(bus)), m_kind(kind) {}
+    PortalChooser(SessionBus bus, ChooserKind kind) : bus_(std::move(bus)), kind_(kind) {}
 
     bool show(std::string_view prompt, Deadline deadline);
     Choice waitForAnswer();
@@ -81,11 +81,11 @@ private:
     bool hasVanished(sd_bus_message* ownerChange);
     Choice answer(sd_bus_message* response) const;
 
-    SessionBus m_bus;
-    ChooserKind m_kind;
-    std::string m_portal;  // unique name, so that only the portal itself can answer
-    std::string m_request; // object path
-    bool m_backendLost = false;
+    SessionBus bus_;
+    ChooserKind kind_;
+    std::string portal_;  // unique name, so that only the portal itself can answer
+    std::string request_; // object path
+    bool backendLost_ = false;
 };
 
 // False when the dialog can't be shown or isn't by the deadline.
@@ -93,49 +93,49 @@ bool PortalChooser::show(std::string_view prompt, Deadline deadline)
 {
     const std::string ownerChanges = "type='signal',sender='org.freedesktop.DBus',path='/org/freedesktop/DBus',"
                                      "interface='org.freedesktop.DBus',member='NameOwnerChanged',";
-    if (!m_bus.subscribe(ownerChanges + "arg0='" + portalName + "'", deadline) ||
-        !m_bus.subscribe(ownerChanges + "arg0namespace='" + backendNames + "'", deadline)) {
+    if (!bus_.subscribe(ownerChanges + "arg0='" + portalName + "'", deadline) ||
+        !bus_.subscribe(ownerChanges + "arg0namespace='" + backendNames + "'", deadline)) {
         return false;
     }
     // The answer may come before the request's path is known. Some portals choose a path of their own, so that it can't
     // be computed either: all of the portal's answers are subscribed to, and the right one picked.
-    m_portal = m_bus.startService(portalName, deadline);
-    if (m_portal.empty() || !m_bus.subscribe("type='signal',sender='" + m_portal +
-                                                 "',interface='org.freedesktop.portal.Request',member='Response'",
-                                             deadline)) {
+    portal_ = bus_.startService(portalName, deadline);
+    if (portal_.empty() || !bus_.subscribe("type='signal',sender='" + portal_ +
+                                               "',interface='org.freedesktop.portal.Request',member='Response'",
+                                           deadline)) {
         return false;
     }
     const char* noParentWindow = "";
     const std::string title(prompt);
     const std::string label = mnemonicLabel(prompt);
     const int options = 5;
-    const Message reply = m_bus.call(m_portal.c_str(), portalPath, "org.freedesktop.portal.FileChooser", "OpenFile",
-                                     deadline, "ssa{sv}", noParentWindow, title.c_str(), options, //
-                                     "handle_token", "s", handleToken,                            //
-                                     "accept_label", "s", label.c_str(),                          //
-                                     "multiple", "b", 0,                                          //
-                                     "directory", "b", m_kind == ChooserKind::folder ? 1 : 0,     //
-                                     "modal", "b", 1);
+    const Message reply = bus_.call(portal_.c_str(), portalPath, "org.freedesktop.portal.FileChooser", "OpenFile",
+                                    deadline, "ssa{sv}", noParentWindow, title.c_str(), options, //
+                                    "handle_token", "s", handleToken,                            //
+                                    "accept_label", "s", label.c_str(),                          //
+                                    "multiple", "b", 0,                                          //
+                                    "directory", "b", kind_ == ChooserKind::folder ? 1 : 0,      //
+                                    "modal", "b", 1);
     const char* request = nullptr;
     if (!reply || sdBus()->sd_bus_message_read(reply.get(), "o", &request) < 0) {
         return false;
     }
-    m_request = request;
+    request_ = request;
     return true;
 }
 
 Choice PortalChooser::waitForAnswer()
 {
     const SdBus& sd = *sdBus();
-    while (const Message signal = m_bus.nextSignal(unlimited)) {
+    while (const Message signal = bus_.nextSignal(unlimited)) {
         sd_bus_message* message = signal.get();
         if (sd.sd_bus_message_is_signal(message, "org.freedesktop.DBus", "NameOwnerChanged") > 0) {
             if (hasVanished(message)) {
                 break;
             }
         } else if (sd.sd_bus_message_is_signal(message, "org.freedesktop.portal.Request", "Response") > 0 &&
-                   sd.sd_bus_message_get_sender(message) == m_portal &&
-                   sd.sd_bus_message_get_path(message) == m_request) {
+                   sd.sd_bus_message_get_sender(message) == portal_ &&
+                   sd.sd_bus_message_get_path(message) == request_) {
             return answer(message);
         }
     }
@@ -153,10 +153,10 @@ bool PortalChooser::hasVanished(sd_bus_message* ownerChange)
         return false;
     }
     if (std::string_view(name) != portalName) {
-        m_backendLost = m_backendLost || std::string_view(after).empty();
+        backendLost_ = backendLost_ || std::string_view(after).empty();
         return false;
     }
-    return before == m_portal;
+    return before == portal_;
 }
 
 // A portal whose backend died answers with the same code as for a window that the user closed.
@@ -169,12 +169,12 @@ Choice PortalChooser::answer(sd_bus_message* response) const
         return {};
     }
     if (code != chosen) {
-        const bool lost = m_backendLost && code != cancelledByUser;
+        const bool lost = backendLost_ && code != cancelledByUser;
         return {lost ? Choice::Answer::failed : Choice::Answer::cancelled, {}};
     }
     const std::optional<std::string> uri = firstUri(response);
     std::optional<std::string> path = uri ? pathFromFileUri(*uri) : std::nullopt;
-    if (!path || !isKind(*path, m_kind)) {
+    if (!path || !isKind(*path, kind_)) {
         return {};
     }
     return {Choice::Answer::chosen, *std::move(path)};

@@ -66,16 +66,16 @@ public:
         std::shared_ptr<const TemporaryFile> made(new TemporaryFile(std::move(path)));
         return writeAll(file.get(), content) ? made : nullptr;
     }
-    ~TemporaryFile() { ::unlink(m_path.c_str()); }
+    ~TemporaryFile() { ::unlink(path_.c_str()); }
     TemporaryFile(const TemporaryFile&) = delete;
     TemporaryFile& operator=(const TemporaryFile&) = delete;
 
-    const std::string& path() const { return m_path; }
+    const std::string& path() const { return path_; }
 
 private:
-    explicit TemporaryFile(std::string path) : m_path(std::move(path)) {}
+    explicit TemporaryFile(std::string path) : path_(std::move(path)) {}
 
-    std::string m_path;
+    std::string path_;
 };
 
 std::optional<ResourceFile> temporaryFile(std::string_view content)

@@ -17,6 +17,7 @@ using frame::ExternalCall;
 using frame::ItemKind;
 using frame::PathText;
 using frame::PathView;
+using platform::Existing;
 using platform::Outcome;
 
 PathText sourceFile(const ExternalCall& call)
@@ -26,7 +27,7 @@ PathText sourceFile(const ExternalCall& call)
 
 struct Transfer {
     PathText (*targetPath)(const PathText& folder, PathView name);
-    Outcome (*transferItem)(PathView source, PathView target);
+    Outcome (*transferItem)(PathView source, PathView target, Existing existing);
 };
 
 constexpr Transfer copying{[](const PathText& folder, PathView name) { return (folder + u'/').append(name); },
@@ -35,18 +36,22 @@ constexpr Transfer moving{
     [](const PathText& folder, PathView name) { return platform::appendingComponent(folder + u'/', name); },
     platform::moveItem};
 
-void makeRoom(PathView source, PathView target, bool overwrite)
+// What is to become of an item at the target.
+Existing existingItem(PathView source, PathView folder, PathView target, bool overwrite)
 {
     if (!platform::existence(target).exists) {
-        return;
+        return Existing::refused; // whatever turns up there later is somebody else's
     }
     if (!overwrite) {
         frame::fail(ErrorCode::fileExists);
     }
-    if (platform::isSameItem(source, target)) {
+    if (platform::removalTakesAway(target, source)) {
         frame::fail(ErrorCode::unableToCopy, "removing the existing item would remove the source");
     }
-    frame::orFail(ErrorCode::unableToCopy, platform::removeItem(target));
+    if (platform::removalTakesAway(target, folder)) {
+        frame::fail(ErrorCode::unableToCopy, "removing the existing item would remove the destination folder");
+    }
+    return Existing::replaced;
 }
 
 fmx::errcode transferFile(const fmx::DataVect& arguments, fmx::Data& result, const Transfer& transfer)
@@ -57,7 +62,7 @@ fmx::errcode transferFile(const fmx::DataVect& arguments, fmx::Data& result, con
         const PathText folder = frame::resolvePath(call.requiredText(1, ErrorCode::missingDestination),
                                                    ItemKind::folder, frame::destinationFolderCodes);
         const bool overwrite = call.count() >= 3 && ShouldOverwrite(call.fmxText(2));
-        PathText name = call.text(3);
+        PathText name = call.count() >= 4 ? call.text(3) : PathText();
         if (name.empty()) {
             name = platform::lastComponent(source);
         }
@@ -65,8 +70,8 @@ fmx::errcode transferFile(const fmx::DataVect& arguments, fmx::Data& result, con
         if (source == target) {
             frame::fail(ErrorCode::sourceIsDestination);
         }
-        makeRoom(source, target, overwrite);
-        frame::orFail(ErrorCode::unableToCopy, transfer.transferItem(source, target));
+        const Existing existing = existingItem(source, folder, target, overwrite);
+        frame::orFail(ErrorCode::unableToCopy, transfer.transferItem(source, target, existing));
         call.returnNumber(0);
     });
 }

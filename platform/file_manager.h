@@ -56,25 +56,42 @@ Outcome listFolder(PathView folder, const EntryVisitor& visitor);
 // 0; a sub-folder that can't be read is a failure that names it.
 Outcome sumFolderSizes(PathView folder, std::uint64_t& bytes);
 
-// Copies a file, a link (as a link) or a whole folder to `target`, which must not exist; nothing is ever replaced.
+// What becomes of an item that is at the target already.
+enum class Existing {
+    refused,  // nothing is ever replaced
+    replaced, // it is removed first, a folder with everything in it, and stays removed should the rest fail
+};
+
+// Copies a file, a link (as a link) or a whole folder to `target`.
 // The item appears at `target` whole or not at all, also after a crash, a kill or a full disk, and a failed copy
 // leaves nothing behind. Kept are mode with set-id bits, times, extended attributes and access control lists, the
 // owner where permitted, and holes. Data is cloned where the file system can. A folder into itself is refused.
 // Sockets are refused; FIFOs and devices are made anew, never read. Hard links become files of their own.
 //
-// Linux: a set-id bit goes where the owner or group that it is about can't be kept. A process that is killed leaves a
-// hidden item ".folidex-…" beside the target when it copies a folder, a link or a special file, or on a file system
-// without unnamed files (open(2), O_TMPFILE). Nothing is synchronised to the disk: that is for moves.
-Outcome copyItem(PathView source, PathView target);
-
-// Moves an item to `target`, which must not exist. Within a file system that is one rename; across file systems the
-// copy is complete and on disk before the source goes. After a failure the source is whole.
+// Every file that was written has been closed, and the closing found to succeed (close(2): where quotas and network
+// file systems report what they couldn't keep), before the copy appears. A copy that replaces something is on the disk
+// with its name before success is answered; other copies aren't synchronised.
 //
-// Linux: across file systems, what couldn't be removed is refused before anything is copied, and a source that changes
-// meanwhile before anything is removed. Should the removal of a folder fail half-way all the same, the target is
-// whole, and the description names the entry of the source that is left. A process that is killed leaves the target
-// whole as well, and besides it the source or a hidden rest of it, ".folidex-…".
-Outcome moveItem(PathView source, PathView target);
+// A replaced item first loses its name. Should the source then be found missing, as where two spellings mean one file,
+// the item gets its name back and the call fails. What removalTakesAway() can see beforehand is the caller's to refuse.
+//
+// A target path that is longer than paths can be (PATH_MAX) is refused, for nothing could reach what is there.
+//
+// Linux: a set-id bit goes where the owner or group that it is about can't be kept. docs/guarantees.md says what a
+// process that is killed leaves behind.
+Outcome copyItem(PathView source, PathView target, Existing existing = Existing::refused);
+
+// Moves an item to `target`. Within a file system that is one rename; where the system can't rename (another file
+// system, a folder of an overlay's lower layer), the copy is complete and on disk before the source goes. What replaces
+// something is on the disk with its name in both cases. After a failure the source is whole, but for a folder whose
+// removal was stopped.
+//
+// A source that goes after its copy goes entry by entry. Each is compared with what was copied (there, kind, size,
+// times) right before it is removed, and the first that differs stops the removal and is named; what wasn't copied is
+// never removed. A source that was seen to change before anything was removed is left whole, and no copy appears. What
+// couldn't be removed is refused before anything is copied, and, where that can be seen (Linux: fcntl(2), F_SETLEASE),
+// a file that somebody has open for writing.
+Outcome moveItem(PathView source, PathView target, Existing existing = Existing::refused);
 
 // Removes a file, a link or a folder with everything in it. Links are never followed. Stops at the first entry that
 // can't be removed; the description names that entry's path. What is mounted inside is such an entry and stays full.
@@ -84,9 +101,10 @@ Outcome removeItem(PathView path);
 // failure.
 Outcome createFolder(PathView path);
 
-// Whether removing what is at one path would take away the other: the same item under two spellings, two hard links of
-// one file, a link that leads to the other, or a folder that holds the other. Two links to a third item are different
-// items. What can't be found out counts as the same: the answer decides what may be removed.
-bool isSameItem(PathView first, PathView second);
+// Whether removing what is at `removed` would take `kept` away: the same item under another spelling, a folder that
+// holds it, or either of these for what `kept` leads to, link by link. A second hard link of `kept` and a link that
+// leads to it are items of their own. What can't be found out counts as taken away: the answer decides what may be
+// removed.
+bool removalTakesAway(PathView removed, PathView kept);
 
 } // namespace platform

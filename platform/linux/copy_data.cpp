@@ -45,7 +45,7 @@ bool mayHaveHoles(const struct stat& status)
 CopyFailure DataCopier::copy(int source, int target, const struct stat& status)
 {
     if (status.st_size == 0) {
-        return copySequentially(source, target);
+        return copyUnsized(source, target);
     }
     if (cloned(source, target, status)) {
         return {};
@@ -62,7 +62,7 @@ CopyFailure DataCopier::copy(int source, int target, const struct stat& status)
 
 bool DataCopier::cloned(int source, int target, const struct stat& status)
 {
-    if (m_deviceWithoutClones == status.st_dev) {
+    if (deviceWithoutClones_ == status.st_dev) {
         return false;
     }
     if (retried([&] { return ioctl(target, FICLONE, source); }) == 0) {
@@ -70,12 +70,14 @@ bool DataCopier::cloned(int source, int target, const struct stat& status)
     }
     // Other answers concern the one file only (a swap file, a file without copy-on-write).
     if (errno == EOPNOTSUPP || errno == ENOTTY || errno == EXDEV) {
-        m_deviceWithoutClones = status.st_dev;
+        deviceWithoutClones_ = status.st_dev;
     }
     return false;
 }
 
-CopyFailure DataCopier::copySequentially(int source, int target)
+// Files that make up their content as they are read say 0 to the end. One that says more by now is a file that is just
+// being filled, and is copied as far as it says, for its writer may be quicker for ever.
+CopyFailure DataCopier::copyUnsized(int source, int target)
 {
     for (off_t position = 0;;) {
         const auto count = retried([&] { return read(source, buffer(), bufferSize); });
@@ -89,6 +91,10 @@ CopyFailure DataCopier::copySequentially(int source, int target)
             return CopyFailure::ofTarget(error);
         }
         position += count;
+        struct stat now {};
+        if (fstat(source, &now) == 0 && now.st_size > 0) {
+            return copyRange(source, target, position, now.st_size);
+        }
     }
 }
 
@@ -176,10 +182,10 @@ CopyFailure DataCopier::copyThroughBuffer(int source, int target, off_t& positio
 
 std::byte* DataCopier::buffer()
 {
-    if (!m_buffer) {
-        m_buffer = std::make_unique_for_overwrite<std::byte[]>(bufferSize);
+    if (!buffer_) {
+        buffer_ = std::make_unique_for_overwrite<std::byte[]>(bufferSize);
     }
-    return m_buffer.get();
+    return buffer_.get();
 }
 
 } // namespace platform::linux_os

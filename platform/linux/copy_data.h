@@ -3,7 +3,7 @@
 // Thread rule: a copier belongs to one thread at a time.
 #pragma once
 
-#include "platform/linux/copy_failure.h"
+#include "platform/linux/system_error.h"
 
 #include <sys/stat.h>
 #include <sys/types.h>
@@ -24,15 +24,15 @@ public:
 
 private:
     bool cloned(int source, int target, const struct stat& status);
-    CopyFailure copySequentially(int source, int target);
+    CopyFailure copyUnsized(int source, int target);
     CopyFailure copySparse(int source, int target, off_t size);
     CopyFailure copyRange(int source, int target, off_t& position, off_t end);
     CopyFailure copyThroughBuffer(int source, int target, off_t& position, off_t end);
     bool copyInKernel(int source, int target, off_t& position, off_t end, CopyFailure& failed);
     std::byte* buffer();
 
-    std::unique_ptr<std::byte[]> m_buffer;
-    std::optional<dev_t> m_deviceWithoutClones; // of the source last tried in vain
+    std::unique_ptr<std::byte[]> buffer_;
+    std::optional<dev_t> deviceWithoutClones_; // of the source last tried in vain
 };
 
 } // namespace platform::linux_os

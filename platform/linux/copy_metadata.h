@@ -7,7 +7,7 @@
 // Thread rule: any thread.
 #pragma once
 
-#include "platform/linux/copy_failure.h"
+#include "platform/linux/system_error.h"
 
 #include <sys/stat.h>
 #include <sys/types.h>

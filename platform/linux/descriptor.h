@@ -13,13 +13,13 @@ namespace platform::linux_os {
 class Descriptor {
 public:
     Descriptor() = default;
-    explicit Descriptor(int number) : m_number(number) {}
-    Descriptor(Descriptor&& other) noexcept : m_number(std::exchange(other.m_number, -1)) {}
+    explicit Descriptor(int number) : number_(number) {}
+    Descriptor(Descriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
     Descriptor& operator=(Descriptor&& other) noexcept
     {
         if (this != &other) {
             close();
-            m_number = std::exchange(other.m_number, -1);
+            number_ = std::exchange(other.number_, -1);
         }
         return *this;
     }
@@ -27,21 +27,21 @@ public:
     Descriptor& operator=(const Descriptor&) = delete;
     ~Descriptor() { close(); }
 
-    explicit operator bool() const { return m_number >= 0; }
-    int get() const { return m_number; }
+    explicit operator bool() const { return number_ >= 0; }
+    int get() const { return number_; }
 
-    // Keeps errno. An interrupted close(2) isn't repeated: Linux has released the number by then.
-    void close() noexcept
+    // Answers an errno value, for a written file's content may be refused as late as here. Keeps errno. An interrupted
+    // close(2) isn't repeated: Linux has released the number by then.
+    int close() noexcept
     {
-        if (m_number >= 0) {
-            const int saved = errno;
-            ::close(std::exchange(m_number, -1));
-            errno = saved;
-        }
+        const int saved = errno;
+        const int error = number_ >= 0 && ::close(std::exchange(number_, -1)) != 0 ? errno : 0;
+        errno = saved;
+        return error;
     }
 
 private:
-    int m_number = -1;
+    int number_ = -1;
 };
 
 // Repeats a system call for as long as a signal interrupts it (signal(7)); answers the call's result.

@@ -94,24 +94,24 @@ bool readValue(const AttributeHolder& source, const char* name, std::vector<char
 } // namespace
 
 AttributeHolder::AttributeHolder(int folder, const char* name)
-    : m_path("/proc/self/fd/" + std::to_string(folder) + "/" + name)
+    : path_("/proc/self/fd/" + std::to_string(folder) + "/" + name)
 {
 }
 
 ssize_t AttributeHolder::list(char* names, std::size_t size) const
 {
-    return m_path.empty() ? flistxattr(m_descriptor, names, size) : llistxattr(m_path.c_str(), names, size);
+    return path_.empty() ? flistxattr(descriptor_, names, size) : llistxattr(path_.c_str(), names, size);
 }
 
 ssize_t AttributeHolder::get(const char* name, void* value, std::size_t size) const
 {
-    return m_path.empty() ? fgetxattr(m_descriptor, name, value, size) : lgetxattr(m_path.c_str(), name, value, size);
+    return path_.empty() ? fgetxattr(descriptor_, name, value, size) : lgetxattr(path_.c_str(), name, value, size);
 }
 
 int AttributeHolder::set(const char* name, const void* value, std::size_t size) const
 {
-    return m_path.empty() ? fsetxattr(m_descriptor, name, value, size, 0)
-                          : lsetxattr(m_path.c_str(), name, value, size, 0);
+    return path_.empty() ? fsetxattr(descriptor_, name, value, size, 0)
+                         : lsetxattr(path_.c_str(), name, value, size, 0);
 }
 
 CopyFailure keepExtendedAttributes(const AttributeHolder& source, const AttributeHolder& target, mode_t& mode)

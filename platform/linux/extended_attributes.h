@@ -3,7 +3,7 @@
 // Thread rule: any thread; a scratch buffer belongs to one thread at a time.
 #pragma once
 
-#include "platform/linux/copy_failure.h"
+#include "platform/linux/system_error.h"
 
 #include <sys/types.h>
 
@@ -16,7 +16,7 @@ namespace platform::linux_os {
 // effects (links, FIFOs, devices), an entry of an open folder, reached through /proc and never followed.
 class AttributeHolder {
 public:
-    explicit AttributeHolder(int descriptor) : m_descriptor(descriptor) {}
+    explicit AttributeHolder(int descriptor) : descriptor_(descriptor) {}
     AttributeHolder(int folder, const char* name);
 
     // As flistxattr(2), fgetxattr(2), fsetxattr(2).
@@ -25,8 +25,8 @@ public:
     int set(const char* name, const void* value, std::size_t size) const;
 
 private:
-    int m_descriptor = -1;
-    std::string m_path; // empty for an open item
+    int descriptor_ = -1;
+    std::string path_; // empty for an open item
 };
 
 // Sets every attribute of `source` on `target`. What the target's file system has no place for and what takes a

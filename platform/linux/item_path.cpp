@@ -6,6 +6,7 @@
 #include <fcntl.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstddef>
 #include <utility>
 
@@ -50,6 +51,10 @@ Outcome locate(std::string_view action, PathView path, Location& location)
         return nothingThere(action, path);
     }
     location.path = std::move(*item);
+    if (location.path.text.size() >= PATH_MAX) {
+        // From an open folder it could be reached, but by nobody else afterwards.
+        return systemFailure(action, location.path.text, ENAMETOOLONG);
+    }
     location.folder =
         Descriptor(retried([&] { return open(location.path.folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC); }));
     return location.folder ? Outcome::success() : systemFailure(action, location.path.text, errno);

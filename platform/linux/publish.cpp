@@ -1,9 +1,13 @@
 #include "platform/linux/publish.h"
 
+#include "platform/linux/descriptor.h"
+
 #include <fcntl.h>
 #include <linux/fs.h>
+#include <linux/magic.h>
 #include <sys/random.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <array>
@@ -16,20 +20,43 @@ namespace platform::linux_os {
 
 namespace {
 
-int renameAfterLooking(int fromFolder, const char* from, int toFolder, const char* to)
+// Takes the name by something empty of our own; whoever else wants it finds it taken.
+int claim(int folder, const char* name, bool forFolder)
 {
-    struct stat status {};
-    if (fstatat(toFolder, to, &status, AT_SYMLINK_NOFOLLOW) == 0) {
-        return EEXIST;
+    if (forFolder) {
+        return mkdirat(folder, name, S_IRWXU) == 0 ? 0 : errno;
     }
-    return errno == ENOENT && renameat(fromFolder, from, toFolder, to) == 0 ? 0 : errno;
+    return Descriptor(retried([&] { return openat(folder, name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0); }))
+               ? 0
+               : errno;
+}
+
+int renameOverClaim(int fromFolder, const char* from, int toFolder, const char* to, bool isFolder)
+{
+    if (const int error = claim(toFolder, to, isFolder)) {
+        return error;
+    }
+    struct stat claimed {};
+    const bool isStillEmpty =
+        isFolder || (fstatat(toFolder, to, &claimed, AT_SYMLINK_NOFOLLOW) == 0 && claimed.st_size == 0);
+    if (!isStillEmpty) {
+        return EEXIST; // somebody has put something else there
+    }
+    if (renameat(fromFolder, from, toFolder, to) == 0) {
+        return 0;
+    }
+    const int error = errno;
+    unlinkat(toFolder, to, isFolder ? AT_REMOVEDIR : 0);
+    // A file system whose rename doesn't replace (SFTP servers) needs no claim.
+    const bool mayNeverReplace = error == EEXIST || error == EPERM;
+    return mayNeverReplace && renameat(fromFolder, from, toFolder, to) == 0 ? 0 : error;
 }
 
 int renameByLinking(int fromFolder, const char* from, int toFolder, const char* to)
 {
     if (linkat(fromFolder, from, toFolder, to, 0) != 0) {
         const bool noHardLinks = errno == EPERM || errno == ENOTSUP || errno == ENOSYS || errno == EMLINK;
-        return noHardLinks ? renameAfterLooking(fromFolder, from, toFolder, to) : errno;
+        return noHardLinks ? renameOverClaim(fromFolder, from, toFolder, to, false) : errno;
     }
     if (unlinkat(fromFolder, from, 0) != 0) {
         const int error = errno;
@@ -70,7 +97,7 @@ int renameWithoutReplacing(int fromFolder, const char* from, int toFolder, const
     if (fstatat(fromFolder, from, &status, AT_SYMLINK_NOFOLLOW) != 0) {
         return errno;
     }
-    return S_ISDIR(status.st_mode) ? renameAfterLooking(fromFolder, from, toFolder, to)
+    return S_ISDIR(status.st_mode) ? renameOverClaim(fromFolder, from, toFolder, to, true)
                                    : renameByLinking(fromFolder, from, toFolder, to);
 }
 
@@ -78,6 +105,48 @@ int linkUnnamed(int file, int folder, const char* name)
 {
     const std::string path = "/proc/self/fd/" + std::to_string(file);
     return linkat(AT_FDCWD, path.c_str(), folder, name, AT_SYMLINK_FOLLOW) == 0 ? 0 : errno;
+}
+
+int errorOfClosing(int file)
+{
+    for (;;) {
+        Descriptor second(fcntl(file, F_DUPFD_CLOEXEC, 0));
+        const int error = second ? second.close() : errno;
+        if (error != EINTR) {
+            return error;
+        }
+    }
+}
+
+bool isFlushedAsAWhole(int item)
+{
+    struct statfs status {};
+    if (fstatfs(item, &status) != 0) {
+        return false;
+    }
+    switch (status.f_type) {
+    case EXT4_SUPER_MAGIC: // ext2 and ext3 too
+    case XFS_SUPER_MAGIC:
+    case BTRFS_SUPER_MAGIC:
+    case TMPFS_MAGIC:
+        return true;
+    default:
+        return false;
+    }
+}
+
+int flushFolder(int folder)
+{
+    return retried([=] { return fsync(folder); }) == 0 || errno == EINVAL ? 0 : errno;
+}
+
+int flushEntries(int folder, int inside)
+{
+    const Descriptor readable(retried([=] { return openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+    if (readable) {
+        return flushFolder(readable.get());
+    }
+    return retried([=] { return syncfs(inside); }) == 0 ? 0 : errno;
 }
 
 } // namespace platform::linux_os

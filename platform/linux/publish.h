@@ -1,6 +1,6 @@
-// How finished work gets its name: in one step, and never in the place of something else.
+// How finished work gets its name, in one step and never in the place of something else, and how it gets to the disk.
 //
-// Thread rule: any thread.
+// Integers that are answered are errno values, 0 for success.
 #pragma once
 
 #include <string>
@@ -10,15 +10,29 @@ namespace platform::linux_os {
 // A name that nothing has: ".folidex-" and 16 random characters.
 std::string temporaryName();
 
-// Renames an entry; answers an errno value, EEXIST when the target exists.
+// Renames an entry; EEXIST when the target exists.
 //
 // Where the file system can't refuse to replace (renameat2(2) answers EINVAL; many FUSE file systems, NFS), anything
 // but a folder is linked and then unlinked, which never replaces either. Where there are no hard links, and for
-// folders, the target is looked for first: between look and rename somebody else's new item may be replaced, in the
-// case of folders an empty folder only (rename(2)).
+// folders, the name is claimed first, by a new empty file or folder of our own that the rename then replaces.
 int renameWithoutReplacing(int fromFolder, const char* from, int toFolder, const char* to);
 
-// Gives an unnamed file (open(2), O_TMPFILE) its name; answers an errno value, EEXIST when the name is taken.
+// Gives an unnamed file (open(2), O_TMPFILE) its name; EEXIST when the name is taken.
 int linkUnnamed(int file, int folder, const char* name);
+
+// What closing a written file would answer (close(2)), without closing it: file systems that report there what they
+// couldn't keep do so for every descriptor that is closed.
+int errorOfClosing(int file);
+
+// Whether syncfs(2) writes a whole file system to its disk and tells of errors, which for a tree is quicker than a
+// flush of each item. Plain FUSE doesn't pass it on, network file systems don't pass it to their servers.
+bool isFlushedAsAWhole(int item);
+
+// The folder's entries to the disk. `folder` is open for reading; file systems that can't flush folders don't need to.
+int flushFolder(int folder);
+
+// The same for a folder that is open for paths relative to it only (open(2), O_PATH); `inside`, any open item of its
+// file system, serves where the folder can't be read.
+int flushEntries(int folder, int inside);
 
 } // namespace platform::linux_os

@@ -2,6 +2,7 @@
 
 #include "platform/linux/descriptor.h"
 #include "platform/path_text.h"
+#include "platform/signal_block.h"
 #include "platform/strings_table.h"
 #include "platform/unicode.h"
 #include "resources/embedded.h"
@@ -11,6 +12,8 @@
 #include <sys/prctl.h>
 #include <unistd.h>
 
+#include <array>
+#include <csignal>
 #include <utility>
 
 namespace platform {
@@ -39,14 +42,30 @@ bool childrenReachOurDescriptors()
     return ::prctl(PR_GET_DUMPABLE) == 1 && ::access("/proc/self/fd", R_OK | X_OK) == 0;
 }
 
+// This process's number in the PID namespace that /proc shows, which may be an outer one: getpid(2)'s may be another
+// process's there. Nothing where that isn't to be seen.
+std::optional<std::string> numberInProc()
+{
+    std::array<char, 32> number{};
+    const auto size = ::readlink("/proc/self", number.data(), number.size());
+    if (size <= 0) {
+        return std::nullopt;
+    }
+    return std::string(number.data(), static_cast<std::size_t>(size));
+}
+
 std::optional<ResourceFile> memoryFile(const std::string& name, std::string_view content)
 {
+    const std::optional<std::string> process = numberInProc();
+    if (!process) {
+        return std::nullopt;
+    }
     Descriptor file(::memfd_create(name.c_str(), MFD_CLOEXEC | MFD_ALLOW_SEALING));
     constexpr int seals = F_SEAL_SEAL | F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE;
     if (!file || !writeAll(file.get(), content) || ::fcntl(file.get(), F_ADD_SEALS, seals) != 0) {
         return std::nullopt;
     }
-    std::string path = "/proc/" + std::to_string(::getpid()) + "/fd/" + std::to_string(file.get());
+    std::string path = "/proc/" + *process + "/fd/" + std::to_string(file.get());
     return ResourceFile{std::move(path), std::make_shared<const Descriptor>(std::move(file))};
 }
 
@@ -104,8 +123,12 @@ std::optional<ResourceFile> resourceFile(Bundle, std::string_view name, std::str
     if (name != "ZipFuncs" || type != "sh") {
         return std::nullopt;
     }
-    return childrenReachOurDescriptors() ? memoryFile("ZipFuncs.sh", resources::zipFuncs)
-                                         : temporaryFile(resources::zipFuncs);
+    const SignalBlock noFileSizeSignal(SIGXFSZ);
+    std::optional<ResourceFile> file;
+    if (childrenReachOurDescriptors()) {
+        file = memoryFile("ZipFuncs.sh", resources::zipFuncs);
+    }
+    return file ? file : temporaryFile(resources::zipFuncs);
 }
 
 } // namespace platform

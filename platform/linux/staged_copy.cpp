@@ -1,9 +1,7 @@
 #include "platform/linux/staged_copy.h"
 
 #include "platform/linux/extended_attributes.h"
-#include "platform/linux/folder_identity.h"
 #include "platform/linux/publish.h"
-#include "platform/linux/removability.h"
 #include "platform/linux/remove_tree.h"
 #include "platform/linux/system_error.h"
 
@@ -29,15 +27,18 @@ bool isSpecial(const struct stat& status)
 
 } // namespace
 
-StagedCopy::StagedCopy(const Location& source, const Location& target, CopyPurpose purpose)
-    : m_source(source), m_target(target), m_purpose(purpose)
+StagedCopy::StagedCopy(const Location& source, const Location& target, const CopyAim& aim)
+    : source_(source), target_(target), aim_(aim)
 {
 }
 
 StagedCopy::~StagedCopy()
 {
-    if (!m_temporaryName.empty()) {
-        discardEntry(m_target.folder.get(), m_temporaryName.c_str());
+    if (isWithdrawn_) {
+        withdraw();
+    }
+    if (!temporaryName_.empty()) {
+        discardEntry(target_.folder.get(), temporaryName_.c_str());
     }
 }
 
@@ -46,36 +47,36 @@ Outcome StagedCopy::build()
     if (Outcome outcome = check(); !outcome.ok()) {
         return outcome;
     }
-    if (S_ISREG(m_status.st_mode)) {
-        return buildFile();
-    }
-    return S_ISDIR(m_status.st_mode) ? buildFolder() : buildSpecial();
+    copied_ = {};
+    Outcome outcome = S_ISREG(status_.st_mode) ? buildFile() : isFolder() ? buildFolder() : buildSpecial();
+    copied_.close();
+    return outcome;
 }
 
 Outcome StagedCopy::check()
 {
-    const int sourceFolder = m_source.folder.get();
-    const char* name = m_source.path.name.c_str();
-    if (fstatat(sourceFolder, name, &m_status, AT_SYMLINK_NOFOLLOW) != 0) {
+    const int sourceFolder = source_.folder.get();
+    const char* name = source_.path.name.c_str();
+    if (fstatat(sourceFolder, name, &status_, AT_SYMLINK_NOFOLLOW) != 0) {
         return failed(CopyFailure::ofSource(errno));
     }
-    if (m_source.path.endsInSlash && !S_ISDIR(m_status.st_mode) && !S_ISLNK(m_status.st_mode)) {
+    if (source_.path.endsInSlash && !isFolder() && !S_ISLNK(status_.st_mode)) {
         return failed(CopyFailure::ofSource(ENOTDIR));
     }
     struct stat existing {};
-    if (fstatat(m_target.folder.get(), m_target.path.name.c_str(), &existing, AT_SYMLINK_NOFOLLOW) == 0) {
+    if (fstatat(target_.folder.get(), target_.path.name.c_str(), &existing, AT_SYMLINK_NOFOLLOW) == 0) {
         return failed(CopyFailure::ofTarget(EEXIST));
     }
-    if (errno != ENOENT || fstat(m_target.folder.get(), &m_targetFolder) != 0) {
+    if (errno != ENOENT || fstat(target_.folder.get(), &targetFolder_) != 0) {
         return failed(CopyFailure::ofTarget(errno));
     }
-    if (m_target.path.endsInSlash && !S_ISDIR(m_status.st_mode)) {
+    if (target_.path.endsInSlash && !isFolder()) {
         return failed(CopyFailure::ofTarget(ENOTDIR));
     }
-    if (S_ISDIR(m_status.st_mode) && isInside(m_target.folder.get(), Identity::of(m_status)).value_or(false)) {
+    if (isFolder() && isInside(target_.folder.get(), Identity::of(status_)).value_or(false)) {
         return failed(CopyFailure::because("a folder can't be put into itself"));
     }
-    if (m_purpose == CopyPurpose::copy) {
+    if (!aim_.isMove) {
         return Outcome::success();
     }
     struct stat folder {};
@@ -89,40 +90,46 @@ Outcome StagedCopy::check()
 Outcome StagedCopy::buildFile()
 {
     OpenFile source;
-    if (const CopyFailure failure = openFile(m_source.folder.get(), m_source.path.name.c_str(), source)) {
+    CopyFailure failure = openFile(source_.folder.get(), source_.path.name.c_str(), source);
+    if (!failure && aim_.isMove) {
+        failure = requireRest(source);
+    }
+    if (failure) {
         return failed(failure);
     }
-    m_status = source.status;
+    status_ = source.status;
+    copied_.add("", status_);
     struct stat made {};
-    if (const int error = makeFile(); error != 0 || fstat(m_made.get(), &made) != 0) {
+    if (const int error = makeFile(); error != 0 || fstat(made_.get(), &made) != 0) {
         return failed(CopyFailure::ofTarget(error != 0 ? error : errno));
     }
-    dropInheritedLists(m_made.get(), false);
-    if (const CopyFailure failure = EntryCopier().fill(source, m_made.get(), Owner::of(made))) {
-        return failed(failure);
+    dropInheritedLists(made_.get(), false);
+    failure = FileCopier(aim_, aim_.isDurable).fill(source, made_.get(), Owner::of(made));
+    if (const int error = failure ? 0 : errorOfClosing(made_.get())) {
+        failure = CopyFailure::ofTarget(error);
     }
-    return Outcome::success();
+    return failure ? failed(failure) : Outcome::success();
 }
 
 // An unnamed file where it can get its name later, for which there has to be a /proc; answers an errno value.
 int StagedCopy::makeFile()
 {
-    const int folder = m_target.folder.get();
+    const int folder = target_.folder.get();
     constexpr mode_t ownerOnly = S_IRUSR | S_IWUSR;
-    if (access("/proc/self/fd", X_OK) == 0) {
-        m_made = Descriptor(retried([&] { return openat(folder, ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, ownerOnly); }));
+    if (usesUnnamedFiles_ && access("/proc/self/fd", X_OK) == 0) {
+        made_ = Descriptor(retried([&] { return openat(folder, ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, ownerOnly); }));
         // EISDIR: a kernel, EOPNOTSUPP and EINVAL: a file system that doesn't know O_TMPFILE.
-        if (m_made || (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL)) {
-            return m_made ? 0 : errno;
+        if (made_ || (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL)) {
+            return made_ ? 0 : errno;
         }
     }
     for (int attempt = 0; attempt < attempts; ++attempt) {
         std::string name = temporaryName();
-        m_made = Descriptor(retried([&] {
+        made_ = Descriptor(retried([&] {
             return openat(folder, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, ownerOnly);
         }));
-        if (m_made) {
-            m_temporaryName = std::move(name);
+        if (made_) {
+            temporaryName_ = std::move(name);
             return 0;
         }
         if (errno != EEXIST) {
@@ -134,15 +141,15 @@ int StagedCopy::makeFile()
 
 Outcome StagedCopy::makeTemporaryFolder()
 {
-    const int folder = m_target.folder.get();
+    const int folder = target_.folder.get();
     for (int attempt = 0; attempt < attempts; ++attempt) {
         std::string name = temporaryName();
         if (mkdirat(folder, name.c_str(), S_IRWXU) == 0) {
-            m_temporaryName = std::move(name);
-            m_made = Descriptor(retried([&] {
-                return openat(folder, m_temporaryName.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+            temporaryName_ = std::move(name);
+            made_ = Descriptor(retried([&] {
+                return openat(folder, temporaryName_.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
             }));
-            if (!m_made) {
+            if (!made_) {
                 break;
             }
             return takeOver() ? Outcome::success() : failed(CopyFailure::ofTarget(errno));
@@ -159,31 +166,35 @@ Outcome StagedCopy::makeTemporaryFolder()
 bool StagedCopy::takeOver() const
 {
     struct stat status {};
-    dropInheritedLists(m_made.get(), true);
-    if (fstat(m_made.get(), &status) != 0) {
+    dropInheritedLists(made_.get(), true);
+    if (fstat(made_.get(), &status) != 0) {
         return false;
     }
     if ((status.st_mode & S_IRWXU) == S_IRWXU) {
         return true;
     }
-    return fchmod(m_made.get(), (status.st_mode & 07777) | S_IRWXU) == 0 &&
-           fchown(m_made.get(), static_cast<uid_t>(-1), getegid()) == 0;
+    return fchmod(made_.get(), (status.st_mode & 07777) | S_IRWXU) == 0 &&
+           fchown(made_.get(), static_cast<uid_t>(-1), getegid()) == 0;
 }
 
 Outcome StagedCopy::buildFolder()
 {
     const Descriptor source(retried([&] {
-        return openat(m_source.folder.get(), m_source.path.name.c_str(),
-                      O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+        return openat(source_.folder.get(), source_.path.name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     }));
-    if (!source || fstat(source.get(), &m_status) != 0) {
+    if (!source || fstat(source.get(), &status_) != 0) {
         return failed(CopyFailure::ofSource(errno));
     }
     if (Outcome outcome = makeTemporaryFolder(); !outcome.ok()) {
         return outcome;
     }
-    return copyTree(m_purpose, source.get(), m_made.get(), m_source.path.text, m_target.path.text,
-                    Identity::of(m_targetFolder));
+    Outcome outcome = copyTree(aim_, source.get(), made_.get(), source_.path.text, target_.path.text,
+                               Identity::of(targetFolder_), copied_);
+    if (outcome.ok() && aim_.isDurable && isFlushedAsAWhole(made_.get()) &&
+        retried([this] { return syncfs(made_.get()); }) != 0) {
+        return failed(CopyFailure::ofTarget(errno));
+    }
+    return outcome;
 }
 
 Outcome StagedCopy::buildSpecial()
@@ -192,59 +203,77 @@ Outcome StagedCopy::buildSpecial()
         return outcome;
     }
     if (const CopyFailure failure =
-            copySpecial(m_source.folder.get(), m_source.path.name.c_str(), m_made.get(), specialName)) {
+            copySpecial(source_.folder.get(), source_.path.name.c_str(), made_.get(), specialName, status_)) {
         return failed(failure);
     }
+    copied_.add("", status_);
     return Outcome::success();
-}
-
-Outcome StagedCopy::flush() const
-{
-    // One pass over the file system is quicker than one for each file of a tree.
-    const int result =
-        retried([this] { return S_ISREG(m_status.st_mode) ? fsync(m_made.get()) : syncfs(m_made.get()); });
-    return result == 0 ? Outcome::success() : failed(CopyFailure::ofTarget(errno));
 }
 
 Outcome StagedCopy::publish()
 {
-    const int folder = m_target.folder.get();
-    const char* name = m_target.path.name.c_str();
-    int error = 0;
-    if (m_temporaryName.empty()) {
-        error = linkUnnamed(m_made.get(), folder, name);
-    } else if (isSpecial(m_status)) {
-        error = renameWithoutReplacing(m_made.get(), specialName, folder, name);
-    } else {
-        error = renameWithoutReplacing(folder, m_temporaryName.c_str(), folder, name);
-        if (error == 0) {
-            m_temporaryName.clear();
+    int error = giveName();
+    if (isRefusedAsUnnamed(error)) {
+        usesUnnamedFiles_ = false;
+        if (Outcome outcome = build(); !outcome.ok()) {
+            return outcome;
         }
+        error = giveName();
+    }
+    isWithdrawn_ = error == 0;
+    if (error == 0 && aim_.isDurable) {
+        error = flushEntries(target_.folder.get(), made_.get());
     }
     return error == 0 ? Outcome::success() : failed(CopyFailure::ofTarget(error));
 }
 
-Outcome StagedCopy::flushName() const
+int StagedCopy::giveName()
 {
-    const Descriptor folder(
-        retried([this] { return openat(m_target.folder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
-    // A folder that may be written but not read can't be opened for that; then its whole file system is.
-    const int result = retried([&] { return folder ? fsync(folder.get()) : syncfs(m_made.get()); });
-    return result == 0 || errno == EINVAL ? Outcome::success() : failed(CopyFailure::ofTarget(errno));
+    const int folder = target_.folder.get();
+    const char* name = target_.path.name.c_str();
+    const bool special = isSpecial(status_);
+    const int seen =
+        special ? fstatat(made_.get(), specialName, &published_, AT_SYMLINK_NOFOLLOW) : fstat(made_.get(), &published_);
+    if (seen != 0) {
+        return errno;
+    }
+    if (temporaryName_.empty()) {
+        return linkUnnamed(made_.get(), folder, name);
+    }
+    if (special) {
+        return renameWithoutReplacing(made_.get(), specialName, folder, name);
+    }
+    const int error = renameWithoutReplacing(folder, temporaryName_.c_str(), folder, name);
+    if (error == 0) {
+        temporaryName_.clear();
+    }
+    return error;
+}
+
+// A file without a name may be all that is refused, by a file system, a security module, a filter of system calls.
+bool StagedCopy::isRefusedAsUnnamed(int error) const
+{
+    switch (error) {
+    case 0:
+    case EEXIST:
+    case ENOSPC:
+    case EDQUOT:
+    case EIO:
+    case EROFS:
+        return false;
+    default:
+        return S_ISREG(status_.st_mode) && temporaryName_.empty();
+    }
 }
 
 void StagedCopy::withdraw() const
 {
-    const int folder = m_target.folder.get();
-    const char* name = m_target.path.name.c_str();
-    if (isSpecial(m_status)) {
-        unlinkat(folder, name, 0);
-        return;
-    }
-    struct stat made {};
-    struct stat published {};
-    if (fstat(m_made.get(), &made) == 0 && fstatat(folder, name, &published, AT_SYMLINK_NOFOLLOW) == 0 &&
-        Identity::of(made) == Identity::of(published)) {
+    const int folder = target_.folder.get();
+    const char* name = target_.path.name.c_str();
+    struct stat now {};
+    if (fstatat(folder, name, &now, AT_SYMLINK_NOFOLLOW) == 0 && Identity::of(now) == Identity::of(published_) &&
+        (isFolder() || (now.st_size == published_.st_size && now.st_mtim.tv_sec == published_.st_mtim.tv_sec &&
+                        now.st_mtim.tv_nsec == published_.st_mtim.tv_nsec))) {
         discardEntry(folder, name);
     }
 }

@@ -8,10 +8,11 @@
 // Thread rule: a value belongs to one thread at a time.
 #pragma once
 
-#include "platform/linux/copy_entry.h"
+#include "platform/linux/copy_record.h"
 #include "platform/linux/copy_tree.h"
 #include "platform/linux/descriptor.h"
 #include "platform/linux/item_path.h"
+#include "platform/linux/tree_walk.h"
 #include "platform/outcome.h"
 
 #include <sys/stat.h>
@@ -23,29 +24,25 @@ namespace platform::linux_os {
 class StagedCopy {
 public:
     // The locations must outlive the copy.
-    StagedCopy(const Location& source, const Location& target, CopyPurpose purpose);
+    StagedCopy(const Location& source, const Location& target, const CopyAim& aim);
     ~StagedCopy();
     StagedCopy(const StagedCopy&) = delete;
     StagedCopy& operator=(const StagedCopy&) = delete;
 
-    // Copies everything. Refuses before anything is written: a missing source, a target that exists, a folder into
-    // itself, and for a move a source that can't be removed.
+    // Copies everything, onto the disk where the aim says so. Refuses before anything is written: a missing source, a
+    // target that exists, a folder into itself, and for a move a source that can't be removed.
     Outcome build();
 
-    // Waits until the copy is on the disk.
-    Outcome flush() const;
-
-    // Gives the copy its name, unless something else has it by now.
+    // Gives the copy its name, unless something else has it by now; the name too is then on the disk where the aim says
+    // so.
     Outcome publish();
 
-    // Waits until the name is on the disk as well.
-    Outcome flushName() const;
+    // Otherwise a published copy goes with the value, unless it has been exchanged or changed since.
+    void keep() { isWithdrawn_ = false; }
 
-    // Takes the published copy away again.
-    void withdraw() const;
-
-    // The source as it was copied.
-    const struct stat& sourceStatus() const { return m_status; }
+    // The source as it was copied; for a move only, once build() is through.
+    const CopyRecord& copied() const { return copied_; }
+    bool isFolder() const { return S_ISDIR(status_.st_mode); }
 
 private:
     Outcome check();
@@ -55,19 +52,26 @@ private:
     Outcome makeTemporaryFolder();
     bool takeOver() const;
     int makeFile();
+    int giveName();
+    bool isRefusedAsUnnamed(int error) const;
+    void withdraw() const;
 
     Outcome failed(const CopyFailure& failure) const
     {
-        return failure.outcome(actionOf(m_purpose), m_source.path.text, m_target.path.text);
+        return failure.outcome(aim_.action(), source_.path.text, target_.path.text);
     }
 
-    const Location& m_source;
-    const Location& m_target;
-    CopyPurpose m_purpose;
-    struct stat m_status {};
-    struct stat m_targetFolder {};
-    Descriptor m_made;           // the file, the folder, or the folder around a special item
-    std::string m_temporaryName; // in the target's folder; empty for an unnamed file and when published
+    const Location& source_;
+    const Location& target_;
+    CopyAim aim_;
+    bool usesUnnamedFiles_ = true;
+    bool isWithdrawn_ = false; // published, but not kept
+    struct stat status_ {};
+    struct stat targetFolder_ {};
+    struct stat published_ {};  // the copy as it got its name
+    Descriptor made_;           // the file, the folder, or the folder around a special item
+    std::string temporaryName_; // in the target's folder; empty for an unnamed file and when published
+    CopyRecord copied_;
 };
 
 } // namespace platform::linux_os

@@ -39,8 +39,6 @@ TEST(FileTransfer, ChecksInOrder)
             {function, {"@/a/x", "@/b", "", "full"}, "-8008 File already exists", ""},
             {function, {"@/a/x", "@/to-a"}, "-8008 File already exists", ""},
             {function, {"@/a/x", "@/to-a", "Y"}, keepsSource, ""},
-            {function, {"@/a/x", "@/b", "Y", "hard"}, keepsSource, ""},
-            {function, {"@/a/x", "@/b", "Y", "soft"}, keepsSource, ""},
             {function, {"@/b/soft", "@/a", "Y", "x"}, keepsSource, ""},
             {function, {"@/b/full/f", "@/b", "Y", "full"}, keepsSource, ""},
             {function, {"@/a/x", "@/b", "", "none/x"}, "", ""},

@@ -1,0 +1,243 @@
+// load, start-up, version-range, messages, unknown-messages, shut-down, reload.
+#include "host/check/test.h"
+
+#include <fcntl.h>
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstring>
+#include <iterator>
+#include <map>
+
+namespace fmxhost::check {
+namespace {
+
+constexpr std::int64_t oldestApiVersion = 50;
+constexpr std::int64_t newestApiVersion = 255;
+
+// What is registered now by whatever plug-in: there is but the one in this process.
+std::vector<std::string> registeredNames()
+{
+    std::vector<std::string> names;
+    for (const fmxkit::ExternalFunction& function : fmxkit::externalFunctions()) {
+        names.push_back(nameOf(function));
+    }
+    for (const fmxkit::ScriptStep& step : fmxkit::scriptSteps()) {
+        names.push_back(nameOf(step));
+    }
+    return names;
+}
+
+// The lowest descriptors that are open: those that a host is likely to have.
+std::vector<unsigned> openDescriptors()
+{
+    constexpr int examined = 256;
+    std::vector<unsigned> open;
+    for (int descriptor = 0; descriptor < examined; ++descriptor) {
+        if (fcntl(descriptor, F_GETFD) != -1) {
+            open.push_back(static_cast<unsigned>(descriptor));
+        }
+    }
+    return open;
+}
+
+void reportClosed(const Examination& examination, const std::vector<unsigned>& before)
+{
+    const std::vector<unsigned> now = openDescriptors();
+    std::vector<unsigned> closed;
+    std::set_difference(before.begin(), before.end(), now.begin(), now.end(), std::back_inserter(closed));
+    if (!closed.empty()) {
+        examination.fail("it closes file descriptors of the host's: " + numbersText(closed));
+    }
+}
+
+// A message that FileMaker sends to those who ask for it in their options string, and where they ask.
+struct OptionalMessage {
+    Message message;
+    std::size_t option;
+};
+constexpr std::array<OptionalMessage, 4> optionalMessages{
+    {{Message::idle, 8}, {Message::preferences, 5}, {Message::sessionShutDown, 9}, {Message::fileShutDown, 9}}};
+
+bool asksFor(const Plugin& plugin, const OptionalMessage& message)
+{
+    const std::u16string& options = plugin.options();
+    return options.size() > message.option && options[message.option] == u'Y';
+}
+
+// Which fields of a call record differ. The record has no padding: each field ends where the next one begins.
+std::string changedFields(const FMX_ExternCallStruct& before, const FMX_ExternCallStruct& after)
+{
+#define FIELD(name) std::pair<const char*, std::size_t>(#name, offsetof(FMX_ExternCallStruct, name))
+    constexpr std::array fields{FIELD(extnVersion),  FIELD(unusedID),    FIELD(entryPoint), FIELD(cfmCalls),
+                                FIELD(whichCall),    FIELD(unsafeCalls), FIELD(parm1),      FIELD(parm2),
+                                FIELD(parm3),        FIELD(instanceID),  FIELD(result),     FIELD(unused),
+                                FIELD(cStartScript), FIELD(cCurrentEnv)};
+#undef FIELD
+    std::string names;
+    for (std::size_t index = 0; index < fields.size(); ++index) {
+        const auto [name, begin] = fields.at(index);
+        const std::size_t end = index + 1 < fields.size() ? fields.at(index + 1).second : sizeof before;
+        if (std::memcmp(reinterpret_cast<const char*>(&before) + begin, reinterpret_cast<const char*>(&after) + begin,
+                        end - begin) != 0) {
+            names.append(names.empty() ? "" : ", ").append(name);
+        }
+    }
+    return names;
+}
+
+// Sends one message with a record in which a change would show, also behind the address in its result field. Answers
+// what is wrong, if anything.
+std::string sendUnknown(const Examination& examination, Plugin& plugin, unsigned message)
+{
+    constexpr std::uint8_t parameter1 = 131;
+    constexpr fmx::ptrtype parameter2 = 0x1122334455667788;
+    std::array<fmx::unichar16, 1024> buffer{};
+    buffer.fill(0xE5A7);
+    const auto untouched = buffer;
+    FMX_ExternCallStruct expected = plugin.record();
+    expected.whichCall = static_cast<unsigned char>(message);
+    expected.parm1 = parameter1;
+    expected.parm2 = parameter2;
+    expected.parm3 = buffer.size();
+    expected.result = reinterpret_cast<fmx::ptrtype>(buffer.data());
+
+    examination.step("message " + std::to_string(message));
+    plugin.send(static_cast<Message>(message), parameter1, parameter2, buffer.size(), expected.result);
+    examination.step("");
+    if (buffer != untouched) {
+        return "written to where the result field points";
+    }
+    const std::string fields = changedFields(expected, plugin.record());
+    return fields.empty() ? "" : "the call record is changed: " + fields;
+}
+
+} // namespace
+
+void examineLoading(Examination& examination)
+{
+    examination.step("loading it");
+    Plugin::tryLoading(examination.settings().plugin);
+    examination.reach(Stage::loaded);
+}
+
+void examineStartUp(Examination& examination)
+{
+    const std::vector<unsigned> descriptors = openDescriptors();
+    examination.started();
+    reportClosed(examination, descriptors);
+    const std::int64_t answer = examination.startUpAnswer();
+    if (answer < oldestApiVersion || answer > newestApiVersion) {
+        examination.fail("start-up answers " + std::to_string(answer) +
+                         "; expected: the SDK version that the plug-in was built for, 50 to 255");
+    }
+}
+
+void examineVersionRange(Examination& examination)
+{
+    Plugin& plugin = examination.loaded();
+    if (!plugin.wantsStartUp()) {
+        throw Skipped("its options string asks for no start-up message");
+    }
+    examination.step("the start-up message");
+    try {
+        const std::int64_t answer = plugin.start();
+        examination.fail("start-up isn't refused: it answers " + std::to_string(answer) + " instead of -1");
+    } catch (const PluginError& error) {
+        if (error.kind() != PluginError::Kind::refused) {
+            throw;
+        }
+    }
+    examination.step("");
+    for (const std::string& name : registeredNames()) {
+        examination.fail("start-up registers " + name);
+    }
+}
+
+void examineMessages(Examination& examination)
+{
+    Plugin& plugin = examination.started();
+    for (const OptionalMessage& optional : optionalMessages) {
+        // What the preferences' message opens is a dialog.
+        if (optional.message != Message::preferences && asksFor(plugin, optional)) {
+            examination.step("message " + std::to_string(static_cast<unsigned>(optional.message)));
+            plugin.send(optional.message);
+            examination.step("");
+        }
+    }
+}
+
+void examineUnknownMessages(Examination& examination)
+{
+    Plugin& plugin = examination.started();
+    const std::vector<std::string> before = registeredNames();
+    // Those between the ones that FileMaker sends, all behind them, and those that this plug-in doesn't ask for.
+    constexpr unsigned firstUnknown = 10;
+    std::vector<unsigned> messages{2, 3, 6};
+    for (const OptionalMessage& optional : optionalMessages) {
+        if (!asksFor(plugin, optional)) {
+            messages.push_back(static_cast<unsigned>(optional.message));
+        }
+    }
+    std::sort(messages.begin(), messages.end());
+    for (unsigned message = firstUnknown; message <= 255; ++message) {
+        messages.push_back(message);
+    }
+    std::map<std::string, std::vector<unsigned>> messagesByFault;
+    for (const unsigned message : messages) {
+        if (std::string fault = sendUnknown(examination, plugin, message); !fault.empty()) {
+            messagesByFault[std::move(fault)].push_back(message);
+        }
+    }
+    for (const auto& [fault, numbers] : messagesByFault) {
+        examination.fail("message " + numbersText(numbers) + ": " + fault);
+    }
+    if (registeredNames() != before) {
+        examination.fail("they change what is registered");
+    }
+}
+
+void examineShutDown(Examination& examination)
+{
+    std::vector<unsigned> hosts = openDescriptors();
+    Plugin& plugin = examination.started();
+    std::erase_if(hosts, [](unsigned descriptor) { return fcntl(static_cast<int>(descriptor), F_GETFD) == -1; });
+    examination.step("the shut-down message");
+    plugin.shutDown();
+    examination.reach(Stage::ended);
+    examination.step("");
+    reportClosed(examination, hosts);
+    for (const std::string& name : registeredNames()) {
+        examination.fail(name + " stays registered");
+    }
+}
+
+void examineReloading(Examination& examination)
+{
+    // The first round may open what stays open by right, such as a log.
+    constexpr int rounds = 100;
+    std::size_t first = 0;
+    for (int round = 0; round <= rounds; ++round) {
+        examination.step("loading and starting it again");
+        Plugin plugin(examination.settings().plugin, examination.settings().apiVersion);
+        plugin.start();
+        examination.reach(Stage::started);
+        examination.step("shutting it down");
+        plugin.shutDown();
+        examination.reach(Stage::ended);
+        examination.step("unloading it");
+        plugin.unload();
+        if (round == 0) {
+            first = openDescriptors().size();
+        }
+    }
+    examination.step("");
+    const std::size_t last = openDescriptors().size();
+    if (last >= first + rounds) {
+        examination.fail("file descriptors stay open: " + std::to_string(last - first) + " more after " +
+                         std::to_string(rounds) + " rounds");
+    }
+}
+
+} // namespace fmxhost::check

@@ -90,11 +90,9 @@ private:
     SnapshotCell<const Fields> fields_; // null: cleared
 };
 
-// The one record. It lives as long as the plug-in is loaded.
+// The one record. It lives as long as the plug-in is loaded. Its errorID is the last error code, too: 0 after a
+// function that clears the record.
 korb_Errors& lastErrors();
-
-// The code of the last error set, 0 after a function that clears the record.
-std::int64_t lastErrorCode();
 
 // What a function does first: no error, code 0.
 void clearLastError();

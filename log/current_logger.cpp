@@ -69,13 +69,14 @@ void writeLine(std::string_view text)
 FunctionTrace::FunctionTrace(std::string_view name) : name_(name)
 {
     if (const auto logger = currentLogger()) {
+        logger_ = logger;
         logger->EnteringFunction(name_);
     }
 }
 
 FunctionTrace::~FunctionTrace()
 {
-    if (const auto logger = currentLogger()) {
+    if (const auto logger = logger_.lock()) {
         logger->ExitingFunction(name_);
     }
 }

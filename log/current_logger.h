@@ -20,7 +20,8 @@ void switchOff();
 
 void writeLine(std::string_view text);
 
-// The lines on entry to a function and on the way out, whichever way that is.
+// The lines on entry to a function and on the way out, whichever way that is, in the session that was on at the
+// entry, as long as it lasts.
 class FunctionTrace {
 public:
     explicit FunctionTrace(std::string_view name); // must outlive the value
@@ -29,6 +30,7 @@ public:
     FunctionTrace& operator=(const FunctionTrace&) = delete;
 
 private:
+    std::weak_ptr<PluginLogger> logger_; // switching off ends its session at once
     std::string_view name_;
 };
 

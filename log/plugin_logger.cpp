@@ -1,11 +1,14 @@
 #include "log/plugin_logger.h"
 
+#include "platform/signal_block.h"
+
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <ctime>
 #include <exception>
@@ -71,6 +74,8 @@ std::string timeStamp()
 
 void appendToFile(const std::string& path, std::string_view line)
 {
+    // At the limit on file sizes the line is left out, and the host goes on.
+    const platform::SignalBlock noFileSizeSignal(SIGXFSZ);
     if (std::FILE* stream = std::fopen(path.c_str(), lineMode)) {
         std::fwrite(line.data(), 1, line.size(), stream);
         std::fclose(stream);

@@ -5,8 +5,6 @@
 //     {
 //         return externalFunction(arguments, result, [](ExternalCall& call) { … });
 //     }
-//
-// Thread rule: a call's values belong to the thread that FileMaker calls on.
 #pragma once
 
 #include "frame/error_model.h"

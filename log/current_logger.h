@@ -1,7 +1,7 @@
 // The process-wide logger, and the lines that functions write to it. Each line goes to the logger that is on at that
 // moment, or nowhere.
 //
-// Thread rule: any thread. A line that is being written keeps its logger alive when another thread switches it off.
+// Thread rule: a line that is being written keeps its logger alive when another thread switches it off.
 #pragma once
 
 #include "log/plugin_logger.h"

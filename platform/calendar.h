@@ -1,6 +1,6 @@
 // Local time.
 //
-// Thread rule: any thread, as long as nobody changes the process's time zone meanwhile.
+// Thread rule: nobody may change the process's time zone meanwhile.
 #pragma once
 
 #include "platform/file_manager.h"

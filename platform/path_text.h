@@ -1,7 +1,5 @@
 // Paths as text: POSIX paths in UTF-16, as FileMaker hands them over, with the rules of Cocoa's string path methods.
 // Nothing here touches the file system, but for standardized(), which looks up the home folder.
-//
-// Thread rule: any thread.
 #pragma once
 
 #include <string>

@@ -7,8 +7,6 @@
 // Every wait has a deadline: sd-bus's own blocking calls wait 90 s for a handshake and 25 s for an answer, and some
 // versions give up when a signal interrupts them. So messages are sent without waiting and answers picked from the
 // stream here.
-//
-// Thread rule: a connection and its messages belong to one thread.
 #pragma once
 
 #include "platform/linux/desktop_session.h"

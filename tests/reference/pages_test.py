@@ -51,6 +51,12 @@ class Pages(unittest.TestCase):
                     places = {reference.slug(heading) for heading in re.findall(r"^#+ (.*)$", text, re.M)} | set(re.findall(r'<a id="([^"]*)"', text))
                     self.assertIn(place, places, f"{document.name}: {file}")
 
+    def test_files_that_the_documents_name_exist(self):
+        rooms = r"(?<![\w/.…])(?:\.ci|archive|bench|cmake|docs|fmx|frame|fuzz|host|log|operations|packaging|platform|queries|resources|scripts|tests|tools)"
+        for document in [*Path(SOURCE).glob("*.md"), *DOCS.rglob("*.md")]:
+            for name in re.findall(rf"{rooms}/[\w./-]*\w", document.read_text("utf-8")):
+                self.assertTrue(Path(SOURCE, name).exists(), f"{document.name}: {name}")
+
     def test_recipes_to_paste_have_the_steps(self):
         for title, text in function_texts.sections_of((DOCS / "recipes.md").read_text("utf-8")):
             if match := re.search(r"^```filemaker\n(.*?)^```$", text, re.M | re.S):

@@ -30,7 +30,7 @@ foreach(component IN LISTS components)
             DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/doc/${${component}_package}" COMPONENT ${component})
 endforeach()
 
-foreach(document IN ITEMS functions.html functions.md recipes.md encrypted-files.md)
+foreach(document IN ITEMS functions.html functions.md recipes.md encrypted-files.md deviations.txt)
     install(FILES "${PROJECT_SOURCE_DIR}/docs/${document}"
             DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/doc/${plugin_package}" COMPONENT plugin)
 endforeach()

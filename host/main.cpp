@@ -7,7 +7,7 @@
 //   check/                       examining whether a plug-in keeps the interface's rules
 //   reference/                   the function reference of this repository's plug-in
 //   terminal/                    prompt, spinner, colours
-#include "host/check/command.h"
+#include "host/check/check.h"
 #include "host/command_line.h"
 #include "host/reference/command.h"
 

@@ -76,3 +76,17 @@ void destroy(Opaque* value, fmx::_fmxcpt& x) noexcept
 }
 
 } // namespace fmxkit
+
+// The six entry points by which the values of a type compare. order(a, b) answers what std::compare_three_way would.
+#define FMXKIT_COMPARISON(Type, name, comparison, order)                                                               \
+    bool FM_##Type##_operator##name(const Type* self, const Type& that, _fmxcpt& x)                                    \
+    {                                                                                                                  \
+        return fmxkit::entry(x, [&] { return (order(self, &that))comparison 0; });                                     \
+    }
+#define FMXKIT_COMPARISONS(Type, order)                                                                                \
+    FMXKIT_COMPARISON(Type, EQ, ==, order)                                                                             \
+    FMXKIT_COMPARISON(Type, NE, !=, order)                                                                             \
+    FMXKIT_COMPARISON(Type, LT, <, order)                                                                              \
+    FMXKIT_COMPARISON(Type, LE, <=, order)                                                                             \
+    FMXKIT_COMPARISON(Type, GT, >, order)                                                                              \
+    FMXKIT_COMPARISON(Type, GE, >=, order)

@@ -14,9 +14,10 @@ using fmxkit::inside;
 
 namespace {
 
-int compare(const FixPt* a, const FixPt& b)
+// Below, at or above 0 as `a` is below, equal to or above `b`.
+int order(const FixPt* a, const FixPt* b)
 {
-    return inside(a).value.compare(inside(&b).value);
+    return inside(a).value.compare(inside(b).value);
 }
 
 void assign(FixPt* self, const Decimal& value)
@@ -66,35 +67,7 @@ void FM_FixPt_AssignFixPt(FixPt* self, const FixPt& value, _fmxcpt& x)
     entry(x, [&] { assign(self, inside(&value).value); });
 }
 
-bool FM_FixPt_operatorEQ(const FixPt* self, const FixPt& that, _fmxcpt& x)
-{
-    return entry(x, [&] { return compare(self, that) == 0; });
-}
-
-bool FM_FixPt_operatorNE(const FixPt* self, const FixPt& that, _fmxcpt& x)
-{
-    return entry(x, [&] { return compare(self, that) != 0; });
-}
-
-bool FM_FixPt_operatorLT(const FixPt* self, const FixPt& that, _fmxcpt& x)
-{
-    return entry(x, [&] { return compare(self, that) < 0; });
-}
-
-bool FM_FixPt_operatorLE(const FixPt* self, const FixPt& that, _fmxcpt& x)
-{
-    return entry(x, [&] { return compare(self, that) <= 0; });
-}
-
-bool FM_FixPt_operatorGT(const FixPt* self, const FixPt& that, _fmxcpt& x)
-{
-    return entry(x, [&] { return compare(self, that) > 0; });
-}
-
-bool FM_FixPt_operatorGE(const FixPt* self, const FixPt& that, _fmxcpt& x)
-{
-    return entry(x, [&] { return compare(self, that) >= 0; });
-}
+FMXKIT_COMPARISONS(FixPt, order)
 
 void FM_FixPt_Increment(FixPt* self, int32 n, _fmxcpt& x)
 {

@@ -20,6 +20,12 @@ fmx::uchar characterAt(const QuadChar* self, int index)
     return static_cast<fmx::uchar>(inside(self).code >> (24 - 8 * index));
 }
 
+// Below, at or above 0 as `a` is below, equal to or above `b`.
+fmx::int64 order(const QuadChar* a, const QuadChar* b)
+{
+    return fmx::int64{inside(a).code} - inside(b).code;
+}
+
 } // namespace
 
 namespace fmx {
@@ -64,35 +70,7 @@ uchar FM_QuadChar_operatorCAR(const QuadChar* self, int index, _fmxcpt& x)
     return entry(x, [&] { return characterAt(self, index); });
 }
 
-bool FM_QuadChar_operatorEQ(const QuadChar* self, const QuadChar& that, _fmxcpt& x)
-{
-    return entry(x, [&] { return inside(self).code == inside(&that).code; });
-}
-
-bool FM_QuadChar_operatorNE(const QuadChar* self, const QuadChar& that, _fmxcpt& x)
-{
-    return entry(x, [&] { return inside(self).code != inside(&that).code; });
-}
-
-bool FM_QuadChar_operatorLT(const QuadChar* self, const QuadChar& that, _fmxcpt& x)
-{
-    return entry(x, [&] { return inside(self).code < inside(&that).code; });
-}
-
-bool FM_QuadChar_operatorLE(const QuadChar* self, const QuadChar& that, _fmxcpt& x)
-{
-    return entry(x, [&] { return inside(self).code <= inside(&that).code; });
-}
-
-bool FM_QuadChar_operatorGT(const QuadChar* self, const QuadChar& that, _fmxcpt& x)
-{
-    return entry(x, [&] { return inside(self).code > inside(&that).code; });
-}
-
-bool FM_QuadChar_operatorGE(const QuadChar* self, const QuadChar& that, _fmxcpt& x)
-{
-    return entry(x, [&] { return inside(self).code >= inside(&that).code; });
-}
+FMXKIT_COMPARISONS(QuadChar, order)
 
 uint32 FM_QuadChar_GetMacType(const QuadChar* self, _fmxcpt& x)
 {

@@ -30,6 +30,12 @@ std::u16string_view view(const Text& text)
     return inside(&text).view();
 }
 
+// Below, at or above 0 as `a` is below, equal to or above `b`, by their units.
+int order(const Text* a, const Text* b)
+{
+    return inside(a).view().compare(inside(b).view());
+}
+
 } // namespace
 
 namespace fmx {
@@ -174,35 +180,7 @@ void FM_Text_Lowercase(Text* self, _fmxcpt& x)
     entry(x, [&] { inside(self).lowercase(); });
 }
 
-bool FM_Text_operatorEQ(const Text* self, const Text& that, _fmxcpt& x)
-{
-    return entry(x, [&] { return inside(self).view() == view(that); });
-}
-
-bool FM_Text_operatorNE(const Text* self, const Text& that, _fmxcpt& x)
-{
-    return entry(x, [&] { return inside(self).view() != view(that); });
-}
-
-bool FM_Text_operatorLT(const Text* self, const Text& that, _fmxcpt& x)
-{
-    return entry(x, [&] { return inside(self).view() < view(that); });
-}
-
-bool FM_Text_operatorLE(const Text* self, const Text& that, _fmxcpt& x)
-{
-    return entry(x, [&] { return inside(self).view() <= view(that); });
-}
-
-bool FM_Text_operatorGT(const Text* self, const Text& that, _fmxcpt& x)
-{
-    return entry(x, [&] { return inside(self).view() > view(that); });
-}
-
-bool FM_Text_operatorGE(const Text* self, const Text& that, _fmxcpt& x)
-{
-    return entry(x, [&] { return inside(self).view() >= view(that); });
-}
+FMXKIT_COMPARISONS(Text, order)
 
 } // extern "C"
 } // namespace fmx

@@ -1,4 +1,4 @@
-// fmxhost check: examines a plug-in as its users' FileMaker would.
+// fmxhost check: a conformity check for any plug-in.
 #pragma once
 
 #include "host/commands/command.h"

@@ -1,0 +1,444 @@
+// fmxhost check makes its tests one after the other and reports what came of each, for people or as JSON.
+//
+// A test that is repeated for several API versions has one result: a finding says for which it was made, unless for
+// all. What keeps a plug-in from loading or starting is reported once: tests that need a stage at which an earlier one
+// has failed are skipped.
+#include "host/check/check.h"
+
+#include "host/check/sandbox.h"
+#include "host/commands/description.h"
+#include "host/executable.h"
+#include "host/terminal/terminal.h"
+
+#include <CLI/CLI.hpp>
+
+#include <fnmatch.h>
+
+#include <algorithm>
+#include <array>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <set>
+#include <sstream>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+
+namespace fmxhost {
+namespace check {
+namespace {
+
+constexpr const char* footer =
+    R"(Without TEST: all of them. Each runs in a process of its own, so that a crash is a result. Functions aren't called.
+
+A line of --allow's file is "TEST | FINDING | REASON": what the plug-in keeps on purpose, with "*" for any text.
+
+Verdicts: pass; note, passed with something to know; skipped; fail; crash; timeout.
+
+Exit status: 0 no test failed; 1 one did; 2 wrong use; 3 there is no such plug-in file; 5 the output can't be written.)";
+
+struct Arguments {
+    std::vector<std::string> tests;
+    bool onlyFailed = false;
+    double timeLimit = 60; // s
+    std::filesystem::path allowances;
+    std::filesystem::path libraries;
+    std::string isolated;
+};
+
+std::string trimmed(const std::string& text)
+{
+    const std::size_t begin = std::min(text.find_first_not_of(" \t\r"), text.size());
+    return text.substr(begin, text.find_last_not_of(" \t\r") + 1 - begin);
+}
+
+// What a plug-in keeps on purpose: findings that are no failures of it but notes.
+class Allowances {
+public:
+    // Blank lines and those that begin with "#" say nothing.
+    // Errors: std::invalid_argument, for the user.
+    explicit Allowances(const std::filesystem::path& file)
+    {
+        std::ifstream stream(file);
+        std::error_code error;
+        if (!std::filesystem::is_regular_file(file, error) || !stream) {
+            throw std::invalid_argument(file.string() + " can't be read");
+        }
+        std::string line;
+        for (int number = 1; std::getline(stream, line); ++number) {
+            if (line = trimmed(line); line.empty() || line.starts_with('#')) {
+                continue;
+            }
+            const std::size_t first = line.find('|');
+            const std::size_t last = line.rfind('|');
+            const Test* test = findTest(trimmed(line.substr(0, first)));
+            if (test == nullptr || first == last) { // also when there is none
+                throw std::invalid_argument(file.string() + ", line " + std::to_string(number) +
+                                            ": TEST | FINDING | REASON is expected");
+            }
+            entries_.push_back(
+                {test, trimmed(line.substr(first + 1, last - first - 1)), trimmed(line.substr(last + 1))});
+        }
+    }
+    Allowances() = default;
+
+    void apply(const Test& test, Result& result) const
+    {
+        if (result.verdict != Verdict::fail) {
+            return;
+        }
+        std::erase_if(result.reasons, [&](const std::string& reason) {
+            const auto allowed = std::find_if(entries_.begin(), entries_.end(), [&](const Entry& entry) {
+                return entry.test == &test && fnmatch(entry.pattern.c_str(), reason.c_str(), FNM_NOESCAPE) == 0;
+            });
+            if (allowed != entries_.end()) {
+                result.notes.push_back(reason + " (allowed: " + allowed->reason + ")");
+            }
+            return allowed != entries_.end();
+        });
+        if (result.reasons.empty()) {
+            result.verdict = Verdict::note;
+        }
+    }
+
+private:
+    struct Entry {
+        const Test* test;
+        std::string pattern; // fnmatch(3)
+        std::string reason;
+    };
+    std::vector<Entry> entries_;
+};
+
+// Findings in the order in which they were made first, each with its API versions in ascending order.
+class Findings {
+public:
+    void add(const std::vector<std::string>& texts, std::int16_t version)
+    {
+        for (const std::string& text : texts) {
+            auto known = std::find_if(findings_.begin(), findings_.end(),
+                                      [&text](const auto& finding) { return finding.first == text; });
+            if (known == findings_.end()) {
+                known = findings_.insert(findings_.end(), {text, {}});
+            }
+            known->second.insert(version);
+        }
+    }
+
+    std::vector<std::string> texts(std::size_t versionsExamined) const
+    {
+        std::vector<std::string> texts;
+        for (const auto& [text, versions] : findings_) {
+            std::string list;
+            for (const std::int16_t version : versions) {
+                list += (list.empty() ? "" : ", ") + std::to_string(version);
+            }
+            const std::string where = (versions.size() == 1 ? " (API version " : " (API versions ") + list + ")";
+            texts.push_back(versions.size() == versionsExamined ? text : text + where);
+        }
+        return texts;
+    }
+
+private:
+    std::vector<std::pair<std::string, std::set<std::int16_t>>> findings_;
+};
+
+class Suite {
+public:
+    Suite(Settings settings, Allowances allowances) : settings_(std::move(settings)), allowances_(std::move(allowances))
+    {
+    }
+
+    // Errors: std::system_error when a process can't be started.
+    Result run(const Test& test)
+    {
+        Result all;
+        if (obstacleFoundBy_ != nullptr && test.needs >= notReached_) {
+            const std::string what = notReached_ == Stage::loaded    ? "it doesn't load"
+                                     : notReached_ == Stage::started ? "it doesn't start"
+                                                                     : "it doesn't shut down";
+            all.verdict = Verdict::skipped;
+            all.reasons.push_back(what + ": see " + obstacleFoundBy_->name);
+            return all;
+        }
+        Findings reasons;
+        Findings notes;
+        std::size_t examined = 0;
+        for (const std::int16_t version : versionsFor(test)) {
+            Settings settings = settings_;
+            settings.apiVersion = version;
+            Result result = runIsolated(test, settings);
+            allowances_.apply(test, result);
+            ++examined;
+            noteObstacle(test, result, version);
+            all.verdict = std::max(all.verdict, result.verdict);
+            reasons.add(result.reasons, version);
+            notes.add(result.notes, version);
+            all.output = isFailure(result.verdict) ? result.output : all.output;
+            if (result.verdict == Verdict::timeOut) {
+                break; // the others would take as long
+            }
+        }
+        all.reasons = reasons.texts(examined);
+        all.notes = notes.texts(examined);
+        return all;
+    }
+
+private:
+    // The one that is played comes first: it decides whether other tests can be made. Those on which the plug-in is
+    // known not to start are left out.
+    std::vector<std::int16_t> versionsFor(const Test& test) const
+    {
+        if (test.apiVersions.empty()) {
+            return {settings_.apiVersion};
+        }
+        std::vector<std::int16_t> versions(test.apiVersions.begin(), test.apiVersions.end());
+        std::erase_if(versions, [this](std::int16_t version) { return doesNotStartOn_.contains(version); });
+        std::stable_partition(versions.begin(), versions.end(),
+                              [this](std::int16_t version) { return version == settings_.apiVersion; });
+        return versions;
+    }
+
+    void noteObstacle(const Test& test, const Result& result, std::int16_t version)
+    {
+        if (!isFailure(result.verdict) || result.reached >= test.needs) {
+            return;
+        }
+        doesNotStartOn_.insert(version);
+        if (version == settings_.apiVersion && obstacleFoundBy_ == nullptr) {
+            notReached_ = static_cast<Stage>(static_cast<int>(result.reached) + 1);
+            obstacleFoundBy_ = &test;
+        }
+    }
+
+    Settings settings_;
+    Allowances allowances_;
+    std::set<std::int16_t> doesNotStartOn_;
+    Stage notReached_ = Stage::started;     // by the plug-in, if there is an obstacle
+    const Test* obstacleFoundBy_ = nullptr; // the first test that found one
+};
+
+constexpr std::array verdicts{Verdict::pass, Verdict::note,  Verdict::skipped,
+                              Verdict::fail, Verdict::crash, Verdict::timeOut};
+constexpr std::array verdictNames{"pass", "note", "skipped", "fail", "crash", "timeout"};
+
+std::string nameOf(Verdict verdict)
+{
+    return verdictNames.at(static_cast<std::size_t>(verdict));
+}
+
+// A line of the plug-in's with nothing in it that moves a terminal's cursor or changes its colours.
+std::string shownLine(std::string text)
+{
+    const auto moves = [](char character) {
+        return static_cast<unsigned char>(character) < ' ' || character == '\177';
+    };
+    std::replace_if(text.begin(), text.end(), moves, ' ');
+    return text + "\n";
+}
+
+// The JSON is one object on one line:
+//   {"plugin": FILE, "api": N, "passed": BOOL, "counts": {VERDICT: N, …}, "tests": [{"name": NAME, "verdict": VERDICT,
+//    "reasons": [TEXT…], "notes": [TEXT…], "seconds": NUMBER, "output": what it wrote, of tests that failed}…]}
+class Report {
+public:
+    Report(Output& output, bool json, bool onlyFailed) : output_(output), json_(json), onlyFailed_(onlyFailed) {}
+
+    // For people: written at once.
+    // Errors: OutputError.
+    void add(const Test& test, const Result& result, double seconds)
+    {
+        ++counts_.at(static_cast<std::size_t>(result.verdict));
+        const bool failed = isFailure(result.verdict);
+        passed_ = passed_ && !failed;
+        if (onlyFailed_ && !failed) {
+            return;
+        }
+        if (!json_) {
+            write(test, result);
+            return;
+        }
+        tests_.push_back({{"name", test.name},
+                          {"verdict", nameOf(result.verdict)},
+                          {"reasons", result.reasons},
+                          {"notes", result.notes},
+                          {"seconds", seconds}});
+        if (failed) {
+            tests_.back()["output"] = result.output;
+        }
+    }
+
+    // The summary, or all of the JSON.
+    // Errors: OutputError.
+    void finish(const Settings& settings)
+    {
+        std::size_t all = 0;
+        std::string summary;
+        Json counts = Json::object();
+        for (const Verdict verdict : verdicts) {
+            const std::size_t count = counts_.at(static_cast<std::size_t>(verdict));
+            all += count;
+            summary += count == 0 ? "" : (summary.empty() ? "" : ", ") + std::to_string(count) + " " + nameOf(verdict);
+            counts[nameOf(verdict)] = count;
+        }
+        output_.write(json_ ? jsonText({{"plugin", settings.plugin.string()},
+                                        {"api", settings.apiVersion},
+                                        {"passed", passed_},
+                                        {"counts", std::move(counts)},
+                                        {"tests", std::move(tests_)}}) +
+                                  "\n"
+                            : std::to_string(all) + (all == 1 ? " test: " : " tests: ") + summary + "\n");
+    }
+
+    bool passed() const { return passed_; }
+
+private:
+    void write(const Test& test, const Result& result)
+    {
+        constexpr std::size_t width = 10;
+        const std::string indent(width, ' ');
+        const std::string verdict = nameOf(result.verdict);
+        const bool failed = isFailure(result.verdict);
+        const Style style = failed ? Style::error : result.verdict == Verdict::pass ? Style::pointer : Style::faint;
+        output_.write(styled(verdict, style, wantsColour(output_.descriptor())));
+        output_.write(std::string(width - verdict.size(), ' ') + test.name + "\n");
+        for (const auto* texts : {&result.reasons, &result.notes}) {
+            for (const std::string& text : *texts) {
+                output_.write(indent + shownLine(text));
+            }
+        }
+        std::istringstream lines(failed ? result.output : "");
+        for (std::string line; std::getline(lines, line);) {
+            output_.write(indent + "| " + shownLine(line));
+        }
+        output_.flush();
+    }
+
+    Output& output_;
+    bool json_;
+    bool onlyFailed_;
+    bool passed_ = true;
+    std::array<std::size_t, verdicts.size()> counts_{};
+    Json tests_ = Json::array();
+};
+
+void listTests(Context& context)
+{
+    Json array = Json::array();
+    std::string lines;
+    for (const Test& test : allTests()) {
+        constexpr std::size_t width = 18; // of the longest name, and two blanks
+        array.push_back({{"name", test.name}, {"summary", test.summary}});
+        std::string name = test.name;
+        name.resize(width, ' ');
+        lines += name + test.summary + "\n";
+    }
+    context.output().write(context.options().json ? jsonLines(array) : lines);
+}
+
+// Beside the program, or where it is installed to share/fmxhost; empty when it is in neither.
+std::filesystem::path listOfServerLibraries()
+{
+    std::error_code error;
+    const std::filesystem::path folder = std::filesystem::canonical(executableFile(), error).parent_path();
+    for (const char* place : {"server-libraries", "../share/fmxhost/server-libraries"}) {
+        if (std::filesystem::is_regular_file(folder / place, error)) {
+            return folder / place;
+        }
+    }
+    return {};
+}
+
+// A file, or a bundle.
+bool mayBePlugin(const std::filesystem::path& plugin)
+{
+    std::error_code error;
+    return std::filesystem::is_regular_file(plugin, error) || std::filesystem::is_directory(plugin / "Contents", error);
+}
+
+// What is wrong with the arguments throws std::invalid_argument.
+void examineArguments(const Arguments& arguments, const Settings& settings)
+{
+    constexpr std::int16_t oldestApiVersion = 50;
+    constexpr std::int16_t newestApiVersion = 255;
+    if (settings.apiVersion < oldestApiVersion || settings.apiVersion > newestApiVersion) {
+        throw std::invalid_argument("check needs an API version from 50 to 255.");
+    }
+    for (const std::string& name : arguments.tests) {
+        if (findTest(name) == nullptr) {
+            throw std::invalid_argument("There is no test called " + name + ". fmxhost check list-tests shows them.");
+        }
+    }
+}
+
+ExitStatus runTests(Context& context, const Arguments& arguments)
+{
+    Settings settings{std::filesystem::absolute(context.pluginFile()), context.options().apiVersion,
+                      arguments.libraries.empty() ? listOfServerLibraries() : arguments.libraries,
+                      std::chrono::duration<double>(arguments.timeLimit)};
+    examineArguments(arguments, settings);
+    if (!mayBePlugin(settings.plugin)) {
+        context.reportError("There is no plug-in file " + settings.plugin.string());
+        return ExitStatus::pluginUnusable;
+    }
+    Suite suite(settings, arguments.allowances.empty() ? Allowances() : Allowances(arguments.allowances));
+    Report report(context.output(), context.options().json, arguments.onlyFailed);
+    for (const Test& test : allTests()) {
+        const auto& names = arguments.tests;
+        if (names.empty() || std::find(names.begin(), names.end(), test.name) != names.end()) {
+            const auto begin = std::chrono::steady_clock::now();
+            const Result result = suite.run(test);
+            report.add(test, result, std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count());
+        }
+    }
+    report.finish(settings);
+    return report.passed() ? ExitStatus::success : ExitStatus::checkFailed;
+}
+
+ExitStatus runCheck(Context& context, const Arguments& arguments)
+{
+    if (const Test* test = findTest(arguments.isolated)) {
+        runHere(*test, {context.pluginFile(), context.options().apiVersion, arguments.libraries, {}});
+    }
+    try {
+        return runTests(context, arguments);
+    } catch (const std::invalid_argument& error) {
+        context.reportError(error.what());
+        return ExitStatus::wrongUse;
+    } catch (const OutputError&) {
+        throw;
+    } catch (const std::system_error& error) {
+        context.reportError(std::string("A test can't be run: ") + error.what());
+        return ExitStatus::checkFailed;
+    }
+}
+
+} // namespace
+} // namespace check
+
+CommandBody declareCheck(CLI::App& arguments)
+{
+    const auto values = std::make_shared<check::Arguments>();
+    arguments.footer(check::footer);
+    arguments.add_option("TEST", values->tests, "Names of tests")->type_name("");
+    arguments.add_flag("--only-failed", values->onlyFailed, "Show only the tests that fail");
+    arguments.add_option("--timeout", values->timeLimit, "How long a test may take")
+        ->type_name("SECONDS")
+        ->check(CLI::PositiveNumber)
+        ->capture_default_str();
+    arguments.add_option("--allow", values->allowances, "What the plug-in keeps on purpose")->type_name("FILE");
+    arguments.add_option("--libraries", values->libraries, "What a server has, in place of the installed list")
+        ->type_name("FILE");
+    arguments.add_option("--isolated", values->isolated)->group(""); // how it starts itself for one test
+    const CLI::App* list = arguments.add_subcommand("list-tests", "List the tests");
+    return [values, list](Context& context) {
+        if (!list->parsed()) {
+            return check::runCheck(context, *values);
+        }
+        check::listTests(context);
+        return ExitStatus::success;
+    };
+}
+
+} // namespace fmxhost

@@ -1,0 +1,176 @@
+#include "host/check/test.h"
+
+#include "host/unicode.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <iterator>
+#include <utility>
+
+namespace fmxhost::check {
+namespace {
+
+// 50 is FileMaker 7, 55 is 14, 56 is 15, 57 is 16, 59 is 17, 60 is 18, 62 is 19; a number between them may be that of
+// an update. 255 stands for those to come.
+constexpr std::array<std::int16_t, 14> knownVersions{50, 51, 52, 53, 54, 55, 56, 57, 58, 59, 60, 61, 62, 255};
+constexpr std::array<std::int16_t, 6> impossibleVersions{49, 0, -1, 256, 32767, -32768};
+// Before descriptions, before script steps, with both, and the latest.
+constexpr std::array<std::int16_t, 4> registeringVersions{50, 56, 57, defaultApiVersion};
+constexpr std::span<const std::int16_t> played;
+
+constexpr std::array<Test, 16> tests{{
+    {"load", "It is a library that loads, with the entry point FMExternCallProc", Stage::loaded, played,
+     examineLoading},
+    {"exports", "It exports the entry point and nothing else", Stage::file, played, examineExports},
+    {"libraries", "It needs no library, and no version of one, that a server lacks", Stage::file, played,
+     examineLibraries},
+    {"strings", "It answers string requests, within the buffer it is given", Stage::loaded, played, examineStrings},
+    {"start-up", "It starts on every API version", Stage::started, knownVersions, examineStartUp},
+    {"version-range", "It refuses API versions that can't be", Stage::loaded, impossibleVersions, examineVersionRange},
+    {"options", "Its options string is well formed; it registers under the ID there", Stage::started, played,
+     examineOptions},
+    {"function-names", "Each function has a name of its own that can be called", Stage::started, played,
+     examineFunctionNames},
+    {"prototypes", "Each prototype begins with the name and has as many parameters as registered", Stage::started,
+     played, examinePrototypes},
+    {"descriptions", "Each function has a description", Stage::started, played, examineDescriptions},
+    {"unique-ids", "No ID is used twice", Stage::started, played, examineIds},
+    {"script-steps", "Each script step's definition is well formed, of known elements", Stage::started, played,
+     examineScriptSteps},
+    {"messages", "It takes the idle, session and file messages that it asks for", Stage::started, played,
+     examineMessages},
+    {"unknown-messages", "Messages that it doesn't know or ask for leave the call record untouched", Stage::started,
+     played, examineUnknownMessages},
+    {"shut-down", "Shut-down unregisters everything", Stage::ended, registeringVersions, examineShutDown},
+    {"reload", "It can be loaded and unloaded 100 times, and leaves no file descriptor open", Stage::ended, played,
+     examineReloading},
+}};
+
+template <typename Entry>
+std::string named(std::string_view kind, const Entry& entry)
+{
+    return std::string(kind) + " " + std::to_string(entry.id) + (entry.name.empty() ? "" : " " + toUtf8(entry.name));
+}
+
+template <typename Entry>
+std::vector<Entry> joined(std::vector<Entry> entries, const std::vector<Entry>& others)
+{
+    entries.insert(entries.end(), others.begin(), others.end());
+    return entries;
+}
+
+} // namespace
+
+std::span<const Test> allTests()
+{
+    return tests;
+}
+
+const Test* findTest(std::string_view name)
+{
+    const auto* found =
+        std::find_if(tests.begin(), tests.end(), [name](const Test& test) { return test.name == name; });
+    return found != tests.end() ? &*found : nullptr;
+}
+
+Examination::Examination(Settings settings, int events)
+    : settings_(std::move(settings)), events_(events), process_(getpid())
+{
+}
+
+void Examination::tell(Event event, std::string_view text) const
+{
+    if (getpid() != process_) {
+        _exit(0);
+    }
+    // One event is a line that begins with a record separator, as in JSON text sequences (RFC 7464), and may follow
+    // whatever the plug-in has written to its standard output.
+    std::string line{'\x1E', static_cast<char>(event)};
+    line.append(text);
+    std::replace(line.begin(), line.end(), '\n', ' ');
+    line.push_back('\n');
+    std::string_view rest = line;
+    while (!rest.empty()) {
+        const ssize_t written = write(events_, rest.data(), rest.size());
+        if (written < 0 && errno != EINTR) {
+            _exit(eventsLostStatus);
+        }
+        rest.remove_prefix(written > 0 ? static_cast<std::size_t>(written) : 0);
+    }
+}
+
+Plugin& Examination::loaded()
+{
+    if (!plugin_) {
+        step("loading it and asking for its options string");
+        plugin_ = std::make_unique<Plugin>(settings_.plugin, settings_.apiVersion);
+        step("");
+        reach(Stage::loaded);
+    }
+    return *plugin_;
+}
+
+Plugin& Examination::started()
+{
+    Plugin& plugin = loaded();
+    if (!started_) {
+        if (!plugin.wantsStartUp()) {
+            throw PluginError(PluginError::Kind::refused,
+                              "character 8 of the options string is \"n\": FileMaker sends no start-up message, so "
+                              "nothing gets registered");
+        }
+        step("the start-up message");
+        startUpAnswer_ = plugin.start();
+        step("");
+        started_ = true;
+        reach(Stage::started);
+    }
+    return plugin;
+}
+
+std::string nameOf(const fmxkit::ExternalFunction& function)
+{
+    return named("function", function);
+}
+
+std::string nameOf(const fmxkit::ScriptStep& step)
+{
+    return named("script step", step);
+}
+
+std::vector<fmxkit::ExternalFunction> attemptedFunctions()
+{
+    return joined(fmxkit::externalFunctions(), fmxkit::refusals().functions);
+}
+
+std::vector<fmxkit::ScriptStep> attemptedSteps()
+{
+    return joined(fmxkit::scriptSteps(), fmxkit::refusals().scriptSteps);
+}
+
+std::string inQuotes(std::u16string_view text)
+{
+    constexpr std::size_t shown = 200;
+    return "\"" + toUtf8(text.substr(0, shown)) + (text.size() > shown ? "…\"" : "\"");
+}
+
+std::string numbersText(const std::vector<unsigned>& numbers)
+{
+    std::string text;
+    for (auto first = numbers.begin(); first != numbers.end();) {
+        auto last = first;
+        while (std::next(last) != numbers.end() && *std::next(last) == *last + 1) {
+            ++last;
+        }
+        last = last - first < 2 ? first : last;
+        text +=
+            (text.empty() ? "" : ", ") + std::to_string(*first) + (last != first ? " to " + std::to_string(*last) : "");
+        first = std::next(last);
+    }
+    return text;
+}
+
+} // namespace fmxhost::check

@@ -14,8 +14,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
-#include <string>
 #include <string_view>
 
 namespace folidex::test {
@@ -79,9 +79,10 @@ bool isFirstCloseOfWritten(int file)
 {
     struct stat status {};
     std::array<char, 8> name{};
-    const std::string link = "/proc/self/fd/" + std::to_string(file);
+    std::array<char, 32> link{};
+    std::snprintf(link.data(), link.size(), "/proc/self/fd/%d", file);
     if ((fcntl(file, F_GETFL) & O_ACCMODE) == O_RDONLY || fstat(file, &status) != 0 || !S_ISREG(status.st_mode) ||
-        readlink(link.c_str(), name.data(), name.size()) <= 0 || std::string_view(name.data(), 7) == "/memfd:") {
+        status.st_size == 0 || readlink(link.data(), name.data(), name.size()) <= 0 || std::string_view(name.data(), 7) == "/memfd:") {
         return false;
     }
     const auto end = closedFiles.begin() + closedCount;

@@ -8,7 +8,7 @@
 // Thread rule: a value belongs to one thread at a time.
 #pragma once
 
-#include "platform/linux/copy_record.h"
+#include "platform/copy_record.h"
 #include "platform/linux/copy_tree.h"
 #include "platform/linux/descriptor.h"
 #include "platform/linux/item_path.h"

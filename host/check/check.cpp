@@ -1,16 +1,14 @@
 // fmxhost check makes its tests one after the other and reports what came of each, for people or as JSON.
 //
-// A test that is repeated for several API versions has one result: a finding says for which it was made, unless for
-// all. What keeps a plug-in from loading or starting is reported once: tests that need a stage at which an earlier one
-// has failed are skipped.
+// A test that is repeated for several API versions has one result, in which a finding says for which one it was made,
+// unless for the one that is played. What keeps a plug-in from loading or starting is reported once: tests that need a
+// stage at which an earlier one has failed are skipped.
 #include "host/check/check.h"
 
+#include "host/base/system.h"
 #include "host/check/sandbox.h"
-#include "host/commands/description.h"
-#include "host/executable.h"
-#include "host/terminal/terminal.h"
 
-#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
 
 #include <fnmatch.h>
 
@@ -18,18 +16,15 @@
 #include <array>
 #include <fstream>
 #include <iterator>
-#include <memory>
 #include <set>
 #include <sstream>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
 
-namespace fmxhost {
-namespace check {
-namespace {
+namespace fmxhost::check {
 
-constexpr const char* footer =
+const char* const footer =
     R"(Without TEST: all of them. Each runs in a process of its own, so that a crash is a result. Functions aren't called.
 
 A line of --allow's file is "TEST | FINDING | REASON": what the plug-in keeps on purpose, with "*" for any text.
@@ -38,14 +33,9 @@ Verdicts: pass; note, passed with something to know; skipped; fail; crash; timeo
 
 Exit status: 0 no test failed; 1 one did; 2 wrong use; 3 there is no such plug-in file; 5 the output can't be written.)";
 
-struct Arguments {
-    std::vector<std::string> tests;
-    bool onlyFailed = false;
-    double timeLimit = 60; // s
-    std::filesystem::path allowances;
-    std::filesystem::path libraries;
-    std::string isolated;
-};
+namespace {
+
+using Json = nlohmann::ordered_json;
 
 std::string trimmed(const std::string& text)
 {
@@ -61,10 +51,6 @@ public:
     explicit Allowances(const std::filesystem::path& file)
     {
         std::ifstream stream(file);
-        std::error_code error;
-        if (!std::filesystem::is_regular_file(file, error) || !stream) {
-            throw std::invalid_argument(file.string() + " can't be read");
-        }
         std::string line;
         for (int number = 1; std::getline(stream, line); ++number) {
             if (line = trimmed(line); line.empty() || line.starts_with('#')) {
@@ -111,39 +97,6 @@ private:
     std::vector<Entry> entries_;
 };
 
-// Findings in the order in which they were made first, each with its API versions in ascending order.
-class Findings {
-public:
-    void add(const std::vector<std::string>& texts, std::int16_t version)
-    {
-        for (const std::string& text : texts) {
-            auto known = std::find_if(findings_.begin(), findings_.end(),
-                                      [&text](const auto& finding) { return finding.first == text; });
-            if (known == findings_.end()) {
-                known = findings_.insert(findings_.end(), {text, {}});
-            }
-            known->second.insert(version);
-        }
-    }
-
-    std::vector<std::string> texts(std::size_t versionsExamined) const
-    {
-        std::vector<std::string> texts;
-        for (const auto& [text, versions] : findings_) {
-            std::string list;
-            for (const std::int16_t version : versions) {
-                list += (list.empty() ? "" : ", ") + std::to_string(version);
-            }
-            const std::string where = (versions.size() == 1 ? " (API version " : " (API versions ") + list + ")";
-            texts.push_back(versions.size() == versionsExamined ? text : text + where);
-        }
-        return texts;
-    }
-
-private:
-    std::vector<std::pair<std::string, std::set<std::int16_t>>> findings_;
-};
-
 class Suite {
 public:
     Suite(Settings settings, Allowances allowances) : settings_(std::move(settings)), allowances_(std::move(allowances))
@@ -162,26 +115,20 @@ public:
             all.reasons.push_back(what + ": see " + obstacleFoundBy_->name);
             return all;
         }
-        Findings reasons;
-        Findings notes;
-        std::size_t examined = 0;
         for (const std::int16_t version : versionsFor(test)) {
             Settings settings = settings_;
             settings.apiVersion = version;
             Result result = runIsolated(test, settings);
             allowances_.apply(test, result);
-            ++examined;
             noteObstacle(test, result, version);
             all.verdict = std::max(all.verdict, result.verdict);
-            reasons.add(result.reasons, version);
-            notes.add(result.notes, version);
+            add(all.reasons, result.reasons, version);
+            add(all.notes, result.notes, version);
             all.output = isFailure(result.verdict) ? result.output : all.output;
             if (result.verdict == Verdict::timeOut) {
                 break; // the others would take as long
             }
         }
-        all.reasons = reasons.texts(examined);
-        all.notes = notes.texts(examined);
         return all;
     }
 
@@ -198,6 +145,17 @@ private:
         std::stable_partition(versions.begin(), versions.end(),
                               [this](std::int16_t version) { return version == settings_.apiVersion; });
         return versions;
+    }
+
+    // What was found for the version that is played isn't said again for others.
+    void add(std::vector<std::string>& all, const std::vector<std::string>& found, std::int16_t version) const
+    {
+        for (const std::string& text : found) {
+            if (std::find(all.begin(), all.end(), text) == all.end()) {
+                const bool isPlayed = version == settings_.apiVersion;
+                all.push_back(isPlayed ? text : text + " (API version " + std::to_string(version) + ")");
+            }
+        }
     }
 
     void noteObstacle(const Test& test, const Result& result, std::int16_t version)
@@ -236,6 +194,12 @@ std::string shownLine(std::string text)
     };
     std::replace_if(text.begin(), text.end(), moves, ' ');
     return text + "\n";
+}
+
+// UTF-8, with U+FFFD for what isn't valid.
+std::string textOf(const Json& json)
+{
+    return json.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
 // The JSON is one object on one line:
@@ -282,11 +246,11 @@ public:
             summary += count == 0 ? "" : (summary.empty() ? "" : ", ") + std::to_string(count) + " " + nameOf(verdict);
             counts[nameOf(verdict)] = count;
         }
-        output_.write(json_ ? jsonText({{"plugin", settings.plugin.string()},
-                                        {"api", settings.apiVersion},
-                                        {"passed", passed_},
-                                        {"counts", std::move(counts)},
-                                        {"tests", std::move(tests_)}}) +
+        output_.write(json_ ? textOf({{"plugin", settings.plugin.string()},
+                                      {"api", settings.apiVersion},
+                                      {"passed", passed_},
+                                      {"counts", std::move(counts)},
+                                      {"tests", std::move(tests_)}}) +
                                   "\n"
                             : std::to_string(all) + (all == 1 ? " test: " : " tests: ") + summary + "\n");
     }
@@ -323,20 +287,6 @@ private:
     Json tests_ = Json::array();
 };
 
-void listTests(Context& context)
-{
-    Json array = Json::array();
-    std::string lines;
-    for (const Test& test : allTests()) {
-        constexpr std::size_t width = 18; // of the longest name, and two blanks
-        array.push_back({{"name", test.name}, {"summary", test.summary}});
-        std::string name = test.name;
-        name.resize(width, ' ');
-        lines += name + test.summary + "\n";
-    }
-    context.output().write(context.options().json ? jsonLines(array) : lines);
-}
-
 // Beside the program, or where it is installed to share/fmxhost; empty when it is in neither.
 std::filesystem::path listOfServerLibraries()
 {
@@ -357,33 +307,11 @@ bool mayBePlugin(const std::filesystem::path& plugin)
     return std::filesystem::is_regular_file(plugin, error) || std::filesystem::is_directory(plugin / "Contents", error);
 }
 
-// What is wrong with the arguments throws std::invalid_argument.
-void examineArguments(const Arguments& arguments, const Settings& settings)
+// Errors: std::invalid_argument, for the user; std::system_error when a test can't be run or the output be written.
+bool runTests(const Arguments& arguments, const Settings& settings, Output& output)
 {
-    constexpr std::int16_t oldestApiVersion = 50;
-    constexpr std::int16_t newestApiVersion = 255;
-    if (settings.apiVersion < oldestApiVersion || settings.apiVersion > newestApiVersion) {
-        throw std::invalid_argument("check needs an API version from 50 to 255.");
-    }
-    for (const std::string& name : arguments.tests) {
-        if (findTest(name) == nullptr) {
-            throw std::invalid_argument("There is no test called " + name + ". fmxhost check list-tests shows them.");
-        }
-    }
-}
-
-ExitStatus runTests(Context& context, const Arguments& arguments)
-{
-    Settings settings{std::filesystem::absolute(context.pluginFile()), context.options().apiVersion,
-                      arguments.libraries.empty() ? listOfServerLibraries() : arguments.libraries,
-                      std::chrono::duration<double>(arguments.timeLimit)};
-    examineArguments(arguments, settings);
-    if (!mayBePlugin(settings.plugin)) {
-        context.reportError("There is no plug-in file " + settings.plugin.string());
-        return ExitStatus::pluginUnusable;
-    }
     Suite suite(settings, arguments.allowances.empty() ? Allowances() : Allowances(arguments.allowances));
-    Report report(context.output(), context.options().json, arguments.onlyFailed);
+    Report report(output, arguments.json, arguments.onlyFailed);
     for (const Test& test : allTests()) {
         const auto& names = arguments.tests;
         if (names.empty() || std::find(names.begin(), names.end(), test.name) != names.end()) {
@@ -393,52 +321,55 @@ ExitStatus runTests(Context& context, const Arguments& arguments)
         }
     }
     report.finish(settings);
-    return report.passed() ? ExitStatus::success : ExitStatus::checkFailed;
+    return report.passed();
 }
 
-ExitStatus runCheck(Context& context, const Arguments& arguments)
+} // namespace
+
+ExitStatus run(const Arguments& arguments, Output& output)
 {
+    const Settings settings{std::filesystem::absolute(arguments.plugin), arguments.apiVersion,
+                            arguments.libraries.empty() ? listOfServerLibraries() : arguments.libraries,
+                            std::chrono::duration<double>(arguments.timeLimit)};
     if (const Test* test = findTest(arguments.isolated)) {
-        runHere(*test, {context.pluginFile(), context.options().apiVersion, arguments.libraries, {}});
+        runHere(*test, settings);
     }
     try {
-        return runTests(context, arguments);
+        if (settings.apiVersion < oldestApiVersion || settings.apiVersion > newestApiVersion) {
+            throw std::invalid_argument("check needs an API version from 50 to 255.");
+        }
+        for (const std::string& name : arguments.tests) {
+            if (findTest(name) == nullptr) {
+                throw std::invalid_argument("There is no test called " + name +
+                                            ". fmxhost check list-tests shows them.");
+            }
+        }
+        if (!mayBePlugin(settings.plugin)) {
+            output.reportError("There is no plug-in file " + settings.plugin.string());
+            return ExitStatus::pluginUnusable;
+        }
+        return runTests(arguments, settings, output) ? ExitStatus::success : ExitStatus::checkFailed;
     } catch (const std::invalid_argument& error) {
-        context.reportError(error.what());
+        output.reportError(error.what());
         return ExitStatus::wrongUse;
     } catch (const OutputError&) {
         throw;
     } catch (const std::system_error& error) {
-        context.reportError(std::string("A test can't be run: ") + error.what());
+        output.reportError(std::string("A test can't be run: ") + error.what());
         return ExitStatus::checkFailed;
     }
 }
 
-} // namespace
-} // namespace check
-
-CommandBody declareCheck(CLI::App& arguments)
+ExitStatus listTests(bool json, Output& output)
 {
-    const auto values = std::make_shared<check::Arguments>();
-    arguments.footer(check::footer);
-    arguments.add_option("TEST", values->tests, "Names of tests")->type_name("");
-    arguments.add_flag("--only-failed", values->onlyFailed, "Show only the tests that fail");
-    arguments.add_option("--timeout", values->timeLimit, "How long a test may take")
-        ->type_name("SECONDS")
-        ->check(CLI::PositiveNumber)
-        ->capture_default_str();
-    arguments.add_option("--allow", values->allowances, "What the plug-in keeps on purpose")->type_name("FILE");
-    arguments.add_option("--libraries", values->libraries, "What a server has, in place of the installed list")
-        ->type_name("FILE");
-    arguments.add_option("--isolated", values->isolated)->group(""); // how it starts itself for one test
-    const CLI::App* list = arguments.add_subcommand("list-tests", "List the tests");
-    return [values, list](Context& context) {
-        if (!list->parsed()) {
-            return check::runCheck(context, *values);
-        }
-        check::listTests(context);
-        return ExitStatus::success;
-    };
+    for (const Test& test : allTests()) {
+        constexpr std::size_t width = 18; // of the longest name, and two blanks
+        std::string name = test.name;
+        name.resize(width, ' ');
+        output.write((json ? jsonObject({{"name", test.name}, {"summary", test.summary}}) : name + test.summary) +
+                     "\n");
+    }
+    return ExitStatus::success;
 }
 
-} // namespace fmxhost
+} // namespace fmxhost::check

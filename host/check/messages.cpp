@@ -5,16 +5,11 @@
 
 #include <algorithm>
 #include <array>
-#include <cstddef>
-#include <cstring>
 #include <iterator>
 #include <map>
 
 namespace fmxhost::check {
 namespace {
-
-constexpr std::int64_t oldestApiVersion = 50;
-constexpr std::int64_t newestApiVersion = 255;
 
 // What is registered now by whatever plug-in: there is but the one in this process.
 std::vector<std::string> registeredNames()
@@ -66,24 +61,20 @@ bool asksFor(const Plugin& plugin, const OptionalMessage& message)
     return options.size() > message.option && options[message.option] == u'Y';
 }
 
-// Which fields of a call record differ. The record has no padding: each field ends where the next one begins.
+// Which fields of a call record differ, as far as a plug-in might write to them.
 std::string changedFields(const FMX_ExternCallStruct& before, const FMX_ExternCallStruct& after)
 {
-#define FIELD(name) std::pair<const char*, std::size_t>(#name, offsetof(FMX_ExternCallStruct, name))
-    constexpr std::array fields{FIELD(extnVersion),  FIELD(unusedID),    FIELD(entryPoint), FIELD(cfmCalls),
-                                FIELD(whichCall),    FIELD(unsafeCalls), FIELD(parm1),      FIELD(parm2),
-                                FIELD(parm3),        FIELD(instanceID),  FIELD(result),     FIELD(unused),
-                                FIELD(cStartScript), FIELD(cCurrentEnv)};
-#undef FIELD
     std::string names;
-    for (std::size_t index = 0; index < fields.size(); ++index) {
-        const auto [name, begin] = fields.at(index);
-        const std::size_t end = index + 1 < fields.size() ? fields.at(index + 1).second : sizeof before;
-        if (std::memcmp(reinterpret_cast<const char*>(&before) + begin, reinterpret_cast<const char*>(&after) + begin,
-                        end - begin) != 0) {
-            names.append(names.empty() ? "" : ", ").append(name);
-        }
-    }
+    const auto compare = [&names](const char* name, auto old, auto now) {
+        names += old == now ? "" : (names.empty() ? "" : ", ") + std::string(name);
+    };
+    compare("extnVersion", before.extnVersion, after.extnVersion);
+    compare("entryPoint", before.entryPoint, after.entryPoint);
+    compare("whichCall", before.whichCall, after.whichCall);
+    compare("parm1", before.parm1, after.parm1);
+    compare("parm2", before.parm2, after.parm2);
+    compare("parm3", before.parm3, after.parm3);
+    compare("result", before.result, after.result);
     return names;
 }
 

@@ -4,7 +4,7 @@
 // time is over. A test that isn't done by then has crashed or timed out at its last step.
 #include "host/check/sandbox.h"
 
-#include "host/executable.h"
+#include "host/base/system.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -209,10 +209,13 @@ Result runIsolated(const Test& test, const Settings& settings)
     fcntl(pipe[0], F_SETFD, FD_CLOEXEC);
     fcntl(pipe[1], F_SETFD, FD_CLOEXEC);
     pid_t child = 0;
-    const int error =
-        spawn({"fmxhost", "--plugin", settings.plugin.string(), "--api", std::to_string(settings.apiVersion), "check",
-               "--libraries=" + settings.libraries.string(), "--isolated", test.name},
-              pipe[1], child);
+    std::vector<std::string> arguments{
+        "fmxhost",    "--plugin", settings.plugin.string(), "--api", std::to_string(settings.apiVersion), "check",
+        "--isolated", test.name};
+    if (!settings.libraries.empty()) {
+        arguments.insert(arguments.end(), {"--libraries", settings.libraries.string()});
+    }
+    const int error = spawn(arguments, pipe[1], child);
     close(pipe[1]);
     if (error != 0) {
         close(pipe[0]);

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <map>
 #include <set>
 
@@ -155,19 +154,14 @@ void examineOptionsText(const Examination& examination, std::u16string_view opti
     }
 }
 
-// Four characters, first one in the highest byte, in quotes; in hexadecimal where they can't be shown.
+// Four characters, the first one in the highest byte, in quotes.
 std::string idText(std::uint32_t id)
 {
-    std::string text;
+    std::u16string text;
     for (int shift = 24; shift >= 0; shift -= 8) {
-        text.push_back(static_cast<char>(id >> shift & 0xFF));
+        text.push_back(static_cast<char16_t>(id >> shift & 0xFF));
     }
-    if (std::all_of(text.begin(), text.end(), [](char character) { return character >= ' ' && character <= '~'; })) {
-        return "\"" + text + "\"";
-    }
-    std::array<char, sizeof "0x00000000"> digits{};
-    std::snprintf(digits.data(), digits.size(), "0x%08X", id);
-    return digits.data();
+    return inQuotes(text);
 }
 
 template <typename Entry>

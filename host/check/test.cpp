@@ -1,6 +1,6 @@
 #include "host/check/test.h"
 
-#include "host/unicode.h"
+#include "host/base/unicode.h"
 
 #include <unistd.h>
 
@@ -19,35 +19,28 @@ constexpr std::array<std::int16_t, 14> knownVersions{50, 51, 52, 53, 54, 55, 56,
 constexpr std::array<std::int16_t, 6> impossibleVersions{49, 0, -1, 256, 32767, -32768};
 // Before descriptions, before script steps, with both, and the latest.
 constexpr std::array<std::int16_t, 4> registeringVersions{50, 56, 57, defaultApiVersion};
-constexpr std::span<const std::int16_t> played;
 
-constexpr std::array<Test, 16> tests{{
-    {"load", "It is a library that loads, with the entry point FMExternCallProc", Stage::loaded, played,
-     examineLoading},
-    {"exports", "It exports the entry point and nothing else", Stage::file, played, examineExports},
-    {"libraries", "It needs no library, and no version of one, that a server lacks", Stage::file, played,
-     examineLibraries},
-    {"strings", "It answers string requests, within the buffer it is given", Stage::loaded, played, examineStrings},
-    {"start-up", "It starts on every API version", Stage::started, knownVersions, examineStartUp},
-    {"version-range", "It refuses API versions that can't be", Stage::loaded, impossibleVersions, examineVersionRange},
-    {"options", "Its options string is well formed; it registers under the ID there", Stage::started, played,
-     examineOptions},
-    {"function-names", "Each function has a name of its own that can be called", Stage::started, played,
-     examineFunctionNames},
-    {"prototypes", "Each prototype begins with the name and has as many parameters as registered", Stage::started,
-     played, examinePrototypes},
-    {"descriptions", "Each function has a description", Stage::started, played, examineDescriptions},
-    {"unique-ids", "No ID is used twice", Stage::started, played, examineIds},
-    {"script-steps", "Each script step's definition is well formed, of known elements", Stage::started, played,
-     examineScriptSteps},
-    {"messages", "It takes the idle, session and file messages that it asks for", Stage::started, played,
-     examineMessages},
-    {"unknown-messages", "Messages that it doesn't know or ask for leave the call record untouched", Stage::started,
-     played, examineUnknownMessages},
-    {"shut-down", "Shut-down unregisters everything", Stage::ended, registeringVersions, examineShutDown},
-    {"reload", "It can be loaded and unloaded 100 times, and leaves no file descriptor open", Stage::ended, played,
-     examineReloading},
-}};
+constexpr Test tests[] = {
+    {"load", Stage::loaded, examineLoading, "It is a library that loads, with the entry point FMExternCallProc"},
+    {"exports", Stage::file, examineExports, "It exports the entry point and nothing else"},
+    {"libraries", Stage::file, examineLibraries, "It needs no library, and no version of one, that a server lacks"},
+    {"strings", Stage::loaded, examineStrings, "It answers string requests, within the buffer it is given"},
+    {"start-up", Stage::started, examineStartUp, "It starts on every API version", knownVersions},
+    {"version-range", Stage::loaded, examineVersionRange, "It refuses API versions that can't be", impossibleVersions},
+    {"options", Stage::started, examineOptions, "Its options string is well formed; it registers under the ID there"},
+    {"function-names", Stage::started, examineFunctionNames, "Each function has a name of its own that can be called"},
+    {"prototypes", Stage::started, examinePrototypes,
+     "Each prototype begins with the name and has as many parameters as registered"},
+    {"descriptions", Stage::started, examineDescriptions, "Each function has a description"},
+    {"unique-ids", Stage::started, examineIds, "No ID is used twice"},
+    {"script-steps", Stage::started, examineScriptSteps,
+     "Each script step's definition is well formed, of known elements"},
+    {"messages", Stage::started, examineMessages, "It takes the idle, session and file messages that it asks for"},
+    {"unknown-messages", Stage::started, examineUnknownMessages,
+     "Messages that it doesn't know or ask for leave the call record untouched"},
+    {"shut-down", Stage::ended, examineShutDown, "Shut-down unregisters everything", registeringVersions},
+    {"reload", Stage::ended, examineReloading, "It can be loaded and unloaded 100 times, and leaves no file open"},
+};
 
 template <typename Entry>
 std::string named(std::string_view kind, const Entry& entry)
@@ -72,8 +65,8 @@ std::span<const Test> allTests()
 const Test* findTest(std::string_view name)
 {
     const auto* found =
-        std::find_if(tests.begin(), tests.end(), [name](const Test& test) { return test.name == name; });
-    return found != tests.end() ? &*found : nullptr;
+        std::find_if(std::begin(tests), std::end(tests), [name](const Test& test) { return test.name == name; });
+    return found != std::end(tests) ? found : nullptr;
 }
 
 Examination::Examination(Settings settings, int events)

@@ -1,7 +1,7 @@
 // The tests of "fmxhost check", and what one works with in the process of its own that it runs in.
 #pragma once
 
-#include "host/plugin.h"
+#include "host/base/plugin.h"
 
 #include <chrono>
 #include <cstdint>
@@ -14,6 +14,9 @@
 #include <vector>
 
 namespace fmxhost::check {
+
+constexpr std::int16_t oldestApiVersion = 50; // that a host can have
+constexpr std::int16_t newestApiVersion = 255;
 
 // How far a plug-in has got. What fails at a stage keeps every test from running that needs the next one.
 enum class Stage {
@@ -88,13 +91,13 @@ constexpr int eventsLostStatus = 97;
 
 struct Test {
     const char* name; // stable: scripts name tests by it
-    const char* summary;
-    Stage needs; // what it takes the plug-in to before anything else
-    // The host API versions that it is repeated for, each in a process of its own; none: the one that is played.
-    std::span<const std::int16_t> apiVersions;
+    Stage needs;      // what it takes the plug-in to before anything else
     // Reports what it finds; nothing reported is a pass.
     // Errors: Skipped; any other std::exception is a failure.
     void (*examine)(Examination& examination);
+    const char* summary;
+    // The host API versions that it is repeated for, each in a process of its own; none: the one that is played.
+    std::span<const std::int16_t> apiVersions = {};
 };
 
 // In the order in which they run.

@@ -3,12 +3,10 @@
 
 #include <fmxkit/registry.h>
 
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <barrier>
+#include <functional>
 #include <thread>
-#include <vector>
 
 using fmxtest::text;
 using fmxtest::units;
@@ -17,8 +15,7 @@ namespace {
 
 constexpr int threadCount = 4;
 
-template <typename Work>
-void onThreads(Work&& work)
+void onThreads(const std::function<void(int)>& work)
 {
     std::barrier start(threadCount);
     std::vector<std::thread> threads;
@@ -33,38 +30,27 @@ void onThreads(Work&& work)
     }
 }
 
-TEST(Threads, AskForTheFormsOfOneValue)
+TEST(Threads, ShareValuesAndTheirBuffers)
 {
     for (int round = 0; round < 200; ++round) {
         fmx::DataUniquePtr data;
         data->SetAsNumber(*fmx::FixPtUniquePtr(90061));
-        const fmx::Text* seen[threadCount] = {};
-        std::atomic<int> right = 0;
-        onThreads([&](int n) {
-            const fmx::Data& shared = *data;
-            seen[n] = &shared.GetAsText();
-            right += units(*seen[n]) == u"90061" && shared.GetAsTime().GetHour() == 25 &&
-                     shared.GetAsTimeStamp().GetDay() == 2 && shared.GetAsDate().GetYear() == 247;
-        });
-        ASSERT_EQ(right, threadCount);
-        for (const fmx::Text* one : seen) {
-            ASSERT_EQ(one, seen[0]);
-        }
-    }
-}
-
-TEST(Threads, ChangeTextsThatShareABuffer)
-{
-    for (int round = 0; round < 200; ++round) {
         const auto original = text(u"shared by all");
         fmx::TextUniquePtr copies[threadCount];
         for (auto& copy : copies) {
             copy->SetText(*original);
         }
+        const fmx::Text* seen[threadCount] = {};
+        std::atomic<int> right = 0;
         onThreads([&](int n) {
+            seen[n] = &data->GetAsText();
+            right += units(*seen[n]) == u"90061" && data->GetAsTime().GetHour() == 25 &&
+                     data->GetAsTimeStamp().GetDay() == 2 && data->GetAsDate().GetYear() == 247;
             copies[n]->AppendText(*original, 0, static_cast<fmx::uint32>(n));
             copies[n]->DeleteText(0, 7);
         });
+        ASSERT_EQ(right, threadCount);
+        ASSERT_EQ(std::count(std::begin(seen), std::end(seen), seen[0]), threadCount);
         ASSERT_EQ(units(*original), u"shared by all");
         ASSERT_EQ(units(*copies[3]), u"by allsha");
     }
@@ -73,13 +59,12 @@ TEST(Threads, ChangeTextsThatShareABuffer)
 TEST(Threads, RegisterAtOnce)
 {
     const fmx::QuadCharUniquePtr plugin('T', 'H', 'R', 'D');
+    const auto handler = [](short, const fmx::ExprEnv&, const fmx::DataVect&, fmx::Data&) { return fmx::errcode(); };
     std::atomic<int> accepted = 0;
     onThreads([&](int) {
         for (short id = 0; id < 100; ++id) {
-            const auto name = text(u"Function_" + std::u16string(static_cast<std::size_t>(id) + 1, u'x'));
-            accepted += fmx::ExprEnv::RegisterExternalFunction(*plugin, id, *name, *name, 0, 0, 0,
-                                                               [](short, const fmx::ExprEnv&, const fmx::DataVect&,
-                                                                  fmx::Data&) { return fmx::errcode(); }) == 0;
+            accepted += fmx::ExprEnv::RegisterExternalFunction(*plugin, id, *text(u"Name"), *text(u"Name"), 0, 0, 0,
+                                                               handler) == 0;
             fmxkit::externalFunctions();
         }
     });

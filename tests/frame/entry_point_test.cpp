@@ -1,7 +1,7 @@
 // Sends the plug-in file the messages that FileMaker sends, odd ones included.
 
 #include "frame/registry.h"
-#include "host/plugin_file.h"
+#include "host/base/system.h"
 
 #include <FMWrapper.h>
 #include <fmxkit/failure.h>

@@ -11,6 +11,7 @@
 #include <array>
 #include <cerrno>
 #include <exception>
+#include <filesystem>
 #include <string_view>
 #include <system_error>
 
@@ -102,5 +103,19 @@ bool isRoot()
 {
     return geteuid() == 0;
 }
+
+#ifdef __linux__
+std::map<int, std::string> openDescriptors()
+{
+    std::map<int, std::string> open;
+    const std::filesystem::path folder = "/proc/self/fd";
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+        std::error_code gone;
+        open[std::stoi(entry.path().filename())] = std::filesystem::read_symlink(entry.path(), gone);
+    }
+    std::erase_if(open, [&](const auto& entry) { return entry.second.ends_with("/fd"); }); // the list itself
+    return open;
+}
+#endif
 
 } // namespace folidex::test

@@ -1,6 +1,6 @@
 #include "support/plugin_under_test.h"
 
-#include "host/unicode.h"
+#include "host/base/unicode.h"
 
 #include <cstdlib>
 #include <sstream>

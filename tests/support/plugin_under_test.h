@@ -1,7 +1,7 @@
 // The plug-in as the tests drive it: loaded through its one entry point, called through what it registered.
 #pragma once
 
-#include "host/plugin.h"
+#include "host/base/plugin.h"
 
 #include <gtest/gtest.h>
 

@@ -174,7 +174,7 @@ class Reference:
         return "\n\n".join(part for part in [*parts, self.errors()] if part) + "\n"
 
     def html(self, page_template):
-        page = Page(set(re.findall(r"^#+ (.*)$", "\n".join([self.markdown(), self.recipes_text]), re.M)) | {"Recipes"},
+        page = Page(set(re.findall(r"^#+ (.*)$", "\n".join([self.markdown(), self.recipes_text]), re.M)) | {"Recipes", "content"},
                     {str(number) for number in self.messages})
         content = [page.chapter("Overview", self.overview().partition("\n")[2])]
         groups = [("", ["Overview"])]
@@ -205,7 +205,7 @@ def navigation(groups):
 
 
 class Page:
-    """Markdown as parts of the web page, which is one file: links that lead out of it become plain text."""
+    """Markdown as parts of the web page, which is one file: of a link that leads out of it the file's name is left."""
 
     def __init__(self, headings, codes):
         self.places = {slug(heading) for heading in headings} | codes
@@ -219,9 +219,12 @@ class Page:
         return self.markdown.render(text)
 
     def link(self, tokens, index, *_):
+        pages = {"functions.md": "#content", "recipes.md": "#recipes"}
         target = re.sub(r"^(functions|recipes)\.md#", "#", tokens[index].attrGet("href"))
+        target = pages.get(target, target)
         inside = target.startswith("#") and target[1:] in self.places
-        self.closing.append("</a>" if inside else "")
+        file = Path(target.partition("#")[0]).name
+        self.closing.append("</a>" if inside else "" if file == tokens[index + 1].content else f" (<code>{file}</code>)")
         return f'<a href="{target}">' if inside else ""
 
     def link_end(self, *_):

@@ -1,6 +1,6 @@
 """The reference and the pasteable recipes as they are committed: what tools/reference.py writes now, and a page that stands alone.
 
-Called as: pages_test.py FMXHOST PLUGIN SOURCE-FOLDER PLATFORM ERROR-TEXTS
+Called as: pages_test.py FMXHOST PLUGIN SOURCE-FOLDER ERROR-TEXTS
 """
 
 import filecmp
@@ -11,7 +11,7 @@ import unittest
 import xml.etree.ElementTree as ElementTree
 from pathlib import Path
 
-FMXHOST, PLUGIN, SOURCE, _, ERROR_TEXTS = sys.argv[1:6]
+FMXHOST, PLUGIN, SOURCE, ERROR_TEXTS = sys.argv[1:5]
 sys.path.insert(0, f"{SOURCE}/tools")
 try:
     import reference

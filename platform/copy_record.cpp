@@ -36,7 +36,7 @@ const timespec& change(const struct stat& status)
 
 std::uint64_t fingerprint(std::string_view path, const struct stat& status, bool withChange)
 {
-    std::array<std::uint64_t, 7> facts{hash(path), status.st_mode & S_IFMT};
+    std::array<std::uint64_t, 7> facts{hash(path), std::uint64_t{status.st_mode} & S_IFMT};
     if (!S_ISDIR(status.st_mode)) {
         facts[2] = static_cast<std::uint64_t>(status.st_size);
         facts[3] = static_cast<std::uint64_t>(modification(status).tv_sec);

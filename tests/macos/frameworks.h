@@ -1,6 +1,6 @@
-// The names of Apple's frameworks that this project uses, and no others, declared after Apple's developer documentation:
-// what link_test.py compiles and links with in the place of the macOS SDK. All are in macOS 13 and none was deprecated
-// by then. Each "// framework NAME" begins what that framework exports.
+// The names of Apple's frameworks that this project uses, and no others, declared after Apple's developer
+// documentation: what link_test.py compiles and links with in the place of the macOS SDK. All are in macOS 13 and none
+// was deprecated by then. Each "// framework NAME" begins what that framework exports.
 #pragma once
 
 #include <cstddef>
@@ -47,8 +47,10 @@ extern "C" CFBundleRef CFBundleCreate(CFAllocatorRef, CFURLRef);
 extern "C" CFURLRef CFBundleCopyExecutableURL(CFBundleRef);
 extern "C" CFURLRef CFBundleCopyResourceURL(CFBundleRef, CFStringRef name, CFStringRef type, CFStringRef folder);
 extern "C" CFStringRef CFBundleCopyLocalizedString(CFBundleRef, CFStringRef key, CFStringRef value, CFStringRef table);
-extern "C" CFDictionaryRef CFDictionaryCreate(CFAllocatorRef, const void** keys, const void** values, CFIndex, const CFDictionaryKeyCallBacks*, const CFDictionaryValueCallBacks*);
-extern "C" CFUserNotificationRef CFUserNotificationCreate(CFAllocatorRef, CFTimeInterval, unsigned long flags, SInt32* error, CFDictionaryRef);
+extern "C" CFDictionaryRef CFDictionaryCreate(CFAllocatorRef, const void** keys, const void** values, CFIndex,
+                                              const CFDictionaryKeyCallBacks*, const CFDictionaryValueCallBacks*);
+extern "C" CFUserNotificationRef CFUserNotificationCreate(CFAllocatorRef, CFTimeInterval, unsigned long flags,
+                                                          SInt32* error, CFDictionaryRef);
 
 // framework CoreGraphics
 extern "C" CFDictionaryRef CGSessionCopyCurrentDictionary();
@@ -70,8 +72,12 @@ inline NSRange NSMakeRange(NSUInteger location, NSUInteger length)
 }
 enum : NSUInteger { NSUTF8StringEncoding = 4 };
 enum NSCalendarUnit : NSUInteger {
-    NSCalendarUnitYear = 4, NSCalendarUnitMonth = 8, NSCalendarUnitDay = 16,
-    NSCalendarUnitHour = 32, NSCalendarUnitMinute = 64, NSCalendarUnitSecond = 128
+    NSCalendarUnitYear = 4,
+    NSCalendarUnitMonth = 8,
+    NSCalendarUnitDay = 16,
+    NSCalendarUnitHour = 32,
+    NSCalendarUnitMinute = 64,
+    NSCalendarUnitSecond = 128
 };
 constexpr NSCalendarUnit operator|(NSCalendarUnit a, NSCalendarUnit b)
 {
@@ -88,12 +94,12 @@ extern "C" NSString* const NSURLVolumeIsRemovableKey;
 - (void)performSelectorOnMainThread:(SEL)selector withObject:(id)argument waitUntilDone:(BOOL)wait;
 @end
 @interface NSString : NSObject
-@property (readonly) NSUInteger length;
-@property (readonly) const char* UTF8String;
-@property (readonly) const char* fileSystemRepresentation;
-@property (readonly, copy) NSString* lastPathComponent;
-@property (readonly, copy) NSString* stringByDeletingLastPathComponent;
-@property (readonly, copy) NSString* stringByStandardizingPath;
+@property(readonly) NSUInteger length;
+@property(readonly) const char* UTF8String;
+@property(readonly) const char* fileSystemRepresentation;
+@property(readonly, copy) NSString* lastPathComponent;
+@property(readonly, copy) NSString* stringByDeletingLastPathComponent;
+@property(readonly, copy) NSString* stringByStandardizingPath;
 - (instancetype)initWithBytes:(const void*)bytes length:(NSUInteger)length encoding:(NSUInteger)encoding;
 - (NSString*)stringByAppendingPathComponent:(NSString*)component;
 - (void)getCharacters:(unichar*)buffer range:(NSRange)range;
@@ -107,7 +113,7 @@ extern "C" NSString* const NSURLVolumeIsRemovableKey;
 - (NSUInteger)countByEnumeratingWithState:(void*)state objects:(id __unsafe_unretained*)buffer count:(NSUInteger)length;
 @end
 @interface NSArray : NSObject <NSFastEnumeration>
-@property (readonly) NSUInteger count;
+@property(readonly) NSUInteger count;
 - (id)objectAtIndex:(NSUInteger)index;
 + (instancetype)array;
 @end
@@ -121,10 +127,10 @@ extern "C" NSString* const NSURLVolumeIsRemovableKey;
 - (NSDate*)fileModificationDate;
 @end
 @interface NSNumber : NSObject
-@property (readonly) long long longLongValue;
+@property(readonly) long long longLongValue;
 @end
 @interface NSDate : NSObject
-@property (readonly) NSTimeInterval timeIntervalSince1970;
+@property(readonly) NSTimeInterval timeIntervalSince1970;
 + (instancetype)dateWithTimeIntervalSince1970:(NSTimeInterval)seconds;
 + (instancetype)dateWithTimeIntervalSinceNow:(NSTimeInterval)seconds;
 @end
@@ -136,22 +142,22 @@ extern "C" NSString* const NSURLVolumeIsRemovableKey;
 - (NSDateComponents*)components:(NSCalendarUnit)units fromDate:(NSDate*)date;
 @end
 @interface NSError : NSObject
-@property (readonly, copy) NSString* localizedDescription;
+@property(readonly, copy) NSString* localizedDescription;
 @end
 @interface NSException : NSObject
-@property (readonly, copy) NSString* reason;
+@property(readonly, copy) NSString* reason;
 @end
 @interface NSURL : NSObject
-@property (readonly, copy) NSString* path;
+@property(readonly, copy) NSString* path;
 + (NSURL*)fileURLWithPath:(NSString*)path;
 - (BOOL)getResourceValue:(out id*)value forKey:(NSString*)key error:(out NSError**)error;
 @end
 @interface NSBundle : NSObject
-@property (class, readonly) NSBundle* mainBundle;
-@property (readonly, copy) NSString* bundlePath;
+@property(class, readonly) NSBundle* mainBundle;
+@property(readonly, copy) NSString* bundlePath;
 @end
 @interface NSThread : NSObject
-@property (class, readonly) BOOL isMainThread;
+@property(class, readonly) BOOL isMainThread;
 @end
 @interface NSCondition : NSObject
 - (void)lock;
@@ -167,8 +173,8 @@ extern "C" NSString* const NSURLVolumeIsRemovableKey;
 - (BOOL)fileManager:(NSFileManager*)manager shouldRemoveItemAtPath:(NSString*)path;
 @end
 @interface NSFileManager : NSObject
-@property (class, readonly) NSFileManager* defaultManager;
-@property (assign) id<NSFileManagerDelegate> delegate;
+@property(class, readonly) NSFileManager* defaultManager;
+@property(assign) id<NSFileManagerDelegate> delegate;
 - (BOOL)fileExistsAtPath:(NSString*)path isDirectory:(BOOL*)isDirectory;
 - (NSArray*)contentsOfDirectoryAtPath:(NSString*)path error:(NSError**)error;
 - (NSArray*)subpathsOfDirectoryAtPath:(NSString*)path error:(NSError**)error;
@@ -176,7 +182,10 @@ extern "C" NSString* const NSURLVolumeIsRemovableKey;
 - (NSDictionary*)attributesOfFileSystemForPath:(NSString*)path error:(NSError**)error;
 - (BOOL)copyItemAtPath:(NSString*)source toPath:(NSString*)target error:(NSError**)error;
 - (BOOL)removeItemAtPath:(NSString*)path error:(NSError**)error;
-- (BOOL)createDirectoryAtPath:(NSString*)path withIntermediateDirectories:(BOOL)intermediates attributes:(NSDictionary*)attributes error:(NSError**)error;
+- (BOOL)createDirectoryAtPath:(NSString*)path
+    withIntermediateDirectories:(BOOL)intermediates
+                     attributes:(NSDictionary*)attributes
+                          error:(NSError**)error;
 - (NSString*)displayNameAtPath:(NSString*)path;
 - (NSString*)stringWithFileSystemRepresentation:(const char*)bytes length:(NSUInteger)length;
 @end
@@ -184,7 +193,7 @@ extern "C" NSString* const NSURLVolumeIsRemovableKey;
 // framework AppKit
 enum NSApplicationActivationPolicy : NSInteger { NSApplicationActivationPolicyAccessory = 1 };
 @interface NSApplication : NSObject
-@property (class, readonly) NSApplication* sharedApplication;
+@property(class, readonly) NSApplication* sharedApplication;
 - (BOOL)setActivationPolicy:(NSApplicationActivationPolicy)policy;
 - (void)activateIgnoringOtherApps:(BOOL)ignore;
 @end
@@ -192,12 +201,12 @@ extern "C" NSApplication* NSApp;
 @interface NSOpenPanel : NSObject
 + (NSOpenPanel*)openPanel;
 @property BOOL canChooseFiles, canChooseDirectories, allowsMultipleSelection;
-@property (copy) NSString* prompt;
-@property (readonly, copy) NSArray* URLs;
+@property(copy) NSString* prompt;
+@property(readonly, copy) NSArray* URLs;
 - (NSInteger)runModal;
 @end
 @interface NSWorkspace : NSObject
-@property (class, readonly) NSWorkspace* sharedWorkspace;
+@property(class, readonly) NSWorkspace* sharedWorkspace;
 - (BOOL)openURL:(NSURL*)url;
 @end
 #endif

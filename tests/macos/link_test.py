@@ -35,7 +35,6 @@ COMPILER = """#!/bin/sh
 set -e
 architecture=arm64
 linking=yes
-kept=
 for word; do
     case $word in -c | -E | -S | -v | --version) linking= ;; x86_64 | arm64) architecture=$word ;; esac
 done
@@ -52,7 +51,7 @@ if [ "$linking" ]; then
         -nostdlib -isysroot @SDK@ -F@SDK@/System/Library/Frameworks -L@SDK@/usr/lib "$@" \\
         @SDK@/usr/lib/$architecture/libc++.a @SDK@/usr/lib/$architecture/libc++abi.a -lSystem
 fi
-exec @ZIG@ @LANGUAGE@ -target $target-macos.13.0 -isystem @SDK@/usr/include "$@"
+exec @ZIG@ @LANGUAGE@ -target $target-macos.13.0 -isystem @SDK@/usr/include "$@" -Wno-unused-command-line-argument
 """
 
 
@@ -94,9 +93,9 @@ def stub_library(path, install_name, symbols, classes=()):
 def make_frameworks():
     text = (HERE / "frameworks.h").read_text()
     write(SDK / "usr/include/frameworks.h", text)
-    for part in text.split("// framework ")[1:]:
+    for part in re.split(r"^// framework ", text, flags=re.MULTILINE)[1:]:
         name = part.split()[0]
-        symbols = ["_" + found for found in re.findall(r'^extern "C" [^(;]*?\b(\w+)(?:\(.*\))?;', part, re.MULTILINE)]
+        symbols = ["_" + found for found in re.findall(r'^extern "C" [^(;]*?\b(\w+)(?:\([^;]*\))?;', part, re.MULTILINE)]
         classes = re.findall(r"^@interface (\w+) :", part, re.MULTILINE)
         if name == "Foundation":
             # What the compiler itself calls, and NSObject, come from the library below it.
@@ -135,7 +134,7 @@ def make_libraries(zig):
             for name in ("libc++.a", "libc++abi.a"):
                 shutil.copy(next(cache.rglob(name)), folder / name)
     shutil.copy(zig.parent / "lib/libc/darwin/libSystem.13.tbd", SDK / "usr/lib/libSystem.tbd")
-    for name, library, headers in [("libexpat", "libexpat.so", ["expat.h", "expat_external.h"]), ("libedit", "libedit.so", ["histedit.h"]),
+    for name, library, headers in [("libexpat", "libexpat.so", ["expat.h", "expat_external.h"]), ("libedit", "libedit.so", ["histedit.h", "editline"]),
                                    ("libicucore", "libicuuc.so", ICU)]:
         found = run("clang", f"-print-file-name={library}").strip()
         symbols = {"_" + re.sub(r"_\d+$|@.*", "", line.split()[0])

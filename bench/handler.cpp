@@ -1,6 +1,6 @@
 #include "bench/handler.h"
 
-#include "host/unicode.h"
+#include "host/base/unicode.h"
 
 #include <stdexcept>
 

@@ -1,7 +1,7 @@
 // A function of the plug-in, called through the kit as a host calls it, with its arguments made beforehand.
 #pragma once
 
-#include "host/plugin.h"
+#include "host/base/plugin.h"
 
 #include <string>
 #include <string_view>

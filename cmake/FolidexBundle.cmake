@@ -22,7 +22,7 @@ endif()
 configure_file("${PROJECT_SOURCE_DIR}/resources/Info.plist.in" "${PROJECT_BINARY_DIR}/Info.plist" @ONLY)
 
 if(FOLIDEX_COCOA)
-    set(contents "${FOLIDEX_EXTENSIONS_DIR}/Folidex.fmplugin/Contents")
+    set(contents "${FOLIDEX_PLUGIN_DIR}/Folidex.fmplugin/Contents")
     install(PROGRAMS "$<TARGET_FILE:Folidex>" DESTINATION "${contents}/MacOS" RENAME Folidex COMPONENT plugin)
     install(FILES "${PROJECT_BINARY_DIR}/Info.plist" DESTINATION "${contents}" COMPONENT plugin)
     foreach(resource IN LISTS bundle_resources)
@@ -53,7 +53,7 @@ target_link_options(Folidex PRIVATE "LINKER:-exported_symbols_list,${exports}" L
 # FileMaker carries FMWrapper.framework, fmxhost has the kit's library loaded: no path of a build folder may stay inside.
 set_target_properties(Folidex PROPERTIES BUILD_WITH_INSTALL_RPATH ON INSTALL_RPATH "@executable_path/../Frameworks")
 
-install(TARGETS Folidex LIBRARY DESTINATION "${FOLIDEX_EXTENSIONS_DIR}" BUNDLE DESTINATION "${FOLIDEX_EXTENSIONS_DIR}"
+install(TARGETS Folidex LIBRARY DESTINATION "${FOLIDEX_PLUGIN_DIR}" BUNDLE DESTINATION "${FOLIDEX_PLUGIN_DIR}"
         COMPONENT plugin)
 
 set(FOLIDEX_SIGN_IDENTITY "" CACHE STRING "Signing identity, as \"Developer ID Application: NAME (TEAM)\"")

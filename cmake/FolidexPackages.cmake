@@ -30,10 +30,11 @@ foreach(component IN LISTS components)
             DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/doc/${${component}_package}" COMPONENT ${component})
 endforeach()
 
-foreach(document IN ITEMS functions.html functions.md recipes.md encrypted-files.md deviations.txt)
-    install(FILES "${PROJECT_SOURCE_DIR}/docs/${document}"
-            DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/doc/${plugin_package}" COMPONENT plugin)
-endforeach()
+# The reference, how to install, the recipes with what is pasted of them, and the archive script for trying by hand.
+install(FILES docs/functions.html docs/functions.md docs/recipes.md docs/install.md docs/encrypted-files.md docs/guarantees.md
+              docs/deviations.txt resources/ZipFuncs.sh
+        DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/doc/${plugin_package}" COMPONENT plugin)
+install(DIRECTORY docs/recipes DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/doc/${plugin_package}" COMPONENT plugin)
 
 if(FOLIDEX_HOST)
     install(FILES "${documents}/fmxhost.1.gz" DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT fmxhost)
@@ -51,21 +52,21 @@ endif()
 if(NOT CMAKE_SYSTEM_NAME STREQUAL "Linux")
     return()
 endif()
-install(FILES "${packaging}/debian/folidex-server/lintian-overrides"
-        DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/lintian/overrides" RENAME folidex-server COMPONENT plugin)
-
-set(maintainer_scripts "")
-foreach(script IN ITEMS preinst postinst postrm)
-    configure_file("${packaging}/debian/folidex-server/${script}.in" "${documents}/${script}" @ONLY
-                   FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
-    list(APPEND maintainer_scripts "${documents}/${script}")
+foreach(component IN LISTS components)
+    install(FILES "${packaging}/debian/lintian-overrides" DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/lintian/overrides"
+            RENAME ${${component}_package} COMPONENT ${component})
 endforeach()
+# Puts the plug-in into the folders of FileMaker Server's engines, and what calls it.
+install(PROGRAMS "${packaging}/debian/folidex-server/engines" DESTINATION "${FOLIDEX_PLUGIN_DIR}" COMPONENT plugin)
+set(control_files postinst prerm triggers)
+list(TRANSFORM control_files PREPEND "${packaging}/debian/folidex-server/")
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME folidex)
 set(CPACK_PACKAGE_VERSION "${PROJECT_VERSION}")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")
-set(CPACK_PACKAGE_CONTACT "Folidex maintainers <maintainers@folidex.invalid>")
+set(CPACK_PACKAGE_CONTACT "The Folidex developers")
+set(CPACK_DEBIAN_PACKAGE_HOMEPAGE "${FOLIDEX_HOMEPAGE}")
 set(CPACK_PACKAGE_DIRECTORY "${PROJECT_BINARY_DIR}/packages")
 set(CPACK_COMPONENTS_ALL ${components})
 set(CPACK_STRIP_FILES ON)
@@ -93,15 +94,15 @@ set(CPACK_DEBIAN_PLUGIN_PACKAGE_SECTION misc)
 set(CPACK_DEBIAN_PLUGIN_PACKAGE_DEPENDS "libarchive-tools, openssl")
 # Quicker packers for many small or large files, and what the choosers and KORB_OpenFile talk to where a user sits at the screen.
 set(CPACK_DEBIAN_PLUGIN_PACKAGE_SUGGESTS "fmxhost, zip, p7zip-full | 7zip, libsystemd0, libglib2.0-bin, xdg-desktop-portal")
-set(CPACK_DEBIAN_PLUGIN_PACKAGE_CONTROL_EXTRA "${maintainer_scripts}")
+set(CPACK_DEBIAN_PLUGIN_PACKAGE_CONTROL_EXTRA "${control_files}")
 set(CPACK_DEBIAN_PLUGIN_DESCRIPTION "file system functions for FileMaker Server
 Folidex is a plug-in that gives calculations and scripts of FileMaker solutions
 the file system: 41 functions, each also a script step, that list, examine,
 copy, move, rename, delete and create files and folders, compress and encrypt
 them, and tell about drives.
 
-It is installed into FileMaker Server's folder for plug-ins and enabled in the
-Admin Console. FileMaker Server itself isn't part of this package.")
+It is put into the plug-in folders of FileMaker Server's engines and enabled in
+the Admin Console. FileMaker Server itself isn't part of this package.")
 
 set(CPACK_DEBIAN_FMXHOST_PACKAGE_NAME ${fmxhost_package})
 set(CPACK_DEBIAN_FMXHOST_PACKAGE_SECTION devel)

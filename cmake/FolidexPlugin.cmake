@@ -31,12 +31,14 @@ if(APPLE)
     return()
 endif()
 
-# One file on Linux servers, where FileMaker supplies libFMWrapper.so: no path of a build folder may stay inside.
+# One file on Linux servers, where FileMaker supplies libFMWrapper.so, in a folder of its own: no path of a build folder may
+# stay inside.
 set_target_properties(Folidex PROPERTIES
     PREFIX "" SUFFIX ".fmx"
-    SKIP_BUILD_RPATH ON
+    BUILD_WITH_INSTALL_RPATH ON INSTALL_RPATH /opt/FileMaker/lib
     LINK_DEPENDS "${PROJECT_SOURCE_DIR}/cmake/exports.map")
-target_link_options(Folidex PRIVATE
+# FileMaker takes a plug-in's version from its soname.
+target_link_options(Folidex PRIVATE "-Wl,-soname,${PROJECT_VERSION}" -Wl,--enable-new-dtags
     "-Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map" -Wl,--no-undefined -Wl,--gc-sections)
 if(NOT FOLIDEX_SANITIZE AND NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
     target_compile_options(folidex_core PRIVATE -ffunction-sections -fdata-sections)
@@ -50,6 +52,5 @@ if(FOLIDEX_COCOA)
     include(FolidexBundle)
     return()
 endif()
-# FileMaker Server's engines run as several users.
-install(TARGETS Folidex LIBRARY DESTINATION "${FOLIDEX_EXTENSIONS_DIR}" COMPONENT plugin
-        PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+install(TARGETS Folidex LIBRARY DESTINATION "${FOLIDEX_PLUGIN_DIR}" COMPONENT plugin
+        PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)

@@ -1,27 +1,294 @@
 // fmxhost: a host for FileMaker plug-ins without FileMaker.
 //
-//   plugin, value, unicode       loading a plug-in and calling it
-//   calculation/                 the language of calculations
-//   calculation_runner, result_writer, output, context
-//   commands/                    one file a command
-//   check/                       examining whether a plug-in keeps the interface's rules
-//   reference/                   the function reference of this repository's plug-in
-//   terminal/                    prompt, spinner, colours
+//   base/         plugin, value: loading a plug-in and calling it; unicode, output, system
+//   calculation/  the language of calculations: parse, evaluate, functions
+//   check/        examining whether a plug-in keeps the interface's rules
+//   session       one run: options, plug-in, results and errors
+//   commands      what it can be asked to do
+//   prompt        the same at a terminal
 #include "host/check/check.h"
-#include "host/command_line.h"
-#include "host/reference/command.h"
+#include "host/commands.h"
+#include "host/prompt.h"
+
+#include "host/base/unicode.h"
+
+#include <CLI/CLI.hpp>
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <clocale>
+#include <functional>
+#include <iostream>
+#include <new>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace fmxhost {
+namespace {
+
+constexpr const char* footer = R"(The plug-in is --plugin, else $FMXHOST_PLUGIN, else the one beside fmxhost, else
+)" FMXHOST_DEFAULT_PLUGIN R"(.
+With neither -e nor a command: a prompt at a terminal; else standard input, line by line as at the prompt.
+
+Results are printed as FileMaker shows them, one a line; line ends within a text start a new line, so use --json where
+that matters. The first calculation of -e or run with an error ends the run.
+
+Exit status: 0; 1 a calculation can't be parsed or evaluated, or a test of check fails; 2 wrong use; 3 the plug-in
+can't be loaded or refuses to start; 4 an exception left the plug-in; 5 the output can't be written.)";
+
+using Command = std::function<ExitStatus(Session&)>;
+
+class CommandLine {
+public:
+    explicit CommandLine(Output& output) : output_(output)
+    {
+        app_.footer(footer);
+        app_.set_version_flag("--version", "fmxhost " FMXHOST_VERSION);
+        app_.add_option("--plugin", plugin_, "The plug-in file")->type_name("FILE");
+        app_.add_option("--api", options_.apiVersion, "API version of the host that is played")
+            ->type_name("N")
+            ->capture_default_str();
+        app_.add_flag("--json", options_.json, "Print JSON, one object a line");
+        app_.add_flag("--no-arity-check", noArityCheck_, "Let any number of arguments through to the plug-in");
+        app_.add_flag("--time", options_.time, "Show how long each calculation takes, on standard error");
+        app_.add_option("--get", answers_,
+                        "What Get ( NAME ) answers, such as ScriptParameter; may be given several times")
+            ->type_name("NAME=TEXT")
+            ->allow_extra_args(false);
+        // Without a variable: CLI11 would take a calculation such as "[…]" for a list.
+        expressions_ = app_.add_option("-e", "A calculation; may be given several times")
+                           ->type_name("CALC")
+                           ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+                           ->allow_extra_args(false);
+        app_.fallthrough();
+        app_.require_subcommand(0, 1);
+        addRun();
+        add("list", "List the functions that the plug-in registers", listFunctions);
+        add("steps", "List the script steps that the plug-in registers", listSteps);
+        add("strings", "Show what the plug-in answers to string requests", showStrings);
+        add("help", "Explain a function, find one by a word, or say how calculations are written",
+            [this](Session& session) { return help(session, word_); })
+            ->add_option("FUNCTION", word_, "In any letter case; or a word; nothing: how calculations are written");
+        addCheck();
+    }
+
+    int run(int argumentCount, const char* const* arguments)
+    {
+        try {
+            app_.parse(argumentCount, arguments);
+        } catch (const CLI::ExtrasError&) {
+            return refuse(unknownWordText(argumentCount, arguments));
+        } catch (const CLI::ParseError& error) {
+            return finishEarly(error);
+        }
+        options_.pluginFile = plugin_;
+        options_.parser.checkArgumentCounts = !noArityCheck_;
+        for (const std::string& answer : answers_) {
+            const std::size_t equals = answer.find('=');
+            if (equals == std::string::npos) {
+                return refuse("--get needs a name and a text: " + answer + "=…");
+            }
+            options_.parser.getAnswers.insert_or_assign(foldCase(toUtf16(answer.substr(0, equals))),
+                                                        Value(answer.substr(equals + 1)));
+        }
+        return static_cast<int>(dispatch());
+    }
+
+private:
+    CLI::App* add(const char* name, const char* summary, Command command)
+    {
+        CLI::App* arguments = app_.add_subcommand(name, summary);
+        commands_.emplace_back(arguments, std::move(command));
+        return arguments;
+    }
+
+    void addRun()
+    {
+        CLI::App* run = add("run", "Evaluate the calculations of a file",
+                            [this](Session& session) { return runFile(session, file_); });
+        run->add_option("FILE", file_, "Calculations, each on a line or more; - is standard input")->required();
+        run->footer("A calculation goes on over several lines while a bracket or a text is open. Blank lines and lines "
+                    "that begin with # are skipped. The first calculation with an error ends the run.");
+    }
+
+    void addCheck()
+    {
+        CLI::App* check = add("check", "Examine whether the plug-in keeps the rules of FileMaker's interface", {});
+        CLI::App* list = check->add_subcommand("list-tests", "List the tests");
+        commands_.back().second = [this, list](Session& session) {
+            check_.plugin = session.pluginFile();
+            check_.apiVersion = options_.apiVersion;
+            check_.json = options_.json;
+            return list->parsed() ? check::listTests(check_.json, output_) : check::run(check_, output_);
+        };
+        check->footer(check::footer);
+        check->add_option("TEST", check_.tests, "Names of tests")->type_name("");
+        check->add_flag("--only-failed", check_.onlyFailed, "Show only the tests that fail");
+        check->add_option("--timeout", check_.timeLimit, "How long a test may take")
+            ->type_name("SECONDS")
+            ->check(CLI::PositiveNumber)
+            ->capture_default_str();
+        check->add_option("--allow", check_.allowances, "What the plug-in keeps on purpose")
+            ->type_name("FILE")
+            ->check(CLI::ExistingFile.description(""));
+        check->add_option("--libraries", check_.libraries, "What a server has, in place of the installed list")
+            ->type_name("FILE")
+            ->check(CLI::ExistingFile.description(""));
+        check->add_option("--isolated", check_.isolated)->group(""); // how it starts itself for one test
+    }
+
+    // Help, version, and wrong use.
+    int finishEarly(const CLI::ParseError& error)
+    {
+        std::ostringstream text;
+        std::ostringstream complaint;
+        if (app_.exit(error, text, complaint) != 0) {
+            return refuse(error.what());
+        }
+        output_.write(text.str());
+        output_.flush();
+        return static_cast<int>(ExitStatus::success);
+    }
+
+    int refuse(const std::string& message)
+    {
+        output_.reportError(message + "\nfmxhost --help says how it is used.");
+        return static_cast<int>(ExitStatus::wrongUse);
+    }
+
+    // About the first word that is no option, no command and no argument of one.
+    std::string unknownWordText(int argumentCount, const char* const* arguments) const
+    {
+        const std::vector<std::string> unknown = app_.remaining(true);
+        const auto* const end = arguments + argumentCount;
+        const auto* const first = std::find_first_of(arguments, end, unknown.begin(), unknown.end());
+        const std::string word = first == end ? unknown.front() : *first;
+        if (word.starts_with('-')) {
+            return "There is no option " + word + "." + suggestion(word, optionNames());
+        }
+        if (!app_.get_subcommands().empty()) {
+            return "The argument " + word + " is one too many.";
+        }
+        const bool isWord =
+            word.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ-") == word.npos;
+        std::vector<std::string> names;
+        std::transform(commands_.begin(), commands_.end(), std::back_inserter(names),
+                       [](const auto& command) { return command.first->get_name(); });
+        return "There is no command " + word + "." +
+               (isWord ? suggestion(word, names) : " A calculation is given with -e.");
+    }
+
+    static std::string suggestion(const std::string& word, const std::vector<std::string>& candidates)
+    {
+        std::vector<std::u16string> texts;
+        std::transform(candidates.begin(), candidates.end(), std::back_inserter(texts), toUtf16);
+        return didYouMean(nearest(toUtf16(word), {texts.begin(), texts.end()}));
+    }
+
+    // Of fmxhost itself and of the command that is given.
+    std::vector<std::string> optionNames() const
+    {
+        std::vector<const CLI::Option*> options = app_.get_options();
+        for (const CLI::App* command : app_.get_subcommands()) {
+            const auto more = command->get_options();
+            options.insert(options.end(), more.begin(), more.end());
+        }
+        std::vector<std::string> names;
+        for (const CLI::Option* option : options) {
+            for (const std::string& name : option->get_lnames()) {
+                names.push_back("--" + name);
+            }
+        }
+        return names;
+    }
+
+    ExitStatus dispatch()
+    {
+        const std::vector<std::string> calculations = expressions_->results();
+        for (const auto& [arguments, command] : commands_) {
+            if (!arguments->parsed()) {
+                continue;
+            }
+            if (!calculations.empty()) {
+                output_.reportError("-e can't be combined with the command " + arguments->get_name() + ".");
+                return ExitStatus::wrongUse;
+            }
+            return guarded(command);
+        }
+        if (!calculations.empty()) {
+            return guarded([&](Session& session) { return evaluateAll(session, calculations); });
+        }
+        if (isatty(STDIN_FILENO) == 0) {
+            return guarded(runPiped);
+        }
+        if (isatty(STDOUT_FILENO) != 0) {
+            return guarded(runPrompt);
+        }
+        output_.reportError(nothingToDo);
+        return ExitStatus::wrongUse;
+    }
+
+    // What a command throws becomes one line on standard error.
+    ExitStatus guarded(const Command& command)
+    {
+        Session session(options_, output_);
+        try {
+            const ExitStatus status = command(session);
+            output_.flush();
+            session.close();
+            return status;
+        } catch (const PluginError& error) {
+            output_.reportError(error.what());
+            return error.kind() == PluginError::Kind::exception ? ExitStatus::pluginThrew : ExitStatus::pluginUnusable;
+        } catch (const std::bad_alloc&) {
+            output_.reportError("There isn't enough memory.");
+            return ExitStatus::calculationError;
+        }
+    }
+
+    Output& output_;
+    CLI::App app_{"Loads a FileMaker plug-in without FileMaker and evaluates calculations with its functions.",
+                  "fmxhost"};
+    Options options_;
+    std::string plugin_;
+    std::vector<std::string> answers_;
+    bool noArityCheck_ = false;
+    std::string file_;
+    std::string word_;
+    check::Arguments check_;
+    CLI::Option* expressions_ = nullptr;
+    std::vector<std::pair<CLI::App*, Command>> commands_;
+};
+
+// Line editing needs to know how the terminal's bytes make characters: what fmxhost writes is UTF-8 in any locale.
+void useUtf8()
+{
+    for (const char* name : {"C.UTF-8", "UTF-8"}) { // macOS has the second
+        if (std::setlocale(LC_CTYPE, name) != nullptr) {
+            return;
+        }
+    }
+}
+
+} // namespace
+} // namespace fmxhost
 
 int main(int argumentCount, char** arguments)
 {
     using namespace fmxhost;
-    static constexpr Command commands[] = {
-        {"run", "Evaluate the calculations of a file, one a line", declareRun},
-        {"list", "List the functions that the plug-in registers", declareList},
-        {"steps", "List the script steps that the plug-in registers", declareSteps},
-        {"strings", "Show what the plug-in answers to string requests", declareStrings},
-        {"help", "Explain a function, or how calculations are written", declareHelp},
-        {"check", "Examine whether the plug-in keeps the rules of FileMaker's interface", declareCheck},
-        {"reference", "Write the reference of the functions", declareReference},
-    };
-    return runCommandLine(argumentCount, arguments, commands);
+    reserveStandardDescriptors();
+    useUtf8();
+    Output output(STDOUT_FILENO);
+    try {
+        return CommandLine(output).run(argumentCount, arguments);
+    } catch (const OutputError& error) {
+        // A reader that has seen enough, such as head(1), is no failure worth a message.
+        if (error.code().value() != EPIPE) {
+            std::cerr << "fmxhost: standard output: " << error.code().message() << '\n';
+        }
+        return static_cast<int>(ExitStatus::outputFailed);
+    }
 }

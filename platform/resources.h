@@ -1,6 +1,4 @@
 // What ships inside the plug-in, and where the host lives.
-//
-// Thread rule: any thread.
 #pragma once
 
 #include <memory>

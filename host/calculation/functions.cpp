@@ -1,12 +1,39 @@
 #include "host/calculation/functions.h"
 
-#include "host/unicode.h"
+#include "host/base/unicode.h"
 
 #include <algorithm>
+#include <iterator>
 #include <numeric>
 
 namespace fmxhost {
 namespace {
+
+// FileMaker's functions, those of the host among them, but for the flags of Get.
+constexpr std::u16string_view fileMakersFunctions =
+    u" abs acos asin atan average base64decode base64encode base64encoderfc case ceiling char choose code combination"
+    u" convertfromfilemakerpath converttofilemakerpath cos count cryptauthcode cryptdecrypt cryptdecryptbase64"
+    u" cryptdigest cryptencrypt cryptencryptbase64 cryptgeneratesignature cryptverifysignature databasenames date day"
+    u" dayname daynamej dayofweek dayofyear degrees div evaluate evaluationerror exact executesql executesqle exp "
+    u"extend"
+    u" factorial fieldbounds fieldcomment fieldids fieldnames fieldrepetitions fieldstyle fieldtype filter filtervalues"
+    u" findwordpartsinmodel floor fv get getaddontablename getasboolean getascss getasdate getasnumber getassvg"
+    u" getastext getastime getastimestamp getasurlencoded getavplayerattribute getbasetablename getcontainerattribute"
+    u" getfield getfieldname getfieldsonlayout getheight getlayoutobjectattribute getlivetext getlivetextasjson"
+    u" getmodelattributes getnextserialvalue getnthrecord getrecordids getrecordidsfromfoundset getrepetition"
+    u" getsensor getsummary gettableddl getthumbnail gettokencount getvalue getwidth hexdecode hexencode hiragana hour"
+    u" if int isempty isvalid isvalidexpression jsondeleteelement jsonformatelements jsongetelement"
+    u" jsongetelementtype jsonlistkeys jsonlistvalues jsonmakearray jsonparse jsonparsedstate jsonsetelement"
+    u" kanahankaku kanazenkaku kanjinumeral katakana last layoutids layoutnames layoutobjectnames left leftvalues"
+    u" leftwords length let lg list ln location locationvalues log lookup lookupnext lower max middle middlevalues"
+    u" middlewords min minute mod month monthname monthnamej normalizeembedding npv numtojtext patterncount pi pmt"
+    u" position proper pv quote radians random relationinfo replace rgb right rightvalues rightwords romanhankaku"
+    u" romanzenkaku round samplingrate scriptids scriptnames second self serialincrement setprecision setrecursion sign"
+    u" sin sortvalues sqrt stdev stdevp substitute sum tableids tablenames tan textcolor textcolorremove textdecode"
+    u" textencode textfont textfontremove textformatremove textsize textsizeremove textstyleadd textstyleremove time"
+    u" timestamp trim trimall truncate uniquevalues upper valuecount valuelistids valuelistitems valuelistnames "
+    u"variance"
+    u" variancep verifycontainer weekofyear weekofyearfiscal while windownames wordcount year yearname ";
 
 // Without the prefix that all functions of a plug-in share, which says nothing about which one is meant.
 std::u16string_view withoutPrefix(std::u16string_view name)
@@ -15,8 +42,8 @@ std::u16string_view withoutPrefix(std::u16string_view name)
     return underscore == std::u16string_view::npos ? name : name.substr(underscore + 1);
 }
 
-} // namespace
-
+// How many insertions, deletions, substitutions and swaps of neighbours make one text of the other (optimal string
+// alignment distance), in UTF-16 units. Time and space grow with the product of the lengths.
 std::size_t editDistance(std::u16string_view a, std::u16string_view b)
 {
     std::vector<std::size_t> beforePrevious;
@@ -38,9 +65,26 @@ std::size_t editDistance(std::u16string_view a, std::u16string_view b)
     return previous.back();
 }
 
+} // namespace
+
+bool isFileMakersFunction(std::u16string_view name)
+{
+    return fileMakersFunctions.find(u' ' + foldCase(name) + u' ') != std::u16string_view::npos;
+}
+
 std::u16string_view nameOf(const Function& function)
 {
     return std::visit([](const auto* entry) { return std::u16string_view(entry->name); }, function);
+}
+
+std::u16string_view prototypeOf(const Function& function)
+{
+    return std::visit([](const auto* entry) { return std::u16string_view(entry->prototype); }, function);
+}
+
+std::u16string_view descriptionOf(const Function& function)
+{
+    return std::visit([](const auto* entry) { return descriptionText(entry->description); }, function);
 }
 
 int minimumArguments(const Function& function)
@@ -53,6 +97,38 @@ int maximumArguments(const Function& function)
     const int maximum =
         std::visit([](const auto* entry) { return static_cast<int>(entry->maximumArguments); }, function);
     return maximum < 0 ? anyNumberOfArguments : maximum;
+}
+
+std::u16string_view descriptionText(std::u16string_view description)
+{
+    const std::size_t bar = description.find(u'|');
+    return bar == std::u16string_view::npos ? description : description.substr(bar + 1);
+}
+
+std::u16string nearest(std::u16string_view word, const std::vector<std::u16string_view>& candidates)
+{
+    constexpr std::size_t longestWord = 200;
+    if (word.size() > longestWord) {
+        return {};
+    }
+    const std::u16string given = foldCase(word);
+    std::u16string_view best;
+    std::size_t bestDistance = std::max<std::size_t>(1, withoutPrefix(given).size() / 3) + 1;
+    for (const std::u16string_view candidate : candidates) {
+        const std::u16string folded = foldCase(candidate);
+        const std::size_t distance =
+            std::min(editDistance(given, folded), editDistance(withoutPrefix(given), withoutPrefix(folded)));
+        if (distance < bestDistance) {
+            best = candidate;
+            bestDistance = distance;
+        }
+    }
+    return std::u16string(best);
+}
+
+std::string didYouMean(std::u16string_view suggestion)
+{
+    return suggestion.empty() ? std::string() : " Did you mean " + toUtf8(suggestion) + "?";
 }
 
 FunctionTable::FunctionTable(const std::vector<fmxkit::ExternalFunction>& functions)
@@ -77,35 +153,29 @@ std::optional<Function> FunctionTable::find(std::u16string_view name) const
 
 std::u16string FunctionTable::suggestionFor(std::u16string_view name) const
 {
-    constexpr std::size_t longestName = 200;
-    if (name.size() > longestName) {
-        return {};
-    }
-    const std::u16string given = foldCase(name);
-    std::u16string_view best;
-    std::size_t bestDistance = std::max<std::size_t>(1, withoutPrefix(given).size() / 3) + 1;
-    for (const Function& function : functions_) {
-        const std::u16string folded = foldCase(nameOf(function));
-        const std::size_t distance =
-            std::min(editDistance(given, folded), editDistance(withoutPrefix(given), withoutPrefix(folded)));
-        if (distance < bestDistance) {
-            best = nameOf(function);
-            bestDistance = distance;
-        }
-    }
-    return std::u16string(best);
+    std::vector<std::u16string_view> names;
+    std::transform(functions_.begin(), functions_.end(), std::back_inserter(names), nameOf);
+    return nearest(name, names);
 }
 
-std::vector<std::u16string_view> FunctionTable::namesWithPrefix(std::u16string_view prefix) const
+std::vector<Function> FunctionTable::withPrefix(std::u16string_view prefix) const
 {
-    const std::u16string folded = foldCase(prefix);
-    std::vector<std::u16string_view> names;
-    for (const Function& function : functions_) {
-        if (foldCase(nameOf(function)).starts_with(folded)) {
-            names.push_back(nameOf(function));
-        }
-    }
-    return names;
+    std::vector<Function> found;
+    std::copy_if(functions_.begin(), functions_.end(), std::back_inserter(found),
+                 [&](const Function& function) { return foldCase(nameOf(function)).starts_with(foldCase(prefix)); });
+    return found;
+}
+
+std::vector<Function> FunctionTable::about(std::u16string_view word) const
+{
+    std::vector<Function> found;
+    std::copy_if(functions_.begin(), functions_.end(), std::back_inserter(found), [&](const Function& function) {
+        const std::u16string_view description =
+            std::visit([](const auto* entry) { return std::u16string_view(entry->description); }, function);
+        return foldCase(nameOf(function)).find(foldCase(word)) != std::u16string::npos ||
+               foldCase(description).find(foldCase(word)) != std::u16string::npos;
+    });
+    return found;
 }
 
 } // namespace fmxhost

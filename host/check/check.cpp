@@ -5,12 +5,10 @@
 // stage at which an earlier one has failed are skipped.
 #include "host/check/check.h"
 
+#include "host/base/system.h"
 #include "host/check/sandbox.h"
-#include "host/commands/description.h"
-#include "host/executable.h"
-#include "host/terminal/terminal.h"
 
-#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
 
 #include <fnmatch.h>
 
@@ -18,18 +16,15 @@
 #include <array>
 #include <fstream>
 #include <iterator>
-#include <memory>
 #include <set>
 #include <sstream>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
 
-namespace fmxhost {
-namespace check {
-namespace {
+namespace fmxhost::check {
 
-constexpr const char* footer =
+const char* const footer =
     R"(Without TEST: all of them. Each runs in a process of its own, so that a crash is a result. Functions aren't called.
 
 A line of --allow's file is "TEST | FINDING | REASON": what the plug-in keeps on purpose, with "*" for any text.
@@ -38,14 +33,9 @@ Verdicts: pass; note, passed with something to know; skipped; fail; crash; timeo
 
 Exit status: 0 no test failed; 1 one did; 2 wrong use; 3 there is no such plug-in file; 5 the output can't be written.)";
 
-struct Arguments {
-    std::vector<std::string> tests;
-    bool onlyFailed = false;
-    double timeLimit = 60; // s
-    std::filesystem::path allowances;
-    std::filesystem::path libraries;
-    std::string isolated;
-};
+namespace {
+
+using Json = nlohmann::ordered_json;
 
 std::string trimmed(const std::string& text)
 {
@@ -206,6 +196,12 @@ std::string shownLine(std::string text)
     return text + "\n";
 }
 
+// UTF-8, with U+FFFD for what isn't valid.
+std::string textOf(const Json& json)
+{
+    return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
 // The JSON is one object on one line:
 //   {"plugin": FILE, "api": N, "passed": BOOL, "counts": {VERDICT: N, …}, "tests": [{"name": NAME, "verdict": VERDICT,
 //    "reasons": [TEXT…], "notes": [TEXT…], "seconds": NUMBER, "output": what it wrote, of tests that failed}…]}
@@ -250,11 +246,11 @@ public:
             summary += count == 0 ? "" : (summary.empty() ? "" : ", ") + std::to_string(count) + " " + nameOf(verdict);
             counts[nameOf(verdict)] = count;
         }
-        output_.write(json_ ? jsonText({{"plugin", settings.plugin.string()},
-                                        {"api", settings.apiVersion},
-                                        {"passed", passed_},
-                                        {"counts", std::move(counts)},
-                                        {"tests", std::move(tests_)}}) +
+        output_.write(json_ ? textOf({{"plugin", settings.plugin.string()},
+                                      {"api", settings.apiVersion},
+                                      {"passed", passed_},
+                                      {"counts", std::move(counts)},
+                                      {"tests", std::move(tests_)}}) +
                                   "\n"
                             : std::to_string(all) + (all == 1 ? " test: " : " tests: ") + summary + "\n");
     }
@@ -291,20 +287,6 @@ private:
     Json tests_ = Json::array();
 };
 
-void listTests(Context& context)
-{
-    Json array = Json::array();
-    std::string lines;
-    for (const Test& test : allTests()) {
-        constexpr std::size_t width = 18; // of the longest name, and two blanks
-        array.push_back({{"name", test.name}, {"summary", test.summary}});
-        std::string name = test.name;
-        name.resize(width, ' ');
-        lines += name + test.summary + "\n";
-    }
-    context.output().write(context.options().json ? jsonLines(array) : lines);
-}
-
 // Beside the program, or where it is installed to share/fmxhost; empty when it is in neither.
 std::filesystem::path listOfServerLibraries()
 {
@@ -326,10 +308,10 @@ bool mayBePlugin(const std::filesystem::path& plugin)
 }
 
 // Errors: std::invalid_argument, for the user; std::system_error when a test can't be run or the output be written.
-bool runTests(Context& context, const Arguments& arguments, const Settings& settings)
+bool runTests(const Arguments& arguments, const Settings& settings, Output& output)
 {
     Suite suite(settings, arguments.allowances.empty() ? Allowances() : Allowances(arguments.allowances));
-    Report report(context.output(), context.options().json, arguments.onlyFailed);
+    Report report(output, arguments.json, arguments.onlyFailed);
     for (const Test& test : allTests()) {
         const auto& names = arguments.tests;
         if (names.empty() || std::find(names.begin(), names.end(), test.name) != names.end()) {
@@ -342,9 +324,11 @@ bool runTests(Context& context, const Arguments& arguments, const Settings& sett
     return report.passed();
 }
 
-ExitStatus runCheck(Context& context, const Arguments& arguments)
+} // namespace
+
+ExitStatus run(const Arguments& arguments, Output& output)
 {
-    const Settings settings{std::filesystem::absolute(context.pluginFile()), context.options().apiVersion,
+    const Settings settings{std::filesystem::absolute(arguments.plugin), arguments.apiVersion,
                             arguments.libraries.empty() ? listOfServerLibraries() : arguments.libraries,
                             std::chrono::duration<double>(arguments.timeLimit)};
     if (const Test* test = findTest(arguments.isolated)) {
@@ -361,49 +345,31 @@ ExitStatus runCheck(Context& context, const Arguments& arguments)
             }
         }
         if (!mayBePlugin(settings.plugin)) {
-            context.reportError("There is no plug-in file " + settings.plugin.string());
+            output.reportError("There is no plug-in file " + settings.plugin.string());
             return ExitStatus::pluginUnusable;
         }
-        return runTests(context, arguments, settings) ? ExitStatus::success : ExitStatus::checkFailed;
+        return runTests(arguments, settings, output) ? ExitStatus::success : ExitStatus::checkFailed;
     } catch (const std::invalid_argument& error) {
-        context.reportError(error.what());
+        output.reportError(error.what());
         return ExitStatus::wrongUse;
     } catch (const OutputError&) {
         throw;
     } catch (const std::system_error& error) {
-        context.reportError(std::string("A test can't be run: ") + error.what());
+        output.reportError(std::string("A test can't be run: ") + error.what());
         return ExitStatus::checkFailed;
     }
 }
 
-} // namespace
-} // namespace check
-
-CommandBody declareCheck(CLI::App& arguments)
+ExitStatus listTests(bool json, Output& output)
 {
-    const auto values = std::make_shared<check::Arguments>();
-    arguments.footer(check::footer);
-    arguments.add_option("TEST", values->tests, "Names of tests")->type_name("");
-    arguments.add_flag("--only-failed", values->onlyFailed, "Show only the tests that fail");
-    arguments.add_option("--timeout", values->timeLimit, "How long a test may take")
-        ->type_name("SECONDS")
-        ->check(CLI::PositiveNumber)
-        ->capture_default_str();
-    arguments.add_option("--allow", values->allowances, "What the plug-in keeps on purpose")
-        ->type_name("FILE")
-        ->check(CLI::ExistingFile.description(""));
-    arguments.add_option("--libraries", values->libraries, "What a server has, in place of the installed list")
-        ->type_name("FILE")
-        ->check(CLI::ExistingFile.description(""));
-    arguments.add_option("--isolated", values->isolated)->group(""); // how it starts itself for one test
-    const CLI::App* list = arguments.add_subcommand("list-tests", "List the tests");
-    return [values, list](Context& context) {
-        if (!list->parsed()) {
-            return check::runCheck(context, *values);
-        }
-        check::listTests(context);
-        return ExitStatus::success;
-    };
+    for (const Test& test : allTests()) {
+        constexpr std::size_t width = 18; // of the longest name, and two blanks
+        std::string name = test.name;
+        name.resize(width, ' ');
+        output.write((json ? jsonObject({{"name", test.name}, {"summary", test.summary}}) : name + test.summary) +
+                     "\n");
+    }
+    return ExitStatus::success;
 }
 
-} // namespace fmxhost
+} // namespace fmxhost::check

@@ -1,9 +1,8 @@
 // function-names, prototypes, descriptions, unique-ids: what it registers for calculations.
 #include "host/check/test.h"
 
-#include "host/calculation/diagnostic.h"
-#include "host/calculation/lexer.h"
-#include "host/unicode.h"
+#include "host/base/unicode.h"
+#include "host/calculation/parse.h"
 
 #include <algorithm>
 #include <map>

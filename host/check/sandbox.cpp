@@ -4,7 +4,7 @@
 // time is over. A test that isn't done by then has crashed or timed out at its last step.
 #include "host/check/sandbox.h"
 
-#include "host/executable.h"
+#include "host/base/system.h"
 
 #include <fcntl.h>
 #include <poll.h>

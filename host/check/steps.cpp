@@ -5,7 +5,7 @@
 // elements, each with an ID of its own. One parameter at most is a target. Letter case doesn't matter.
 #include "host/check/test.h"
 
-#include "host/unicode.h"
+#include "host/base/unicode.h"
 
 #include <expat.h>
 

@@ -1,6 +1,6 @@
 #include "host/check/test.h"
 
-#include "host/unicode.h"
+#include "host/base/unicode.h"
 
 #include <unistd.h>
 

@@ -1,7 +1,7 @@
 // The tests of "fmxhost check", and what one works with in the process of its own that it runs in.
 #pragma once
 
-#include "host/plugin.h"
+#include "host/base/plugin.h"
 
 #include <chrono>
 #include <cstdint>

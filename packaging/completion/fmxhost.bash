@@ -3,8 +3,8 @@
 _fmxhost()
 {
     local current=$2 previous=$3 command='' plugin=() word index
-    local commands='run list steps strings help check reference'
-    local options='-e --plugin --api --json --no-arity-check --time --version --help'
+    local commands='run list steps strings help check'
+    local options='-e --plugin --api --json --get --no-arity-check --time --version --help'
 
     # readline splits --plugin=FILE into three words.
     if [[ $current == = ]]; then
@@ -15,14 +15,14 @@ _fmxhost()
     fi
 
     case $previous in
-    --plugin | run)
+    --plugin | --allow | --libraries | run)
         compopt -o filenames
         mapfile -t COMPREPLY < <(compgen -f -- "$current")
         return
         ;;
-    --texts)
-        compopt -o filenames
-        mapfile -t COMPREPLY < <(compgen -d -- "$current")
+    --get)
+        compopt -o nospace
+        mapfile -t COMPREPLY < <(compgen -S = -W 'ScriptParameter ScriptResult DocumentsPath DesktopPath TemporaryPath' -- "$current")
         return
         ;;
     -e | --api | --timeout)
@@ -33,9 +33,13 @@ _fmxhost()
     for ((index = 1; index < COMP_CWORD; ++index)); do
         word=${COMP_WORDS[index]}
         case $word in
-        --plugin) plugin=(--plugin "${COMP_WORDS[++index]}") ;;
-        -e | --api | --timeout) ((++index)) ;;
-        run | list | steps | strings | help | check | reference)
+        --plugin)
+            # In pieces where "=" is between them.
+            [[ ${COMP_WORDS[index + 1]} != = ]] || ((++index))
+            plugin=(--plugin "${COMP_WORDS[++index]}")
+            ;;
+        -e | --api | --get | --timeout | --allow | --libraries) ((++index)) ;;
+        run | list | steps | strings | help | check)
             command=$word
             break
             ;;
@@ -44,10 +48,17 @@ _fmxhost()
 
     case $command in
     '') mapfile -t COMPREPLY < <(compgen -W "$commands $options" -- "$current") ;;
-    # One name, in any letter case.
-    help) ((index < COMP_CWORD - 1)) || mapfile -t COMPREPLY < <(_fmxhost_functions "${plugin[@]}" | grep -i "^$current") ;;
-    check) mapfile -t COMPREPLY < <(compgen -W "$(_fmxhost_tests) list-tests --only-failed --timeout $options" -- "$current") ;;
-    reference) mapfile -t COMPREPLY < <(compgen -W '--texts --html --help' -- "$current") ;;
+    help)
+        # One name, in any letter case; what is typed so far is no pattern.
+        COMPREPLY=()
+        ((index == COMP_CWORD - 1)) || return
+        while read -r word; do
+            [[ ${word,,} != "${current,,}"* ]] || COMPREPLY+=("$word")
+        done < <(_fmxhost_functions "${plugin[@]}")
+        ;;
+    check)
+        mapfile -t COMPREPLY < <(compgen -W "$(_fmxhost_tests) list-tests --only-failed --timeout --allow --libraries $options" -- "$current")
+        ;;
     *) mapfile -t COMPREPLY < <(compgen -W "$options" -- "$current") ;;
     esac
 }

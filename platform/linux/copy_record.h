@@ -2,8 +2,6 @@
 //
 // Of each entry only a fingerprint is kept, 8 bytes for path, kind, size and times, so that a million entries take
 // 8 MB. That another state of an entry has a fingerprint of the record's is as likely as a million in 2^64.
-//
-// Thread rule: a value belongs to one thread at a time.
 #pragma once
 
 #include <sys/stat.h>

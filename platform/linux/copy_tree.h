@@ -23,7 +23,6 @@ struct CopyAim {
     const char* action() const { return isMove ? "move" : "copy"; }
 };
 
-// Thread rule: a copier belongs to one thread at a time.
 class FileCopier {
 public:
     // `flushesEach`: every file is written to the disk before it is closed.

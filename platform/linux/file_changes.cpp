@@ -28,7 +28,6 @@
 
 namespace platform {
 
-using linux_os::CopyAim;
 using linux_os::Descriptor;
 using linux_os::failure;
 using linux_os::Identity;

@@ -1,6 +1,6 @@
 // Between the portable core's texts and Foundation's, for this folder's Objective-C++ files only.
 //
-// Thread rule: any thread. Answers are autoreleased.
+// Answers are autoreleased.
 #pragma once
 
 #import <Foundation/Foundation.h>

@@ -1,6 +1,4 @@
 // Whether there is a user at a screen.
-//
-// Thread rule: any thread.
 #pragma once
 
 namespace platform::cocoa {

@@ -1,6 +1,4 @@
 // Which item an item is, whatever path led to it.
-//
-// Thread rule: any thread.
 #pragma once
 
 #include <sys/stat.h>

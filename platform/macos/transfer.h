@@ -1,8 +1,8 @@
 // What is settled about an item before the frameworks are let at it, by plain POSIX calls: they would follow, replace
 // or empty what they were not meant to.
 //
-// Thread rule: any thread. Paths are file-system bytes without trailing slashes. `action` completes "could not …" in a
-// failure's description: a bare verb.
+// Paths are file-system bytes without trailing slashes. `action` completes "could not …" in a failure's description: a bare
+// verb.
 #pragma once
 
 #include "platform/outcome.h"

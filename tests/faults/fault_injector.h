@@ -1,8 +1,8 @@
-// Makes one call of a process fail, or does something just before it. The library stands before the C library
-// (LD_PRELOAD); a driver finds its two functions with dlsym(3), arms it, calls the code under test, and disarms it.
+// Makes calls of the code under test fail, or does something just before one of them. Linked into a test program, whose
+// functions the dynamic linker finds before the C library's of the same names.
 //
 // While it is armed, calls are counted by kind on the arming thread: allocations whoever makes them, all others when
-// they come from the code under test itself. The n-th one of the chosen kind fails, once.
+// they come from the code under test itself.
 #pragma once
 
 #include <array>
@@ -17,6 +17,7 @@ enum class Call : std::uint8_t {
     open,
     create,  // open with O_CREAT, mkostemp
     unnamed, // open with O_TMPFILE
+    close,   // which closes all the same
     read,
     write,
     copyRange,
@@ -53,35 +54,34 @@ enum class Call : std::uint8_t {
     spawn,
     waitChild,
     poll,
-    count_
+    none
 };
 
-constexpr std::size_t callCount = static_cast<std::size_t>(Call::count_);
-
+constexpr std::size_t callCount = static_cast<std::size_t>(Call::none);
 constexpr int shortCount = -1; // in an error's place: half of what was asked for is done
 
 struct FaultPlan {
-    std::uintptr_t codeBegin = 0; // the code under test
-    std::uintptr_t codeEnd = 0;
-    Call call = Call::count_;
-    unsigned at = 0;            // 1 is the first call; 0: none fails
-    int error = 0;              // errno value or shortCount
-    Call denied = Call::count_; // a kind that the system doesn't have at all: every call of it fails
-    int deniedError = 0;
-    unsigned intrudeAt = 0; // 1 is before the first call of any kind but allocations; 0: never
+    const void* code = nullptr;         // an address in the code under test
+    std::array<int, callCount> lacks{}; // an errno value for each kind that the system doesn't have at all
+    Call call = Call::none;             // the `at`-th call of this kind, from 1, fails with `error`
+    unsigned at = 0;
+    int error = 0;
+    bool lasts = false;     // so do all later ones of the kind
+    unsigned secondAt = 0;  // and, with EIO, this one of all kinds but allocations, counted from the first that failed
+    unsigned intrudeAt = 0; // `intrude` is called before this one of all kinds but allocations
     void (*intrude)() = nullptr;
 };
 
 struct FaultReport {
     std::array<unsigned, callCount> calls{};
     unsigned total = 0;                   // of all kinds but allocations
-    bool struck = false;                  // whether the call that was to fail was made and did fail
+    unsigned sinceFault = 0;              // of those, after the first that failed
+    bool struck = false;                  // whether the planned call, or both of them, were made and did fail
+    bool lostData = false;                // whether a close failed that was the first for a written file
     std::array<char, 64> temporaryFile{}; // the last one that was made by mkostemp(3), if any
 };
 
-using ArmFaults = void (*)(const FaultPlan*);
-using DisarmFaults = FaultReport (*)();
-constexpr const char* armName = "folidexArmFaults";
-constexpr const char* disarmName = "folidexDisarmFaults";
+void armFaults(const FaultPlan& plan);
+FaultReport disarmFaults();
 
 } // namespace folidex::test

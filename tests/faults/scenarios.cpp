@@ -5,19 +5,19 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <stdexcept>
 #include <string_view>
-#include <utility>
 
 namespace folidex::test {
 namespace fs = std::filesystem;
 namespace {
-
-using Arguments = std::vector<std::string>;
 
 constexpr int deepLevels = 36; // more than a walk keeps open
 
@@ -41,14 +41,6 @@ std::string noise(std::size_t size)
         byte = static_cast<char>(state >> 24U);
     }
     return bytes;
-}
-
-void makeSparse(const fs::path& path)
-{
-    static const std::string tail = noise(8192);
-    write(path, "head");
-    fs::resize_file(path, 1U << 20U);
-    std::ofstream(path, std::ios::binary | std::ios::app) << tail;
 }
 
 void makeHollow(const Places& places)
@@ -80,31 +72,38 @@ void makeDeep(const Places& places)
     write(folder / "leaf", "bottom");
 }
 
-void makeProgram(const fs::path& path, std::string_view text)
+void linkSourceToTarget(const Places& places)
 {
-    fs::create_directories(path.parent_path());
-    write(path, text);
-    fs::permissions(path, fs::perms::owner_all);
+    fs::remove(places.home + "/dest/old.txt");
+    fs::create_hard_link(places.home + "/src/report.txt", places.home + "/dest/old.txt");
 }
 
-auto paths(const std::string& first, const std::string& second)
+void setHome(const Places& places)
 {
-    return [=](const Places& at) { return Arguments{at.home + first, at.home + second}; };
+    setenv("HOME", places.home.c_str(), 1);
 }
 
-auto path(const std::string& only)
+void loseDisplay(const Places&)
 {
-    return [=](const Places& at) { return Arguments{at.home + only}; };
+    unsetenv("DISPLAY");
+    unsetenv("WAYLAND_DISPLAY");
 }
 
-auto atHome(const std::string& name)
+void provideOpener(const Places& places)
 {
-    return [=](const Places& at) { return at.home + name; };
+    const fs::path program = places.home + "/bin/gio";
+    fs::create_directories(program.parent_path());
+    write(program, "#!/bin/sh\nexit 0\n");
+    fs::permissions(program, fs::perms::owner_all);
+    setenv("DISPLAY", ":99", 1);
+    setenv("PATH", (places.home + "/bin:/usr/bin:/bin").c_str(), 1);
 }
 
-auto away(const std::string& name)
+void addArchives(const Places& places)
 {
-    return [=](const Places& at) { return at.away + name; };
+    for (const char* name : {"plain.zip", "text.encrypted", "encrypted.zip"}) {
+        fs::copy_file(fs::path(FOLIDEX_ARCHIVES) / name, places.home + "/src/" + name);
+    }
 }
 
 bool isFewerBytes(const std::string& answer, const std::string& undisturbed)
@@ -128,380 +127,224 @@ bool isAbsent(const std::string& answer, const std::string&)
     return answer == "1";
 }
 
+bool isEmpty(const std::string& answer, const std::string&)
+{
+    return answer.empty();
+}
+
 bool isAnything(const std::string&, const std::string&)
 {
     return true;
 }
 
-const std::vector<int> copyCodes{-8002, -8003, -8010};
-const std::vector<int> folderCopyCodes{-8002, -8003, -8010};
-const std::vector<int> folderMoveCodes{-8002, -8011};
+const std::vector<std::pair<Call, int>> noExclusiveRename{{Call::rename, EINVAL}};
+const std::vector<std::pair<Call, int>> noUnnamedFiles{{Call::unnamed, EOPNOTSUPP}};
+const std::vector<std::pair<Call, int>> plainest{{Call::unnamed, EOPNOTSUPP}, {Call::rename, EINVAL}, {Call::link, EPERM}};
 
-void addFileOperations(std::vector<Scenario>& list)
+// As a poor file system has them, too, changes of files and folders.
+void addChanges(std::vector<Scenario>& list)
 {
-    const auto copy = [&](std::string name, const std::string& file) -> Scenario& {
-        return list.emplace_back(Scenario{.name = std::move(name),
-                                          .function = "KORB_FileCopy",
-                                          .arguments = paths("/src/" + file, "/dest"),
-                                          .codes = copyCodes,
-                                          .source = atHome("/src/" + file),
-                                          .target = atHome("/dest/" + file)});
+    const auto add = [&](std::vector<std::string> call, Scenario more = {}) {
+        more.call = std::move(call);
+        list.push_back(std::move(more));
     };
-    copy("copy a file", "report.txt");
-    copy("copy a big file", "big");
-    copy("copy a file with holes", "sparse");
-    copy("copy a link", "link");
-    copy("copy a file that ends in a hole", "hollow").prepare = makeHollow;
-    for (const char* file : {"report.txt", "link"}) {
-        Scenario& owned = copy(std::string("copy somebody else's ") + file, file);
-        owned.prepare = giveAway;
-        owned.needsRoot = true;
+    for (const char* file : {"~/src/report.txt", "~/src/big", "~/src/sparse", "~/src/link"}) {
+        add({"KORB_FileCopy", file, "~/dest"});
     }
-    Scenario& named = copy("copy a file without unnamed files", "report.txt");
-    named.denied = Call::unnamed;
-    named.deniedError = EOPNOTSUPP;
-    Scenario& buffered = copy("copy a big file without kernel copies", "big");
-    buffered.denied = Call::copyRange;
-    buffered.deniedError = EXDEV;
-    Scenario& looking = copy("copy a link without exchange-free renames", "link");
-    looking.denied = Call::rename;
-    looking.deniedError = EINVAL;
-
-    const auto overwrite = [](const Places& at) {
-        return Arguments{at.home + "/src/report.txt", at.home + "/dest", "y", "old.txt"};
-    };
-    // A target that is the source under another name is refused before anything happens.
-    const auto hardLink = [](const Places& at) {
-        fs::remove(at.home + "/dest/old.txt");
-        fs::create_hard_link(at.home + "/src/report.txt", at.home + "/dest/old.txt");
-    };
-    for (const char* function : {"KORB_FileCopy", "KORB_FileMove"}) {
-        Scenario over{.name = std::string(function) + " over another file",
-                      .function = function,
-                      .arguments = overwrite,
-                      .codes = copyCodes,
-                      .leaves = Leaves::targetGone,
-                      .source = atHome("/src/report.txt"),
-                      .target = atHome("/dest/old.txt")};
-        list.push_back(over);
-        Scenario kept = over;
-        kept.name = std::string(function) + " where another file stands";
-        kept.arguments = [](const Places& at) {
-            return Arguments{at.home + "/src/report.txt", at.home + "/dest", "", "old.txt"};
-        };
-        kept.codes.push_back(-8008);
-        kept.leaves = Leaves::asBefore;
-        list.push_back(kept);
-        over.name = std::string(function) + " over a hard link to the source";
-        over.leaves = Leaves::asBefore;
-        over.prepare = hardLink;
-        list.push_back(over);
-        over.name = std::string(function) + " over the folder that holds the source";
-        over.prepare = {};
-        over.arguments = [](const Places& at) {
-            return Arguments{at.home + "/src/inner/leaf.txt", at.home, "Y", "src"};
-        };
-        list.push_back(over);
+    add({"KORB_FileCopy", "~/src/hollow", "~/dest"}, {.prepare = makeHollow});
+    for (const char* item : {"~/src/report.txt", "~/src/link"}) {
+        add({"KORB_FileCopy", item, "~/dest"}, {.where = "somebody's", .prepare = giveAway, .needsRoot = true});
+        add({"KORB_FileCopy", item, "~/dest"}, {.where = "plainest", .lacks = plainest});
+        add({"KORB_FileMove", item, "~/dest"}, {.where = "plainest", .lacks = plainest});
+        add({"KORB_FileMove", item, "@"});
+        add({"KORB_FileMove", item, "@"}, {.where = "plainest", .lacks = plainest});
     }
-
-    Scenario move{.name = "move a file",
-                  .function = "KORB_FileMove",
-                  .arguments = paths("/src/report.txt", "/dest"),
-                  .codes = copyCodes,
-                  .source = atHome("/src/report.txt"),
-                  .target = atHome("/dest/report.txt")};
-    list.push_back(move);
-    move.name = "move a file without exchange-free renames";
-    move.denied = Call::rename;
-    move.deniedError = EINVAL;
-    list.push_back(move);
-    for (const std::string file : {"report.txt", "link"}) {
-        list.push_back({.name = "move " + file + " to another file system",
-                        .function = "KORB_FileMove",
-                        .arguments =
-                            [file](const Places& at) {
-                                return Arguments{at.home + "/src/" + file, at.away};
-                            },
-                        .codes = copyCodes,
-                        .source = atHome("/src/" + file),
-                        .target = away("/" + file),
-                        .needsAway = true});
+    add({"KORB_FileCopy", "~/src/report.txt", "~/dest"}, {.where = "no unnamed files", .lacks = noUnnamedFiles});
+    add({"KORB_FileCopy", "~/src/report.txt", "~/dest"}, {.where = "unnamed stays so", .lacks = {{Call::link, EPERM}}});
+    add({"KORB_FileCopy", "~/src/link", "~/dest"}, {.where = "no exclusive rename", .lacks = noExclusiveRename});
+    add({"KORB_FileCopy", "~/src/big", "~/dest"}, {.where = "no kernel copies", .lacks = {{Call::copyRange, EXDEV}}});
+    add({"KORB_FileMove", "~/src/report.txt", "~/dest"});
+    add({"KORB_FileMove", "~/src/report.txt", "~/dest"}, {.where = "no exclusive rename", .lacks = noExclusiveRename});
+    for (const std::string function : {"KORB_FileCopy", "KORB_FileMove"}) {
+        const std::vector<std::string> over{function, "~/src/report.txt", "~/dest", "y", "old.txt"};
+        add(over);
+        add(over, {.where = "plainest", .lacks = plainest});
+        add(over, {.where = "hard link to the source", .prepare = linkSourceToTarget});
+        add({function, "~/src/report.txt", "~/dest", "", "old.txt"});
+        add({function, "~/src/inner/leaf.txt", "~", "Y", "src"});
     }
-    list.push_back({.name = "rename a file",
-                    .function = "KORB_FileRename",
-                    .arguments =
-                        [](const Places& at) {
-                            return Arguments{at.home + "/src/report.txt", "new.txt"};
-                        },
-                    .codes = {-8002, -8011},
-                    .source = atHome("/src/report.txt"),
-                    .target = atHome("/src/new.txt")});
-    list.push_back({.name = "delete a file",
-                    .function = "KORB_FileDelete",
-                    .arguments = path("/src/report.txt"),
-                    .codes = {-8002, -8013}});
-    list.push_back({.name = "delete a folder as a file",
-                    .function = "KORB_FileDelete",
-                    .arguments = path("/src"),
-                    .codes = {-8002, -8004}});
-    list.push_back({.name = "delete a folder as a file on a volume",
-                    .function = "KORB_FileDelete",
-                    .arguments = [](const Places&) { return Arguments{"Disk/folder"}; },
-                    .codes = {-8002, -8004, -8013},
-                    .ownRoot = true});
-}
+    add({"KORB_FileMove", "~/src/report.txt", "@", "y", "old.txt"});
+    add({"KORB_FileRename", "~/src/report.txt", "new.txt"});
+    add({"KORB_FileDelete", "~/src/report.txt"});
+    add({"KORB_FileDelete", "~/src"});
+    add({"KORB_FileDelete", "Disk/folder"}, {.ownRoot = true});
 
-void addFolderOperations(std::vector<Scenario>& list)
-{
-    list.push_back({.name = "create folders",
-                    .function = "KORB_FolderCreate",
-                    .arguments = path("/one/two/three"),
-                    .codes = {-8009, -8014},
-                    .leaves = Leaves::part});
-    Scenario copy{.name = "copy a folder",
-                  .function = "KORB_FolderCopy",
-                  .arguments = paths("/src", "/dest"),
-                  .codes = folderCopyCodes,
-                  .source = atHome("/src"),
-                  .target = atHome("/dest/src")};
-    list.push_back(copy);
-    Scenario owned = copy;
-    owned.name = "copy somebody else's folder";
-    owned.prepare = giveAway;
-    owned.needsRoot = true;
-    list.push_back(owned);
-    copy.name = "copy a folder without exchange-free renames";
-    copy.denied = Call::rename;
-    copy.deniedError = EINVAL;
-    list.push_back(copy);
-    list.push_back({.name = "copy a deep folder",
-                    .function = "KORB_FolderCopy",
-                    .arguments = paths("/deep", "/dest"),
-                    .codes = folderCopyCodes,
-                    .source = atHome("/deep"),
-                    .target = atHome("/dest/deep"),
-                    .prepare = makeDeep});
-    list.push_back({.name = "move a folder",
-                    .function = "KORB_FolderMove",
-                    .arguments = paths("/src", "/dest"),
-                    .codes = folderMoveCodes,
-                    .source = atHome("/src"),
-                    .target = atHome("/dest/src")});
-    list.push_back({.name = "move a folder to another file system",
-                    .function = "KORB_FolderMove",
-                    .arguments =
-                        [](const Places& at) {
-                            return Arguments{at.home + "/src", at.away};
-                        },
-                    .codes = folderMoveCodes,
-                    .leaves = Leaves::part,
-                    .source = atHome("/src"),
-                    .target = away("/src"),
-                    .needsAway = true});
-    list.push_back({.name = "rename a folder",
-                    .function = "KORB_FolderRename",
-                    .arguments =
-                        [](const Places& at) {
-                            return Arguments{at.home + "/src", "renamed"};
-                        },
-                    .codes = {-8002, -8012},
-                    .source = atHome("/src"),
-                    .target = atHome("/renamed")});
-    list.push_back({.name = "delete a folder",
-                    .function = "KORB_FolderDelete",
-                    .arguments = path("/src"),
-                    .codes = {-8002, -8013},
-                    .leaves = Leaves::part});
-    list.push_back({.name = "delete a deep folder",
-                    .function = "KORB_FolderDelete",
-                    .arguments = path("/deep"),
-                    .codes = {-8002, -8013},
-                    .leaves = Leaves::part,
-                    .prepare = makeDeep});
+    add({"KORB_FolderCreate", "~/one/two/three"}, {.leavesPart = true});
+    add({"KORB_FolderCopy", "~/src", "~/dest"});
+    add({"KORB_FolderCopy", "~/src", "~/dest"}, {.where = "somebody's", .prepare = giveAway, .needsRoot = true});
+    add({"KORB_FolderCopy", "~/src", "~/dest"}, {.where = "plainest", .lacks = plainest});
+    add({"KORB_FolderCopy", "~/deep", "~/dest"}, {.prepare = makeDeep});
+    add({"KORB_FolderMove", "~/src", "~/dest"});
+    add({"KORB_FolderMove", "~/src", "@"}, {.leavesPart = true});
+    add({"KORB_FolderMove", "~/src", "@"}, {.where = "plainest", .leavesPart = true, .lacks = plainest});
+    add({"KORB_FolderRename", "~/src", "renamed"});
+    add({"KORB_FolderDelete", "~/src"}, {.leavesPart = true});
+    add({"KORB_FolderDelete", "~/deep"}, {.leavesPart = true, .prepare = makeDeep});
 }
 
 void addQueries(std::vector<Scenario>& list)
 {
-    const auto query = [&](const std::string& function, const std::string& item, std::vector<int> codes,
-                           decltype(Scenario::isOtherAnswer) other = {}, std::vector<Call> otherAnswerTo = {}) {
-        list.push_back({.name = function + " " + item,
-                        .function = function,
-                        .arguments = path(item),
-                        .codes = std::move(codes),
-                        .prepare = item == "/deep" ? makeDeep : decltype(Scenario::prepare)(),
-                        .isOtherAnswer = std::move(other),
-                        .otherAnswerTo = std::move(otherAnswerTo)});
+    const auto query = [&](const std::string& function, const std::string& item, OtherAnswer* other = nullptr,
+                           std::vector<Call> otherTo = {}) {
+        list.push_back({.call = {"KORB_" + function, "~" + item},
+                        .prepare = item == "/deep" ? makeDeep : nullptr,
+                        .isOtherAnswer = other,
+                        .otherAnswerTo = std::move(otherTo)});
     };
-    const std::vector<int> codes{-8002, -8014};
-    for (const char* function : {"KORB_GetFolders", "KORB_GetFiles", "KORB_GetNumSubfolders", "KORB_GetNumFiles"}) {
-        query(function, "/src", codes, isAnything, {Call::stat}); // what can't be examined is listed as a file
+    for (const char* function : {"GetFolders", "GetFiles", "GetNumSubfolders", "GetNumFiles"}) {
+        query(function, "/src", isAnything, {Call::stat}); // what can't be examined is listed as a file
     }
-    query("KORB_GetFolderSize", "/src", codes, isFewerBytes, {Call::statx, Call::stat});
-    query("KORB_GetFolderSize", "/deep", codes, isFewerBytes, {Call::statx, Call::stat});
-    query("KORB_GetFileSize", "/src/big", codes);
+    query("GetFolderSize", "/src", isFewerBytes, {Call::statx, Call::stat});
+    query("GetFolderSize", "/deep", isFewerBytes, {Call::statx, Call::stat});
+    query("GetFileSize", "/src/big");
     for (const std::string kind : {"File", "Folder"}) {
         const std::string item = kind == "File" ? "/src/big" : "/src";
-        query("KORB_Get" + kind + "CreationDate", item, codes, isLater);
-        query("KORB_Get" + kind + "ModificationDate", item, codes);
-        query("KORB_Get" + kind + "AccessDate", item, codes, isLaterOrEpoch);
-        query("KORB_Get" + kind + "Exists", item, {}, isAbsent);
+        query("Get" + kind + "CreationDate", item, isLater);
+        query("Get" + kind + "ModificationDate", item);
+        query("Get" + kind + "AccessDate", item, isLaterOrEpoch);
+        query("Get" + kind + "Exists", item, isAbsent);
     }
-    query("KORB_GetDriveSize", "/src", {-8016, -8014});
-    query("KORB_GetDriveSizeFree", "/src", {-8016, -8014}, isAnything); // others write meanwhile
-    query("KORB_GetDriveSizeUsed", "/src", {-8016, -8014}, isAnything);
-    const auto none = [](const Places&) { return Arguments{}; };
+    query("GetDriveSize", "/src");
+    query("GetDriveSizeFree", "/src", isAnything); // others write meanwhile
+    query("GetDriveSizeUsed", "/src", isAnything);
     // Volumes that don't answer are left out, and one without a label is called after its folder.
-    list.push_back({.name = "list volumes",
-                    .function = "KORB_GetDrives",
-                    .arguments = none,
-                    .codes = {-8014},
-                    .isOtherAnswer = isAnything});
-    list.push_back({.name = "where the host is",
-                    .function = "KORB_GetFileMakerPath",
-                    .arguments = none,
-                    .codes = {},
-                    .isOtherAnswer = [](const std::string& answer, const std::string&) { return answer.empty(); }});
+    list.push_back({.call = {"KORB_GetDrives"}, .isOtherAnswer = isAnything});
+    list.push_back({.call = {"KORB_GetFileMakerPath"}, .isOtherAnswer = isEmpty});
 }
 
-void addLog(std::vector<Scenario>& list)
+void addTheRest(std::vector<Scenario>& list)
 {
-    const auto setHome = [](const Places& at) { setenv("HOME", at.home.c_str(), 1); };
-    list.push_back({.name = "switch the log on",
-                    .function = "KORB_LogSet",
-                    .arguments = [](const Places&) { return Arguments{"1"}; },
-                    .codes = {},
-                    .leaves = Leaves::part,
-                    .prepare = setHome});
-    list.push_back({.name = "clear the log",
-                    .function = "KORB_LogClear",
-                    .arguments = [](const Places&) { return Arguments{}; },
-                    .codes = {},
-                    .leaves = Leaves::part,
-                    .logs = true});
-}
+    list.push_back({.call = {"KORB_LogSet", "1"}, .leavesPart = true, .prepare = setHome});
+    list.push_back({.call = {"KORB_LogClear"}, .leavesPart = true, .logs = true});
+    list.push_back({.call = {"KORB_GetFilePath", "~/src"}, .prepare = loseDisplay});
+    list.push_back({.call = {"KORB_GetFolderPath", "~/src"}, .prepare = loseDisplay});
+    list.push_back({.call = {"KORB_OpenFile", "~/src/report.txt"}, .prepare = provideOpener});
 
-void addDesktop(std::vector<Scenario>& list)
-{
-    const auto noDisplay = [](const Places&) {
-        unsetenv("DISPLAY");
-        unsetenv("WAYLAND_DISPLAY");
+    const std::string password = "pass word|é";
+    const auto archive = [&](std::vector<std::string> call, Scenario more = {}) {
+        more.call = std::move(call);
+        more.leavesPart = true;
+        more.prepare = addArchives;
+        list.push_back(std::move(more));
     };
-    for (const char* function : {"KORB_GetFilePath", "KORB_GetFolderPath"}) {
-        list.push_back({.name = std::string(function) + " without a display",
-                        .function = function,
-                        .arguments = path("/src"),
-                        .codes = {-8014},
-                        .prepare = noDisplay});
-    }
-    list.push_back({.name = "open a file",
-                    .function = "KORB_OpenFile",
-                    .arguments = path("/src/report.txt"),
-                    .codes = {-8002, -8014},
-                    .prepare =
-                        [](const Places& at) {
-                            makeProgram(at.home + "/bin/gio", "#!/bin/sh\nexit 0\n");
-                            setenv("DISPLAY", ":99", 1);
-                            setenv("PATH", (at.home + "/bin:/usr/bin:/bin").c_str(), 1);
-                        },
-                    .runsScript = true});
-}
-
-void addArchives(std::vector<Scenario>& list)
-{
-    const auto three = [](const std::string& first, const std::string& second) {
-        return [=](const Places& at) { return Arguments{at.home + first, at.home + second, "secret"}; };
-    };
-    Scenario compress{.name = "compress a file",
-                      .function = "KORB_CompressFile",
-                      .arguments = paths("/src/report.txt", "/dest/archive.zip"),
-                      .codes = {-8002, -8022},
-                      .leaves = Leaves::part,
-                      .runsScript = true};
-    list.push_back(compress);
-    compress.name = "compress a file while the log is on";
-    compress.logs = true;
-    list.push_back(compress);
-    compress.logs = false;
-    compress.name = "compress a file with the script in /tmp"; // where children can't reach a memory file
-    compress.denied = Call::access;
-    compress.deniedError = EACCES;
-    list.push_back(compress);
-    list.push_back({.name = "encrypt a file",
-                    .function = "KORB_EncryptFile",
-                    .arguments = three("/src/report.txt", "/dest/secret.bin"),
-                    .codes = {-8021, -8023},
-                    .leaves = Leaves::part,
-                    .runsScript = true});
-    list.push_back({.name = "compress and encrypt a folder",
-                    .function = "KORB_CompressAndEncrypt",
-                    .arguments = three("/src/inner", "/dest/archive.zip"),
-                    .codes = {-8002, -8023, -8024},
-                    .leaves = Leaves::part,
-                    .runsScript = true});
-    const auto seed = [](const std::string& name) {
-        return [=](const Places& at) { fs::copy_file(FOLIDEX_ARCHIVES "/" + name, at.home + "/src/" + name); };
-    };
-    const auto withPassword = [](const std::string& first, const std::string& second) {
-        return [=](const Places& at) { return Arguments{at.home + first, at.home + second, "pass word|é"}; };
-    };
-    list.push_back({.name = "expand an archive",
-                    .function = "KORB_ExpandFile",
-                    .arguments = paths("/src/plain.zip", "/dest/"),
-                    .codes = {-8002, -8023},
-                    .leaves = Leaves::part,
-                    .prepare = seed("plain.zip"),
-                    .runsScript = true});
-    list.push_back({.name = "decrypt a file",
-                    .function = "KORB_DecryptFile",
-                    .arguments = withPassword("/src/text.encrypted", "/dest/plain.txt"),
-                    .codes = {-8020, -8023},
-                    .leaves = Leaves::part,
-                    .prepare = seed("text.encrypted"),
-                    .runsScript = true});
-    list.push_back({.name = "decrypt and expand an archive",
-                    .function = "KORB_DecryptAndExpand",
-                    .arguments = withPassword("/src/encrypted.zip", "/dest/"),
-                    .codes = {-8023, -8025},
-                    .leaves = Leaves::part,
-                    .prepare = seed("encrypted.zip"),
-                    .runsScript = true});
+    archive({"KORB_CompressFile", "~/src/report.txt", "~/dest/archive.zip"});
+    archive({"KORB_CompressFile", "~/src/report.txt", "~/dest/archive.zip"}, {.logs = true});
+    // Where children can't reach a memory file, and where there is none.
+    archive({"KORB_CompressFile", "~/src/report.txt", "~/dest/archive.zip"},
+            {.where = "script in tmp", .lacks = {{Call::access, EACCES}}});
+    archive({"KORB_CompressFile", "~/src/report.txt", "~/dest/archive.zip"},
+            {.where = "no memory files", .lacks = {{Call::memoryFile, EPERM}}});
+    archive({"KORB_EncryptFile", "~/src/report.txt", "~/dest/secret.bin", password});
+    archive({"KORB_CompressAndEncrypt", "~/src/inner", "~/dest/archive.zip", password});
+    archive({"KORB_ExpandFile", "~/src/plain.zip", "~/dest/"});
+    archive({"KORB_DecryptFile", "~/src/text.encrypted", "~/dest/plain.txt", password});
+    archive({"KORB_DecryptAndExpand", "~/src/encrypted.zip", "~/dest/", password});
     // What no script of ours made is refused by the script itself.
-    list.push_back({.name = "expand what is no archive",
-                    .function = "KORB_ExpandFile",
-                    .arguments = paths("/src/report.txt", "/dest/"),
-                    .codes = {-8002, -8023},
-                    .runsScript = true});
-    list.push_back({.name = "decrypt what isn't encrypted",
-                    .function = "KORB_DecryptFile",
-                    .arguments = three("/src/report.txt", "/dest/plain.txt"),
-                    .codes = {-8020, -8023},
-                    .runsScript = true});
-    list.push_back({.name = "decrypt and expand what isn't encrypted",
-                    .function = "KORB_DecryptAndExpand",
-                    .arguments = three("/src/report.txt", "/dest/"),
-                    .codes = {-8023, -8025},
-                    .runsScript = true});
+    archive({"KORB_ExpandFile", "~/src/report.txt", "~/dest/"});
+    archive({"KORB_DecryptFile", "~/src/report.txt", "~/dest/plain.txt", password});
+    archive({"KORB_DecryptAndExpand", "~/src/report.txt", "~/dest/", password});
 }
 
 } // namespace
 
-std::vector<std::string> Places::folders() const
+std::string Scenario::name() const
 {
-    std::vector<std::string> folders{home};
-    for (const std::string& folder : {away, volumes}) {
-        if (!folder.empty()) {
-            folders.push_back(folder);
-        }
+    std::string text;
+    for (const std::string& word : call) {
+        text += (text.empty() ? word.substr(5) : " " + word); // without "KORB_"
     }
-    return folders;
+    text += (where.empty() ? "" : " " + where) + (logs ? " logged" : "");
+    std::replace_if(text.begin(), text.end(), [](unsigned char byte) { return std::isalnum(byte) == 0; }, '_');
+    return text;
 }
 
-void buildTree(const Places& places)
+std::vector<std::string> Scenario::arguments(const Places& places) const
+{
+    std::vector<std::string> list(call.begin() + 1, call.end());
+    for (std::string& word : list) {
+        const char first = word.empty() ? '\0' : word[0];
+        if (first == '~' || first == '@') {
+            word.replace(0, 1, first == '~' ? places.home : places.away);
+        }
+    }
+    return list;
+}
+
+const std::vector<int>& Scenario::codes() const
+{
+    static const std::map<std::string, std::vector<int>> table{
+        {"FileCopy", {-8002, -8003, -8008, -8010}},
+        {"FileMove", {-8002, -8003, -8008, -8010}},
+        {"FileRename", {-8002, -8011}},
+        {"FileDelete", {-8002, -8004, -8013}},
+        {"FolderCreate", {-8009, -8014}},
+        {"FolderCopy", {-8002, -8003, -8010}},
+        {"FolderMove", {-8002, -8011}},
+        {"FolderRename", {-8002, -8012}},
+        {"FolderDelete", {-8002, -8013}},
+        {"GetDrives", {-8014}},
+        {"GetDriveSize", {-8016, -8014}},
+        {"GetDriveSizeFree", {-8016, -8014}},
+        {"GetDriveSizeUsed", {-8016, -8014}},
+        {"GetFilePath", {-8014}},
+        {"GetFolderPath", {-8014}},
+        {"GetFileMakerPath", {}},
+        {"GetFileExists", {}},
+        {"GetFolderExists", {}},
+        {"LogSet", {}},
+        {"LogClear", {}},
+        {"CompressFile", {-8002, -8022}},
+        {"EncryptFile", {-8021, -8023}},
+        {"CompressAndEncrypt", {-8002, -8023, -8024}},
+        {"ExpandFile", {-8002, -8023}},
+        {"DecryptFile", {-8020, -8023}},
+        {"DecryptAndExpand", {-8023, -8025}},
+    };
+    static const std::vector<int> query{-8002, -8014};
+    const auto found = table.find(call[0].substr(5));
+    return found == table.end() ? query : found->second;
+}
+
+bool Scenario::needsAway() const
+{
+    return std::any_of(call.begin(), call.end(), [](const std::string& word) { return word.starts_with('@'); });
+}
+
+bool Scenario::runsScript() const
+{
+    return prepare == addArchives || prepare == provideOpener;
+}
+
+const std::vector<Scenario>& scenarios()
+{
+    static const std::vector<Scenario> list = [] {
+        std::vector<Scenario> all;
+        addChanges(all);
+        addQueries(all);
+        addTheRest(all);
+        return all;
+    }();
+    return list;
+}
+
+void build(const Scenario& scenario, const Places& places)
 {
     static const std::string big = noise(std::size_t{600} * 1024);
-    for (const std::string& folder : places.folders()) {
-        fs::remove_all(folder);
-        fs::create_directories(folder);
+    for (const std::string& folder : {places.home, places.away, places.volumes}) {
+        if (!folder.empty()) {
+            fs::remove_all(folder);
+            fs::create_directories(folder);
+        }
     }
     const fs::path source = fs::path(places.home) / "src";
     fs::create_directories(source / "inner" / "hollow");
@@ -510,33 +353,29 @@ void buildTree(const Places& places)
     write(source / "report.txt", std::string_view(big).substr(0, 5000));
     write(source / "big", big);
     write(source / "inner" / "leaf.txt", "leaf");
-    makeSparse(source / "sparse");
+    write(source / "sparse", "head");
+    fs::resize_file(source / "sparse", 1U << 20U);
+    std::ofstream(source / "sparse", std::ios::binary | std::ios::app) << std::string_view(big).substr(0, 8192);
     fs::create_symlink("report.txt", source / "link");
     mkfifo((source / "fifo").c_str(), 0600);
     setxattr((source / "report.txt").c_str(), "user.note", "kept", 4, 0);
     chmod((source / "report.txt").c_str(), 0640);
     chmod((source / "inner").c_str(), 0750);
-    time_t date = 1'000'000'000;
-    for (const char* name :
-         {"report.txt", "big", "inner/leaf.txt", "sparse", "link", "fifo", "inner/hollow", "inner", "."}) {
-        age(source / name, ++date);
+    if (!places.away.empty()) {
+        write(fs::path(places.away) / "old.txt", "what stood away");
     }
     if (!places.volumes.empty()) {
         fs::create_directories(fs::path(places.volumes) / "Disk" / "folder");
         write(fs::path(places.volumes) / "Disk" / "folder" / "x", "x");
     }
-}
-
-std::vector<Scenario> scenarios()
-{
-    std::vector<Scenario> list;
-    addFileOperations(list);
-    addFolderOperations(list);
-    addQueries(list);
-    addLog(list);
-    addDesktop(list);
-    addArchives(list);
-    return list;
+    if (scenario.prepare != nullptr) {
+        scenario.prepare(places);
+    }
+    time_t date = 1'000'000'000;
+    for (const char* name :
+         {"report.txt", "big", "inner/leaf.txt", "sparse", "link", "fifo", "inner/hollow", "inner", "."}) {
+        age(source / name, ++date);
+    }
 }
 
 } // namespace folidex::test

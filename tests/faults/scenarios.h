@@ -3,8 +3,8 @@
 
 #include "faults/fault_injector.h"
 
-#include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace folidex::test {
@@ -14,42 +14,34 @@ struct Places {
     std::string home;
     std::string away;    // empty where there is no second file system
     std::string volumes; // "/Volumes" in a scenario with a root folder of its own, else empty
-
-    std::vector<std::string> folders() const;
 };
 
-// What may stand after a failure. An exception, which may come after the work is done, may leave everything done too.
-enum class Leaves {
-    asBefore,
-    targetGone, // or without what stood at the target, which goes before the copy comes
-    part,       // of what goes or comes; a move's source or target is whole all the same
-};
+// Whether a successful answer other than the undisturbed one's is right, as that of a sum without what couldn't be
+// examined.
+using OtherAnswer = bool(const std::string& answer, const std::string& undisturbed);
 
 struct Scenario {
-    std::string name;
-    std::string function;
-    std::function<std::vector<std::string>(const Places&)> arguments;
-    std::vector<int> codes; // that the function's description allows when the system refuses something
-    Leaves leaves = Leaves::asBefore;
-    std::function<std::string(const Places&)> source{}; // these two of copies and moves
-    std::function<std::string(const Places&)> target{};
-    std::function<void(const Places&)> prepare{}; // after the common tree was built
-    // Whether a successful answer other than the undisturbed one's is right, as that of a sum without what couldn't be
-    // examined.
-    std::function<bool(const std::string& answer, const std::string& undisturbed)> isOtherAnswer{};
+    std::vector<std::string> call{}; // function and arguments; "~" at the beginning is the home folder, "@" the away one
+    std::string where{};           // what is special about it
+    bool leavesPart = false;       // a failure may leave a part of what goes or comes
+    void (*prepare)(const Places&) = nullptr; // after the common tree was built
+    std::vector<std::pair<Call, int>> lacks{}; // what the system doesn't have, and the errno value that says so
+    OtherAnswer* isOtherAnswer = nullptr;
     std::vector<Call> otherAnswerTo{}; // the calls without which there may be one; none: any
-    Call denied = Call::count_;        // what the system doesn't have in this scenario
-    int deniedError = 0;
-    bool needsAway = false;
     bool needsRoot = false;
-    bool ownRoot = false;    // "/" is the scratch folder; needs root's rights
-    bool logs = false;       // the log is on, and in the home folder
-    bool runsScript = false; // takes the time of a shell script
+    bool ownRoot = false; // "/" is the scratch folder; needs root's rights
+    bool logs = false;    // the log is on, and in the home folder
+
+    std::string name() const;                                           // letters, digits and underscores
+    std::vector<std::string> arguments(const Places& places) const;
+    const std::vector<int>& codes() const; // that the function's description allows when the system refuses something
+    bool needsAway() const;
+    bool runsScript() const; // takes the time of a shell script
 };
 
-std::vector<Scenario> scenarios();
+const std::vector<Scenario>& scenarios();
 
-// Empties the places and builds the tree that every scenario starts from.
-void buildTree(const Places& places);
+// Empties the places and builds the tree that every scenario starts from, and what the scenario adds.
+void build(const Scenario& scenario, const Places& places);
 
 } // namespace folidex::test

@@ -37,8 +37,8 @@ LIBRARIES = ["CLI", "expat.h", "expat_external.h", "gtest", "histedit.h", "nlohm
 NOT_ON_MACOS = ["byteswap.h", "elf.h", "link.h", "malloc.h", "mntent.h", "sys/epoll.h", "sys/eventfd.h",
                 "sys/inotify.h", "sys/prctl.h", "sys/sendfile.h", "sys/statfs.h", "sys/sysmacros.h", "sys/vfs.h"]
 # What CMake passes as macros, by any value.
-TEXTS = ["FMXHOST_EXTENSIONS_FOLDER", "FMXHOST_PLUGIN_NAME", "FMXHOST_VERSION", "FOLIDEX_PLUGIN_FILE",
-         "KIT_CASES", "REFERENCE_TEXTS", "RESOURCES_FOLDER", "SAMPLE_PLUGINS"]
+TEXTS = ["FMXHOST_DEFAULT_PLUGIN", "FMXHOST_PLUGIN_NAME", "FMXHOST_VERSION", "FOLIDEX_PLUGIN_FILE", "KIT_CASES",
+         "RESOURCES_FOLDER", "SAMPLE_PLUGINS"]
 
 
 def sources(rooms, excluded):

@@ -27,8 +27,7 @@ def run(*arguments):
 def words_of_help():
     options = re.findall(r"^  (?:-\w,)?(-[-\w]+)", run("--help"), re.M)
     commands = re.findall(r"^  ([a-z]+) ", run("--help").partition("Subcommands:")[2], re.M)
-    for command in ("reference", "check"):
-        options += re.findall(r"^  (--[-\w]+)", run(command, "--help"), re.M)
+    options += re.findall(r"^  (--[-\w]+)", run("check", "--help"), re.M)
     commands += re.findall(r"^  ([-a-z]+) ", run("check", "--help").partition("Subcommands:")[2], re.M)
     return options, commands
 
@@ -36,11 +35,11 @@ def words_of_help():
 class CommandLineWords(unittest.TestCase):
     def test_every_word_is_documented_and_completed(self):
         options, commands = words_of_help()
-        self.assertTrue({"-e", "--plugin", "--html"} <= set(options) and {"run", "help", "list-tests"} <= set(commands))
+        self.assertTrue({"-e", "--plugin", "--only-failed"} <= set(options) and {"run", "help", "list-tests"} <= set(commands))
         for name in ("fmxhost.1", "completion/fmxhost.bash", "completion/_fmxhost"):
             text = re.sub(r"\\f[BIR]|\\(?=-)", "", (PACKAGING / name).read_text(encoding="utf-8"))
-            for word in options + commands:
-                self.assertRegex(text, rf"(?<![-\w]){re.escape(word)}(?![-\w])", f"{name}: {word}")
+            unknown = [word for word in options + commands if not re.search(rf"(?<![-\w]){re.escape(word)}(?![-\w])", text)]
+            self.assertEqual(unknown, [], name)
 
     def test_man_page_names_the_version(self):
         heading = (PACKAGING / "fmxhost.1").read_text(encoding="utf-8").splitlines()[0]
@@ -49,7 +48,7 @@ class CommandLineWords(unittest.TestCase):
     def test_bash_completes_commands_options_and_functions(self):
         environment = {**os.environ, "PATH": f"{Path(FMXHOST).parent}:{os.environ['PATH']}"}
         cases = {
-            ("fmxhost", "ref"): ["reference"],
+            ("fmxhost", "che"): ["check"],
             ("fmxhost", "--no"): ["--no-arity-check"],
             ("fmxhost", "--plugin", PLUGIN, "help", "KORB_GetLastE"): ["KORB_GetLastError"],
             ("fmxhost", "--plugin", PLUGIN, "help", "korb_filec"): ["KORB_FileCopy"],

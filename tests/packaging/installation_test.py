@@ -1,6 +1,6 @@
-"""The Debian packages installed, used and removed in a clean system. With FOLIDEX_FULL in the environment, as root.
+"""The Debian packages on a scratch server, and every command that README and docs/install.md give for Linux. As root.
 
-Called as: installation_test.py PACKAGES-FOLDER CACHE-FOLDER VERSION EXTENSIONS-FOLDER
+Called as: installation_test.py PACKAGES-FOLDER SOURCE-FOLDER VERSION
 """
 
 import os
@@ -8,115 +8,132 @@ import re
 import shutil
 import subprocess
 import sys
-import tempfile
 import unittest
 from pathlib import Path
 
 from scratch_root import ScratchRoot
 
-PACKAGES, CACHE, VERSION, EXTENSIONS = sys.argv[1:5]
-NAMES = ("folidex-server", "fmxhost")
+PACKAGES, SOURCE, VERSION = sys.argv[1:4]
+SERVER = "/opt/FileMaker/FileMaker Server"
+ENGINES = ["Database Server/Extensions", "Web Publishing/publishing-engine/cwpc/Plugins", "Web Publishing/publishing-engine/wip/Plugins"]
+COPIES = [f"{SERVER}/{folder}/Folidex.fmx" for folder in ENGINES]
+DOWNLOADS = "/srv/downloads"
+LEFT_BY_APT = ("/var/lib/dpkg", "/var/lib/apt", "/var/cache")
+# FileMaker Server's folders, user and group, and a library for the plug-in to find; the web publishing engine has no
+# folder for plug-ins yet.
+MAKE_SERVER = f"""
+groupadd --system fmsadmin
+useradd --system --create-home --user-group --groups fmsadmin fmserver
+cd '{SERVER}' 2>/dev/null || {{ mkdir -p '{SERVER}'; cd '{SERVER}'; }}
+install -d -o fmserver -g fmsadmin -m 2775 'Database Server/Extensions' 'Web Publishing/publishing-engine/'{{cwpc,wip/Plugins}}
+install -D {SOURCE}/build/release/libFMWrapper.so /opt/FileMaker/lib/libFMWrapper.so
+"""
 
 
 def reason_to_skip():
-    if not os.environ.get("FOLIDEX_FULL"):
-        return "a clean system is made and filled with FOLIDEX_FULL=1"
     if os.geteuid() != 0:
-        return "needs root, to make a system in a folder"
-    missing = [tool for tool in ("debootstrap", "dpkg", "unshare", "setpriv") if not shutil.which(tool)]
+        return "needs root, for a system of its own"
+    missing = [tool for tool in ("unshare", "nsenter", "runuser", "apt", "dpkg-deb") if not shutil.which(tool)]
     return f"needs {', '.join(missing)}" if missing else None
 
 
+def commands_of(document, heading):
+    """The blocks for sh under a heading, as one script."""
+    text = Path(SOURCE, document).read_text("utf-8")
+    section = re.search(rf"^#+ {re.escape(heading)}\n(.*?)(?=^#|\Z)", re.sub(r"^```filemaker.*?^```$", "", text, flags=re.M | re.S), re.M | re.S)[1]
+    return re.findall(r"^ *```sh\n(.*?)^ *```$", section, re.M | re.S)
+
+
 class Installation(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls):
-        folder = tempfile.TemporaryDirectory(dir=CACHE)
-        cls.addClassCleanup(folder.cleanup)
-        cls.root = ScratchRoot(folder.name, CACHE)
-        (cls.root.folder / "packages").mkdir()
-        native = cls.root.run("dpkg", "--print-architecture").strip()
-        cls.files = {name: f"/packages/{name}_{VERSION}_{native}.deb" for name in NAMES}
-        for file in cls.files.values():
-            shutil.copy(Path(PACKAGES, Path(file).name), cls.root.folder / "packages")
-        # With all that they depend on, and nothing more; the dependencies stay.
-        cls.root.run("apt-get", "update")
-        cls.root.run("apt-get", "install", "-y", "--no-install-recommends", *cls.files.values())
-        cls.root.run("dpkg", "-P", *NAMES)
+    def setUp(self):
+        self.root = ScratchRoot(SOURCE)
+        self.addCleanup(self.root.close)
+        # Without lists of packages apt knows of none that is newer. Its question whether to go on is answered.
+        self.root.shell(f"rm -rf /var/lib/apt/lists/*; echo 'APT::Get::Assume-Yes 1;' > /etc/apt/apt.conf.d/yes; mkdir {DOWNLOADS}; cp {PACKAGES}/*_{VERSION}_*.deb {SOURCE}/build/release/Folidex.fmx {DOWNLOADS}")
 
-    def tearDown(self):
-        self.root.run("dpkg", "-P", *NAMES)
+    def do(self, heading, document="docs/install.md", part=slice(None)):
+        """Runs the commands under the heading as printed, where the text says that they are given."""
+        printed = [self.root.shell(block, SOURCE if block.startswith(("scripts/", "build/")) else DOWNLOADS)
+                   for block in commands_of(document, heading)[part]]
+        return "".join(printed)
 
-    def assert_nothing_changed_since(self, before):
-        self.assertEqual(sorted(set(self.root.entries().items()) ^ set(before.items())), [])
+    def assert_installed(self, content="/usr/libexec/folidex-server/Folidex.fmx"):
+        listed = self.root.run("stat", "-c", "%U:%G %a", *COPIES).splitlines()
+        self.assertEqual(listed, ["fmserver:fmsadmin 755"] * 3)
+        for copy in COPIES:
+            self.root.run("cmp", content, copy)
 
-    def install(self, *names):
-        return self.root.run("dpkg", "-i", *(self.files[name] for name in names))
+    def other_version(self, version):
+        """A package of another version, whose plug-in has a few bytes more; the file as that package installs it."""
+        self.root.shell(f"""cd /srv; rm -rf other; dpkg-deb -R {DOWNLOADS}/folidex-server_*.deb other
+            sed -i 's/^Version: .*/Version: {version}/' other/DEBIAN/control
+            echo {version} >> other/usr/libexec/folidex-server/Folidex.fmx
+            sed -i '/Folidex.fmx/d' other/DEBIAN/md5sums; dpkg-deb -b other other.deb""")
+        return "/srv/other.deb", "/srv/other/usr/libexec/folidex-server/Folidex.fmx"
 
-    def evaluate(self, *calculations, user="nobody"):
+    def test_by_package(self):
+        self.root.shell(MAKE_SERVER)
+        before = self.root.entries("/opt", "/usr", "/etc", "/var/lib")
+        said = self.do("By package")
+        for copy in COPIES:
+            self.assertIn(copy, said)
+        self.assert_installed()
+        self.assertEqual(self.root.run("stat", "-c", "%U:%G %a", os.path.dirname(COPIES[1])), "fmserver:fmsadmin 2775\n")
+        self.assertIn(f"Folidex {VERSION}", self.do("Does it work?"))
+        self.assertIn("fmserver", self.do("Folders that solutions work on"))
+        loaded = self.do("When it doesn't load")
+        self.assertIn("/opt/FileMaker/lib/libFMWrapper.so", loaded)
+        self.assertNotIn("not found", loaded)
+        self.assert_archives_work()
+
+        newer, plugin = self.other_version(VERSION + ".1")
+        self.root.run("apt-get", "install", newer)
+        self.assert_installed(plugin)
+        self.do("Remove", part=slice(1))
+        self.root.run("apt-get", "purge", "-y", "folidex-server", "fmxhost")
+        changed = set(self.root.entries("/opt", "/usr", "/etc", "/var/lib")) ^ set(before)
+        self.assertEqual([entry for entry in changed if not entry.startswith(LEFT_BY_APT)], [])
+
+    def assert_archives_work(self):
+        self.root.shell("install -d -o fmserver /srv/work; echo content > /srv/work/a.txt")
+        calculations = ['KORB_CompressAndEncrypt( "/srv/work/a.txt" ; "/srv/work/a.zip" ; "word" )',
+                        'KORB_DecryptAndExpand( "/srv/work/a.zip" ; "/srv/work/b/" ; "word" )',
+                        'KORB_EncryptFile( "/srv/work/a.txt" ; "/srv/work/a.enc" ; "word" )', "KORB_GetLastError"]
         words = [word for calculation in calculations for word in ("-e", calculation)]
-        return self.root.run("fmxhost", *words, user=user).splitlines()
+        self.assertEqual(self.root.run("fmxhost", *words, user="fmserver").split(), ["0", "0", "0", "Success"])
+        self.root.run("cmp", "/srv/work/a.txt", "/srv/work/b/a.txt")
 
-    def extensions(self, name=""):
-        return self.root.folder / EXTENSIONS.lstrip("/") / name
+    def test_upgrade_from_the_version_before(self):
+        self.root.shell(MAKE_SERVER)
+        older, plugin = self.other_version("5.0.2.0")
+        self.root.run("apt-get", "install", older)
+        self.assert_installed(plugin)
+        self.do("By package", part=slice(1))
+        self.assert_installed()
 
-    def assert_archives_work(self, user):
-        work = self.root.run("mktemp", "-d", user=user).strip()
-        folder = self.root.folder / work.lstrip("/")
-        (folder / "a.txt").write_text("content", encoding="utf-8")
-        answers = self.evaluate(
-            'KORB_Version("short")',
-            f'KORB_CompressAndEncrypt("{work}/a.txt"; "{work}/a.zip"; "word")', f'KORB_FileDelete("{work}/a.txt")',
-            f'KORB_DecryptAndExpand("{work}/a.zip"; "{work}/"; "word")',
-            f'KORB_EncryptFile("{work}/a.txt"; "{work}/a.enc"; "word")',
-            f'KORB_DecryptFile("{work}/a.enc"; "{work}/b.txt"; "word")', "KORB_GetLastError", user=user)
-        self.assertEqual(answers, [VERSION, "0", "0", "0", "0", "0", "Success"])
-        self.assertEqual((folder / "b.txt").read_text(encoding="utf-8"), "content")
+    def test_server_that_comes_later(self):
+        said = self.do("By package", part=slice(1))
+        self.assertIn("FileMaker Server isn't installed", said)
+        self.root.shell(f"""groupadd --system fmsadmin; useradd --system --user-group --groups fmsadmin fmserver
+            cd /srv; mkdir -p server/DEBIAN 'server{SERVER}/Database Server' 'server{SERVER}/Web Publishing/publishing-engine/'{{cwpc,wip}}
+            printf '%s\\n' 'Package: a-server' 'Version: 1' 'Architecture: all' 'Maintainer: a' 'Description: a' > server/DEBIAN/control
+            dpkg-deb -b server server.deb; dpkg -i server.deb""")
+        self.assert_installed()
 
-    def test_used_by_an_ordinary_user_and_removed_without_a_trace(self):
-        before = self.root.entries()
-        said = self.install(*NAMES)
-        self.assertIn("Admin Console", said)
-        self.assertIn(f"{EXTENSIONS}/Folidex.fmx", said)
-        self.assertEqual(self.extensions("Folidex.fmx").owner(), "root")
-        self.assert_archives_work("nobody")
-        self.assertEqual(self.root.run("dpkg", "-V", *NAMES), "")
-        self.install(*NAMES)  # as an upgrade
-        for remove in ("-r", "-P"):
-            self.root.run("dpkg", remove, *NAMES)
-            self.assert_nothing_changed_since(before)
+    def test_by_hand(self):
+        self.root.shell(MAKE_SERVER)
+        self.root.shell(f"touch '{SERVER}/Database Server/Extensions/Other.fmx'")
+        printed = self.do("By hand")
+        self.assertRegex(printed, rf"soname: \[{re.escape(VERSION)}\]")
+        self.assert_installed(f"{DOWNLOADS}/Folidex.fmx")
+        self.do("Remove", part=slice(1, None))
+        self.assertEqual(self.root.run("find", "/opt/FileMaker", "-name", "*.fmx"), f"{SERVER}/Database Server/Extensions/Other.fmx\n")
 
-    def test_fmxhost_alone_says_that_there_is_no_plug_in(self):
-        self.install("fmxhost")
-        said = self.root.run("fmxhost", "-e", "1 + 1", user="nobody", status=3)
-        self.assertRegex(said, f"No plug-in was found: .*{re.escape(EXTENSIONS)}/Folidex.fmx")
-
-    def test_belongs_to_the_server_where_there_is_one(self):
-        self.addCleanup(self.root.run, "userdel", "fmserver")
-        self.root.run("groupadd", "--system", "fmsadmin")
-        self.addCleanup(self.root.run, "groupdel", "fmsadmin")
-        self.root.run("useradd", "--system", "--user-group", "--groups", "fmsadmin", "fmserver")
-        self.root.run("install", "-d", "-o", "fmserver", "-g", "fmsadmin", "-m", "2775", EXTENSIONS)
-        self.addCleanup(shutil.rmtree, self.root.folder / "opt/FileMaker")
-        before = self.root.entries()
-        for _ in range(2):
-            self.install(*NAMES)
-            listed = self.root.run("stat", "-c", "%U:%G %a", f"{EXTENSIONS}/Folidex.fmx")
-            self.assertEqual(listed.strip(), "fmserver:fmsadmin 755")
-        self.assert_archives_work("fmserver")
-        self.root.run("dpkg", "-P", *NAMES)
-        self.assert_nothing_changed_since(before)
-
-    def test_leaves_other_plug_ins_and_linked_folders(self):
-        (self.root.folder / "srv/plug-ins").mkdir()
-        self.extensions().parent.mkdir(parents=True)
-        self.extensions().symlink_to(os.path.relpath("/srv/plug-ins", os.path.dirname(EXTENSIONS)))
-        self.addCleanup(shutil.rmtree, self.root.folder / "srv/plug-ins")
-        self.addCleanup(shutil.rmtree, self.root.folder / "opt/FileMaker")
-        self.extensions("Other.fmx").touch()
-        before = self.root.entries()
-        self.install("folidex-server")
-        self.root.run("dpkg", "-P", "folidex-server")
-        self.assert_nothing_changed_since(before)
+    def test_readme(self):
+        printed = self.do("Try it", "README.md")
+        for word in (VERSION, "KORB_FileCopy", "pass      start-up"):
+            self.assertIn(word, printed)
+        self.do("Install it", "README.md")
 
 
 if __name__ == "__main__":

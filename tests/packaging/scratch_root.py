@@ -1,74 +1,58 @@
-"""A root folder with this machine's Debian or Ubuntu release and nothing else in it, for packages to be tried in."""
+"""This machine's system with changes that vanish: for packages and for the commands that the documentation gives."""
 
-import os
-import shutil
 import subprocess
+import tempfile
 from pathlib import Path
 
-# What installing anything changes and removing it doesn't change back: the package system's own notes, caches and logs.
-PACKAGE_SYSTEM = ("var/lib/dpkg", "var/lib/apt", "var/cache", "var/log", "etc/ld.so.cache", "proc", "sys", "dev", "tmp", "run")
-
-
-def release():
-    lines = Path("/etc/os-release").read_text(encoding="utf-8").splitlines()
-    return dict(line.split("=", 1) for line in lines if "=" in line)["VERSION_CODENAME"].strip('"')
-
-
-def mirror(codename):
-    """Where this machine's own packages of that release come from."""
-    targets = subprocess.run(
-        ["apt-get", "indextargets", "--format", "$(CODENAME) $(COMPONENT) $(REPO_URI)", "Created-By: Packages"],
-        check=True, capture_output=True, text=True).stdout
-    for name, component, address in (line.split() for line in targets.splitlines()):
-        if name == codename and component == "main":
-            return address
-    raise LookupError(f"no source of {codename} among this machine's")
-
-
-def base_archive(cache):
-    """The minimal system, made once and kept in the folder `cache`."""
-    codename = release()
-    archive = Path(cache, f"{codename}.tar")
-    if not archive.exists():
-        folder = Path(cache, codename)
-        shutil.rmtree(folder, ignore_errors=True)
-        folder.mkdir(parents=True)
-        subprocess.run(["debootstrap", "--variant=minbase", codename, folder, mirror(codename)],
-                       check=True, stdout=subprocess.DEVNULL)
-        unfinished = archive.with_suffix(".part")
-        subprocess.run(["tar", "-C", folder, "--one-file-system", "-cf", unfinished, "."], check=True)
-        shutil.rmtree(folder)
-        unfinished.rename(archive)
-    return archive
+# An overlay in a mount namespace that lasts as long as its first process. The source may be a mount of its own.
+SETUP = """
+set -e
+mount --make-rprivate /
+mount -t tmpfs scratch "$1"
+cd "$1"
+mkdir upper work root
+mount -t overlay overlay -o "lowerdir=/,upperdir=$1/upper,workdir=$1/work" root
+if [ ! -e "root$2/CMakeLists.txt" ]; then
+    mkdir -p "root$2" source source-work
+    mount -t overlay overlay -o "lowerdir=$2,upperdir=$1/source,workdir=$1/source-work" "root$2"
+fi
+mount -t proc proc root/proc
+mount --rbind /dev root/dev
+echo ready
+exec cat
+"""
+SUDO = """#!/bin/sh
+[ "$1" != -u ] || { user=$2; shift 2; exec runuser -u "$user" -- "$@"; }
+exec "$@"
+"""
 
 
 class ScratchRoot:
-    def __init__(self, folder, cache):
-        self.folder = Path(folder)
-        subprocess.run(["tar", "-C", folder, "-xpf", base_archive(cache)], check=True)
-        shutil.copy("/etc/resolv.conf", self.folder / "etc/resolv.conf")
+    def __init__(self, source):
+        self.folder = tempfile.TemporaryDirectory()
+        self.keeper = subprocess.Popen(["unshare", "--mount", "sh", "-c", SETUP, "sh", self.folder.name, source],
+                                       stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+        if self.keeper.stdout.readline() != "ready\n":
+            raise OSError("no overlay can be mounted here")
+        self.run("sh", "-c", 'printf %s "$1" > /usr/local/bin/sudo; chmod +x /usr/local/bin/sudo', "sh", SUDO)
 
-    def run(self, *command, user=None, status=0):
-        """Runs `command` in the root and answers its standard output; its exit status must be `status`."""
-        as_user = ["runuser", "-u", user, "--"] if user else []
-        # Namespaces of its own: nothing stays mounted, no process survives.
-        inside = ["unshare", "--mount", "--pid", "--fork", "--kill-child", f"--mount-proc={self.folder}/proc",
-                  "chroot", self.folder, "/usr/bin/env", "-i", "PATH=/usr/sbin:/usr/bin:/sbin:/bin", "HOME=/tmp", "LC_ALL=C.UTF-8",
-                  "DEBIAN_FRONTEND=noninteractive", *as_user, *command]
-        done = subprocess.run(inside, capture_output=True, text=True, stdin=subprocess.DEVNULL)
-        if done.returncode != status:
-            raise AssertionError(f"{command}: exit status {done.returncode}\n{done.stdout}\n{done.stderr}")
-        return done.stdout + done.stderr if status else done.stdout
+    def close(self):
+        self.keeper.communicate()
+        self.folder.cleanup()
 
-    def entries(self):
-        """What is there, with owner, group and mode, except for what belongs to the package system itself."""
-        found = {}
-        for folder, folders, files in os.walk(self.folder):
-            inside = os.path.relpath(folder, self.folder)
-            folders[:] = [name for name in folders if os.path.normpath(os.path.join(inside, name)) not in PACKAGE_SYSTEM]
-            for name in folders + files:
-                path = os.path.normpath(os.path.join(inside, name))
-                if path not in PACKAGE_SYSTEM:
-                    status = os.lstat(os.path.join(folder, name))
-                    found[path] = (status.st_uid, status.st_gid, oct(status.st_mode))
-        return found
+    def run(self, *command, user="root"):
+        """Runs `command` in the root and answers what it prints; it must succeed."""
+        inside = ["nsenter", f"--target={self.keeper.pid}", "--mount", "chroot", f"{self.folder.name}/root",
+                  "env", "-i", "PATH=/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin", "HOME=/tmp", "LC_ALL=C.UTF-8",
+                  "DEBIAN_FRONTEND=noninteractive", "runuser", "-u", user, "--", *command]
+        done = subprocess.run(inside, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, stdin=subprocess.DEVNULL)
+        if done.returncode != 0:
+            raise AssertionError(f"{command}: exit status {done.returncode}\n{done.stdout}")
+        return done.stdout
+
+    def shell(self, commands, folder="/"):
+        return self.run("bash", "-ec", f"cd '{folder}'\n{commands}")
+
+    def entries(self, *folders):
+        """What is there, with owner, group and mode."""
+        return self.run("find", *map(str, folders), "-printf", r"%p %u:%g %m\n").splitlines()

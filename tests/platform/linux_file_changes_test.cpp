@@ -1,16 +1,20 @@
 // What the Linux implementation promises beyond the common contract: metadata, other file systems and missing system
-// calls, depth, mounts, and what a kill leaves.
+// calls, depth, mounts, late comers, and what a kill leaves.
 
 #include "platform/file_manager.h"
-#include "platform/tree_snapshot.h"
+#include "platform/linux/remove_tree.h"
+#include "platform/linux/staged_copy.h"
+#include "platform/linux/tree_walk.h"
 #include "platform/unicode.h"
 #include "support/child_process.h"
 #include "support/scratch_folder.h"
+#include "support/tree_snapshot.h"
 
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
 #include <linux/filter.h>
+#include <linux/fs.h>
 #include <linux/seccomp.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
@@ -22,16 +26,18 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <clocale>
 #include <csignal>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -217,6 +223,8 @@ TEST(LinuxCopyAndMove, DoWithoutWhatAFileSystemLacks)
         {"unnamed files", {noUnnamedFiles}},
         {"unnamed files, exclusive rename", {noUnnamedFiles, noExclusiveRename}},
         {"unnamed files, exclusive rename, hard links", {noUnnamedFiles, noExclusiveRename, noHardLinks}},
+        {"names for unnamed files", {noHardLinks}},
+        {"leases", {[] { denySystemCall(SYS_fcntl, EINVAL, 1, F_SETOWN_EX); }}},
         {"kernel copies", {[] { denySystemCall(SYS_copy_file_range, EXDEV); }}},
         {"hole seeking", {[] { denySystemCall(SYS_lseek, EINVAL); }}},
     };
@@ -262,19 +270,6 @@ std::string onVolume(const fs::path& folder, const char* type, const char* optio
     });
 }
 
-std::string compare(const fs::path& item, const std::map<std::string, std::string>& expected)
-{
-    std::string differences;
-    const auto found = snapshot(item);
-    for (const auto& [name, text] : expected) {
-        const auto other = found.find(name);
-        if (other == found.end() || other->second != text) {
-            differences += name + ": " + text + " became " + (other == found.end() ? "nothing" : other->second) + "\n";
-        }
-    }
-    return differences + (found.size() > expected.size() ? "more than expected" : "");
-}
-
 TEST(LinuxMove, CrossesFileSystems)
 {
     SKIP_UNLESS_ROOT("a second file system");
@@ -285,7 +280,7 @@ TEST(LinuxMove, CrossesFileSystems)
     const auto before = snapshot(scratch / "tree");
     const std::string answer = onVolume(scratch / "volume", "tmpfs", "size=16m", [&] {
         std::string text = moveIt(scratch / "tree", scratch / "volume/tree");
-        text += compare(scratch / "volume/tree", before);
+        text += snapshot(scratch / "volume/tree") == before ? "" : "the copy differs";
         text += fs::exists(scratch / "tree") ? "the source is left" : "";
         for (const char* name : {"set-id", "link", "fifo", "device"}) {
             text += moveIt(scratch / "volume/tree" / name, scratch / "volume" / name); // within
@@ -299,29 +294,6 @@ TEST(LinuxMove, CrossesFileSystems)
     EXPECT_EQ(snapshot(scratch / "device").at(""), before.at("/device"));
     EXPECT_EQ(snapshot(scratch / "back").at("/list"), before.at("/list"));
     EXPECT_EQ(scratch.list().size(), 6U) << "back, the four items, volume";
-}
-
-TEST(LinuxMove, LeavesSourceAndTargetAsTheyWereWhenTheTargetIsFull)
-{
-    SKIP_UNLESS_ROOT("a small file system");
-    const ScratchFolder scratch;
-    scratch.write("tree/sub/small", "s");
-    scratch.write("tree/zlarge", std::string(3'000'000, 'l'));
-    scratch.makeFolder("volume");
-    const auto before = snapshot(scratch / "tree");
-    const std::string answer = onVolume(scratch / "volume", "tmpfs", "size=2m", [&] {
-        std::string text;
-        for (const auto transfer : {copyIt, moveIt}) {
-            text += transfer(scratch / "tree", scratch / "volume/tree") + "\n";
-            text += transfer(scratch / "tree/zlarge", scratch / "volume/large") + "\n";
-            text += fs::is_empty(scratch / "volume") ? "" : "something is left\n";
-        }
-        return text;
-    });
-    const std::string each = "could not write " + scratch.text("volume/tree/zlarge") + ": No space left on device\n" +
-                             "could not write " + scratch.text("volume/large") + ": No space left on device\n";
-    EXPECT_EQ(answer, each + each);
-    EXPECT_EQ(snapshot(scratch / "tree"), before);
 }
 
 TEST(LinuxMove, RefusesBeforehandWhatItCouldNotRemove)
@@ -425,22 +397,35 @@ TEST(LinuxTrees, MayBeDeeperThanPathsAndDescriptors)
     setenv("TMPDIR", usual.c_str(), 1);
     constexpr int depth = 5000;
     const std::string answer = inChild([&] {
-        const rlimit few{100, 100};
-        setrlimit(RLIMIT_NOFILE, &few);
         scratch.makeFolder("deep");
+        std::uint64_t expected = 4;
+        const auto sizeOf = [](int folder) {
+            struct stat status {};
+            return fstat(folder, &status) == 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
+        };
         int at = open((scratch / "deep").c_str(), O_PATH | O_DIRECTORY);
         for (int level = 0; level < depth; ++level) {
             if (mkdirat(at, "d", 0755) != 0) {
                 return std::string("no folder");
             }
+            expected += level > 0 ? sizeOf(at) : 0;
             const int next = openat(at, "d", O_PATH | O_DIRECTORY);
             close(at);
             at = next;
         }
-        close(openat(at, "file", O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
+        const int file = openat(at, "file", O_CREAT | O_WRONLY | O_CLOEXEC, 0600);
+        std::string text = write(file, "1234", 4) == 4 ? "" : "no file";
+        expected += sizeOf(at);
         close(at);
-        std::string text = copyIt(scratch / "deep", scratch / "copy");
+        const auto limit = static_cast<rlim_t>(file) + 40; // as many free ones
+        close(file);
+        const rlimit few{limit, limit};
+        setrlimit(RLIMIT_NOFILE, &few);
+        text += copyIt(scratch / "deep", scratch / "copy");
         text += depthOf(scratch / "copy") == depth ? "" : "the copy isn't as deep";
+        std::uint64_t bytes = 0;
+        text += platform::sumFolderSizes(scratch.text16("copy"), bytes).description();
+        text += bytes == expected ? "" : std::to_string(bytes) + " bytes in place of " + std::to_string(expected);
         for (const char* name : {"deep", "copy"}) {
             text += platform::removeItem(scratch.text16(name)).description();
         }
@@ -475,28 +460,211 @@ TEST(LinuxTrees, AreCopiedAndRemovedWithinAFewMebibytesHoweverWide)
     EXPECT_EQ(std::distance(fs::directory_iterator(scratch / "copy"), {}), width);
 }
 
-// Somebody exchanges a folder of the tree for a link that leads out of it, again and again.
-TEST(LinuxTrees, AreNeverLeftThroughALinkThatAppears)
+// Folders that a walk has left behind are found again only where it came from.
+TEST(LinuxTrees, AreLeftNowhereButWhereTheyWereEntered)
 {
     const ScratchFolder scratch;
-    scratch.write("outside/kept", "k");
-    scratch.symlink(scratch / "outside", "lure");
-    std::atomic<bool> stop = false;
-    std::thread exchanger([&] {
-        while (!stop) {
-            renameat2(AT_FDCWD, (scratch / "tree/sub").c_str(), AT_FDCWD, (scratch / "lure").c_str(), 2 /* exchange */);
-        }
-    });
-    for (int round = 0; round < 150; ++round) {
-        scratch.write("tree/sub/inner", "i");
-        static_cast<void>(copyIt(scratch / "tree", scratch / "copy"));
-        EXPECT_FALSE(fs::exists(scratch / "copy/sub/kept") && !fs::is_symlink(scratch / "copy/sub"));
-        static_cast<void>(platform::removeItem(scratch.text16("tree")));
-        static_cast<void>(platform::removeItem(scratch.text16("copy")));
-        ASSERT_TRUE(scratch.exists("outside/kept"));
+    constexpr int depth = 20; // more than a walk keeps open
+    std::string path = "0";
+    for (int level = 1; level < depth; ++level) {
+        path += "/" + std::to_string(level);
     }
-    stop = true;
-    exchanger.join();
+    scratch.makeFolder(path);
+    scratch.makeFolder("elsewhere");
+    using platform::linux_os::Descriptor;
+    platform::linux_os::TreeWalk walk(Descriptor(open(scratch.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)));
+    for (int level = 0; level < depth; ++level) {
+        ASSERT_EQ(walk.enter(std::to_string(level)), 0);
+    }
+    EXPECT_EQ(walk.path(), "/" + path);
+    fs::rename(scratch / "0/1/2/3/4", scratch / "elsewhere/4");
+    int error = 0;
+    while (walk.leave(error)) {
+    }
+    EXPECT_EQ(error, ESTALE);
+    EXPECT_EQ(walk.path(), "/0/1/2/3/4");
+}
+
+// A copy between its two halves: others act here between the look at the target and the copy's appearance there, and
+// between the copy and the removal of its source.
+struct Halves {
+    Halves(const fs::path& source, const fs::path& target) : copy(from, to, {.isMove = true})
+    {
+        const bool isFound = platform::linux_os::locate("move", utf16(source), from).ok() &&
+                             platform::linux_os::locate("move", utf16(target), to).ok();
+        EXPECT_TRUE(isFound && copy.build().ok());
+    }
+    std::string publish()
+    {
+        const Outcome outcome = copy.publish();
+        copy.keep();
+        return outcome.description();
+    }
+    std::string removeSource()
+    {
+        return removeCopied(from.folder.get(), from.path.name.c_str(), from.path.text, copy.copied()).description();
+    }
+
+    platform::linux_os::Location from;
+    platform::linux_os::Location to;
+    platform::linux_os::StagedCopy copy;
+};
+
+TEST(LinuxCopy, NeverReplacesWhatAppearsAtTheLastMoment)
+{
+    for (const bool lacksEverything : {false, true}) {
+        const ScratchFolder scratch;
+        scratch.write("file", "f");
+        scratch.write("folder/inner", "i");
+        scratch.symlink("file", "link");
+        const std::string answer = inChild([&] {
+            if (lacksEverything) {
+                denySystemCall(SYS_renameat2, EINVAL);
+                denySystemCall(SYS_linkat, EPERM);
+            }
+            std::string text;
+            for (const char* name : {"file", "folder", "link"}) {
+                Halves halves(scratch / name, scratch / "target");
+                scratch.write("target", "late");
+                text += halves.publish() == "could not write " + scratch.text("target") + ": File exists" ? "" : name;
+                text += scratch.read("target") == "late" ? "" : " replaced";
+                fs::remove(scratch / "target");
+            }
+            return text;
+        });
+        EXPECT_EQ(answer, "");
+        EXPECT_EQ(scratch.list(), (std::vector<std::string>{"file", "folder", "link"}));
+    }
+}
+
+TEST(LinuxMove, RemovesNothingButWhatWasCopied)
+{
+    const ScratchFolder scratch;
+    const fs::path at = scratch / "tree/sub";
+    int held = -1;
+    struct Case {
+        std::function<void()> act;
+        const char* changed; // the entry that the failure names
+    };
+    const timespec sameTimes[] = {{1000, 0}, {1000, 0}};
+    const auto rewrite = [&] { // same size, same times but for the one that nobody can set
+        scratch.write(at / "file", "text");
+        utimensat(AT_FDCWD, (at / "file").c_str(), sameTimes, 0);
+    };
+    const Case cases[] = {
+        {[&] { scratch.write(at / "file", "longer"); }, "/sub/file"},
+        {rewrite, "/sub/file"},
+        {[&] { scratch.write(at / "new"); }, "/sub/new"},
+        {[&] { scratch.makeFolder(at / "empty"); }, "/sub/empty"},
+        {[&] { fs::create_symlink("elsewhere", at / "late link"); }, "/sub/late link"},
+        {[&] { fs::remove(at / "file"), fs::create_symlink("other", at / "file"); }, "/sub/file"},
+        {[&] { fs::rename(at / "other", at / "file"); }, "/sub/file"},
+        {[&] { held = open((at / "file").c_str(), O_WRONLY | O_CLOEXEC); }, "/sub/file"},
+        {[] {}, nullptr},
+    };
+    for (const Case& c : cases) {
+        scratch.write(at / "file", "text");
+        scratch.write(at / "other", "text");
+        scratch.hardLink(at / "other", at / "../twin"); // each removal changes the other's times
+        utimensat(AT_FDCWD, (at / "file").c_str(), sameTimes, 0);
+        Halves halves(scratch / "tree", scratch / "copy");
+        ASSERT_EQ(halves.publish(), "");
+        c.act();
+        const auto before = snapshot(at);
+        const std::string expected = c.changed == nullptr ? ""
+                                                          : "could not move " + scratch.text("tree") + c.changed +
+                                                                ": it was changed while it was being moved";
+        EXPECT_EQ(halves.removeSource(), expected);
+        if (c.changed != nullptr) {
+            EXPECT_EQ(snapshot(scratch / "tree").at(c.changed).content,
+                      before.at(std::string(c.changed).substr(4)).content);
+        }
+        EXPECT_EQ(scratch.exists("tree"), c.changed != nullptr);
+        close(std::exchange(held, -1));
+        fs::remove_all(scratch / "tree");
+        fs::remove_all(scratch / "copy");
+    }
+}
+
+TEST(LinuxMove, LeavesASourceThatIsBeingWritten)
+{
+    SKIP_UNLESS_ROOT("a second file system");
+    const ScratchFolder scratch;
+    scratch.write("tree/file", "f");
+    scratch.makeFolder("volume");
+    const std::string answer = onVolume(scratch / "volume", "tmpfs", nullptr, [&] {
+        const int held = open((scratch / "tree/file").c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
+        std::string text = moveIt(scratch / "tree", scratch / "volume/tree") + "\n";
+        text += moveIt(scratch / "tree/file", scratch / "volume/file") + "\n";
+        close(held);
+        return text + (fs::is_empty(scratch / "volume") ? "" : "something is left");
+    });
+    const std::string each = "could not move " + scratch.text("tree/file") + ": the file is open for writing\n";
+    EXPECT_EQ(answer, each + each);
+}
+
+// Whoever limits the size of files (setrlimit(2)) gets an error, not the end of the process.
+TEST(LinuxCopy, OutlivesTheLimitOnFileSizes)
+{
+    const ScratchFolder scratch;
+    scratch.write("file", std::string(100'000, 'f'));
+    const std::string answer = inChild([&] {
+        const rlimit limit{50'000, 50'000};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        return copyIt(scratch / "file", scratch / "copy");
+    });
+    EXPECT_EQ(answer, "could not write " + scratch.text("copy") + ": File too large");
+}
+
+TEST(LinuxCopy, TellsErrorsInTheLanguageOfTheProcess)
+{
+    const ScratchFolder scratch;
+    const std::string make = "localedef -i fr_FR -f UTF-8 '" + scratch.text("fr_FR.UTF-8") + "' 2>/dev/null";
+    if (access("/usr/share/locale/fr/LC_MESSAGES/libc.mo", R_OK) != 0 || std::system(make.c_str()) != 0) {
+        GTEST_SKIP() << "needs the C library's messages and locales (libc-l10n, locales)";
+    }
+    scratch.write("file", "f");
+    const std::string answer = inChild([&] {
+        setenv("LOCPATH", scratch.text().c_str(), 1);
+        return setlocale(LC_ALL, "fr_FR.UTF-8") == nullptr ? "no locale"
+                                                           : copyIt(scratch / "file", scratch / "none/copy");
+    });
+    EXPECT_EQ(answer, "could not write " + scratch.text("none/copy") + ": Aucun fichier ou dossier de ce type");
+}
+
+// Where file systems can, copies share their data with the source. The kernel is asked for 1 GiB at a time where it
+// can't be asked for the whole file.
+TEST(LinuxCopy, SharesDataOnXfsAndGoesOnBehindAGibibyte)
+{
+    SKIP_UNLESS_ROOT("a mount");
+    const ScratchFolder scratch;
+    const std::string image = scratch.write("image");
+    const fs::path volume = scratch.makeFolder("volume");
+    fs::resize_file(image, std::uintmax_t{3} << 30);
+    if (std::system(("mkfs.xfs -q -m reflink=1 '" + image + "' 2>/dev/null").c_str()) != 0) {
+        GTEST_SKIP() << "needs mkfs.xfs (xfsprogs)";
+    }
+    constexpr off_t size = (off_t{1} << 30) + 5;
+    const std::string answer = inChild([&] {
+        leaveMountNamespace();
+        if (std::system(("mount -o loop '" + image + "' '" + volume.native() + "'").c_str()) != 0) {
+            return std::string("no mount");
+        }
+        const int file = open((volume / "file").c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600);
+        std::string text = fallocate(file, 0, 0, size) == 0 && pwrite(file, "end", 3, size - 3) == 3 ? "" : "no file";
+        close(file);
+        const auto before = fs::space(volume).free;
+        for (const char* name : {"clone", "copy"}) {
+            text += copyIt(volume / "file", volume / name);
+            char end[4] = {};
+            const int copy = open((volume / name).c_str(), O_RDONLY | O_CLOEXEC);
+            text += fs::file_size(volume / name) == size && pread(copy, end, 3, size - 3) == 3 ? end : "too short";
+            close(copy);
+            denySystemCall(SYS_ioctl, EOPNOTSUPP, 1, FICLONE);
+        }
+        return text + (before - fs::space(volume).free < 8 << 20 ? "" : "; the copies take space of their own");
+    });
+    EXPECT_EQ(answer, "endend");
 }
 
 // Kills copies at growing distances from their start, and looks at what the target's name shows afterwards.

@@ -1,78 +1,73 @@
-"""The reference as it is committed: what "fmxhost reference" writes now, and a page that stands alone.
+"""The reference and the pasteable recipes as they are committed: what tools/reference.py writes now, and a page that stands alone.
 
-Called as: pages_test.py SOURCE-FOLDER FMXHOST PLUGIN
+Called as: pages_test.py FMXHOST PLUGIN SOURCE-FOLDER ERROR-TEXTS
 """
 
-import json
+import filecmp
 import re
-import subprocess
 import sys
+import tempfile
 import unittest
-from html.parser import HTMLParser
+import xml.etree.ElementTree as ElementTree
 from pathlib import Path
 
-SOURCE, FMXHOST, PLUGIN = sys.argv[1:4]
-VOID = {"meta", "input", "br", "hr", "link"}
+FMXHOST, PLUGIN, SOURCE, ERROR_TEXTS = sys.argv[1:5]
+sys.path.insert(0, f"{SOURCE}/tools")
+try:
+    import reference
+except ModuleNotFoundError as missing:
+    print(f"skipped: {missing} (Debian: python3-markdown-it)")
+    sys.exit(77)
+import filemaker_script
+import function_texts
 
-
-def fmxhost(*arguments):
-    command = [FMXHOST, "--plugin", PLUGIN, *arguments]
-    return subprocess.run(command, check=True, capture_output=True, text=True, cwd=SOURCE).stdout
-
-
-class Page(HTMLParser):
-    """Open elements, places and links of a page; fails on an element that is closed out of turn."""
-
-    def __init__(self, text):
-        super().__init__()
-        self.open, self.places, self.targets = [], [], []
-        self.feed(text)
-
-    def handle_starttag(self, tag, attrs):
-        if tag not in VOID:
-            self.open.append(tag)
-        attributes = dict(attrs)
-        if "id" in attributes:
-            self.places.append(attributes["id"])
-        self.targets += [attributes[name] for name in ("href", "src") if name in attributes]
-
-    def handle_endtag(self, tag):
-        if not self.open or self.open.pop() != tag:
-            raise ValueError(f"</{tag}> at {self.getpos()} closes nothing")
-
+DOCS = Path(SOURCE, "docs")
 
 class Pages(unittest.TestCase):
-    maxDiff = 2000
+    def test_committed_files_are_current(self):
+        with tempfile.TemporaryDirectory() as made:
+            reference.main(FMXHOST, PLUGIN, ERROR_TEXTS, DOCS, made)
+            files = sorted(str(path.relative_to(made)) for path in Path(made).rglob("*.*"))
+            self.assertEqual(files[:2], ["functions.html", "functions.md"])
+            self.assertEqual(filecmp.cmpfiles(DOCS, made, files, shallow=False)[1:], ([], []), "make them: cmake --build build/release --target reference")
+            self.assertEqual({path.name for path in (DOCS / "recipes").iterdir()}, {Path(file).name for file in files[2:]})
 
-    def test_markdown_is_current(self):
-        committed = Path(SOURCE, "docs/functions.md").read_text(encoding="utf-8")
-        self.assertEqual(committed, fmxhost("reference"), "write it anew: cmake --build --preset release --target reference")
-
-    def test_html_is_current(self):
-        committed = Path(SOURCE, "docs/functions.html").read_text(encoding="utf-8")
-        self.assertEqual(committed, fmxhost("reference", "--html"), "as above")
-
-    def test_html_is_well_formed_and_needs_no_network(self):
-        text = Path(SOURCE, "docs/functions.html").read_text(encoding="utf-8")
-        page = Page(text)
-        self.assertEqual(page.open, [])
-        self.assertEqual(len(page.places), len(set(page.places)))
-        self.assertLessEqual({function["name"] for function in json.loads(fmxhost("list", "--json"))}, set(page.places))
-        for target in page.targets:
-            self.assertTrue(target.startswith("#") and target[1:] in page.places, target)
+    def test_page_stands_alone(self):
+        text = (DOCS / "functions.html").read_text("utf-8").partition("<script>")[0]
+        places = re.findall(r'\bid="([^"]*)"', text)
+        self.assertEqual(len(places), len(set(places)))
+        self.assertLessEqual({"korb_filecopy", "KORB_FileCopy", "id=2", "-8008", "paths", "rotate-logs"}, set(places))
+        self.assertEqual(set(re.findall(r'\b(?:href|src)="([^"]*)"', text)) - {f"#{place}" for place in places}, set())
+        self.assertEqual(text.count("<section"), text.count("</section>"))
         self.assertNotRegex(text, r"https?:|url\(|@import|\{\{")
 
-    def test_links_of_the_markdown_lead_somewhere(self):
-        text = Path(SOURCE, "docs/functions.md").read_text(encoding="utf-8")
-        headings = {re.sub(r"[^a-z0-9_ -]", "", line.lower()).replace(" ", "-") for line in re.findall(r"^#+ (.*)$", text, re.M)}
-        for target in re.findall(r"\]\(#([^)]*)\)", text):
-            self.assertIn(target, headings)
+    def test_links_of_the_documents_lead_somewhere(self):
+        for document in [DOCS / "functions.md", DOCS / "recipes.md", DOCS / "install.md", *map(Path(SOURCE).joinpath, ("README.md", "SECURITY.md"))]:
+            for file, place in re.findall(r"\]\((?!http)([^)#\s]*)#?([^)\s]*)\)", document.read_text("utf-8")):
+                target = document.parent / file if file else document
+                self.assertTrue(target.exists(), f"{document.name}: {file}")
+                if place:
+                    text = target.read_text("utf-8")
+                    places = {reference.slug(heading) for heading in re.findall(r"^#+ (.*)$", text, re.M)} | set(re.findall(r'<a id="([^"]*)"', text))
+                    self.assertIn(place, places, f"{document.name}: {file}")
 
-    def test_a_folder_without_texts_is_refused(self):
-        command = [FMXHOST, "--plugin", PLUGIN, "reference", "--texts", "docs"]
-        refused = subprocess.run(command, capture_output=True, text=True, cwd=SOURCE)
-        self.assertEqual(refused.returncode, 2)
-        self.assertIn("index.md", refused.stderr)
+    def test_recipes_to_paste_have_the_steps(self):
+        for title, text in function_texts.sections_of((DOCS / "recipes.md").read_text("utf-8")):
+            if match := re.search(r"^```filemaker\n(.*?)^```$", text, re.M | re.S):
+                root = ElementTree.parse(DOCS / f"recipes/{reference.slug(title)}.xml").getroot()
+                names = [step.get("name").partition(" (comment)")[0] for step in root]
+                self.assertEqual(names, [step.name for step in filemaker_script.parse(match[1])], title)
+                shown = "\n".join(filter(None, map(str.strip, root.itertext())))
+                for calculation in re.findall(r"^ *(?:If|Exit Loop If) \[ (.*) \]$", match[1], re.M):
+                    self.assertIn(calculation, shown)
+
+    def test_texts_that_break_the_structure_are_refused(self):
+        good = "Does it.\n## Chapter\nFiles\n## Result\n0\n## Errors\n- -3: it\n## Example\n```\nF\n→ 1\n```\n"
+        self.assertEqual(function_texts.parse("F", good).errors[0].when, "it")
+        for old, new in [("Does it.", ""), ("## Result", "## Resutl"), ("- -3: it", "- it"), ("- -3: it", "- -3 it"), ("→ 1", "1"),
+                         ("F\n→ 1\n", ""), ("## Errors", "## Parameters\n- path text: it\n## Errors"), ("## Errors", "## Result\n0\n## Errors")]:
+            with self.subTest(new), self.assertRaises(function_texts.TextError):
+                function_texts.parse("F", good.replace(old, new))
 
 
 if __name__ == "__main__":

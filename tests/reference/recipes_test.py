@@ -1,136 +1,157 @@
 """Every recipe of docs/recipes.md, run step by step. The folder /data of the texts is a scratch folder.
 
-Called as: recipes_test.py SOURCE-FOLDER FMXHOST PLUGIN
+Called as: recipes_test.py FMXHOST PLUGIN SOURCE-FOLDER
 """
 
+import datetime
 import os
 import re
 import shutil
 import subprocess
-import sys
 import tempfile
 import unittest
 from pathlib import Path
+from urllib.parse import unquote
 
-from filemaker_script import Calculator, Script
+from script_runner import SOURCE, Calculator, run_script
 
-SOURCE, FMXHOST, PLUGIN = sys.argv[1:4]
-RECIPE = re.compile(r"^## (?P<title>[^\n]*)\n.*?^```filemaker\n(?P<script>.*?)^```$", re.M | re.S)
-RECIPES = {match["title"]: match["script"] for match in RECIPE.finditer(Path(SOURCE, "docs/recipes.md").read_text("utf-8"))}
+import function_texts
+
+SECTIONS = function_texts.sections_of(Path(SOURCE, "docs/recipes.md").read_text("utf-8"))
+RECIPES = {title: re.search(r"^```filemaker\n(.*?)^```$", text, re.M | re.S)[1] for title, text in SECTIONS if "```filemaker" in text}
 
 
 class Recipes(unittest.TestCase):
     def setUp(self):
         self.data = Path(tempfile.mkdtemp())
         self.addCleanup(shutil.rmtree, self.data)
+        (self.data / "Documents").mkdir()
         self.performed = []
 
-    def write(self, name, content="content"):
-        path = self.data / name
-        path.parent.mkdir(parents=True, exist_ok=True)
-        path.write_text(content, encoding="utf-8")
+    def write(self, *names, content="content"):
+        for name in names:
+            path = self.data / name
+            path.parent.mkdir(parents=True, exist_ok=True)
+            path.write_text(content, encoding="utf-8")
 
     def names(self, folder):
         return sorted(path.name for path in (self.data / folder).iterdir())
 
-    def run_recipe(self, title, answers=None, perform=None):
-        text = RECIPES[title].replace("/data", str(self.data))
-        hidden = {"DISPLAY", "WAYLAND_DISPLAY"}
-        environment = {name: value for name, value in os.environ.items() if name not in hidden}
+    def run_recipe(self, title, perform=None, chosen=None, **gets):
+        """`chosen`: what the user chooses, in the place of a dialog."""
+        text = RECIPES[title] if chosen is None else RECIPES[title].replace('KORB_GetFolderPath( "" )', f'"{chosen}"')
         perform = perform or (lambda name, values: self.performed.append((name, *values)))
-        with Calculator(FMXHOST, PLUGIN, environment) as calculator:
-            return Script(text, calculator, answers or {}, perform).run()
+        with Calculator(self.data, DocumentsPath=f"{self.data}/Documents/", TemporaryPath=f"{self.data}/T/", **gets) as self.calculator:
+            return run_script(text, self.calculator, perform)
 
     def test_all_recipes_are_run_here(self):
-        tested = " ".join(name.replace("_", " ") for name in dir(self) if name.startswith("test_"))
         for title in RECIPES:
-            self.assertIn(title.lower(), tested)
+            self.assertIn(f'"{title}"', Path(__file__).read_text("utf-8"))
 
-    def test_nightly_backup_of_a_folder_with_encryption(self):
-        self.write("documents/letters/1.txt", "Dear")
-        self.write("backups/tonight.zip", "cut short")
-        self.write("backups/documents-5.zip", "last week's")
-        answers = {"Get ( ScriptParameter )": '"correct horse"', "DayOfWeek ( Get ( CurrentDate ) )": "5"}
-        title = "Nightly backup of a folder with encryption"
-        self.assertRegex(self.run_recipe(title, answers), r"^Backup: documents-5.zip, \d+ bytes$")
-        self.assertEqual(self.names("backups"), ["documents-5.zip"])
-        command = ["7z", "x", "-pcorrect horse", f"-o{self.data}", self.data / "backups/documents-5.zip", "-y", "-aoa"]
-        shutil.rmtree(self.data / "documents")
-        subprocess.run(command, check=True, capture_output=True)
-        self.assertEqual((self.data / "documents/letters/1.txt").read_text(), "Dear")
+    def test_nightly_backup(self):
+        def backup(password="correct horse"):
+            return self.run_recipe("Nightly backup of a folder with encryption", ScriptParameter=password).removeprefix("Backup: ")
 
-        answers["KORB_GetDriveSizeFree( $backups )"] = "1"
-        self.assertEqual(self.run_recipe(title, answers), "Backup: too little space")
-        del answers["KORB_GetDriveSizeFree( $backups )"]
-        shutil.rmtree(self.data / "documents")
-        self.assertEqual(self.run_recipe(title, answers), "Backup: Source path not found")
-        shutil.rmtree(self.data / "backups")
-        self.assertEqual(self.run_recipe(title, answers), "Backup: Drive does not exist")
+        self.assertEqual(backup(), "Drive does not exist")
+        archive = f"letters-{datetime.date.today().isoweekday() % 7 + 1}.zip"
+        self.write("Documents/backups/tonight.zip", f"Documents/backups/{archive}", content="cut short, or last week's")
+        self.assertEqual(backup(), "Source path not found")
+        self.write("Documents/letters/1.txt", content="Dear")
+        for password in (f"x'; touch {self.data}/F; echo '", "a|b"):
+            self.assertEqual(backup(password), "no path and no password may contain a single quote or a vertical bar")
+        self.assertEqual(self.names("."), ["Documents"])
 
-    def test_import_every_file_of_a_folder(self):
-        for name in ("in/a.csv", "in/b.CSV", "in/Ü.csv", "in/.hidden.csv", "in/readme.txt", "in/c.csv", "done/c.csv"):
-            self.write(name)
-        # A function of FileMaker's own that fmxhost hasn't.
-        answers = {'ConvertToFileMakerPath ( $in & "/" & $file ; PosixPath )': '"file:" & $in & "/" & $file'}
-        self.assertEqual(self.run_recipe("Import every file of a folder", answers), "c.csv: seen before\r")
-        imported = sorted(step[-1] for step in self.performed if step[0] == "Import Records")
-        self.assertEqual(imported, [f"file:{self.data}/in/{name}" for name in ("a.csv", "b.CSV", "Ü.csv")])
-        self.assertEqual(self.names("done"), ["a.csv", "b.CSV", "c.csv", "Ü.csv"])
-        self.assertEqual(self.names("in"), [".hidden.csv", "c.csv", "readme.txt"])
-        shutil.rmtree(self.data / "in")
-        self.assertEqual(self.run_recipe("Import every file of a folder"), "Source path not found")
+        self.assertRegex(backup(), rf"^{archive}, \d+ bytes$")
+        self.assertEqual(self.names("Documents/backups"), [archive])
+        subprocess.run(["7z", "x", "-pcorrect horse", f"-o{self.data}", self.data / "Documents/backups" / archive], check=True, capture_output=True)
+        self.assertEqual((self.data / "letters/1.txt").read_text(), "Dear")
+        # Sparse, and by its size larger than what is free.
+        os.truncate(self.data / "Documents/letters/1.txt", shutil.disk_usage(self.data).free + 2**30)
+        self.assertEqual(backup(), "too little space")
+
+    def test_import(self):
+        title = "Import every file of a folder"
+        self.assertEqual(self.run_recipe(title), "Source path not found")
+        self.write(*(f"Documents/in/{name}" for name in ("a.csv", "b.CSV", "Ü.csv", ".hidden.csv", "readme.txt", "c.csv")), "Documents/done/c.csv")
+        self.assertEqual(self.run_recipe(title), "c.csv: seen before\r")
+        imported = [values[-1].rpartition("/")[2] for name, *values in self.performed if name == "Import Records"]
+        self.assertEqual(imported, ["a.csv", "b.CSV", "Ü.csv"])
+        self.assertEqual(self.names("Documents/done"), ["a.csv", "b.CSV", "c.csv", "Ü.csv"])
+        self.assertEqual(self.names("Documents/in"), [".hidden.csv", "c.csv", "readme.txt"])
+
+    def test_container_to_folder(self):
+        def export(_, values):
+            self.assertEqual(values[0], "$Orders_Document")
+            self.write(values[1])
+
+        def run(perform):
+            return self.run_recipe("Put a container's file into a folder", perform, ScriptParameter="order 4711.pdf")
+
+        (self.data / "outbox").mkdir()
+        self.assertEqual(run(lambda *_: None), "Source path not found")
+        self.assertEqual([run(export), self.names("outbox"), self.names("T")], ["", ["order 4711.pdf"], []])
+        self.assertEqual(run(export), "File already exists")
+
+    def test_folder_to_records(self):
+        records = []
+
+        def perform(name, values):
+            if name == "New Record/Request":
+                self.calculator.evaluate('$Scans_Document = ""')
+            elif name == "Insert from URL" and not values[3].endswith("b.pdf"):  # which can't be inserted
+                content = Path(unquote(values[3].removeprefix("file://"))).read_text()
+                self.calculator.evaluate(f'{values[2]} = "{content}"')
+            elif name == "Commit Records/Requests":
+                records.append([self.calculator.evaluate(f"$Scans_{field}") for field in ("Name", "Document")])
+
+        for name in ("a 100%.pdf", "b.pdf", "c#1?.pdf", ".hidden"):
+            self.write(f"Documents/scans/{name}", content=f"content of {name}")
+        self.write("Documents/scans taken in/c#1?.pdf")
+        log = self.run_recipe("Take a folder of files into records", perform)
+        self.assertEqual(log, "b.pdf: not inserted\rc#1?.pdf: File already exists\r")
+        self.assertEqual(records, [["a 100%.pdf", "content of a 100%.pdf"], ["b.pdf", ""], ["c#1?.pdf", "content of c#1?.pdf"]])
+        self.assertEqual(self.names("Documents/scans"), [".hidden", "b.pdf", "c#1?.pdf"])
 
     def test_rotate_logs(self):
-        large = 1_000_000
-        self.assertEqual(self.run_recipe("Rotate logs"), "0")
         for turn in range(1, 6):
-            self.write("logs/import.log", str(turn) * (large - 1))
-            self.assertEqual(self.run_recipe("Rotate logs"), "0")
-            self.write("logs/import.log", str(turn) * large)
-            self.assertEqual(self.run_recipe("Rotate logs"), "1")
-        self.assertEqual(self.names("logs"), ["import.1.log", "import.2.log", "import.3.log"])
-        kept = "".join((self.data / "logs" / name).read_text()[0] for name in self.names("logs"))
-        self.assertEqual(kept, "543")
+            for size, result in ((999_999, "0"), (1_000_000, "1")):
+                self.write("logs/import.log", content=str(turn) * size)
+                self.assertEqual(self.run_recipe("Rotate logs"), result)
+        self.assertEqual(self.run_recipe("Rotate logs"), "0")
+        kept = {path.name: path.read_text()[0] for path in (self.data / "logs").iterdir()}
+        self.assertEqual(kept, {"import.1.log": "5", "import.2.log": "4", "import.3.log": "3"})
 
     def test_wait_for_a_file(self):
         growing = iter(["", "half", "half of it", "half of it"])
-        looks = []
-
-        def pause(name, values):
-            looks.append((name, *values))
-            self.write("in/order.xml", next(growing))
-
-        path = str(self.data / "in/order.xml")
-        self.assertEqual(self.run_recipe("Wait for a file", perform=pause), path)
-        self.assertEqual(looks, [("Pause/Resume Script", "5")] * 4)
-
+        path = f"{self.data}/Documents/in/order.xml"
+        self.assertEqual(self.run_recipe("Wait for a file", lambda *_: self.write(path, content=next(growing))), path)
         os.remove(path)
         self.assertEqual(self.run_recipe("Wait for a file"), "")
-        self.assertEqual(len(self.performed), 60)
+        self.assertEqual(self.performed, [("Pause/Resume Script", "5")] * 60)
 
     def test_pick_and_archive(self):
-        self.write("project/plan.txt")
-        self.write("it's/plan.txt")
-
-        def chosen(folder):
-            return {'KORB_GetFolderPath( "" )': f'"{folder}"'}
-
+        self.write("project/plan.txt", "it's/plan.txt")
         archive = f"{self.data}/project.zip"
-        self.assertEqual(self.run_recipe("Pick and archive", chosen("")), "")
-        self.assertEqual(self.performed, [])
-        self.assertEqual(self.run_recipe("Pick and archive", chosen(self.data / "project")), archive)
+        results = [self.run_recipe("Pick and archive", chosen=chosen)
+                   for chosen in ("", f"{self.data}/project", f"{self.data}/project", f"{self.data}/it's", None)]  # None: there is no display
+        self.assertEqual(results, ["", archive, "", "", ""])
         subprocess.run(["unzip", "-tq", archive], check=True, capture_output=True)
-
-        self.run_recipe("Pick and archive", chosen(self.data / "project"))
-        self.run_recipe("Pick and archive", chosen(self.data / "it's"))
-        self.run_recipe("Pick and archive")  # there is no display to choose on
-        dialogs = [
+        self.assertEqual([values[-1] for values in self.performed], [
             "There is an archive of this folder already.",
-            "A path with a single quote or a bar can't be archived.",
-            "Unable to complete operation -  Unable to get folder path",
-        ]
-        self.assertEqual(self.performed, [("Show Custom Dialog", "Archive", text) for text in dialogs])
+            "A folder with a single quote or a vertical bar in its path can't be archived.",
+            "Unable to complete operation -  Unable to get folder path"])
+
+    def test_install(self):
+        def run(listed):
+            return self.run_recipe("Install or update the plug-in", InstalledFMPlugins=listed.replace("|", "\r"))
+
+        for version in ("5.0.2.1", "5.0.10", "6"):
+            self.assertEqual(run(f"Other;1;Enabled|Folidex;{version};Enabled"), f"Folidex {version} is installed")
+        self.assertEqual(self.performed, [])
+        for listed in ("", "Other;9.9.9.9;Enabled", "Folidex;5.0.2;Enabled", "Folidex;4.9.9.9;Enabled|Other;1;Disabled"):
+            self.assertEqual(run(listed), "Folidex 5.0.2.1 could not be installed")
+        self.assertEqual(self.performed, [("Install Plug-In File", "$Plugins_Folidex")] * 4)
 
 
 if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1])
+    unittest.main(argv=["recipes_test.py"])

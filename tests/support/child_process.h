@@ -3,6 +3,7 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <string>
 
 namespace folidex::test {
@@ -25,5 +26,10 @@ void leaveMountNamespace();
 void enterRoot(const std::string& folder);
 
 bool isRoot();
+
+#ifdef __linux__
+// What this process has open: descriptors and what they are of (proc(5), /proc/PID/fd).
+std::map<int, std::string> openDescriptors();
+#endif
 
 } // namespace folidex::test

@@ -1,7 +1,7 @@
 // The plug-in as the tests drive it: loaded through its one entry point, called through what it registered.
 #pragma once
 
-#include "host/plugin.h"
+#include "host/base/plugin.h"
 
 #include <gtest/gtest.h>
 
@@ -32,9 +32,6 @@ public:
     std::int64_t integer() const { return outcome_.value.integer(); }
     fmxhost::Timestamp timestamp() const { return outcome_.value.timestamp(); }
     const fmxhost::Value& value() const { return outcome_.value; }
-
-    // The text cut at its line feeds; none for an empty text.
-    std::vector<std::string> lines() const;
 
     fmx::errcode errorCode() const { return outcome_.error; } // what the handler returned
     bool threw() const { return outcome_.exception.has_value(); }

@@ -1,0 +1,264 @@
+#include "host/base/plugin.h"
+
+#include "host/base/unicode.h"
+
+#include <cxxabi.h>
+#include <dlfcn.h>
+
+#include <array>
+#include <cstdlib>
+#include <exception>
+#include <memory>
+#include <numeric>
+#include <set>
+#include <typeinfo>
+#include <utility>
+
+namespace fmxhost {
+namespace {
+
+// Position of the option "send me start-up and shut-down messages" in the options string.
+constexpr std::size_t startUpOption = 7;
+
+std::string typeName(const std::type_info& type)
+{
+    int status = 0;
+    const std::unique_ptr<char, decltype(&std::free)> name(abi::__cxa_demangle(type.name(), nullptr, nullptr, &status),
+                                                           &std::free);
+    return name ? name.get() : type.name();
+}
+
+// The exception that is being handled, as one line. Its object may go with the plug-in's code, the text stays.
+std::string describeCurrentException()
+{
+    const std::type_info* type = abi::__cxa_current_exception_type();
+    std::string name = type != nullptr ? typeName(*type) : "a foreign exception";
+    try {
+        throw;
+    } catch (const std::exception& exception) {
+        const std::string text = exception.what();
+        return text.empty() || text == name ? name : name + " (" + text + ")";
+    } catch (...) {
+        return name;
+    }
+}
+
+std::string messageName(Message message)
+{
+    switch (message) {
+    case Message::startUp:
+        return "the start-up message";
+    case Message::shutDown:
+        return "the shut-down message";
+    case Message::stringRequest:
+        return "a string request";
+    default:
+        return "message " + std::to_string(static_cast<int>(message));
+    }
+}
+
+} // namespace
+
+Plugin::Plugin(const std::filesystem::path& file, std::int16_t apiVersion) : file_(std::filesystem::absolute(file))
+{
+    record_.extnVersion = apiVersion;
+    record_.unusedID = -1;
+    openLibrary();
+    try {
+        takeId();
+    } catch (...) {
+        closeLibrary();
+        throw;
+    }
+}
+
+void Plugin::tryLoading(const std::filesystem::path& file)
+{
+    Plugin plugin;
+    plugin.file_ = std::filesystem::absolute(file);
+    plugin.openLibrary();
+}
+
+Plugin::~Plugin()
+{
+    try {
+        unload();
+    } catch (const std::exception&) {
+        // Whoever wants to know calls unload().
+    }
+}
+
+void Plugin::openLibrary()
+{
+    onDisk_ = PluginFile(file_);
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(onDisk_.library(), error)) {
+        throw PluginError(PluginError::Kind::notLoaded, "There is no plug-in file " + file_.string());
+    }
+    library_ = dlopen(onDisk_.library().c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (library_ == nullptr) {
+        const char* reason = dlerror();
+        throw PluginError(PluginError::Kind::notLoaded,
+                          "The plug-in can't be loaded: " + (reason != nullptr ? std::string(reason) : file_.string()));
+    }
+    entryPoint_ = reinterpret_cast<EntryPoint>(dlsym(library_, "FMExternCallProc"));
+    if (entryPoint_ == nullptr) {
+        closeLibrary();
+        throw PluginError(PluginError::Kind::notLoaded,
+                          file_.string() + " is not a plug-in: it has no entry point FMExternCallProc");
+    }
+    record_.entryPoint = entryPoint_;
+    record_.instanceID = onDisk_.instance();
+}
+
+void Plugin::closeLibrary() noexcept
+{
+    if (library_ != nullptr) {
+        dlclose(library_);
+    }
+    library_ = nullptr;
+    entryPoint_ = nullptr;
+}
+
+void Plugin::takeId()
+{
+    options_ = string(PluginString::options);
+    constexpr std::size_t idLength = 4;
+    for (std::size_t index = 0; index < idLength && options_.size() >= idLength; ++index) {
+        id_ = id_ << 8 | (options_[index] & 0xFFU);
+    }
+}
+
+bool Plugin::wantsStartUp() const
+{
+    return options_.size() <= startUpOption || options_[startUpOption] != u'n';
+}
+
+std::int64_t Plugin::start()
+{
+    if (!wantsStartUp()) {
+        return 0;
+    }
+    static std::array<fmx::unichar16, 8> applicationVersion{'1', '9', '.', '0', '.', '0', 0, 0};
+    const auto answer =
+        static_cast<std::int64_t>(send(Message::startUp, 0, reinterpret_cast<fmx::ptrtype>(applicationVersion.data())));
+    functions_ = fmxkit::externalFunctions();
+    scriptSteps_ = fmxkit::scriptSteps();
+    for (std::size_t index = 0; index < functions_.size(); ++index) {
+        indexByFoldedName_.emplace(foldCase(functions_[index].name), index);
+    }
+    if (answer < 0) {
+        throw PluginError(PluginError::Kind::refused, "The plug-in refuses to start on API version " +
+                                                          std::to_string(record_.extnVersion) + " (it answers " +
+                                                          std::to_string(answer) + ")");
+    }
+    running_ = true;
+    return answer;
+}
+
+void Plugin::shutDown()
+{
+    running_ = false;
+    send(Message::shutDown);
+}
+
+std::size_t Plugin::unload()
+{
+    if (library_ == nullptr) {
+        return 0;
+    }
+    std::exception_ptr failure;
+    if (running_) {
+        try {
+            shutDown();
+        } catch (const PluginError&) {
+            failure = std::current_exception();
+        }
+    }
+    const std::size_t left = releaseRegistered();
+    closeLibrary();
+    if (failure) {
+        std::rethrow_exception(failure);
+    }
+    return left;
+}
+
+std::size_t Plugin::releaseRegistered()
+{
+    functions_.clear();
+    scriptSteps_.clear();
+    indexByFoldedName_.clear();
+    std::set<std::uint32_t> ids{id_}; // also for what was registered in vain
+    for (const auto& function : fmxkit::externalFunctions()) {
+        ids.insert(function.pluginId);
+    }
+    for (const auto& step : fmxkit::scriptSteps()) {
+        ids.insert(step.pluginId);
+    }
+    return std::accumulate(ids.begin(), ids.end(), std::size_t{0},
+                           [](std::size_t left, std::uint32_t id) { return left + fmxkit::purge(id); });
+}
+
+std::u16string Plugin::string(std::uint8_t number, std::uint32_t capacity)
+{
+    constexpr fmx::ptrtype english = 0;
+    // Plug-ins write a zero even into a capacity of 0, and bad ones a little beside their buffer.
+    constexpr std::size_t margin = 64;
+    std::u16string buffer(margin + capacity + margin, u'\0');
+    send(Message::stringRequest, number, english, capacity, reinterpret_cast<fmx::ptrtype>(buffer.data() + margin));
+    const std::u16string_view answer(buffer.data() + margin, capacity);
+    return std::u16string(answer.substr(0, answer.find(u'\0')));
+}
+
+fmx::ptrtype Plugin::send(Message message, std::uint8_t parameter1, fmx::ptrtype parameter2, fmx::ptrtype parameter3,
+                          fmx::ptrtype result)
+{
+    record_.whichCall = static_cast<unsigned char>(message);
+    record_.parm1 = parameter1;
+    record_.parm2 = parameter2;
+    record_.parm3 = parameter3;
+    record_.result = result;
+    try {
+        entryPoint_(&record_);
+    } catch (...) {
+        throw PluginError(PluginError::Kind::exception, "An exception left the plug-in at " + messageName(message) +
+                                                            ": " + describeCurrentException());
+    }
+    return record_.result;
+}
+
+const fmxkit::ExternalFunction* Plugin::find(std::u16string_view name) const
+{
+    const auto found = indexByFoldedName_.find(foldCase(name));
+    return found != indexByFoldedName_.end() ? &functions_[found->second] : nullptr;
+}
+
+CallOutcome Plugin::call(const fmxkit::ExternalFunction& function, const std::vector<Value>& arguments)
+{
+    const fmx::ExprEnvUniquePtr environment;
+    const fmx::DataVectUniquePtr vector;
+    for (const Value& argument : arguments) {
+        vector->PushBack(argument.data());
+    }
+    fmx::DataUniquePtr result;
+    CallOutcome outcome;
+    try {
+        outcome.error = function.handler(function.id, *environment, *vector, *result);
+    } catch (...) {
+        outcome.exception = describeCurrentException();
+        return outcome;
+    }
+    outcome.value = Value(std::move(result));
+    return outcome;
+}
+
+CallOutcome Plugin::call(std::u16string_view name, const std::vector<Value>& arguments) const
+{
+    const fmxkit::ExternalFunction* function = find(name);
+    if (function == nullptr) {
+        throw std::out_of_range("no function " + toUtf8(name));
+    }
+    return call(*function, arguments);
+}
+
+} // namespace fmxhost

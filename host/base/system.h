@@ -1,0 +1,35 @@
+// What differs between operating systems: how a plug-in lies on the disk, and where this program does.
+#pragma once
+
+#include <FMXExtern.h>
+
+#include <filesystem>
+#include <memory>
+#include <type_traits>
+
+namespace fmxhost {
+
+// A library file; on macOS also a bundle. Thread rule: each object by one thread at a time.
+class PluginFile {
+public:
+    using Instance = std::remove_pointer_t<decltype(FMX_ExternCallStruct::instanceID)>;
+
+    PluginFile() = default;
+    explicit PluginFile(const std::filesystem::path& file);
+
+    // What the dynamic loader is to load; the file itself where it isn't a bundle, whether or not it is there.
+    const std::filesystem::path& library() const { return library_; }
+
+    // For the call record: the bundle's reference, kept as long as this object or a copy of it; null without a bundle.
+    Instance* instance() const { return instance_.get(); }
+
+private:
+    std::filesystem::path library_;
+    std::shared_ptr<Instance> instance_;
+};
+
+// This program's own file: a path by which it can be started once more and examined; it may be a link. Empty where the
+// system doesn't say.
+std::filesystem::path executableFile();
+
+} // namespace fmxhost

@@ -1,0 +1,493 @@
+// FileMaker's own functions, as many as scripts around a plug-in's functions need, with FileMaker's results.
+#include "host/calculation/functions.h"
+
+#include "host/base/unicode.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+
+namespace fmxhost {
+namespace {
+
+using Arguments = std::vector<Value>;
+
+constexpr char16_t valueSeparator = u'\r'; // ¶
+
+std::size_t countAt(const Arguments& arguments, std::size_t index)
+{
+    return static_cast<std::size_t>(std::max<std::int64_t>(0, arguments[index].integer()));
+}
+
+Value characterOf(const Arguments& arguments)
+{
+    constexpr std::int64_t lastCharacter = 0x10FFFF;
+    const std::int64_t code = arguments[0].integer();
+    if (code <= 0 || code > lastCharacter) {
+        return {u""};
+    }
+    if (code <= 0xFFFF) {
+        return {std::u16string(1, static_cast<char16_t>(code))};
+    }
+    const auto above = static_cast<std::uint32_t>(code - 0x10000);
+    return {
+        std::u16string{static_cast<char16_t>(0xD800 + (above >> 10)), static_cast<char16_t>(0xDC00 + (above & 0x3FF))}};
+}
+
+Value codeOf(const Arguments& arguments)
+{
+    const std::u16string text = arguments[0].text();
+    return text.empty() ? Value() : Value(static_cast<std::int64_t>(characterAt(text, 0).value));
+}
+
+Value valueFalse(const Arguments&)
+{
+    return {0};
+}
+Value valueTrue(const Arguments&)
+{
+    return {1};
+}
+
+Value asNumber(const Arguments& arguments)
+{
+    return Value(arguments[0].data().GetAsNumber());
+}
+Value asText(const Arguments& arguments)
+{
+    return Value(arguments[0].data().GetAsText());
+}
+
+Value getValue(const Arguments& arguments)
+{
+    const std::u16string list = arguments[0].text();
+    std::size_t start = 0;
+    for (std::size_t skip = countAt(arguments, 1); skip != 1; --skip) {
+        const std::size_t end = list.find(valueSeparator, start);
+        if (skip == 0 || end == std::u16string::npos) {
+            return {u""};
+        }
+        start = end + 1;
+    }
+    return {std::u16string_view(list).substr(start, list.find(valueSeparator, start) - start)};
+}
+
+// A separator at the end closes the last value, it doesn't begin another one.
+Value valueCount(const Arguments& arguments)
+{
+    const std::u16string list = arguments[0].text();
+    const auto separators = std::count(list.begin(), list.end(), valueSeparator);
+    const bool open = !list.empty() && list.back() != valueSeparator;
+    return {static_cast<std::int64_t>(separators + (open ? 1 : 0))};
+}
+
+Value isEmpty(const Arguments& arguments)
+{
+    return {arguments[0].data().IsEmpty() ? 1 : 0};
+}
+
+Value length(const Arguments& arguments)
+{
+    return {static_cast<std::int64_t>(arguments[0].data().GetAsText().GetSize())};
+}
+
+Value left(const Arguments& arguments)
+{
+    return {std::u16string_view(arguments[0].text()).substr(0, countAt(arguments, 1))};
+}
+
+Value right(const Arguments& arguments)
+{
+    const std::u16string text = arguments[0].text();
+    return {std::u16string_view(text).substr(text.size() - std::min(text.size(), countAt(arguments, 1)))};
+}
+
+Value middle(const Arguments& arguments)
+{
+    const std::u16string text = arguments[0].text();
+    const std::size_t start = std::max<std::size_t>(1, countAt(arguments, 1)) - 1;
+    if (start >= text.size()) {
+        return {u""};
+    }
+    return {std::u16string_view(text).substr(start, countAt(arguments, 2))};
+}
+
+Value position(const Arguments& arguments)
+{
+    const fmx::Text& text = arguments[0].data().GetAsText();
+    const fmx::Text& wanted = arguments[1].data().GetAsText();
+    auto start = static_cast<fmx::uint32>(
+        std::min<std::size_t>(std::max<std::size_t>(1, countAt(arguments, 2)) - 1, text.GetSize()));
+    for (std::size_t occurrence = countAt(arguments, 3); occurrence > 0; --occurrence, ++start) {
+        start = text.FindIgnoringCase(wanted, start);
+        if (start == fmx::Text::kSize_Invalid) {
+            return {0};
+        }
+        if (occurrence == 1) {
+            return {static_cast<std::int64_t>(start) + 1};
+        }
+    }
+    return {0};
+}
+
+// With pairs: one after the other.
+Value substitute(const Arguments& arguments)
+{
+    std::u16string text = arguments[0].text();
+    for (std::size_t pair = 1; pair + 1 < arguments.size(); pair += 2) {
+        const std::u16string wanted = arguments[pair].text();
+        const std::u16string replacement = arguments[pair + 1].text();
+        std::u16string result;
+        std::size_t start = 0;
+        while (!wanted.empty()) {
+            const std::size_t found = text.find(wanted, start);
+            if (found == std::u16string::npos) {
+                break;
+            }
+            result.append(text, start, found - start).append(replacement);
+            start = found + wanted.size();
+        }
+        text = result.append(text, start);
+    }
+    return {text};
+}
+
+Value inCase(const Arguments& arguments, void (fmx::Text::*change)())
+{
+    const fmx::TextUniquePtr text;
+    text->SetText(arguments[0].data().GetAsText());
+    ((*text).*change)();
+    return Value(*text);
+}
+Value lower(const Arguments& arguments)
+{
+    return inCase(arguments, &fmx::Text::Lowercase);
+}
+Value upper(const Arguments& arguments)
+{
+    return inCase(arguments, &fmx::Text::Uppercase);
+}
+
+Value filter(const Arguments& arguments)
+{
+    const std::u16string text = arguments[0].text();
+    const std::u16string kept = arguments[1].text();
+    std::u16string result;
+    for (std::size_t at = 0; at < text.size();) {
+        const std::u16string_view character = std::u16string_view(text).substr(at, characterAt(text, at).length);
+        result += kept.find(character) == std::u16string::npos ? u"" : character;
+        at += character.size();
+    }
+    return {result};
+}
+
+Value patternCount(const Arguments& arguments)
+{
+    const fmx::Text& text = arguments[0].data().GetAsText();
+    const fmx::Text& wanted = arguments[1].data().GetAsText();
+    std::int64_t count = 0;
+    for (fmx::uint32 at = 0; (at = text.FindIgnoringCase(wanted, at)) != fmx::Text::kSize_Invalid; ++count) {
+        at += std::max<fmx::uint32>(1, wanted.GetSize());
+    }
+    return {count};
+}
+
+Value quote(const Arguments& arguments)
+{
+    std::u16string result = u"\"";
+    for (const char16_t unit : arguments[0].text()) {
+        if (unit == u'"' || unit == u'\\' || unit == u'¶' || unit == valueSeparator) {
+            result += u'\\';
+        }
+        result += unit == valueSeparator ? u'¶' : unit;
+    }
+    return {result + u'"'};
+}
+
+Value trim(const Arguments& arguments)
+{
+    const std::u16string text = arguments[0].text();
+    const std::size_t first = text.find_first_not_of(u' ');
+    return first == std::u16string::npos
+               ? Value(u"")
+               : Value(std::u16string_view(text).substr(first, text.find_last_not_of(u' ') - first + 1));
+}
+
+// Empty values are left out.
+Value list(const Arguments& arguments)
+{
+    std::u16string result;
+    for (const Value& value : arguments) {
+        const std::u16string text = value.text();
+        result += (result.empty() || text.empty() ? u"" : u"\r") + text;
+    }
+    return {result};
+}
+
+// The value as a date or a timestamp; "?" where it can't be read as one.
+Value moment(const Value& value, fmx::Data::DataType type)
+{
+    fmx::DataUniquePtr data;
+    if (value.type() == ValueType::text || value.type() == ValueType::empty) {
+        const fmx::errcode error = data->SetAsText(value.data().GetAsText(), *fmx::LocaleUniquePtr(), type);
+        if (error != 0 || !data->IsValid()) {
+            return {u"?"};
+        }
+    }
+    data->SetDateTime(type == fmx::Data::kDTDate ? value.data().GetAsDate() : value.data().GetAsTimeStamp(), type,
+                      type);
+    return Value(std::move(data));
+}
+
+Value asTimestamp(const Arguments& arguments)
+{
+    return moment(arguments[0], fmx::Data::kDTTimeStamp);
+}
+
+Value dayOfWeek(const Arguments& arguments)
+{
+    constexpr std::int64_t daysOfAWeek = 7;
+    const Value date = moment(arguments[0], fmx::Data::kDTDate); // as a number: days, the first one a Monday
+    return date.type() == ValueType::date ? Value(date.integer() % daysOfAWeek + 1) : date;
+}
+
+// FileMaker's numbers for types of data; negative ones sort downwards.
+Value sortValues(const Arguments& arguments)
+{
+    const std::int64_t given = arguments.size() > 1 ? arguments[1].integer() : 1;
+    std::vector<std::pair<double, std::u16string>> values; // what numbers and texts are sorted by
+    const std::u16string text = arguments[0].text();
+    for (std::size_t start = 0; start < text.size();) {
+        const std::size_t end = std::min(text.find(valueSeparator, start), text.size());
+        values.emplace_back(0, text.substr(start, end - start));
+        start = end + 1;
+        const Value value(values.back().second);
+        const std::int64_t type = std::abs(given);
+        if (type != 1) {
+            values.back().first = type == 2 ? value.number() : moment(value, fmx::Data::DataType(type)).number();
+        }
+    }
+    std::stable_sort(values.begin(), values.end(), [given](const auto& left, const auto& right) {
+        const auto& [a, b] = given < 0 ? std::tie(right, left) : std::tie(left, right);
+        return std::abs(given) == 1 ? foldCase(a.second) < foldCase(b.second) : a.first < b.first;
+    });
+    std::u16string result;
+    for (const auto& [key, value] : values) {
+        result += value + valueSeparator;
+    }
+    return {result};
+}
+
+// Paths. FileMaker begins those of macOS with the volume, those of Windows with the drive; Linux has neither.
+constexpr std::string_view bootVolume = "/Macintosh HD";
+#ifdef __APPLE__
+constexpr std::string_view ownVolume = bootVolume;
+#else
+constexpr std::string_view ownVolume;
+#endif
+constexpr std::string_view volumes = "/Volumes/";
+
+bool hasDrive(std::string_view path) // "C:…"
+{
+    return path.size() > 1 && std::isalpha(static_cast<unsigned char>(path[0])) != 0 && path[1] == ':';
+}
+
+std::string replaced(std::string text, char wanted, char replacement)
+{
+    std::replace(text.begin(), text.end(), wanted, replacement);
+    return text;
+}
+
+std::string percentEncoded(std::string_view path)
+{
+    constexpr std::string_view plain = "-._~/:";
+    std::string result;
+    for (const char byte : path) {
+        const auto value = static_cast<unsigned char>(byte);
+        if (std::isalnum(value) != 0 || plain.find(byte) != std::string_view::npos) {
+            result += byte;
+        } else {
+            constexpr std::string_view digits = "0123456789ABCDEF";
+            result.append(1, '%').append(1, digits[value / 16]).append(1, digits[value % 16]);
+        }
+    }
+    return result;
+}
+
+std::string percentDecoded(std::string_view text)
+{
+    std::string result;
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        const std::string digits(text.substr(std::min(at + 1, text.size()), 2));
+        if (text[at] == '%' && digits.size() == 2 &&
+            digits.find_first_not_of("0123456789abcdefABCDEF") == digits.npos) {
+            result += static_cast<char>(std::stoi(digits, nullptr, 16));
+            at += 2;
+        } else {
+            result += text[at];
+        }
+    }
+    return result;
+}
+
+// Without "file:", "filemac:", "imagelinux:" and the like.
+std::string_view withoutKind(std::string_view path, bool& ofMac)
+{
+    const std::size_t colon = path.find(':');
+    const std::size_t slash = path.find('/');
+    if (colon == std::string_view::npos || colon == 1 || slash < colon) {
+        return path;
+    }
+    ofMac = path.substr(0, colon).ends_with("mac");
+    return path.substr(colon + 1);
+}
+
+Value convertFromFileMakerPath(const Arguments& arguments)
+{
+    bool ofMac = !ownVolume.empty();
+    const std::string given = arguments[0].utf8();
+    std::string path(withoutKind(given, ofMac));
+    const std::string format = arguments[1].utf8();
+    const bool ofWindows = path.starts_with("//") || (path.starts_with('/') && hasDrive(path.substr(1)));
+    if (format == "WinPath") {
+        return {replaced(path.starts_with('/') && hasDrive(path.substr(1)) ? path.substr(1) : path, '/', '\\')};
+    }
+    if (path == bootVolume || path.starts_with(std::string(bootVolume) + "/")) {
+        path = path.size() == bootVolume.size() ? "/" : path.substr(bootVolume.size());
+    } else if (ofMac && !ofWindows && path.starts_with('/') && !path.starts_with(volumes)) {
+        path = std::string(volumes) + path.substr(1);
+    }
+    return {format == "URLPath" ? "file://" + percentEncoded(path) : path};
+}
+
+Value convertToFileMakerPath(const Arguments& arguments)
+{
+    std::string path = arguments[0].utf8();
+    const std::string format = arguments[1].utf8();
+    if (format == "URLPath" && path.starts_with("file://")) {
+        path = percentDecoded(path.substr(std::string_view("file://").size()));
+    }
+    if (format == "WinPath") {
+        path = (hasDrive(path) ? "/" : "") + replaced(path, '\\', '/');
+    } else if (!ownVolume.empty() && path.starts_with(volumes)) {
+        path.erase(0, volumes.size() - 1);
+    } else if (path.starts_with('/')) {
+        path.insert(0, ownVolume);
+    }
+    return {"file:" + path};
+}
+
+// A folder as Get answers it: FileMaker's path, with a "/" at its end.
+Value folder(const char* variable, const char* below)
+{
+    const char* value = std::getenv(variable);
+    const std::string path = value != nullptr ? value : "/tmp";
+    return {std::string(ownVolume) + path + (path.ends_with('/') ? "" : "/") + below};
+}
+
+template <fmx::Data::DataType type>
+Value now(const Arguments&)
+{
+    const fmx::DateTimeUniquePtr time;
+    time->Now();
+    time->SetNormalizedTime(time->GetHour(), time->GetMinute(), time->GetSec()); // whole seconds, as in FileMaker
+    fmx::DataUniquePtr data;
+    data->SetDateTime(*time, type, type);
+    return Value(std::move(data));
+}
+
+} // namespace
+
+const BuiltIn* getFunction(std::u16string_view flag)
+{
+    constexpr auto nothing = [](const Arguments&) { return Value(u""); };
+    static constexpr std::array<BuiltIn, 11> table{{
+        {u"Get ( CurrentDate )", u"", 0, 0, now<fmx::Data::kDTDate>},
+        {u"Get ( CurrentHostTimestamp )", u"", 0, 0, now<fmx::Data::kDTTimeStamp>},
+        {u"Get ( CurrentTime )", u"", 0, 0, now<fmx::Data::kDTTime>},
+        {u"Get ( CurrentTimestamp )", u"", 0, 0, now<fmx::Data::kDTTimeStamp>},
+        {u"Get ( DesktopPath )", u"", 0, 0, [](const Arguments&) { return folder("HOME", "Desktop/"); }},
+        {u"Get ( DocumentsPath )", u"", 0, 0, [](const Arguments&) { return folder("HOME", "Documents/"); }},
+        {u"Get ( LastError )", u"", 0, 0, valueFalse},
+        {u"Get ( ScriptParameter )", u"", 0, 0, nothing},
+        {u"Get ( ScriptResult )", u"", 0, 0, nothing},
+        {u"Get ( SystemPlatform )", u"", 0, 0, [](const Arguments&) { return Value(ownVolume.empty() ? 5 : 1); }},
+        {u"Get ( TemporaryPath )", u"", 0, 0, [](const Arguments&) { return folder("TMPDIR", ""); }},
+    }};
+    const auto* found = std::find_if(table.begin(), table.end(), [&](const BuiltIn& candidate) {
+        return foldCase(candidate.prototype) == u"get ( " + foldCase(flag) + u" )";
+    });
+    return found != table.end() ? found : nullptr;
+}
+
+std::span<const BuiltIn> builtIns()
+{
+    static constexpr BuiltIn table[] = {
+        {u"Case ( test1 ; result1 { ; test2 ; result2 ; … ; default } )",
+         u"The result of the first test that is true, else the default.", 2, anyNumberOfArguments, nullptr},
+        {u"Char ( number )", u"The character with this Unicode number; 10 is a line feed, 13 a ¶.", 1, 1, characterOf},
+        {u"Code ( text )", u"The Unicode number of the first character.", 1, 1, codeOf},
+        {u"ConvertFromFileMakerPath ( fileMakerPath ; format )",
+         u"A path as FileMaker writes it in another format: PosixPath, WinPath or URLPath.", 2, 2,
+         convertFromFileMakerPath},
+        {u"ConvertToFileMakerPath ( path ; format )",
+         u"A path in the format PosixPath, WinPath or URLPath as FileMaker writes it.", 2, 2, convertToFileMakerPath},
+        {u"DayOfWeek ( date )", u"1 for a Sunday to 7 for a Saturday.", 1, 1, dayOfWeek},
+        {u"Evaluate ( expression )", u"The result of a text that is a calculation, \"?\" if it isn't one.", 1, 1,
+         nullptr},
+        {u"False", u"The number 0.", 0, 0, valueFalse},
+        {u"Filter ( textToFilter ; filterText )", u"The text without what isn't among the characters of the other one.",
+         2, 2, filter},
+        {u"Get ( flag )",
+         u"A state of FileMaker's: CurrentDate, CurrentTime, CurrentTimestamp, CurrentHostTimestamp, DesktopPath, "
+         u"DocumentsPath, TemporaryPath, SystemPlatform, LastError, ScriptParameter, ScriptResult; others, and other "
+         u"answers, by the option --get.",
+         1, 1, nullptr},
+        {u"GetAsNumber ( text )", u"The digits of a text as a number.", 1, 1, asNumber},
+        {u"GetAsText ( data )", u"Anything as a text.", 1, 1, asText},
+        {u"GetAsTimestamp ( data )", u"A text or a number of seconds as a timestamp.", 1, 1, asTimestamp},
+        {u"GetValue ( listOfValues ; valueNumber )", u"One value of a list separated by ¶; 1 is the first.", 2, 2,
+         getValue},
+        {u"If ( test ; resultIfTrue { ; resultIfFalse } )", u"One of two results.", 2, 3, nullptr},
+        {u"IsEmpty ( value )", u"1 for an empty value, else 0.", 1, 1, isEmpty},
+        {u"Left ( text ; numberOfCharacters )", u"The beginning of a text.", 2, 2, left},
+        {u"Length ( text )", u"The length of a text in UTF-16 units.", 1, 1, length},
+        {u"Let ( [ name1 = value1 ; $name2 = value2 ; … ] ; calculation )",
+         u"Names values for a calculation; those with $ stay set for the calculations that follow.", 2, 2, nullptr},
+        {u"List ( value1 { ; value2 ; … } )", u"The values that aren't empty, separated by ¶.", 1, anyNumberOfArguments,
+         list},
+        {u"Lower ( text )", u"The text in lower case.", 1, 1, lower},
+        {u"Middle ( text ; start ; numberOfCharacters )", u"A part of a text; 1 is the first character.", 3, 3, middle},
+        {u"PatternCount ( text ; searchString )", u"How often a text stands in another one, in any letter case.", 2, 2,
+         patternCount},
+        {u"Position ( text ; searchString ; start ; occurrence )",
+         u"Where a text stands in another one, in any letter case; 0 when it isn't there.", 4, 4, position},
+        {u"PosixPath", u"A format for the conversions of paths.", 0, 0,
+         [](const Arguments&) { return Value(u"PosixPath"); }},
+        {u"Quote ( text )", u"The text as a calculation would write it, in quotation marks.", 1, 1, quote},
+        {u"Right ( text ; numberOfCharacters )", u"The end of a text.", 2, 2, right},
+        {u"SortValues ( values { ; dataType } )",
+         u"The values of a list in order, as texts (1), numbers (2), dates (3), times (4) or timestamps (5); downwards "
+         u"with a negative number.",
+         1, 3, sortValues},
+        {u"Substitute ( text ; searchString ; replaceString )",
+         u"Replaces a text wherever it stands, in this letter case; of several pairs each in brackets: "
+         u"[ searchString ; replaceString ].",
+         3, 3, substitute},
+        {u"Trim ( text )", u"The text without blanks before and behind it.", 1, 1, trim},
+        {u"True", u"The number 1.", 0, 0, valueTrue},
+        {u"Upper ( text )", u"The text in upper case.", 1, 1, upper},
+        {u"URLPath", u"A format for the conversions of paths.", 0, 0,
+         [](const Arguments&) { return Value(u"URLPath"); }},
+        {u"ValueCount ( text )", u"How many values a list separated by ¶ has.", 1, 1, valueCount},
+        {u"While ( [ name1 = value1 ; … ] ; condition ; [ name1 = value2 ; … ] ; result )",
+         u"Sets the second list's names over and over while the condition is true.", 4, 4, nullptr},
+        {u"WinPath", u"A format for the conversions of paths.", 0, 0,
+         [](const Arguments&) { return Value(u"WinPath"); }},
+    };
+    return table;
+}
+
+} // namespace fmxhost

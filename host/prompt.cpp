@@ -1,0 +1,303 @@
+// Lines come from libedit by its readline interface, in the form with callbacks: it hands over a line when one is
+// complete, and the loop that waits for keys is here, so that Ctrl-C is noticed between two of them and nothing has to
+// be jumped out of. While a line is edited libedit has the terminal and its own signal handlers, which put the terminal
+// right and then send the signal once more, to the handler of this file; between lines the terminal is as it was.
+#include "host/prompt.h"
+
+#include "host/base/unicode.h"
+#include "host/commands.h"
+
+// libedit's header needs this one before it.
+#include <cstdio>
+#include <editline/readline.h>
+
+#include <csignal>
+#include <sys/ioctl.h>
+#include <sys/select.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+namespace fmxhost {
+namespace fs = std::filesystem;
+namespace {
+
+constexpr int historySize = 1000;
+
+// What C callbacks need: there is one prompt in a process.
+volatile std::sig_atomic_t interrupted = 0;
+volatile std::sig_atomic_t evaluating = 0;
+std::optional<std::string> entered; // a whole line
+bool ended = false;                 // Ctrl-D
+Session* served = nullptr;
+Lines* lines = nullptr;
+
+// Ctrl-C. A handler rather than SIG_IGN, which a program that the plug-in starts would inherit. System calls of the
+// plug-in are restarted; pselect() never is.
+void handleInterrupts()
+{
+    struct sigaction action = {};
+    action.sa_handler = [](int) {
+        interrupted = 1;
+        constexpr std::string_view wayOut = "\nA function can't be broken off; Ctrl-\\ ends fmxhost.\n";
+        if (evaluating != 0 && ::write(STDERR_FILENO, wayOut.data(), wayOut.size()) < 0) {
+            return; // the terminal is gone
+        }
+    };
+    action.sa_flags = SA_RESTART;
+    sigaction(SIGINT, &action, nullptr);
+}
+
+// Waits for a key. False when there won't be one, or after Ctrl-C.
+bool waitForKey()
+{
+    sigset_t interrupt;
+    sigset_t before;
+    sigemptyset(&interrupt);
+    sigaddset(&interrupt, SIGINT);
+    pthread_sigmask(SIG_BLOCK, &interrupt, &before); // so that none is missed before the wait
+    int ready = -1;
+    while (interrupted == 0 && ready < 0) {
+        fd_set input;
+        FD_ZERO(&input);
+        FD_SET(STDIN_FILENO, &input);
+        ready = pselect(STDIN_FILENO + 1, &input, nullptr, nullptr, nullptr, &before);
+        if (ready < 0 && errno != EINTR) {
+            break;
+        }
+    }
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    int available = 0;
+    return ready > 0 && interrupted == 0 && ioctl(STDIN_FILENO, FIONREAD, &available) == 0 && available > 0;
+}
+
+// One line; nothing after Ctrl-C, of which `interrupted` tells, and at the end.
+std::optional<std::string> readLine(const std::string& prompt)
+{
+    interrupted = 0;
+    entered.reset();
+    rl_callback_handler_install(prompt.c_str(), [](char* line) {
+        if (line == nullptr) {
+            ended = true;
+            return;
+        }
+        entered = line;
+        std::free(line); // NOLINT(cppcoreguidelines-no-malloc): libedit's
+        rl_callback_handler_remove();
+    });
+    while (!entered && !ended && waitForKey()) {
+        rl_callback_read_char();
+    }
+    if (!entered) {
+        rl_callback_handler_remove();
+    }
+    return std::exchange(entered, std::nullopt);
+}
+
+// Where the word at the cursor begins: in a text at its quotation mark, so that a path may have blanks. Releases of
+// libedit differ in whether they go by the answer or by the variable.
+char* wordBreaks()
+{
+    static std::string ofNames = " \t\n\"\\'`@<>=;|&{}()[]+-*/≠≤≥¶,^";
+    static std::string ofTexts = "\"";
+    const std::string before = lines->begun() + (lines->begun().empty() ? "" : "\n") +
+                               std::string(rl_line_buffer, static_cast<std::size_t>(rl_point));
+    std::string& breaks = openAtEnd(toUtf16(before)).text ? ofTexts : ofNames;
+    rl_basic_word_break_characters = breaks.c_str();
+    return breaks.data();
+}
+
+// Names that a text could hold only with a backslash are left out.
+std::vector<std::string> pathsWithPrefix(const std::string& begun)
+{
+    std::vector<std::string> paths;
+    const std::size_t slash = begun.rfind('/');
+    const std::string folder = slash == std::string::npos ? "" : begun.substr(0, slash + 1);
+    const std::string name = begun.substr(folder.size());
+    std::error_code error;
+    for (fs::directory_iterator entry(folder.empty() ? "." : folder, error), end; !error && entry != end;
+         entry.increment(error)) {
+        const std::string candidate = entry->path().filename().string();
+        if (candidate.starts_with(name) && (!name.empty() || candidate.front() != '.') &&
+            candidate.find_first_of("\"\\") == std::string::npos) {
+            paths.push_back(folder + candidate + (entry->is_directory(error) ? "/" : ""));
+            error.clear();
+        }
+    }
+    return paths;
+}
+
+std::vector<std::string> namesWithPrefix(const std::string& word)
+{
+    std::vector<std::string> names;
+    if (word.starts_with('$')) {
+        for (const auto& [name, value] : served->evaluator().variables()) {
+            if (name.starts_with(foldCase(toUtf16(word)))) {
+                names.push_back(toUtf8(name));
+            }
+        }
+        return names;
+    }
+    const bool isHelp = foldCase(toUtf16(std::string_view(rl_line_buffer).substr(0, 5))) == u"help ";
+    for (const Function& function : served->functions().withPrefix(toUtf16(word))) {
+        names.push_back(toUtf8(nameOf(function)));
+        rl_completion_append_character = isHelp || maximumArguments(function) == 0 ? '\0' : '(';
+    }
+    return names;
+}
+
+// What all candidates begin with, whatever their letter case, in the spelling of the first one.
+std::string commonPrefix(const std::vector<std::string>& candidates)
+{
+    std::u16string prefix = toUtf16(candidates.front());
+    for (const std::string& candidate : candidates) {
+        while (!foldCase(toUtf16(candidate)).starts_with(foldCase(prefix))) {
+            prefix.pop_back();
+        }
+    }
+    return toUtf8(prefix);
+}
+
+// As libedit wants it: first what stands for the word, then the candidates, then null, all for it to free.
+char** complete(const char* word, int, int)
+{
+    rl_attempted_completion_over = 1; // no names of files outside texts
+    rl_completion_append_character = '\0';
+    const bool inText = *wordBreaks() == '"';
+    const std::vector<std::string> candidates = inText ? pathsWithPrefix(word) : namesWithPrefix(word);
+    if (candidates.empty()) {
+        return nullptr;
+    }
+    if (candidates.size() > 1) {
+        rl_completion_append_character = '\0';
+    }
+    auto** matches = static_cast<char**>(std::calloc(candidates.size() + 2, sizeof(char*)));
+    std::size_t count = 0;
+    matches[count++] = strdup(commonPrefix(candidates).c_str());
+    for (const std::string& candidate : candidates) {
+        matches[count++] = strdup(candidate.c_str());
+    }
+    return matches;
+}
+
+// Kept in $XDG_STATE_HOME, else in ~/.local/state (XDG Base Directory); not at all when neither variable names an
+// absolute path. For its owner alone: calculations may hold passwords.
+class History {
+public:
+    History()
+    {
+        const auto folderIn = [](const char* variable, const char* below) {
+            const char* value = std::getenv(variable);
+            return value != nullptr && *value == '/' ? fs::path(value) / below : fs::path();
+        };
+        fs::path folder = folderIn("XDG_STATE_HOME", "fmxhost");
+        folder = folder.empty() ? folderIn("HOME", ".local/state/fmxhost") : folder;
+        file_ = folder.empty() ? folder : folder / "history";
+        using_history();
+        stifle_history(historySize);
+        if (!file_.empty()) {
+            read_history(file_.c_str());
+        }
+    }
+
+    // False when it can't be saved. What begins with a blank isn't kept.
+    bool add(const std::string& line)
+    {
+        if (line.empty() || line == last_) {
+            return true;
+        }
+        last_ = line;
+        add_history(line.c_str());
+        if (file_.empty()) {
+            return true;
+        }
+        std::error_code error;
+        if (fs::create_directories(file_.parent_path(), error)) {
+            fs::permissions(file_.parent_path(), fs::perms::owner_all, error);
+        }
+        return write_history(file_.c_str()) == 0;
+    }
+
+    const fs::path& file() const { return file_; }
+
+private:
+    fs::path file_;
+    std::string last_;
+};
+
+// Ctrl-D that was typed while something was evaluated reaches the line editor as a zero (Linux, n_tty).
+int endOfFile(int, int)
+{
+    rl_done = rl_end == 0 ? 1 : 0;
+    return 0;
+}
+
+void setUpEditing()
+{
+    rl_readline_name = "fmxhost"; // in editrc(5)
+    rl_initialize();
+    rl_completion_word_break_hook = wordBreaks;
+    rl_attempted_completion_function = complete;
+    rl_add_defun("typed-ahead-end", endOfFile, '\0');
+}
+
+std::string promptText(bool goesOn)
+{
+    // libedit leaves out an escape sequence at the very end.
+    const std::string name = goesOn ? "     ..." : "fmxhost>";
+    return wantsColour(STDOUT_FILENO) ? "\1\033[1m\2" + name + "\1\033[0m\2 " : name + " ";
+}
+
+void greet(Session& session)
+{
+    const std::string name = toUtf8(session.plugin().string(PluginString::name));
+    session.output().write((name.empty() ? session.pluginFile().filename().string() : name) + ", " +
+                           std::to_string(session.plugin().functions().size()) +
+                           " functions. help explains, Ctrl-D ends.\n");
+    session.output().flush();
+}
+
+} // namespace
+
+ExitStatus runPrompt(Session& session)
+{
+    greet(session);
+    Lines typed(session, "", true);
+    served = &session;
+    lines = &typed;
+    setUpEditing();
+    History history;
+    handleInterrupts();
+    bool warned = false;
+    bool secret = false;
+    while (!typed.hasQuit()) {
+        const bool goesOn = !typed.begun().empty();
+        std::optional<std::string> line = readLine(promptText(goesOn));
+        if (!line) {
+            session.output().write("\n");
+            session.output().flush();
+            typed.giveUp();
+            if (interrupted == 0) {
+                break;
+            }
+            continue;
+        }
+        secret = goesOn ? secret : line->starts_with(' ');
+        if (!secret && !history.add(*line) && !std::exchange(warned, true)) {
+            session.output().reportError("The history can't be saved in " + history.file().string());
+        }
+        evaluating = 1;
+        typed.take(std::move(*line));
+        evaluating = 0;
+    }
+    return ExitStatus::success;
+}
+
+} // namespace fmxhost

@@ -5,8 +5,6 @@
 // elements, each with an ID of its own. One parameter at most is a target. Letter case doesn't matter.
 #include "host/check/test.h"
 
-#include "host/base/unicode.h"
-
 #include <expat.h>
 
 #include <algorithm>
@@ -242,7 +240,7 @@ void examineScriptSteps(Examination& examination)
         throw Skipped("there are script steps from API version 57 on");
     }
     examination.started();
-    for (const fmxkit::ScriptStep& step : attemptedSteps()) {
+    for (const fmxkit::ScriptStep& step : attempted(fmxkit::scriptSteps(), fmxkit::refusals().scriptSteps)) {
         examineStep(examination, step);
     }
 }

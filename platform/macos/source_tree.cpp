@@ -110,17 +110,28 @@ int errorOfRemoving(const Entry& entry)
 #endif
 }
 
-bool isSameFile(const struct stat& one, const struct stat& other)
+// Not the number of the file: on ExFAT and SMB it may be another one under another name.
+bool isAsBefore(const struct stat& now, const struct stat& before)
 {
 #ifdef __APPLE__
-    const timespec& time = one.st_mtimespec;
-    const timespec& otherTime = other.st_mtimespec;
+    const timespec& time = now.st_mtimespec;
+    const timespec& timeBefore = before.st_mtimespec;
 #else
-    const timespec& time = one.st_mtim;
-    const timespec& otherTime = other.st_mtim;
+    const timespec& time = now.st_mtim;
+    const timespec& timeBefore = before.st_mtim;
 #endif
-    return one.st_dev == other.st_dev && one.st_ino == other.st_ino && one.st_size == other.st_size &&
-           time.tv_sec == otherTime.tv_sec && time.tv_nsec == otherTime.tv_nsec;
+    return now.st_dev == before.st_dev && now.st_size == before.st_size && time.tv_sec == timeBefore.tv_sec &&
+           time.tv_nsec == timeBefore.tv_nsec;
+}
+
+// Where a file system has no extended attributes, a Mac keeps those of "x" in "._x", and copies, renames and removes
+// the two together.
+bool belongsToAnother(const Entry& entry, const std::string& copy)
+{
+    const std::size_t start = entry.path.rfind('/') + 1;
+    struct stat status {};
+    return entry.path.compare(start, 2, "._") == 0 &&
+           ::lstat((copy + entry.path.substr(0, start) + entry.path.substr(start + 2)).c_str(), &status) == 0;
 }
 
 // Removes a file that nobody can find any more, unless it was changed until then. Answers an errno value; ESTALE: it
@@ -133,7 +144,7 @@ int removeHidden(const Entry& entry)
     }
     struct stat now {};
     int error = ::fstatat(entry.folder, hidden.c_str(), &now, AT_SYMLINK_NOFOLLOW) != 0 ? errno
-                : !isSameFile(now, entry.status)                                        ? ESTALE
+                : !isAsBefore(now, entry.status)                                        ? ESTALE
                                                                                         : 0;
     if (error == 0 && ::unlinkat(entry.folder, hidden.c_str(), 0) != 0) {
         error = errno;
@@ -175,7 +186,10 @@ Outcome SourceTree::requireCopied(const std::string& copy, const std::string& ta
         }
         struct stat made {};
         if (::lstat((copy + entry.path).c_str(), &made) != 0) {
-            return posixFailure("write", target + entry.path, errno);
+            // What is missing from a mere copy, the system has left out, or named otherwise, as it saw fit.
+            const int error = errno;
+            const bool isMissed = isMove() && !belongsToAnother(entry, copy);
+            return isMissed ? posixFailure("write", target + entry.path, error) : Outcome::success();
         }
         const bool isWhole = (made.st_mode & S_IFMT) == (entry.status.st_mode & S_IFMT) &&
                              (!S_ISREG(made.st_mode) || made.st_size == entry.status.st_size);
@@ -188,6 +202,9 @@ Outcome SourceTree::requireCopied(const std::string& copy, const std::string& ta
 Outcome SourceTree::remove() const
 {
     const auto failed = [this](const Entry& entry, int error) {
+        if (error == ENOENT && !entry.path.empty()) {
+            return Outcome::success(); // gone already: nothing is lost by it
+        }
         return error == ESTALE ? because(action_, source_.path + entry.path, changedMeanwhile)
                                : posixFailure(action_, source_.path + entry.path, error);
     };

@@ -26,8 +26,8 @@ public:
     // items, access control lists, folders that may not change, mounts.
     Outcome examine();
 
-    // Whether what a copy made is whole: every entry that hasn't changed is there with its kind and size. What has
-    // changed may be as it will in a copy and fails a move. `target`: the copy's path for messages.
+    // Whether what a copy made is whole: every entry that hasn't changed has its kind and size there. What has changed,
+    // or is missing, is let pass in a copy and fails a move. `target`: the copy's path for messages.
     Outcome requireCopied(const std::string& copy, const std::string& target) const;
 
     // Removes the source of a move, each entry after another look at it. The first that isn't as it was copied, or

@@ -358,16 +358,17 @@ int makeSpecialFile(const std::string& path, const struct stat& original)
 
 int flushItem(const std::string& path)
 {
-    const Open item(AT_FDCWD, path.c_str(), O_RDONLY | linksThemselves);
     struct stat status {};
-    if (!item || ::fstat(item.get(), &status) != 0) {
-        const std::string folder = SplitPath{path}.folder();
-        const Open above(AT_FDCWD, folder.c_str(), O_RDONLY | O_DIRECTORY);
-        return above ? flushVolume(folder, above.get()) : 0;
+    if (::lstat(path.c_str(), &status) != 0 || (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode))) {
+        return 0; // nothing but a name
     }
-    return S_ISREG(status.st_mode)   ? flushFile(item.get())
-           : S_ISDIR(status.st_mode) ? flushVolume(path, item.get())
-                                     : 0;
+    const Open item(AT_FDCWD, path.c_str(), O_RDONLY | linksThemselves);
+    if (item) {
+        return S_ISREG(status.st_mode) ? flushFile(item.get()) : flushVolume(path, item.get());
+    }
+    const std::string folder = SplitPath{path}.folder();
+    const Open above(AT_FDCWD, folder.c_str(), O_RDONLY | O_DIRECTORY);
+    return above ? flushVolume(folder, above.get()) : 0;
 }
 
 int flushName(const std::string& path)

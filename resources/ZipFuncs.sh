@@ -607,7 +607,7 @@ check_encryption() {
         printf "\\n" }')" <"$source" | LC_ALL=C grep -b -o 'PK34..[oK3]' | cut -d : -f 1 >survey || finish_full
     list_zip_directory "$source" | sort -n | LC_ALL=C awk '
         FILENAME == "survey" { encrypted[$1]; next }
-        { (getline content) < "times"
+        { getline content <"times"
           if (content + 0 && $1 in encrypted) some = 1
           else if (content + 0) other = 1 }
         END { exit some && other }' survey - || finish 65 'files that aren'\''t encrypted stand among those that are'

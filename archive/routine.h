@@ -1,7 +1,5 @@
 // What the eight routines of the bridge have in common: one job, described by a row of data, is handed to the archive
 // script and waited for.
-//
-// Thread rule: any thread, several at once; nothing is shared between calls.
 #pragma once
 
 #include "archive/path_parts.h"

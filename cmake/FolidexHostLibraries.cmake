@@ -23,7 +23,7 @@ folidex_header_library(CLI11 2 https://github.com/CLIUtils/CLI11.git v2.3.2)
 folidex_header_library(nlohmann_json 3.9 https://github.com/nlohmann/json.git v3.11.2)
 
 # Part of macOS, and a package elsewhere.
-find_path(LIBEDIT_INCLUDE_DIR histedit.h REQUIRED)
+find_path(LIBEDIT_INCLUDE_DIR editline/readline.h REQUIRED)
 find_library(LIBEDIT_LIBRARY edit REQUIRED)
 add_library(libedit::libedit INTERFACE IMPORTED)
 target_include_directories(libedit::libedit INTERFACE "${LIBEDIT_INCLUDE_DIR}")

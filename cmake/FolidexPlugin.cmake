@@ -1,8 +1,11 @@
 # Links the rooms into the plug-in that FileMaker loads.
 
-# The SDK that the plug-in is compiled against: the kit, or the vendor's.
+# The SDK that the plug-in is compiled against: the kit, or the vendor's, whose headers may lie in a framework.
 add_library(fmx_sdk INTERFACE)
 if(FMX_SDK_INCLUDE_DIR)
+    if(APPLE)
+        string(REGEX REPLACE "(\\.framework)(/Versions/[^/]+)?/Headers/?$" "\\1" FMX_SDK_INCLUDE_DIR "${FMX_SDK_INCLUDE_DIR}")
+    endif()
     target_include_directories(fmx_sdk SYSTEM INTERFACE "${FMX_SDK_INCLUDE_DIR}")
 else()
     target_include_directories(fmx_sdk INTERFACE $<TARGET_PROPERTY:FMWrapper,INTERFACE_INCLUDE_DIRECTORIES>)
@@ -49,7 +52,6 @@ if(FOLIDEX_COCOA)
     # The Objective-C run-time library keeps pointers to every class that was ever loaded.
     target_link_options(Folidex PRIVATE -Wl,-z,nodelete)
     set_target_properties(Folidex PROPERTIES LINKER_LANGUAGE CXX)
-    include(FolidexBundle)
     return()
 endif()
 install(TARGETS Folidex LIBRARY DESTINATION "${FOLIDEX_PLUGIN_DIR}" COMPONENT plugin

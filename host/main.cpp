@@ -131,9 +131,12 @@ private:
             ->type_name("SECONDS")
             ->check(CLI::PositiveNumber)
             ->capture_default_str();
-        check->add_option("--allow", check_.allowances, "What the plug-in keeps on purpose")->type_name("FILE");
+        check->add_option("--allow", check_.allowances, "What the plug-in keeps on purpose")
+            ->type_name("FILE")
+            ->check(CLI::ExistingFile.description(""));
         check->add_option("--libraries", check_.libraries, "What a server has, in place of the installed list")
-            ->type_name("FILE");
+            ->type_name("FILE")
+            ->check(CLI::ExistingFile.description(""));
         check->add_option("--isolated", check_.isolated)->group(""); // how it starts itself for one test
     }
 

@@ -1,6 +1,6 @@
-// What KORB_GetLastError answers after an error, as the plug-in's own code words it, for the reference of the functions.
-// Each line of standard input is a code, or a code, a blank and the extended text, in which "\n" stands for a line end;
-// each line of standard output is the answer. Texts are UTF-8.
+// What KORB_GetLastError answers after an error, as the plug-in's own code words it, for the reference of the
+// functions. Each line of standard input is a code, or a code, a blank and the extended text, in which "\n" stands for
+// a line end; each line of standard output is the answer. Texts are UTF-8.
 #include "frame/error_model.h"
 #include "frame/functions.h"
 
@@ -40,7 +40,8 @@ int main()
         std::size_t codeEnd = 0;
         const int code = std::stoi(line, &codeEnd);
         const bool isExtended = codeEnd < line.size();
-        frame::lastErrors().setError(code, 0, isExtended ? std::optional(withLineEnds(line.substr(codeEnd + 1))) : std::nullopt);
+        frame::lastErrors().setError(code, 0,
+                                     isExtended ? std::optional(withLineEnds(line.substr(codeEnd + 1))) : std::nullopt);
         std::cout << lastErrorText() << '\n';
     }
 }

@@ -174,7 +174,7 @@ class Reference:
         return "\n\n".join(part for part in [*parts, self.errors()] if part) + "\n"
 
     def html(self, page_template):
-        page = Page(set(re.findall(r"^#+ (.*)$", "\n".join([self.markdown(), self.recipes_text]), re.M)) | {"Recipes"},
+        page = Page(set(re.findall(r"^#+ (.*)$", "\n".join([self.markdown(), self.recipes_text]), re.M)) | {"Recipes", "content"},
                     {str(number) for number in self.messages})
         content = [page.chapter("Overview", self.overview().partition("\n")[2])]
         groups = [("", ["Overview"])]
@@ -205,7 +205,7 @@ def navigation(groups):
 
 
 class Page:
-    """Markdown as parts of the web page, which is one file: links that lead out of it become plain text."""
+    """Markdown as parts of the web page, which is one file: of a link that leads out of it the file's name is left."""
 
     def __init__(self, headings, codes):
         self.places = {slug(heading) for heading in headings} | codes
@@ -219,9 +219,12 @@ class Page:
         return self.markdown.render(text)
 
     def link(self, tokens, index, *_):
+        pages = {"functions.md": "#content", "recipes.md": "#recipes"}
         target = re.sub(r"^(functions|recipes)\.md#", "#", tokens[index].attrGet("href"))
+        target = pages.get(target, target)
         inside = target.startswith("#") and target[1:] in self.places
-        self.closing.append("</a>" if inside else "")
+        file = Path(target.partition("#")[0]).name
+        self.closing.append("</a>" if inside else "" if file == tokens[index + 1].content else f" (<code>{file}</code>)")
         return f'<a href="{target}">' if inside else ""
 
     def link_end(self, *_):
@@ -241,15 +244,15 @@ class Page:
     def chapter(self, title, text, parts=()):
         return f'<section class="chapter" id="{slug(title)}">\n<h2>{escape(title)}</h2>\n{self.render(text)}{"".join(parts)}</section>\n'
 
-    def part(self, kind, title, text, words="", anchors=""):
+    def part(self, kind, title, text, words="", anchor=""):
         found = f'<p class="words">{escape(words)}</p>\n' if words else ""
-        return (f'<section class="part {kind}" id="{slug(title)}">\n{anchors}<h3><a href="#{slug(title)}">{escape(title)}</a></h3>\n'
+        return (f'<section class="part {kind}" id="{slug(title)}">\n{anchor}<h3><a href="#{slug(title)}">{escape(title)}</a></h3>\n'
                 f"{found}{self.render(text)}</section>\n")
 
     def function(self, function, text):
-        # FileMaker on macOS appends the function's ID to the help location; the name serves in any spelling.
-        anchors = f'<a id="id={function["id"]}"></a><a id="{function["name"]}"></a>'
-        return self.part("function", function["name"], text.partition("\n")[2], function["description"].partition("|")[0], anchors)
+        # The name as a place too, in its own spelling.
+        anchor = f'<a id="{function["name"]}"></a>'
+        return self.part("function", function["name"], text.partition("\n")[2], function["description"].partition("|")[0], anchor)
 
     def recipe(self, title, text):
         return self.part("recipe", title, text)

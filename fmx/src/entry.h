@@ -3,6 +3,7 @@
 
 #include <FMXTypes.h>
 
+#include <functional>
 #include <new>
 
 namespace fmxkit {
@@ -77,16 +78,17 @@ void destroy(Opaque* value, fmx::_fmxcpt& x) noexcept
 
 } // namespace fmxkit
 
-// The six entry points by which the values of a type compare. order(a, b) answers what std::compare_three_way would.
+// The six entry points by which the values of a type compare. order(a, b) answers what is below, at or above 0 as a is
+// below, equal to or above b.
 #define FMXKIT_COMPARISON(Type, name, comparison, order)                                                               \
     bool FM_##Type##_operator##name(const Type* self, const Type& that, _fmxcpt& x)                                    \
     {                                                                                                                  \
-        return fmxkit::entry(x, [&] { return (order(self, &that))comparison 0; });                                     \
+        return fmxkit::entry(x, [&] { return (comparison)((order)(self, &that), 0); });                                \
     }
 #define FMXKIT_COMPARISONS(Type, order)                                                                                \
-    FMXKIT_COMPARISON(Type, EQ, ==, order)                                                                             \
-    FMXKIT_COMPARISON(Type, NE, !=, order)                                                                             \
-    FMXKIT_COMPARISON(Type, LT, <, order)                                                                              \
-    FMXKIT_COMPARISON(Type, LE, <=, order)                                                                             \
-    FMXKIT_COMPARISON(Type, GT, >, order)                                                                              \
-    FMXKIT_COMPARISON(Type, GE, >=, order)
+    FMXKIT_COMPARISON(Type, EQ, std::equal_to<>{}, order)                                                              \
+    FMXKIT_COMPARISON(Type, NE, std::not_equal_to<>{}, order)                                                          \
+    FMXKIT_COMPARISON(Type, LT, std::less<>{}, order)                                                                  \
+    FMXKIT_COMPARISON(Type, LE, std::less_equal<>{}, order)                                                            \
+    FMXKIT_COMPARISON(Type, GT, std::greater<>{}, order)                                                               \
+    FMXKIT_COMPARISON(Type, GE, std::greater_equal<>{}, order)

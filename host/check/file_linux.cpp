@@ -218,8 +218,8 @@ void examineLibraries(Examination& examination)
     }
     for (const auto& [library, version] : plugin.versions) {
         if (!server.has(library, version)) {
-            examination.fail("it needs " + version + " of " + library + "; a plain server has " +
-                             server.versionsOf(library));
+            examination.fail("it needs " + std::string(version).append(" of ").append(library) +
+                             "; a plain server has " + server.versionsOf(library));
         }
     }
     for (const std::string& folder : plugin.searchPaths) {

@@ -138,11 +138,9 @@ std::string timeOutText(std::chrono::duration<double> limit)
 // Starts this program, writing to `output`. Answers the error number, or 0.
 int spawn(const std::vector<std::string>& arguments, int output, pid_t& child)
 {
-    std::vector<char*> pointers;
-    for (const std::string& argument : arguments) {
-        pointers.push_back(const_cast<char*>(argument.c_str()));
-    }
-    pointers.push_back(nullptr);
+    std::vector<char*> pointers(arguments.size() + 1, nullptr);
+    std::transform(arguments.begin(), arguments.end(), pointers.begin(),
+                   [](const std::string& argument) { return const_cast<char*>(argument.c_str()); });
     posix_spawn_file_actions_t actions{};
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);

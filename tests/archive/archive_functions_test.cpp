@@ -1,4 +1,4 @@
-#include "log/log_text.h"
+#include "archive/log_text.h"
 #include "support/plugin_under_test.h"
 #include "support/scratch_folder.h"
 

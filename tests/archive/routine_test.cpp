@@ -2,7 +2,7 @@
 
 #include "archive/script_bridge.h"
 #include "log/current_logger.h"
-#include "log/log_text.h"
+#include "archive/log_text.h"
 #include "support/scratch_folder.h"
 
 #include <gtest/gtest.h>

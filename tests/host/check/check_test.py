@@ -50,7 +50,8 @@ def temporary(text):
 
 # What a plug-in of such a build needs, and no server has.
 ALLOWED = temporary(("libraries | it needs lib*san.so.* | a build with sanitizers\n" if SANITIZERS else "") +
-                    ("libraries | it needs lib[go][nb][uj]*.so* | takes the place of macOS's\n" if COCOA == "1" else ""))
+                    ("libraries | it needs libgnustep-*.so.* | takes the place of macOS's\n"
+                     "libraries | it needs libobjc.so.* | likewise\n" if COCOA == "1" else ""))
 
 
 class Rules(unittest.TestCase):

@@ -2,8 +2,6 @@
 //
 // A path's folder part goes up to and including its last slash, its name part is the rest. A path that doesn't begin
 // with "/" begins with a volume's name, which goes when the path is made absolute.
-//
-// Thread rule: any thread.
 #pragma once
 
 #include "platform/path_text.h"

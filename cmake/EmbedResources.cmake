@@ -1,16 +1,28 @@
-# Writes OUTPUT, a C++ source that defines each name=path of FILES as a std::string_view of resources/embedded.h.
+# Writes OUTPUT, a C++ source with what resources/embedded.h declares: the strings table TABLE and the file SCRIPT.
 
-set(source "#include \"resources/embedded.h\"\n\nnamespace resources {\n")
-foreach(entry IN LISTS FILES)
-    string(REGEX MATCH "^([^=]+)=(.+)$" matched "${entry}")
-    set(name "${CMAKE_MATCH_1}")
-    file(READ "${CMAKE_MATCH_2}" hex HEX)
-    string(LENGTH "${hex}" digits)
-    math(EXPR size "${digits} / 2")
-    string(REGEX REPLACE "(................................)" "\\1\n" hex "${hex}")
-    string(REGEX REPLACE "([0-9a-f][0-9a-f])" "'\\\\x\\1'," bytes "${hex}")
-    string(APPEND source "static const char ${name}Bytes[] = {\n${bytes}\n'\\0'};\n"
-                         "const std::string_view ${name}{${name}Bytes, ${size}};\n")
-endforeach()
-string(APPEND source "} // namespace resources\n")
-file(WRITE "${OUTPUT}" "${source}")
+# An entry of a .strings file, "key" = "value";, has the quotes and escapes of C++. What else stands there than entries and
+# comments doesn't compile.
+file(READ "${TABLE}" table)
+string(REGEX REPLACE "/\\*([^*]|\\*[^/])*\\*/" "" table "${table}")
+string(REGEX REPLACE "(\"[^\"]*\") = (\"([^\"\\]|\\\\.)*\");" "    {\\1, u\\2}," table "${table}")
+
+file(READ "${SCRIPT}" script HEX)
+string(LENGTH "${script}" digits)
+math(EXPR size "${digits} / 2")
+string(REGEX REPLACE "(................................)" "\\1\n" script "${script}")
+string(REGEX REPLACE "([0-9a-f][0-9a-f])" "'\\\\x\\1'," script "${script}")
+
+file(WRITE "${OUTPUT}" "#include \"resources/embedded.h\"
+
+namespace resources {
+
+static constexpr Text table[] = {
+${table}};
+const std::span<const Text> strings{table};
+
+static constexpr char script[] = {
+${script}};
+const std::string_view zipFuncs{script, ${size}};
+
+} // namespace resources
+")

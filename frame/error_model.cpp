@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <utility>
 
 namespace frame {
@@ -56,8 +55,6 @@ constexpr std::array messages{
     Message{ErrorCode::missingDestinationName, "Missing destination name parameter."},
 };
 
-std::atomic<std::int64_t> currentErrorCode{0};
-
 } // namespace
 
 std::string_view messageOf(std::int32_t code)
@@ -70,7 +67,7 @@ std::string_view messageOf(std::int32_t code)
 
 void korb_Errors::setError(std::int32_t code, std::int32_t systemCode, std::optional<std::string> extended)
 {
-    m_fields.store(std::make_shared<const Fields>(Fields{code, systemCode, messageOf(code), std::move(extended)}));
+    fields_.store(std::make_shared<const Fields>(Fields{code, systemCode, messageOf(code), std::move(extended)}));
 }
 
 std::string korb_Errors::getError() const
@@ -93,12 +90,12 @@ std::string korb_Errors::getErrorNumber() const
 
 void korb_Errors::clearError()
 {
-    m_fields.store(nullptr);
+    fields_.store(nullptr);
 }
 
 korb_Errors::Fields korb_Errors::fields() const
 {
-    const auto record = m_fields.load();
+    const auto record = fields_.load();
     return record ? *record : Fields{};
 }
 
@@ -108,22 +105,14 @@ korb_Errors& lastErrors()
     return record;
 }
 
-std::int64_t lastErrorCode()
-{
-    return currentErrorCode.load(std::memory_order_relaxed);
-}
-
 void clearLastError()
 {
     lastErrors().clearError();
-    currentErrorCode.store(0, std::memory_order_relaxed);
 }
 
 fmx::errcode setErrorResult(ErrorCode code, fmx::Data& result, std::optional<std::string> extended)
 {
-    const auto number = static_cast<std::int32_t>(code);
-    lastErrors().setError(number, 0, std::move(extended));
-    currentErrorCode.store(number, std::memory_order_relaxed);
+    lastErrors().setError(static_cast<std::int32_t>(code), 0, std::move(extended));
 
     const fmx::TextUniquePtr text;
     text->Assign(errorResultText.data(), fmx::Text::kEncoding_UTF8);

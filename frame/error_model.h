@@ -1,8 +1,8 @@
 // How every function reports failure: the text "!!ERROR!!" as its result, and the details in one process-wide record
 // that the solution reads with KORB_GetLastError.
 //
-// Thread rule: everything here may be called from any thread. The record isn't locked: concurrent calls overwrite each
-// other's error, whole record by whole record, and a reader sees the most recent writer's.
+// The record isn't locked: concurrent calls overwrite each other's error, whole record by whole record, and a reader sees
+// the most recent writer's.
 #pragma once
 
 #include "frame/fmx_sdk.h"
@@ -87,14 +87,12 @@ public:
     Fields fields() const;
 
 private:
-    SnapshotCell<const Fields> m_fields; // null: cleared
+    SnapshotCell<const Fields> fields_; // null: cleared
 };
 
-// The one record. It lives as long as the plug-in is loaded.
+// The one record. It lives as long as the plug-in is loaded. Its errorID is the last error code, too: 0 after a
+// function that clears the record.
 korb_Errors& lastErrors();
-
-// The code of the last error set, 0 after a function that clears the record.
-std::int64_t lastErrorCode();
 
 // What a function does first: no error, code 0.
 void clearLastError();

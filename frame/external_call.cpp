@@ -18,13 +18,13 @@ void orFail(ErrorCode code, const platform::Outcome& outcome)
     }
 }
 
-ExternalCall::ExternalCall(const fmx::DataVect& arguments, fmx::Data& result) : m_arguments(arguments), m_result(result)
+ExternalCall::ExternalCall(const fmx::DataVect& arguments, fmx::Data& result) : arguments_(arguments), result_(result)
 {
 }
 
 fmx::uint32 ExternalCall::count() const
 {
-    return m_arguments.Size();
+    return arguments_.Size();
 }
 
 void ExternalCall::requireCount(fmx::uint32 exactly) const
@@ -43,7 +43,7 @@ void ExternalCall::requireAtLeast(fmx::uint32 minimum) const
 
 const fmx::Text& ExternalCall::fmxText(fmx::uint32 index) const
 {
-    return m_arguments.AtAsText(index);
+    return arguments_.AtAsText(index);
 }
 
 PathText ExternalCall::text(fmx::uint32 index) const
@@ -65,26 +65,26 @@ void ExternalCall::returnNumber(double value)
 {
     const fmx::FixPtUniquePtr number;
     number->AssignDouble(value);
-    m_result.SetAsNumber(*number);
+    result_.SetAsNumber(*number);
 }
 
 void ExternalCall::returnText(PathView text)
 {
     const fmx::TextUniquePtr value = makeText(text);
-    m_result.SetAsText(*value, m_result.GetLocale());
+    result_.SetAsText(*value, result_.GetLocale());
 }
 
 void ExternalCall::returnTextInLocaleOf(fmx::uint32 index, PathView text)
 {
     const fmx::TextUniquePtr value = makeText(text);
-    m_result.SetAsText(*value, m_arguments.At(index).GetLocale());
+    result_.SetAsText(*value, arguments_.At(index).GetLocale());
 }
 
 void ExternalCall::returnUtf8(std::string_view text, fmx::Text::Encoding encoding)
 {
     const fmx::TextUniquePtr value;
     value->AssignWithLength(text.data(), static_cast<fmx::uint32>(text.size()), encoding);
-    m_result.SetAsText(*value, m_result.GetLocale());
+    result_.SetAsText(*value, result_.GetLocale());
 }
 
 void ExternalCall::returnTimestamp(const platform::LocalDateTime& time)
@@ -93,7 +93,7 @@ void ExternalCall::returnTimestamp(const platform::LocalDateTime& time)
     value->SetNormalizedDate(static_cast<fmx::int16>(time.month), static_cast<fmx::int16>(time.day),
                              static_cast<fmx::int16>(time.year));
     value->SetNormalizedTime(time.hour, static_cast<fmx::int16>(time.minute), static_cast<fmx::int16>(time.second), 0);
-    m_result.SetAsTimeStamp(*value);
+    result_.SetAsTimeStamp(*value);
 }
 
 } // namespace frame

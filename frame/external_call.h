@@ -5,8 +5,6 @@
 //     {
 //         return externalFunction(arguments, result, [](ExternalCall& call) { … });
 //     }
-//
-// Thread rule: a call's values belong to the thread that FileMaker calls on.
 #pragma once
 
 #include "frame/error_model.h"
@@ -66,8 +64,8 @@ public:
     void returnTextInLocaleOf(fmx::uint32 index, PathView text);
 
 private:
-    const fmx::DataVect& m_arguments;
-    fmx::Data& m_result;
+    const fmx::DataVect& arguments_;
+    fmx::Data& result_;
 };
 
 // Runs `body(call)` in the common shape and answers FileMaker's 0.

@@ -1,6 +1,4 @@
 // Between the SDK's text values and strings of UTF-16 units.
-//
-// Thread rule: any thread.
 #pragma once
 
 #include "frame/fmx_sdk.h"

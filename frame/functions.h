@@ -3,8 +3,6 @@
 // Common to all: the function ID and the environment are ignored; the answer is always 0, and a failure is the result
 // "!!ERROR!!" with its details in the last-error record (error_model.h). What the SDK's wrapper calls throw
 // (std::bad_alloc, std::exception) passes through to the host.
-//
-// Thread rule: any thread, several at once.
 #pragma once
 
 #include "frame/fmx_sdk.h"

@@ -1,7 +1,5 @@
 // From a path as typed to the path that is used: a path that doesn't exist as typed is tried again under "/Volumes/",
 // so that a path may begin with a volume's name.
-//
-// Thread rule: any thread.
 #pragma once
 
 #include "frame/error_model.h"

@@ -1,7 +1,7 @@
 // The table of functions, and their registration with FileMaker: each is a calculation function and, on hosts that
 // know plug-in script steps, a script step with the same ID and handler.
 //
-// Thread rule: the table is constant. Registration happens on the thread of the start-up message.
+// Registration happens on the thread of the start-up message.
 #pragma once
 
 #include "frame/fmx_sdk.h"

@@ -1,6 +1,4 @@
 // Script-step definitions: the XML text that tells FileMaker which parameters a step has.
-//
-// Thread rule: any thread.
 #pragma once
 
 #include <span>

@@ -20,15 +20,15 @@ public:
 
     Pointer load() const
     {
-        const Hold hold(m_busy);
-        return m_value;
+        const Hold hold(busy_);
+        return value_;
     }
 
     void store(Pointer value)
     {
         {
-            const Hold hold(m_busy);
-            m_value.swap(value);
+            const Hold hold(busy_);
+            value_.swap(value);
         }
         // The former value, now in `value`, is released here, outside of the hold.
     }
@@ -36,22 +36,22 @@ public:
 private:
     class Hold {
     public:
-        explicit Hold(std::atomic_flag& flag) : m_flag(flag)
+        explicit Hold(std::atomic_flag& flag) : flag_(flag)
         {
-            while (m_flag.test_and_set(std::memory_order_acquire)) {
+            while (flag_.test_and_set(std::memory_order_acquire)) {
                 std::this_thread::yield();
             }
         }
-        ~Hold() { m_flag.clear(std::memory_order_release); }
+        ~Hold() { flag_.clear(std::memory_order_release); }
         Hold(const Hold&) = delete;
         Hold& operator=(const Hold&) = delete;
 
     private:
-        std::atomic_flag& m_flag;
+        std::atomic_flag& flag_;
     };
 
-    mutable std::atomic_flag m_busy;
-    Pointer m_value;
+    mutable std::atomic_flag busy_;
+    Pointer value_;
 };
 
 } // namespace frame

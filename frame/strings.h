@@ -1,8 +1,6 @@
 // The texts that FileMaker shows for the plug-in, by number, from the strings table "KORBFolidex": 1 the options
 // string, 128 the name, 129 the preferences text, 132 the help location, 150 to 201 the functions' prototypes, each
 // prototype's number plus 200 its description.
-//
-// Thread rule: any thread.
 #pragma once
 
 #include "frame/fmx_sdk.h"

@@ -146,10 +146,11 @@ std::vector<std::string> namesWithPrefix(const std::string& word)
         }
         return names;
     }
+    constexpr int parenthesis = '(';
     const bool isHelp = foldCase(toUtf16(std::string_view(rl_line_buffer).substr(0, 5))) == u"help ";
     for (const Function& function : served->functions().withPrefix(toUtf16(word))) {
         names.push_back(toUtf8(nameOf(function)));
-        rl_completion_append_character = isHelp || maximumArguments(function) == 0 ? '\0' : '(';
+        rl_completion_append_character = isHelp || maximumArguments(function) == 0 ? 0 : parenthesis;
     }
     return names;
 }
@@ -170,14 +171,14 @@ std::string commonPrefix(const std::vector<std::string>& candidates)
 char** complete(const char* word, int, int)
 {
     rl_attempted_completion_over = 1; // no names of files outside texts
-    rl_completion_append_character = '\0';
+    rl_completion_append_character = 0;
     const bool inText = *wordBreaks() == '"';
     const std::vector<std::string> candidates = inText ? pathsWithPrefix(word) : namesWithPrefix(word);
     if (candidates.empty()) {
         return nullptr;
     }
     if (candidates.size() > 1) {
-        rl_completion_append_character = '\0';
+        rl_completion_append_character = 0;
     }
     auto** matches = static_cast<char**>(std::calloc(candidates.size() + 2, sizeof(char*)));
     std::size_t count = 0;

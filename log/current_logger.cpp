@@ -66,17 +66,18 @@ void writeLine(std::string_view text)
     }
 }
 
-FunctionTrace::FunctionTrace(std::string_view name) : m_name(name)
+FunctionTrace::FunctionTrace(std::string_view name) : name_(name)
 {
     if (const auto logger = currentLogger()) {
-        logger->EnteringFunction(m_name);
+        logger_ = logger;
+        logger->EnteringFunction(name_);
     }
 }
 
 FunctionTrace::~FunctionTrace()
 {
-    if (const auto logger = currentLogger()) {
-        logger->ExitingFunction(m_name);
+    if (const auto logger = logger_.lock()) {
+        logger->ExitingFunction(name_);
     }
 }
 

@@ -1,7 +1,7 @@
 // The process-wide logger, and the lines that functions write to it. Each line goes to the logger that is on at that
 // moment, or nowhere.
 //
-// Thread rule: any thread. A line that is being written keeps its logger alive when another thread switches it off.
+// Thread rule: a line that is being written keeps its logger alive when another thread switches it off.
 #pragma once
 
 #include "log/plugin_logger.h"
@@ -20,7 +20,8 @@ void switchOff();
 
 void writeLine(std::string_view text);
 
-// The lines on entry to a function and on the way out, whichever way that is.
+// The lines on entry to a function and on the way out, whichever way that is, in the session that was on at the
+// entry, as long as it lasts.
 class FunctionTrace {
 public:
     explicit FunctionTrace(std::string_view name); // must outlive the value
@@ -29,7 +30,8 @@ public:
     FunctionTrace& operator=(const FunctionTrace&) = delete;
 
 private:
-    std::string_view m_name;
+    std::weak_ptr<PluginLogger> logger_; // switching off ends its session at once
+    std::string_view name_;
 };
 
 } // namespace logging

@@ -1,11 +1,14 @@
 #include "log/plugin_logger.h"
 
+#include "platform/signal_block.h"
+
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <ctime>
 #include <exception>
@@ -71,6 +74,8 @@ std::string timeStamp()
 
 void appendToFile(const std::string& path, std::string_view line)
 {
+    // At the limit on file sizes the line is left out, and the host goes on.
+    const platform::SignalBlock noFileSizeSignal(SIGXFSZ);
     if (std::FILE* stream = std::fopen(path.c_str(), lineMode)) {
         std::fwrite(line.data(), 1, line.size(), stream);
         std::fclose(stream);
@@ -88,10 +93,10 @@ void closeStream(std::FILE* stream)
 } // namespace
 
 PluginLogger::PluginLogger(std::string name, std::string path)
-    : m_logPath(std::move(path)), m_name(std::move(name)), m_instanceId(GetInstanceID())
+    : logPath_(std::move(path)), name_(std::move(name)), instanceId_(GetInstanceID())
 {
-    if (m_logPath.empty()) {
-        CreateDefaultPath(m_name, m_logPath);
+    if (logPath_.empty()) {
+        CreateDefaultPath(name_, logPath_);
     }
     WriteLine("************* SESSION STARTED *************");
 }
@@ -110,12 +115,12 @@ void PluginLogger::WriteLine(std::string_view text) noexcept
 void PluginLogger::EnteringFunction(std::string_view name) noexcept
 {
     writeToFile("FUNCTION ENTER: ", name);
-    ++m_depth;
+    ++depth_;
 }
 
 void PluginLogger::ExitingFunction(std::string_view name) noexcept
 {
-    --m_depth;
+    --depth_;
     writeToFile("FUNCTION EXIT: ", name);
 }
 
@@ -130,7 +135,7 @@ void PluginLogger::WriteParameter(std::string_view name, std::string_view value)
 
 void PluginLogger::ClearLog() noexcept
 {
-    if (m_logPath.empty()) {
+    if (logPath_.empty()) {
         return;
     }
     try {
@@ -145,12 +150,12 @@ void PluginLogger::ClearLog() noexcept
 
 bool PluginLogger::OpenLogFile() noexcept
 {
-    if (m_logPath.empty()) {
+    if (logPath_.empty()) {
         return false;
     }
     try {
         std::FILE* opened = GetIntoLogDirectory() ? std::fopen(logFile().c_str(), appendMode) : nullptr;
-        closeStream(m_file.exchange(opened));
+        closeStream(file_.exchange(opened));
         return opened != nullptr;
     } catch (const std::exception&) {
         return false;
@@ -159,20 +164,20 @@ bool PluginLogger::OpenLogFile() noexcept
 
 void PluginLogger::CloseLogFile() noexcept
 {
-    closeStream(m_file.exchange(nullptr));
+    closeStream(file_.exchange(nullptr));
 }
 
 void PluginLogger::SetLogPath(std::string path)
 {
-    if (m_logPath.empty()) {
-        CreateDefaultPath(m_name, m_logPath);
+    if (logPath_.empty()) {
+        CreateDefaultPath(name_, logPath_);
     }
-    m_logPath = std::move(path);
+    logPath_ = std::move(path);
 }
 
 bool PluginLogger::GetIntoLogDirectory() const
 {
-    const std::vector<std::string> folders = foldersOnTheWay(m_logPath);
+    const std::vector<std::string> folders = foldersOnTheWay(logPath_);
     if (folders.empty() || ::chdir(folders.back().c_str()) == 0) {
         return true;
     }
@@ -183,7 +188,7 @@ bool PluginLogger::GetIntoLogDirectory() const
 // thread's choice by now.
 std::string PluginLogger::logFile() const
 {
-    const std::vector<std::string> folders = foldersOnTheWay(m_logPath);
+    const std::vector<std::string> folders = foldersOnTheWay(logPath_);
     std::string file = folders.empty() ? std::string() : folders.back();
     return file.append("/").append(logFileName);
 }
@@ -194,10 +199,10 @@ void PluginLogger::writeToFile(std::string_view label, std::string_view text) no
         return;
     }
     try {
-        const std::int32_t tabs = std::max(m_depth.load(), -1) + 1;
+        const std::int32_t tabs = std::max(depth_.load(), -1) + 1;
         std::string line = timeStamp();
         line.append(static_cast<std::size_t>(tabs), '\t').append(label).append(text).append("\n");
-        appendToFile(m_logPath, line);
+        appendToFile(logPath_, line);
     } catch (const std::exception&) {
         // Out of memory: the line is left out.
     }

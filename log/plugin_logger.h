@@ -5,8 +5,8 @@
 // Writing moves the process's current folder into the log file's folder and makes the folders that are missing
 // (mode 0777 less the umask): solutions that use relative paths depend on where it leaves them.
 //
-// Thread rule: any thread may write lines, several at once; whole lines may interleave. SetLogPath() and the
-// destructor need a logger that no other thread is using.
+// Thread rule: several threads may write lines to one logger; whole lines may interleave. SetLogPath() and the destructor
+// need a logger that no other thread is using.
 #pragma once
 
 #include <atomic>
@@ -53,11 +53,11 @@ private:
     void writeToFile(std::string_view label, std::string_view text) noexcept;
     std::string logFile() const;
 
-    std::atomic<std::int32_t> m_depth{0};
-    std::string m_logPath; // empty: not set
-    const std::string m_name;
-    std::atomic<std::FILE*> m_file{nullptr}; // belongs to the thread that exchanges it out
-    [[maybe_unused]] const std::uint32_t m_instanceId;
+    std::atomic<std::int32_t> depth_{0};
+    std::string logPath_; // empty: not set
+    const std::string name_;
+    std::atomic<std::FILE*> file_{nullptr}; // belongs to the thread that exchanges it out
+    [[maybe_unused]] const std::uint32_t instanceId_;
 };
 
 // Tries to enter the literal "~/Desktop", then enters "HALVIK" and in it a folder named `name`, creating the two where

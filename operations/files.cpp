@@ -1,8 +1,6 @@
 // Copying, moving, renaming and deleting one file. Copy and move differ in how the target's path is put together and in
 // the call that does the work; what a failed move reports is a copy's code, too.
 
-#include "operations/files.h"
-
 #include "frame/external_call.h"
 #include "frame/fmx_text.h"
 #include "frame/functions.h"
@@ -23,6 +21,12 @@ using platform::Outcome;
 PathText sourceFile(const ExternalCall& call)
 {
     return frame::resolvePath(call.requiredText(0, ErrorCode::missingSource), ItemKind::file, frame::fileCodes);
+}
+
+// Whether an overwrite argument asks for overwriting: only "Y" or "y" does, alone. "Yes", "1" and "true" don't.
+bool ShouldOverwrite(const fmx::Text& argument)
+{
+    return frame::uppercased(argument) == u"Y";
 }
 
 struct Transfer {
@@ -77,11 +81,6 @@ fmx::errcode transferFile(const fmx::DataVect& arguments, fmx::Data& result, con
 }
 
 } // namespace
-
-bool ShouldOverwrite(const fmx::Text& argument)
-{
-    return frame::uppercased(argument) == u"Y";
-}
 
 fmx::errcode KORB_FileCopy(short, const fmx::ExprEnv&, const fmx::DataVect& arguments, fmx::Data& result)
 {

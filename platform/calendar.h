@@ -1,6 +1,6 @@
 // Local time.
 //
-// Thread rule: any thread, as long as nobody changes the process's time zone meanwhile.
+// Thread rule: nobody may change the process's time zone meanwhile.
 #pragma once
 
 #include "platform/file_manager.h"
@@ -9,7 +9,7 @@ namespace platform {
 
 // Gregorian calendar, local time zone.
 struct LocalDateTime {
-    int year = 1970;
+    int year = 0; // 0: the time is beyond what the calendar can say
     int month = 1; // 1 to 12
     int day = 1;
     int hour = 0;

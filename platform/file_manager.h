@@ -5,8 +5,7 @@
 // NUL names nothing that exists. Failures come back as an Outcome whose description names the path that failed.
 // Allocation failures are thrown (std::bad_alloc), with everything that the call had made so far cleaned up.
 //
-// Thread rule: any thread; nothing is shared between calls. A call survives others changing the same files: it may
-// fail then, but never acts outside the tree that it was given.
+// A call survives others changing the same files: it may fail then, but never acts outside the tree that it was given.
 #pragma once
 
 #include "platform/outcome.h"

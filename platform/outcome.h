@@ -1,6 +1,4 @@
 // What a file service answers: success, or a failure in the operating system's own words.
-//
-// Thread rule: values without shared state.
 #pragma once
 
 #include <optional>

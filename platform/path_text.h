@@ -1,7 +1,5 @@
 // Paths as text: POSIX paths in UTF-16, as FileMaker hands them over, with the rules of Cocoa's string path methods.
 // Nothing here touches the file system, but for standardized(), which looks up the home folder.
-//
-// Thread rule: any thread.
 #pragma once
 
 #include <string>
@@ -23,9 +21,8 @@ PathText deletingLastComponent(PathView path);
 // leaves `path` as it is.
 PathText appendingComponent(PathView path, PathView component);
 
-// `path` with a leading "~" or "~/" replaced by the user's home folder ($HOME where that is absolute, else the entry
-// of the user database, passwd(5)) and with doubled slashes, "." and a trailing slash removed. Without a home folder
-// the tilde stays.
+// `path`, which begins with "~/", below the user's home folder: $HOME where that is absolute, else the entry of the user
+// database, passwd(5). Without a home folder the tilde stays.
 PathText standardized(PathView path);
 
 } // namespace platform

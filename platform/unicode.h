@@ -1,7 +1,5 @@
 // Conversions between FileMaker's UTF-16 and the UTF-8 of file systems and C libraries. The same code serves every
 // platform. Encodings: The Unicode Standard, chapter 3, D91 and D92, table 3-7.
-//
-// Thread rule: any thread.
 #pragma once
 
 #include <optional>

@@ -1,6 +1,4 @@
 // Mounted volumes and their sizes.
-//
-// Thread rule: any thread.
 #pragma once
 
 #include "platform/path_text.h"

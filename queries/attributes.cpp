@@ -24,7 +24,7 @@ using platform::UnixTime;
 struct Family {
     ItemKind kind;
     frame::ResolutionCodes codes;
-    const char* noDate; // of the creation date, and of the modification date too
+    const char* noDate; // of any of the three dates
 };
 
 constexpr Family files{ItemKind::file, frame::fileCodes, "Unable to determine file creation date"};
@@ -44,6 +44,18 @@ void returnSize(ExternalCall& call, std::uint64_t bytes, const char* whenZero)
     call.returnNumber(static_cast<double>(bytes));
 }
 
+// FileMaker's dates go from the year 1 to the year 4000.
+void returnDate(ExternalCall& call, UnixTime time, const Family& family)
+{
+    constexpr int firstYear = 1;
+    constexpr int lastYear = 4000;
+    const platform::LocalDateTime date = platform::localDateTime(time);
+    if (date.year < firstYear || date.year > lastYear) {
+        frame::fail(ErrorCode::unableToComplete, family.noDate);
+    }
+    call.returnTimestamp(date);
+}
+
 fmx::errcode attributeDate(const fmx::DataVect& arguments, fmx::Data& result, const Family& family,
                            std::optional<UnixTime> Attributes::*date)
 {
@@ -52,14 +64,14 @@ fmx::errcode attributeDate(const fmx::DataVect& arguments, fmx::Data& result, co
         if (!(attributes.*date)) {
             frame::fail(ErrorCode::unableToComplete, family.noDate);
         }
-        call.returnTimestamp(platform::localDateTime(*(attributes.*date)));
+        returnDate(call, *(attributes.*date), family);
     });
 }
 
 fmx::errcode accessDate(const fmx::DataVect& arguments, fmx::Data& result, const Family& family)
 {
     return frame::externalFunction(arguments, result, [&](ExternalCall& call) {
-        call.returnTimestamp(platform::localDateTime(platform::accessTime(itemPath(call, family))));
+        returnDate(call, platform::accessTime(itemPath(call, family)), family);
     });
 }
 

@@ -3,6 +3,7 @@
 
 #include <FMXTypes.h>
 
+#include <functional>
 #include <new>
 
 namespace fmxkit {
@@ -15,14 +16,14 @@ template <typename Work>
 auto entry(fmx::_fmxcpt& x, Work&& work) noexcept -> decltype(work())
 {
     using Result = decltype(work());
-    x.m_code = injectedFailure();
-    if (x.m_code == 0) {
+    x.code_ = injectedFailure();
+    if (x.code_ == 0) {
         try {
             return work();
         } catch (const std::bad_alloc&) {
-            x.m_code = 1;
+            x.code_ = 1;
         } catch (...) {
-            x.m_code = 2;
+            x.code_ = 2;
         }
     }
     return Result();
@@ -71,22 +72,23 @@ Opaque* create(fmx::_fmxcpt& x, const Arguments&... arguments)
 template <typename Opaque>
 void destroy(Opaque* value, fmx::_fmxcpt& x) noexcept
 {
-    x.m_code = 0;
+    x.code_ = 0;
     delete reinterpret_cast<Inside<Opaque>*>(value);
 }
 
 } // namespace fmxkit
 
-// The six entry points by which the values of a type compare. order(a, b) answers what std::compare_three_way would.
+// The six entry points by which the values of a type compare. order(a, b) answers what is below, at or above 0 as a is
+// below, equal to or above b.
 #define FMXKIT_COMPARISON(Type, name, comparison, order)                                                               \
     bool FM_##Type##_operator##name(const Type* self, const Type& that, _fmxcpt& x)                                    \
     {                                                                                                                  \
-        return fmxkit::entry(x, [&] { return (order(self, &that))comparison 0; });                                     \
+        return fmxkit::entry(x, [&] { return (comparison)((order)(self, &that), 0); });                                \
     }
 #define FMXKIT_COMPARISONS(Type, order)                                                                                \
-    FMXKIT_COMPARISON(Type, EQ, ==, order)                                                                             \
-    FMXKIT_COMPARISON(Type, NE, !=, order)                                                                             \
-    FMXKIT_COMPARISON(Type, LT, <, order)                                                                              \
-    FMXKIT_COMPARISON(Type, LE, <=, order)                                                                             \
-    FMXKIT_COMPARISON(Type, GT, >, order)                                                                              \
-    FMXKIT_COMPARISON(Type, GE, >=, order)
+    FMXKIT_COMPARISON(Type, EQ, std::equal_to<>{}, order)                                                              \
+    FMXKIT_COMPARISON(Type, NE, std::not_equal_to<>{}, order)                                                          \
+    FMXKIT_COMPARISON(Type, LT, std::less<>{}, order)                                                                  \
+    FMXKIT_COMPARISON(Type, LE, std::less_equal<>{}, order)                                                            \
+    FMXKIT_COMPARISON(Type, GT, std::greater<>{}, order)                                                               \
+    FMXKIT_COMPARISON(Type, GE, std::greater_equal<>{}, order)

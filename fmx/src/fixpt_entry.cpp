@@ -14,7 +14,6 @@ using fmxkit::inside;
 
 namespace {
 
-// Below, at or above 0 as `a` is below, equal to or above `b`.
 int order(const FixPt* a, const FixPt* b)
 {
     return inside(a).value.compare(inside(b).value);

@@ -20,7 +20,6 @@ fmx::uchar characterAt(const QuadChar* self, int index)
     return static_cast<fmx::uchar>(inside(self).code >> (24 - 8 * index));
 }
 
-// Below, at or above 0 as `a` is below, equal to or above `b`.
 fmx::int64 order(const QuadChar* a, const QuadChar* b)
 {
     return fmx::int64{inside(a).code} - inside(b).code;

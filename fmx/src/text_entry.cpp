@@ -30,7 +30,6 @@ std::u16string_view view(const Text& text)
     return inside(&text).view();
 }
 
-// Below, at or above 0 as `a` is below, equal to or above `b`, by their units.
 int order(const Text* a, const Text* b)
 {
     return inside(a).view().compare(inside(b).view());

@@ -673,14 +673,15 @@ std::string pointAt(std::u16string_view source, Span span)
     const std::u16string_view line = source.substr(start, source.find_first_of(lineEnds, offset) - start);
     const std::size_t at = offset - start;
     std::size_t from = at - std::min(at, unitsBefore);
-    std::size_t to = std::min(line.size(), at + unitsAfter);
+    const std::size_t size = line.size();
+    std::size_t to = std::min(size, at + unitsAfter);
     U16_SET_CP_START(line, 0, from);
-    U16_SET_CP_LIMIT(line, 0, to, line.size());
+    U16_SET_CP_LIMIT(line, 0, to, size);
 
     const std::u16string before = (from > 0 ? u"…" : u"") + printable(line.substr(from, at - from));
     const std::u16string after = printable(line.substr(at, to - at));
     const std::size_t marked = displayWidth(after.substr(0, span.length));
-    const std::string text = toUtf8(before) + toUtf8(after) + (to < line.size() ? "…" : "") + "\n";
+    const std::string text = toUtf8(before) + toUtf8(after) + (to < size ? "…" : "") + "\n";
     return text + std::string(displayWidth(before), ' ') + "^" + std::string(marked > 0 ? marked - 1 : 0, '~');
 }
 

@@ -1,6 +1,4 @@
 // The bytes of one file into another: as a clone that shares them, by the kernel's own copy, or through a buffer.
-//
-// Thread rule: a copier belongs to one thread at a time.
 #pragma once
 
 #include "platform/linux/system_error.h"

@@ -3,8 +3,6 @@
 // Kept in that order: a change of owner clears set-id bits and file capabilities, an access list changes the mode, and
 // all of them change times. The owner is kept where the process may set it; where it can't, the set-id bit that would
 // lend the copy's own owner to everybody is dropped. A file system without owners or modes (FAT) keeps none.
-//
-// Thread rule: any thread.
 #pragma once
 
 #include "platform/linux/system_error.h"

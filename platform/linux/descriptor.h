@@ -1,6 +1,4 @@
 // An open file descriptor with one owner.
-//
-// Thread rule: a value belongs to one thread at a time.
 #pragma once
 
 #include <unistd.h>

@@ -89,11 +89,11 @@ std::string SessionBus::startService(const char* name, Deadline deadline)
 
 Message SessionBus::nextSignal(Deadline deadline)
 {
-    if (m_signals.empty()) {
+    if (signals_.empty()) {
         return receive(deadline);
     }
-    Message first = std::move(m_signals.front());
-    m_signals.pop_front();
+    Message first = std::move(signals_.front());
+    signals_.pop_front();
     return first;
 }
 
@@ -101,7 +101,7 @@ Message SessionBus::methodCall(const char* destination, const char* path, const 
                                const char* member) const
 {
     sd_bus_message* request = nullptr;
-    sdBus()->sd_bus_message_new_method_call(m_bus.get(), &request, destination, path, interface, member);
+    sdBus()->sd_bus_message_new_method_call(bus_.get(), &request, destination, path, interface, member);
     return Message(request);
 }
 
@@ -109,13 +109,13 @@ Message SessionBus::answerTo(const Message& request, Deadline deadline)
 {
     const SdBus& sd = *sdBus();
     std::uint64_t cookie = 0;
-    if (sd.sd_bus_send(m_bus.get(), request.get(), &cookie) < 0) {
+    if (sd.sd_bus_send(bus_.get(), request.get(), &cookie) < 0) {
         return {};
     }
     while (Message message = receive(deadline)) {
         std::uint64_t answered = 0;
         if (sd.sd_bus_message_get_reply_cookie(message.get(), &answered) < 0) {
-            m_signals.push_back(std::move(message));
+            signals_.push_back(std::move(message));
         } else if (answered == cookie) {
             return sd.sd_bus_message_is_method_error(message.get(), nullptr) > 0 ? Message() : std::move(message);
         }
@@ -132,12 +132,12 @@ bool SessionBus::advance(Deadline deadline, Message& received)
         return false;
     }
     sd_bus_message* message = nullptr;
-    const int processed = sd.sd_bus_process(m_bus.get(), &message);
+    const int processed = sd.sd_bus_process(bus_.get(), &message);
     received.reset(message);
     if (processed != 0) {
         return processed > 0 || processed == -EINTR;
     }
-    const int waited = sd.sd_bus_wait(m_bus.get(), microsecondsUntil(deadline));
+    const int waited = sd.sd_bus_wait(bus_.get(), microsecondsUntil(deadline));
     return waited >= 0 || waited == -EINTR;
 }
 

@@ -7,8 +7,6 @@
 // Every wait has a deadline: sd-bus's own blocking calls wait 90 s for a handshake and 25 s for an answer, and some
 // versions give up when a signal interrupts them. So messages are sent without waiting and answers picked from the
 // stream here.
-//
-// Thread rule: a connection and its messages belong to one thread.
 #pragma once
 
 #include "platform/linux/desktop_session.h"
@@ -96,15 +94,15 @@ public:
     Message nextSignal(Deadline deadline);
 
 private:
-    explicit SessionBus(sd_bus* bus) : m_bus(bus) {}
+    explicit SessionBus(sd_bus* bus) : bus_(bus) {}
 
     Message methodCall(const char* destination, const char* path, const char* interface, const char* member) const;
     Message answerTo(const Message& request, Deadline deadline);
     bool advance(Deadline deadline, Message& received);
     Message receive(Deadline deadline);
 
-    std::unique_ptr<sd_bus, BusDeleter> m_bus;
-    std::deque<Message> m_signals;
+    std::unique_ptr<sd_bus, BusDeleter> bus_;
+    std::deque<Message> signals_;
 };
 
 } // namespace platform::linux_os

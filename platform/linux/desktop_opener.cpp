@@ -84,36 +84,36 @@ class SpawnSettings {
 public:
     explicit SpawnSettings(int statusPipe)
     {
-        posix_spawn_file_actions_init(&m_actions);
-        posix_spawnattr_init(&m_attributes);
+        posix_spawn_file_actions_init(&actions_);
+        posix_spawnattr_init(&attributes_);
         // The pipe first: in a host without standard streams it may have one of their numbers.
-        posix_spawn_file_actions_adddup2(&m_actions, statusPipe, statusDescriptor);
-        posix_spawn_file_actions_addopen(&m_actions, STDIN_FILENO, "/dev/null", O_RDWR, 0);
-        posix_spawn_file_actions_adddup2(&m_actions, STDIN_FILENO, STDOUT_FILENO);
-        posix_spawn_file_actions_adddup2(&m_actions, STDIN_FILENO, STDERR_FILENO);
-        posix_spawn_file_actions_addclosefrom_np(&m_actions, statusDescriptor + 1);
+        posix_spawn_file_actions_adddup2(&actions_, statusPipe, statusDescriptor);
+        posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, "/dev/null", O_RDWR, 0);
+        posix_spawn_file_actions_adddup2(&actions_, STDIN_FILENO, STDOUT_FILENO);
+        posix_spawn_file_actions_adddup2(&actions_, STDIN_FILENO, STDERR_FILENO);
+        posix_spawn_file_actions_addclosefrom_np(&actions_, statusDescriptor + 1);
 
         sigset_t signals;
         sigfillset(&signals);
-        posix_spawnattr_setsigdefault(&m_attributes, &signals);
+        posix_spawnattr_setsigdefault(&attributes_, &signals);
         sigemptyset(&signals);
-        posix_spawnattr_setsigmask(&m_attributes, &signals);
-        posix_spawnattr_setflags(&m_attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
+        posix_spawnattr_setsigmask(&attributes_, &signals);
+        posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
     }
     SpawnSettings(const SpawnSettings&) = delete;
     SpawnSettings& operator=(const SpawnSettings&) = delete;
     ~SpawnSettings()
     {
-        posix_spawn_file_actions_destroy(&m_actions);
-        posix_spawnattr_destroy(&m_attributes);
+        posix_spawn_file_actions_destroy(&actions_);
+        posix_spawnattr_destroy(&attributes_);
     }
 
-    const posix_spawn_file_actions_t* actions() const { return &m_actions; }
-    const posix_spawnattr_t* attributes() const { return &m_attributes; }
+    const posix_spawn_file_actions_t* actions() const { return &actions_; }
+    const posix_spawnattr_t* attributes() const { return &attributes_; }
 
 private:
-    posix_spawn_file_actions_t m_actions{};
-    posix_spawnattr_t m_attributes{};
+    posix_spawn_file_actions_t actions_{};
+    posix_spawnattr_t attributes_{};
 };
 
 // Starts the command on its own; its exit status will be written to `statusPipe` as a decimal number and a line end.

@@ -1,6 +1,6 @@
 // What a process needs to know before it talks to the user's desktop session.
 //
-// Thread rule: any thread, as far as the host doesn't change its environment meanwhile (getenv(3)).
+// Thread rule: the host mustn't change its environment meanwhile (getenv(3)).
 #pragma once
 
 #include <chrono>

@@ -1,6 +1,4 @@
 // Percent-encoding (RFC 3986, section 2.1) and "file" URIs (RFC 8089).
-//
-// Thread rule: any thread.
 #pragma once
 
 #include <optional>

@@ -1,6 +1,4 @@
 // Extended attributes, access control lists among them (xattr(7), acl(5)).
-//
-// Thread rule: any thread; a scratch buffer belongs to one thread at a time.
 #pragma once
 
 #include "platform/linux/system_error.h"

@@ -1,7 +1,5 @@
 // A path split where work on an item begins: the folder that holds it, and its name there. From the open folder on,
 // everything is relative to descriptors, so that renaming a folder further up can't lead the work astray.
-//
-// Thread rule: any thread.
 #pragma once
 
 #include "platform/linux/descriptor.h"

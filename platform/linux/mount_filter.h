@@ -1,7 +1,5 @@
 // Which of the mounts in a mountinfo file (proc_pid_mountinfo(5)) are local volumes, decided from the file alone:
 // nothing is asked of a file system here, so that a dead server can't hold anybody.
-//
-// Thread rule: any thread.
 #pragma once
 
 #include <sys/types.h>

@@ -5,7 +5,6 @@
 #include <pwd.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <optional>
@@ -60,25 +59,6 @@ std::optional<PathText> homeFolder()
     return utf16FromUtf8(*home);
 }
 
-// Of a tidied path: in ".//a" the root would be left.
-PathText withoutDotComponents(PathView path)
-{
-    PathText text;
-    std::size_t start = 0;
-    while (start <= path.size()) {
-        const std::size_t end = std::min(path.find(slash, start), path.size());
-        const PathView component = path.substr(start, end - start);
-        if (component != u".") {
-            text.append(component);
-            if (end < path.size()) {
-                text.push_back(slash);
-            }
-        }
-        start = end + 1;
-    }
-    return text;
-}
-
 } // namespace
 
 PathText lastComponent(PathView path)
@@ -115,14 +95,8 @@ PathText appendingComponent(PathView path, PathView component)
 
 PathText standardized(PathView path)
 {
-    PathText text(path);
-    const bool startsAtHome = path == u"~" || path.starts_with(u"~/");
-    if (startsAtHome) {
-        if (const auto home = homeFolder()) {
-            text.replace(0, 1, *home);
-        }
-    }
-    return tidied(withoutDotComponents(tidied(text)));
+    const std::optional<PathText> home = homeFolder();
+    return home ? tidied(*home + PathText(path.substr(1))) : PathText(path);
 }
 
 } // namespace platform

@@ -3,8 +3,6 @@
 #include "platform/linux/descriptor.h"
 #include "platform/path_text.h"
 #include "platform/signal_block.h"
-#include "platform/strings_table.h"
-#include "platform/unicode.h"
 #include "resources/embedded.h"
 
 #include <fcntl.h>
@@ -12,8 +10,11 @@
 #include <sys/prctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <climits>
 #include <csignal>
+#include <cstddef>
 #include <utility>
 
 namespace platform {
@@ -85,16 +86,16 @@ public:
         std::shared_ptr<const TemporaryFile> made(new TemporaryFile(std::move(path)));
         return writeAll(file.get(), content) ? made : nullptr;
     }
-    ~TemporaryFile() { ::unlink(m_path.c_str()); }
+    ~TemporaryFile() { ::unlink(path_.c_str()); }
     TemporaryFile(const TemporaryFile&) = delete;
     TemporaryFile& operator=(const TemporaryFile&) = delete;
 
-    const std::string& path() const { return m_path; }
+    const std::string& path() const { return path_; }
 
 private:
-    explicit TemporaryFile(std::string path) : m_path(std::move(path)) {}
+    explicit TemporaryFile(std::string path) : path_(std::move(path)) {}
 
-    std::string m_path;
+    std::string path_;
 };
 
 std::optional<ResourceFile> temporaryFile(std::string_view content)
@@ -110,12 +111,12 @@ std::optional<ResourceFile> temporaryFile(std::string_view content)
 
 std::optional<std::u16string> localizedString(Bundle, std::string_view table, std::string_view key)
 {
-    static const StringsTable strings = parseStringsTable(resources::stringsTable).value_or(StringsTable{});
-    const auto found = strings.find(key);
-    if (table != "KORBFolidex" || found == strings.end()) {
+    const auto found = std::find_if(resources::strings.begin(), resources::strings.end(),
+                                    [key](const resources::Text& text) { return text.key == key; });
+    if (table != "KORBFolidex" || found == resources::strings.end()) {
         return std::nullopt;
     }
-    return found->second;
+    return std::u16string(found->value);
 }
 
 std::optional<ResourceFile> resourceFile(Bundle, std::string_view name, std::string_view type)
@@ -129,6 +130,15 @@ std::optional<ResourceFile> resourceFile(Bundle, std::string_view name, std::str
         file = memoryFile("ZipFuncs.sh", resources::zipFuncs);
     }
     return file ? file : temporaryFile(resources::zipFuncs);
+}
+
+std::string hostApplicationPath()
+{
+    std::array<char, PATH_MAX> buffer{};
+    const auto length = ::readlink("/proc/self/exe", buffer.data(), buffer.size());
+    const std::string_view executable(buffer.data(), length > 0 ? static_cast<std::size_t>(length) : 0);
+    const std::size_t slash = executable.rfind('/');
+    return std::string(executable.substr(0, slash == 0 ? 1 : std::min(slash, executable.size())));
 }
 
 } // namespace platform

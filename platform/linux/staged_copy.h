@@ -4,11 +4,9 @@
 // Where the file system has none, and for folders, links, FIFOs and devices, the copy is built under a temporary name
 // (publish.h) beside the target, in a folder that only its owner can enter; only a process that is killed leaves that
 // behind.
-//
-// Thread rule: a value belongs to one thread at a time.
 #pragma once
 
-#include "platform/linux/copy_record.h"
+#include "platform/copy_record.h"
 #include "platform/linux/copy_tree.h"
 #include "platform/linux/descriptor.h"
 #include "platform/linux/item_path.h"

@@ -8,7 +8,8 @@
 namespace platform::linux_os {
 
 // "could not copy /a/b: No space left on device": `action` is a verb with its object's place left to `path` (file
-// system bytes); bytes that aren't UTF-8 are replaced. `error`: an errno value, in the words of the process's locale.
+// system bytes); bytes that aren't UTF-8 are replaced, and of what is longer than PATH_MAX the middle is left out.
+// `error`: an errno value, in the words of the process's locale.
 Outcome systemFailure(std::string_view action, std::string_view path, int error);
 
 // The same with a reason of our own.

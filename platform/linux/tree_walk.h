@@ -5,8 +5,6 @@
 // wide: of a folder's entries only the names of its folders are kept, until the walk has visited them.
 //
 // Nothing is followed: what a link has taken the place of isn't entered.
-//
-// Thread rule: a value belongs to one thread at a time.
 #pragma once
 
 #include "platform/linux/descriptor.h"

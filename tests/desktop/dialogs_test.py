@@ -12,7 +12,7 @@ import sys
 import time
 import unittest
 
-from virtual_desktop import BACKEND, PORTAL, VirtualDesktop, missing_programs, wait_for
+from virtual_desktop import BACKEND, PORTAL, VirtualDesktop, enter_own_space, wait_for
 
 HOST, PLUGIN, PICTURE = sys.argv[1:4]
 RUNS = 20 if os.environ.get("FOLIDEX_FULL") == "1" else 2
@@ -123,7 +123,7 @@ class Dialogs(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    missing = missing_programs()
+    missing = enter_own_space()
     if missing:
         print("skipped, missing:", *missing)
         sys.exit(77)

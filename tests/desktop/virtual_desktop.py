@@ -1,25 +1,32 @@
-"""A desktop nobody sees: virtual display, window manager, message bus, portal. Everything that it starts ends with it.
+"""A desktop nobody sees: virtual display, window manager, message bus, portal.
+
+Processes and files have name spaces of their own, and go with the process that was started there first.
 
 Needs Linux and the packages xvfb openbox xdotool xclip imagemagick dbus xdg-desktop-portal xdg-desktop-portal-gtk.
 """
 
-import ctypes
 import os
 import pathlib
 import shutil
-import signal
 import subprocess
-import tempfile
+import sys
 import time
 
 PORTAL = "/usr/libexec/xdg-desktop-portal"
 BACKEND = "/usr/libexec/xdg-desktop-portal-gtk"
-PROGRAMS = ["Xvfb", "openbox", "xdotool", "xclip", "import", "dbus-daemon", "setpriv", PORTAL, BACKEND]
-PR_SET_CHILD_SUBREAPER = 36  # prctl(2)
+PROGRAMS = ["Xvfb", "openbox", "xdotool", "xclip", "import", "dbus-daemon", PORTAL, BACKEND]
+OWN_SPACE = ["unshare", "--pid", "--fork", "--kill-child", "--mount", "--mount-proc"]
 
 
-def missing_programs():
-    return [program for program in PROGRAMS if not shutil.which(program)]
+def enter_own_space():
+    """Runs this program again in a name space of its own; answers what the machine lacks for it."""
+    missing = [program for program in PROGRAMS if not shutil.which(program)]
+    command = [*OWN_SPACE, *([] if os.geteuid() == 0 else ["--map-root-user"])]
+    if not missing and os.getpid() != 1:
+        if subprocess.run([*command, "true"], stderr=subprocess.DEVNULL, check=False).returncode != 0:
+            return ["name spaces"]
+        os.execvp(command[0], [*command, sys.executable, *sys.argv])
+    return missing
 
 
 def wait_for(condition, what, seconds=30):
@@ -33,33 +40,11 @@ def wait_for(condition, what, seconds=30):
     raise AssertionError(f"no {what} within {seconds} seconds")
 
 
-def status_fields(pid):
-    """Command name, state and parent of a process (proc(5), stat); None when it is gone."""
-    try:
-        text = pathlib.Path(f"/proc/{pid}/stat").read_text(errors="replace")
-    except OSError:
-        return None
-    name, _, rest = text.partition("(")[2].rpartition(")")
-    state, parent = rest.split()[:2]
-    return name, state, int(parent)
-
-
-def descendants(ancestor):
-    parents = {int(name): status_fields(name) for name in os.listdir("/proc") if name.isdigit()}
-    found = {ancestor}
-    while True:
-        more = {pid for pid, fields in parents.items() if fields and fields[2] in found} - found
-        if not more:
-            return found - {ancestor}
-        found |= more
-
-
 class VirtualDesktop:
     def __enter__(self):
-        # Services that outlive the bus that started them become children of this process, which ends them.
-        ctypes.CDLL(None).prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0)
         self.processes = []
-        self.folder = pathlib.Path(tempfile.mkdtemp(prefix="folidex-desktop-"))
+        self.folder = pathlib.Path("/mnt")
+        subprocess.run(["mount", "-t", "tmpfs", "none", self.folder], check=True)
         self.environment = {name: value for name, value in os.environ.items()
                             if name not in ("WAYLAND_DISPLAY", "DBUS_SESSION_BUS_ADDRESS", "GTK_MODULES")}
         self.environment.update(GTK_USE_PORTAL="0", NO_AT_BRIDGE="1", GSETTINGS_BACKEND="memory",
@@ -68,31 +53,23 @@ class VirtualDesktop:
                              "XDG_DATA_HOME": "data", "XDG_CACHE_HOME": "cache"}.items():
             (self.folder / folder).mkdir(mode=0o700)
             self.environment[name] = str(self.folder / folder)
-        try:
-            self.start()
-        except BaseException:
-            self.end()
-            raise
-        return self
-
-    def __exit__(self, *_):
-        self.end()
-
-    def start(self):
         self.environment["DISPLAY"] = ":" + self.started_with_answer(
             ["Xvfb", "-screen", "0", "1024x768x24", "-nolisten", "tcp", "-displayfd", "1"])
         self.environment["DBUS_SESSION_BUS_ADDRESS"] = self.started_with_answer(
             ["dbus-daemon", "--session", "--nofork", "--nopidfile", "--print-address=1"])
         self.started(["openbox", "--sm-disable"])
         wait_for(lambda: self.xdotool("get_desktop") is not None, "window manager")
+        return self
+
+    def __exit__(self, *_):
+        for process in self.processes:
+            process.terminate()
+            process.wait()
 
     def started(self, command, **options):
-        # A test that is killed takes its desktop along.
-        process = subprocess.Popen(["setpriv", "--pdeathsig", "KILL", *command], env=self.environment,
-                                   **{"stdin": subprocess.DEVNULL, "stdout": subprocess.DEVNULL,
-                                      "stderr": subprocess.DEVNULL, **options})
-        self.processes.append(process)
-        return process
+        streams = {"stdin": subprocess.DEVNULL, "stdout": subprocess.DEVNULL, "stderr": subprocess.DEVNULL, **options}
+        self.processes.append(subprocess.Popen(command, env=self.environment, **streams))
+        return self.processes[-1]
 
     def started_with_answer(self, command):
         with self.started(command, stdout=subprocess.PIPE).stdout as output:
@@ -101,44 +78,10 @@ class VirtualDesktop:
             raise AssertionError(f"{command[0]} didn't start")
         return answer
 
-    def end(self):
-        """Ends what was started, politely at first: the document portal has a mount to undo."""
-        for number, seconds in ((signal.SIGTERM, 3), (signal.SIGKILL, 10)):
-            for pid in descendants(os.getpid()):
-                try:
-                    os.kill(pid, signal.SIGCONT)
-                    os.kill(pid, number)
-                except ProcessLookupError:
-                    pass
-            try:
-                wait_for(self.reaped, "end of the desktop", seconds)
-                break
-            except AssertionError:
-                continue
-        for process in self.processes:
-            process.poll()
-        subprocess.run(["umount", "-l", self.folder / "run/doc"], stderr=subprocess.DEVNULL, check=False)
-        shutil.rmtree(self.folder, ignore_errors=True)
-
     @staticmethod
-    def reaped():
-        try:
-            while os.waitpid(-1, os.WNOHANG) != (0, 0):
-                pass
-        except ChildProcessError:
-            pass
-        return not descendants(os.getpid())
-
-    def process_ids(self, program):
-        """Of the desktop's processes that run a program."""
-        found = []
-        for pid in descendants(os.getpid()):
-            try:
-                if os.readlink(f"/proc/{pid}/exe") == program:
-                    found.append(pid)
-            except OSError:
-                pass
-        return found
+    def process_ids(program):
+        done = subprocess.run(["pidof", program], capture_output=True, text=True, check=False)
+        return [int(word) for word in done.stdout.split()]
 
     def signal_program(self, program, number):
         pids = self.process_ids(program)

@@ -1,6 +1,7 @@
+// What the functions that switch the log don't show (tests/functions/log.calc).
+#include "log/current_logger.h"
 #include "log/plugin_logger.h"
-
-#include "log/log_text.h"
+#include "support/scratch_folder.h"
 
 #include <gtest/gtest.h>
 
@@ -11,6 +12,8 @@
 #include <filesystem>
 #include <iomanip>
 #include <map>
+#include <sstream>
+#include <thread>
 
 namespace {
 
@@ -19,140 +22,134 @@ using folidex::test::ScratchFolder;
 using logging::PluginLogger;
 using Lines = std::vector<std::string>;
 
+const std::string started = "************* SESSION STARTED *************";
+const std::string ended = "************* SESSION ENDED *************";
+
 // The logger changes the current folder; each test gives it back.
-class PluginLoggerTest : public testing::Test {
+class Logger : public testing::Test {
 public:
-    ~PluginLoggerTest() override { fs::current_path(m_before); }
+    ~Logger() override { fs::current_path(before_); }
 
 protected:
-    Lines lines() const { return logLines(scratch, "a/b/LogFile.txt"); }
-    std::string logPath() const { return scratch.text("a/b/LogFile.txt"); }
+    // The lines of the log without their time stamps.
+    Lines lines(const std::string& file = "a/b/LogFile.txt") const
+    {
+        constexpr std::size_t timeStampLength = 17;
+        Lines lines;
+        std::istringstream stream(scratch.exists(file) ? scratch.read(file) : "");
+        for (std::string line; std::getline(stream, line);) {
+            lines.push_back(line.substr(std::min(line.size(), timeStampLength)));
+        }
+        return lines;
+    }
 
     ScratchFolder scratch;
+    const std::string path = scratch.text("a//b/LogFile.txt");
 
 private:
-    fs::path m_before = fs::current_path();
+    fs::path before_ = fs::current_path();
 };
 
-TEST_F(PluginLoggerTest, WritesOneIndentedLineForEachEvent)
+TEST_F(Logger, IndentsLinesAndMakesFolders)
 {
+    const mode_t mask = ::umask(0);
     {
-        PluginLogger logger("NAME", logPath());
-        logger.WriteLine("top");
+        PluginLogger logger("NAME", path);
         logger.EnteringFunction("outer");
         logger.EnteringFunction("inner");
         logger.WriteParameter("path", "/a b/ü");
         logger.ExitingFunction("inner");
         logger.ExitingFunction("outer");
-        logger.WriteLine("");
+        logger.SetLogPath("");
+        logger.WriteLine("unwritten");
+        logger.SetLogPath(path);
     }
-    EXPECT_EQ(lines(), (Lines{sessionStarted, "T\ttop", "T\tFUNCTION ENTER: outer", "T\t\tFUNCTION ENTER: inner",
-                              "T\t\t\tPARAM: path VAL: /a b/ü", "T\t\tFUNCTION EXIT: inner", "T\tFUNCTION EXIT: outer",
-                              "T\t", sessionEnded}));
-
-    PluginLogger again("NAME", logPath());
-    EXPECT_EQ(lines().size(), 10U) << "a session is appended to what is there";
+    ::umask(mask);
+    EXPECT_EQ(lines(), (Lines{"\t" + started, "\tFUNCTION ENTER: outer", "\t\tFUNCTION ENTER: inner",
+                              "\t\t\tPARAM: path VAL: /a b/ü", "\t\tFUNCTION EXIT: inner", "\tFUNCTION EXIT: outer",
+                              "\t" + ended}));
+    for (const char* folder : {"a", "a/b"}) {
+        EXPECT_EQ(fs::status(scratch / folder).permissions(), fs::perms::all) << folder;
+    }
 }
 
-TEST_F(PluginLoggerTest, StampsLinesWithLocalTime)
+TEST_F(Logger, StampsLinesWithLocalTime)
 {
-    const PluginLogger logger("NAME", logPath());
+    ::setenv("TZ", "Asia/Kolkata", 1);
+    ::tzset();
+    const PluginLogger logger("NAME", path);
     std::istringstream stamp("20" + scratch.read("a/b/LogFile.txt").substr(0, 17));
     std::tm time{};
     stamp >> std::get_time(&time, "%Y-%m-%d %H:%M:%S");
     ASSERT_FALSE(stamp.fail());
-    time.tm_isdst = -1;
-    EXPECT_NEAR(static_cast<double>(std::mktime(&time)), static_cast<double>(std::time(nullptr)), 5);
+    EXPECT_NEAR(static_cast<double>(std::mktime(&time)), static_cast<double>(std::time(nullptr)), 600);
+    ::unsetenv("TZ");
 }
 
-TEST_F(PluginLoggerTest, MakesMissingFoldersOpenToAllAndStaysInTheLast)
-{
-    const mode_t mask = ::umask(0);
-    const PluginLogger logger("NAME", scratch.text("a//b/LogFile.txt"));
-    ::umask(mask);
-    for (const char* folder : {"a", "a/b"}) {
-        EXPECT_EQ(fs::status(scratch / folder).permissions(), fs::perms::all) << folder;
-    }
-    EXPECT_EQ(fs::current_path(), scratch / "a/b");
-}
-
-TEST_F(PluginLoggerTest, ClearingLeavesOneLine)
-{
-    PluginLogger logger("NAME", logPath());
-    logger.WriteLine("gone");
-    logger.ClearLog();
-    EXPECT_EQ(lines(), Lines{contentCleared});
-}
-
-TEST_F(PluginLoggerTest, WhatCantBeWrittenIsLeftOut)
-{
-    scratch.write("file", "kept");
-    fs::current_path(scratch.path());
-    {
-        PluginLogger logger("NAME", scratch.text("file/b/LogFile.txt"));
-        logger.ClearLog();
-        EXPECT_FALSE(logger.OpenLogFile());
-    }
-    EXPECT_EQ(scratch.list(), std::vector<std::string>{"file"});
-    EXPECT_EQ(scratch.read("file"), "kept");
-
-    PluginLogger silent("NAME", logPath());
-    silent.SetLogPath("");
-    silent.WriteLine("unwritten");
-    silent.ClearLog();
-    EXPECT_EQ(lines(), Lines{sessionStarted});
-}
-
-TEST_F(PluginLoggerTest, TheDefaultPathKeepsItsTilde)
+TEST_F(Logger, TheDefaultPathKeepsItsTilde)
 {
     fs::current_path(scratch.path());
-    std::string path = "unchanged";
-    logging::CreateDefaultPath("NAME", path);
-    EXPECT_EQ(path, "~/Desktop/HALVIK/NAME/LogFile.txt");
+    std::string found = "unchanged";
+    logging::CreateDefaultPath("NAME", found);
+    EXPECT_EQ(found, "~/Desktop/HALVIK/NAME/LogFile.txt");
     EXPECT_EQ(fs::current_path(), scratch / "HALVIK/NAME");
 
     fs::current_path(scratch.makeFolder("blocked"));
     scratch.write("blocked/HALVIK");
-    path = "unchanged";
-    logging::CreateDefaultPath("NAME", path);
-    EXPECT_EQ(path, "unchanged");
+    found = "unchanged";
+    logging::CreateDefaultPath("NAME", found);
+    EXPECT_EQ(found, "unchanged");
 }
 
-TEST_F(PluginLoggerTest, InstanceNumbersStayInTheirRange)
+// Whoever switches during a call finds each log's lines indented as its own calls are.
+TEST_F(Logger, ACallLeavesTheLogThatItEntered)
 {
-    EXPECT_LE(logging::GetInstanceID(), 9998U);
+    ::setenv("HOME", scratch.text().c_str(), 1);
+    {
+        const logging::FunctionTrace before("before");
+        logging::switchOn();
+        const logging::FunctionTrace outer("outer");
+        logging::switchOff();
+        logging::switchOn();
+    }
+    logging::writeLine("last");
+    logging::switchOff();
+    EXPECT_EQ(
+        lines("Desktop/HALVIK/FOLIDEX/LogFile.txt"),
+        (Lines{"\t" + started, "\tFUNCTION ENTER: outer", "\t\t" + ended, "\t" + started, "\tlast", "\t" + ended}));
 }
 
 // Threads that log and move the current folder at once neither lose nor tear lines, nor make folders elsewhere.
-TEST_F(PluginLoggerTest, ThreadsWriteWholeLines)
+TEST_F(Logger, ThreadsWriteWholeLines)
 {
-    constexpr int threadCount = 4;
     constexpr int rounds = 50;
+    const std::string letters = "abcd";
     {
-        PluginLogger logger("NAME", logPath());
-        inParallel(threadCount, [&logger](int number) {
-            for (int round = 0; round < rounds; ++round) {
-                logger.EnteringFunction("f");
-                logger.WriteLine(std::string(200, static_cast<char>('a' + number)));
-                logger.ExitingFunction("f");
-            }
-        });
+        PluginLogger logger("NAME", path);
+        std::vector<std::jthread> threads;
+        for (const char letter : letters) {
+            threads.emplace_back([&logger, letter] {
+                for (int round = 0; round < rounds; ++round) {
+                    logger.EnteringFunction("f");
+                    logger.WriteLine(std::string(200, letter));
+                    logger.ExitingFunction("f");
+                }
+            });
+        }
     }
     std::map<std::string, int> counts;
     for (const std::string& line : lines()) {
         ++counts[line.substr(line.rfind('\t') + 1)];
     }
-    std::map<std::string, int> expected{{sessionStarted.substr(2), 1},
-                                        {sessionEnded.substr(2), 1},
-                                        {"FUNCTION ENTER: f", threadCount * rounds},
-                                        {"FUNCTION EXIT: f", threadCount * rounds}};
-    for (const char letter : {'a', 'b', 'c', 'd'}) {
+    const int calls = rounds * static_cast<int>(letters.size());
+    std::map<std::string, int> expected{
+        {started, 1}, {ended, 1}, {"FUNCTION ENTER: f", calls}, {"FUNCTION EXIT: f", calls}};
+    for (const char letter : letters) {
         expected[std::string(200, letter)] = rounds;
     }
     EXPECT_EQ(counts, expected);
-    EXPECT_EQ(scratch.list(), std::vector<std::string>{"a"});
-    EXPECT_EQ(scratch.list("a"), std::vector<std::string>{"b"});
-    EXPECT_EQ(scratch.list("a/b"), std::vector<std::string>{"LogFile.txt"});
+    EXPECT_EQ(scratch.list(), Lines{"a"});
+    EXPECT_EQ(scratch.list("a/b"), Lines{"LogFile.txt"});
 }
 
 } // namespace

@@ -68,7 +68,7 @@ class Packages(unittest.TestCase):
         library = [path for path in self.host.entries if path.endswith("libFMWrapper.so")]
         self.assertRegex(" ".join(library), r"^/usr/lib/[^/]+-linux-gnu/fmxhost/libFMWrapper\.so$")
         self.assertIn(b".TH FMXHOST 1", gzip.decompress(self.host.content("/usr/share/man/man1/fmxhost.1.gz")))
-        for file in ("bash-completion/completions/fmxhost", "zsh/vendor-completions/_fmxhost"):
+        for file in ("bash-completion/completions/fmxhost", "zsh/vendor-completions/_fmxhost", "fmxhost/server-libraries"):
             self.assertTrue(self.host.content("/usr/share/" + file))
 
     def test_unpacked_they_work_together(self):

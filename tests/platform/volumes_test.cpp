@@ -1,15 +1,12 @@
 #include "platform/unicode.h"
 #include "platform/volumes.h"
 #include "support/child_process.h"
-#include "support/platform_expectations.h"
 #include "support/scratch_folder.h"
 
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
-#ifdef __linux__
 #include <sys/mount.h>
-#endif
 #include <sys/statvfs.h>
 #include <unistd.h>
 
@@ -23,27 +20,6 @@ namespace {
 using folidex::test::inChild;
 using folidex::test::ScratchFolder;
 
-TEST(VolumeSpace, IsWhatAnOrdinaryUserSees)
-{
-    const ScratchFolder scratch;
-    struct statvfs status;
-    ASSERT_EQ(statvfs(scratch.text().c_str(), &status), 0);
-    const auto space = platform::volumeSpace(scratch.text16());
-    ASSERT_TRUE(space);
-    EXPECT_EQ(space->total, static_cast<std::int64_t>(status.f_blocks * status.f_frsize));
-    // Others write meanwhile, but not as much as file systems keep for root.
-    EXPECT_NEAR(static_cast<double>(space->free), static_cast<double>(status.f_bavail * status.f_frsize), 1e9);
-    EXPECT_FALSE(platform::volumeSpace(scratch.text16("nothing")));
-}
-
-TEST(Volumes, HaveNames)
-{
-    const auto names = platform::mountedLocalVolumeNames();
-    ASSERT_TRUE(names);
-    EXPECT_EQ(std::count(names->begin(), names->end(), u""), 0);
-}
-
-#ifdef __linux__ // mounts of the test's own
 // "name name …" of the mounted volumes but those that were there before.
 std::string newVolumeNames(const std::vector<std::u16string>& before)
 {
@@ -67,7 +43,6 @@ bool runs(const std::string& command)
 
 TEST(Volumes, MountedImagesAppearByLabelOrFolder)
 {
-    SKIP_ON_GNUSTEP("the workspace lists every mount, by its folder");
     const ScratchFolder scratch;
     const std::string folder = scratch.text();
     if (!folidex::test::isRoot() || !runs("cd '" + folder + "' && truncate -s 4M plain labelled && mkfs.ext4 -q plain" +
@@ -103,7 +78,6 @@ TEST(Volumes, MountedImagesAppearByLabelOrFolder)
 
 TEST(Volumes, NobodyIsHeldByWhatDoesNotAnswer)
 {
-    SKIP_ON_GNUSTEP("the workspace asks network volumes, too");
     if (!folidex::test::isRoot()) {
         GTEST_SKIP() << "takes root's rights";
     }
@@ -125,6 +99,5 @@ TEST(Volumes, NobodyIsHeldByWhatDoesNotAnswer)
     }
     EXPECT_EQ(found, "");
 }
-#endif
 
 } // namespace

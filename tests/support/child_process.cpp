@@ -1,5 +1,6 @@
 #include "support/child_process.h"
 
+#include <fcntl.h>
 #include <grp.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -10,6 +11,7 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdio>
 #include <exception>
 #include <filesystem>
 #include <string_view>
@@ -33,15 +35,8 @@ void check(int result, const char* what)
     } catch (const std::exception& error) {
         text = std::string("child: ") + error.what();
     }
-    std::string_view rest = text;
-    while (!rest.empty()) {
-        const ssize_t written = write(answer, rest.data(), rest.size());
-        if (written <= 0) {
-            _exit(1);
-        }
-        rest.remove_prefix(static_cast<std::size_t>(written));
-    }
-    _exit(0);
+    std::FILE* stream = fdopen(answer, "w");
+    _exit(std::fwrite(text.data(), 1, text.size(), stream) == text.size() && std::fclose(stream) == 0 ? 0 : 1);
 }
 
 } // namespace
@@ -55,18 +50,14 @@ std::string inChild(const std::function<std::string()>& body)
         close(ends[0]);
         runChild(body, ends[1]);
     }
+    check(child < 0 ? child : 0, "fork");
     close(ends[1]);
-    if (child < 0) {
-        close(ends[0]);
-        throw std::system_error(errno, std::generic_category(), "fork");
-    }
+    std::FILE* stream = fdopen(ends[0], "r");
     std::string answer;
-    std::array<char, 4096> buffer{};
-    ssize_t bytes = 0;
-    while ((bytes = read(ends[0], buffer.data(), buffer.size())) > 0) {
-        answer.append(buffer.data(), static_cast<std::size_t>(bytes));
+    for (int byte = std::getc(stream); byte != EOF; byte = std::getc(stream)) {
+        answer.push_back(static_cast<char>(byte));
     }
-    close(ends[0]);
+    std::fclose(stream);
     int status = 0;
     waitpid(child, &status, 0);
     if (WIFSIGNALED(status)) {
@@ -107,13 +98,14 @@ bool isRoot()
 #ifdef __linux__
 std::map<int, std::string> openDescriptors()
 {
+    constexpr int most = 1024;
     std::map<int, std::string> open;
-    const std::filesystem::path folder = "/proc/self/fd";
-    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-        std::error_code gone;
-        open[std::stoi(entry.path().filename())] = std::filesystem::read_symlink(entry.path(), gone);
+    for (int number = 0; number < most; ++number) {
+        if (fcntl(number, F_GETFD) != -1) {
+            std::error_code noProc;
+            open[number] = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(number), noProc);
+        }
     }
-    std::erase_if(open, [&](const auto& entry) { return entry.second.ends_with("/fd"); }); // the list itself
     return open;
 }
 #endif

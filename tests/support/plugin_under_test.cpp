@@ -3,7 +3,6 @@
 #include "host/base/unicode.h"
 
 #include <cstdlib>
-#include <sstream>
 #include <stdexcept>
 
 namespace folidex::test {
@@ -24,16 +23,6 @@ std::filesystem::path pluginFile()
 {
     const char* file = std::getenv("FOLIDEX_PLUGIN");
     return file != nullptr && *file != '\0' ? file : FOLIDEX_PLUGIN_FILE;
-}
-
-std::vector<std::string> Result::lines() const
-{
-    std::vector<std::string> lines;
-    std::istringstream stream(utf8());
-    for (std::string line; std::getline(stream, line);) {
-        lines.push_back(line);
-    }
-    return lines;
 }
 
 Result PluginUnderTest::call(std::string_view function, const std::vector<fmxhost::Value>& arguments) const

@@ -33,9 +33,6 @@ public:
     fmxhost::Timestamp timestamp() const { return outcome_.value.timestamp(); }
     const fmxhost::Value& value() const { return outcome_.value; }
 
-    // The text cut at its line feeds; none for an empty text.
-    std::vector<std::string> lines() const;
-
     fmx::errcode errorCode() const { return outcome_.error; } // what the handler returned
     bool threw() const { return outcome_.exception.has_value(); }
     std::string exception() const { return outcome_.exception.value_or(std::string()); }

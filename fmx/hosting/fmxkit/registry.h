@@ -2,8 +2,6 @@
 //
 // Plug-ins never see this header. A host copies the registry after start-up, calls handlers through it, and purges
 // what a plug-in left behind when it unloads the plug-in.
-//
-// Thread rule: every function here may be called from any thread.
 #pragma once
 
 #include <FMWrapper.h>

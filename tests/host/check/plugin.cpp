@@ -188,7 +188,7 @@ void misbehaveAtStart(const std::string& how)
         close(STDIN_FILENO);
         close(STDOUT_FILENO);
     } else if (how == "write") {
-        std::fputs("{\"failure\":\"on standard output\"}", stdout);
+        std::fputs("{\"failure\":\"on standard output\"}\n", stdout);
         std::fflush(stdout);
         std::fputs("f and on standard error\n", stderr);
     } else if (how == "open") {

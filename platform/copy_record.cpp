@@ -1,0 +1,72 @@
+#include "platform/copy_record.h"
+
+#include <algorithm>
+#include <array>
+#include <functional>
+
+namespace platform {
+
+namespace {
+
+std::uint64_t hash(std::string_view bytes)
+{
+    static_assert(sizeof(std::size_t) == sizeof(std::uint64_t));
+    return std::hash<std::string_view>()(bytes);
+}
+
+#ifdef __APPLE__
+const timespec& modification(const struct stat& status)
+{
+    return status.st_mtimespec;
+}
+const timespec& change(const struct stat& status)
+{
+    return status.st_ctimespec;
+}
+#else
+const timespec& modification(const struct stat& status)
+{
+    return status.st_mtim;
+}
+const timespec& change(const struct stat& status)
+{
+    return status.st_ctim;
+}
+#endif
+
+std::uint64_t fingerprint(std::string_view path, const struct stat& status, bool withChange)
+{
+    std::array<std::uint64_t, 7> facts{hash(path), std::uint64_t{status.st_mode} & S_IFMT};
+    if (!S_ISDIR(status.st_mode)) {
+        facts[2] = static_cast<std::uint64_t>(status.st_size);
+        facts[3] = static_cast<std::uint64_t>(modification(status).tv_sec);
+        facts[4] = static_cast<std::uint64_t>(modification(status).tv_nsec);
+    }
+    if (!S_ISDIR(status.st_mode) && withChange) {
+        facts[5] = static_cast<std::uint64_t>(change(status).tv_sec);
+        facts[6] = static_cast<std::uint64_t>(change(status).tv_nsec) + 1; // never as without
+    }
+    return hash({reinterpret_cast<const char*>(facts.data()), sizeof facts});
+}
+
+} // namespace
+
+void CopyRecord::add(std::string_view path, const struct stat& status)
+{
+    prints_.push_back(fingerprint(path, status, status.st_nlink == 1));
+}
+
+void CopyRecord::close()
+{
+    std::sort(prints_.begin(), prints_.end());
+}
+
+bool CopyRecord::holds(std::string_view path, const struct stat& status) const
+{
+    const auto has = [&](bool withChange) {
+        return std::binary_search(prints_.begin(), prints_.end(), fingerprint(path, status, withChange));
+    };
+    return has(true) || has(false);
+}
+
+} // namespace platform

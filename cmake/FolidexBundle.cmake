@@ -1,8 +1,6 @@
 # Folidex.fmplugin: the bundle that FileMaker loads on macOS, its signature and its notarisation.
-# With FOLIDEX_COCOA the same layout is made by cmake --install, to be tested where there is no Mac.
 
 set(bundle_resources ZipFuncs.sh)
-# Where a user who asks for help on a function lands.
 set(reference "${PROJECT_SOURCE_DIR}/docs/functions.html")
 set(bundle_languages)
 file(GLOB tables CONFIGURE_DEPENDS RELATIVE "${PROJECT_SOURCE_DIR}/resources"
@@ -14,25 +12,14 @@ foreach(table IN LISTS tables)
 endforeach()
 string(REGEX REPLACE "([^;]+);?" "        <string>\\1</string>\n" FOLIDEX_LANGUAGES "${bundle_languages}")
 string(STRIP "${FOLIDEX_LANGUAGES}" FOLIDEX_LANGUAGES)
-if(CMAKE_OSX_DEPLOYMENT_TARGET)
-    set(FOLIDEX_MINIMUM_MACOS "${CMAKE_OSX_DEPLOYMENT_TARGET}")
-else()
-    set(FOLIDEX_MINIMUM_MACOS "13.0")
-endif()
 configure_file("${PROJECT_SOURCE_DIR}/resources/Info.plist.in" "${PROJECT_BINARY_DIR}/Info.plist" @ONLY)
 
-if(FOLIDEX_COCOA)
-    set(contents "${FOLIDEX_PLUGIN_DIR}/Folidex.fmplugin/Contents")
-    install(PROGRAMS "$<TARGET_FILE:Folidex>" DESTINATION "${contents}/MacOS" RENAME Folidex COMPONENT plugin)
-    install(FILES "${PROJECT_BINARY_DIR}/Info.plist" DESTINATION "${contents}" COMPONENT plugin)
-    foreach(resource IN LISTS bundle_resources)
-        get_filename_component(folder "${resource}" DIRECTORY)
-        install(FILES "${PROJECT_SOURCE_DIR}/resources/${resource}" DESTINATION "${contents}/Resources/${folder}"
-                COMPONENT plugin)
-    endforeach()
-    install(FILES "${reference}" DESTINATION "${contents}/Resources" COMPONENT plugin)
-    return()
-endif()
+# Ninja copies resources for the sake of a target's objects: without a source of its own it gets none. This one tells the
+# version, to what(1).
+set(version_text "@(#)PROGRAM:Folidex  PROJECT:Folidex-${PROJECT_VERSION}")
+file(CONFIGURE OUTPUT "${PROJECT_BINARY_DIR}/bundle_version.cpp" @ONLY
+     CONTENT "__attribute__((used)) static const char folidexVersion[] = \"@version_text@\\n\";\n")
+target_sources(Folidex PRIVATE "${PROJECT_BINARY_DIR}/bundle_version.cpp")
 
 foreach(resource IN LISTS bundle_resources)
     get_filename_component(folder "${resource}" DIRECTORY)

@@ -5,34 +5,16 @@
 
 #include <algorithm>
 #include <array>
-#include <optional>
 #include <string>
 
 namespace frame {
-
-namespace {
-
-// Where the table names no help location, it is the reference in the bundle, if there is one. After "=" the
-// application appends a function's ID, and the page has a place for each "id=<function ID>".
-std::optional<std::u16string> valueOf(short number)
-{
-    auto value = platform::localizedString(pluginBundle(), "KORBFolidex", "KORB " + std::to_string(number));
-    if (number == kFMXT_HelpURLStr && value && value->empty()) {
-        if (const auto reference = platform::resourceUrl(pluginBundle(), "functions", "html")) {
-            return *reference + u"#id=";
-        }
-    }
-    return value;
-}
-
-} // namespace
 
 std::size_t loadString(short number, fmx::unichar16* buffer, std::size_t capacity)
 {
     if (buffer == nullptr || capacity < 2) {
         return 0;
     }
-    const auto value = valueOf(number);
+    const auto value = platform::localizedString(pluginBundle(), "KORBFolidex", "KORB " + std::to_string(number));
     if (!value || value->size() >= capacity - 1) {
         return 0;
     }

@@ -27,10 +27,6 @@ struct ResourceFile {
 // The bundle's resource `name`.`type`; nothing when there is no such resource or it can't be given a path.
 std::optional<ResourceFile> resourceFile(Bundle bundle, std::string_view name, std::string_view type);
 
-// A file URL (RFC 8089) of the bundle's resource, for a browser; nothing when there is no such resource, and where
-// resources are embedded.
-std::optional<std::u16string> resourceUrl(Bundle bundle, std::string_view name, std::string_view type);
-
 // Path (UTF-8) of the host application: its bundle on macOS; where the host isn't a bundle, the folder of its
 // executable.
 std::string hostApplicationPath();

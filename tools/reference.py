@@ -244,15 +244,15 @@ class Page:
     def chapter(self, title, text, parts=()):
         return f'<section class="chapter" id="{slug(title)}">\n<h2>{escape(title)}</h2>\n{self.render(text)}{"".join(parts)}</section>\n'
 
-    def part(self, kind, title, text, words="", anchors=""):
+    def part(self, kind, title, text, words="", anchor=""):
         found = f'<p class="words">{escape(words)}</p>\n' if words else ""
-        return (f'<section class="part {kind}" id="{slug(title)}">\n{anchors}<h3><a href="#{slug(title)}">{escape(title)}</a></h3>\n'
+        return (f'<section class="part {kind}" id="{slug(title)}">\n{anchor}<h3><a href="#{slug(title)}">{escape(title)}</a></h3>\n'
                 f"{found}{self.render(text)}</section>\n")
 
     def function(self, function, text):
-        # FileMaker on macOS appends the function's ID to the help location; the name serves in any spelling.
-        anchors = f'<a id="id={function["id"]}"></a><a id="{function["name"]}"></a>'
-        return self.part("function", function["name"], text.partition("\n")[2], function["description"].partition("|")[0], anchors)
+        # The name as a place too, in its own spelling.
+        anchor = f'<a id="{function["name"]}"></a>'
+        return self.part("function", function["name"], text.partition("\n")[2], function["description"].partition("|")[0], anchor)
 
     def recipe(self, title, text):
         return self.part("recipe", title, text)

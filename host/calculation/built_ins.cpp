@@ -3,6 +3,8 @@
 
 #include "host/base/unicode.h"
 
+#include <unicode/utf16.h>
+
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -16,6 +18,19 @@ using Arguments = std::vector<Value>;
 
 constexpr char16_t valueSeparator = u'\r'; // ¶
 
+// A separator at the end closes the last value, it doesn't begin another one.
+std::vector<std::u16string> valuesOf(const Value& list)
+{
+    std::vector<std::u16string> values;
+    const std::u16string text = list.text();
+    for (std::size_t start = 0; start < text.size();) {
+        const std::size_t end = std::min(text.find(valueSeparator, start), text.size());
+        values.push_back(text.substr(start, end - start));
+        start = end + 1;
+    }
+    return values;
+}
+
 std::size_t countAt(const Arguments& arguments, std::size_t index)
 {
     return static_cast<std::size_t>(std::max<std::int64_t>(0, arguments[index].integer()));
@@ -28,12 +43,10 @@ Value characterOf(const Arguments& arguments)
     if (code <= 0 || code > lastCharacter) {
         return {u""};
     }
-    if (code <= 0xFFFF) {
-        return {std::u16string(1, static_cast<char16_t>(code))};
-    }
-    const auto above = static_cast<std::uint32_t>(code - 0x10000);
-    return {
-        std::u16string{static_cast<char16_t>(0xD800 + (above >> 10)), static_cast<char16_t>(0xDC00 + (above & 0x3FF))}};
+    std::array<char16_t, 2> units{};
+    std::size_t count = 0;
+    U16_APPEND_UNSAFE(units, count, static_cast<UChar32>(code));
+    return {std::u16string_view(units.data(), count)};
 }
 
 Value codeOf(const Arguments& arguments)
@@ -42,60 +55,11 @@ Value codeOf(const Arguments& arguments)
     return text.empty() ? Value() : Value(static_cast<std::int64_t>(characterAt(text, 0).value));
 }
 
-Value valueFalse(const Arguments&)
-{
-    return {0};
-}
-Value valueTrue(const Arguments&)
-{
-    return {1};
-}
-
-Value asNumber(const Arguments& arguments)
-{
-    return Value(arguments[0].data().GetAsNumber());
-}
-Value asText(const Arguments& arguments)
-{
-    return Value(arguments[0].data().GetAsText());
-}
-
 Value getValue(const Arguments& arguments)
 {
-    const std::u16string list = arguments[0].text();
-    std::size_t start = 0;
-    for (std::size_t skip = countAt(arguments, 1); skip != 1; --skip) {
-        const std::size_t end = list.find(valueSeparator, start);
-        if (skip == 0 || end == std::u16string::npos) {
-            return {u""};
-        }
-        start = end + 1;
-    }
-    return {std::u16string_view(list).substr(start, list.find(valueSeparator, start) - start)};
-}
-
-// A separator at the end closes the last value, it doesn't begin another one.
-Value valueCount(const Arguments& arguments)
-{
-    const std::u16string list = arguments[0].text();
-    const auto separators = std::count(list.begin(), list.end(), valueSeparator);
-    const bool open = !list.empty() && list.back() != valueSeparator;
-    return {static_cast<std::int64_t>(separators + (open ? 1 : 0))};
-}
-
-Value isEmpty(const Arguments& arguments)
-{
-    return {arguments[0].data().IsEmpty() ? 1 : 0};
-}
-
-Value length(const Arguments& arguments)
-{
-    return {static_cast<std::int64_t>(arguments[0].data().GetAsText().GetSize())};
-}
-
-Value left(const Arguments& arguments)
-{
-    return {std::u16string_view(arguments[0].text()).substr(0, countAt(arguments, 1))};
+    const std::vector<std::u16string> values = valuesOf(arguments[0]);
+    const std::size_t number = countAt(arguments, 1);
+    return number > 0 && number <= values.size() ? Value(values[number - 1]) : Value(u"");
 }
 
 Value right(const Arguments& arguments)
@@ -154,20 +118,12 @@ Value substitute(const Arguments& arguments)
     return {text};
 }
 
-Value inCase(const Arguments& arguments, void (fmx::Text::*change)())
+Value inCase(const Value& value, void (fmx::Text::*change)())
 {
     const fmx::TextUniquePtr text;
-    text->SetText(arguments[0].data().GetAsText());
+    text->SetText(value.data().GetAsText());
     ((*text).*change)();
     return Value(*text);
-}
-Value lower(const Arguments& arguments)
-{
-    return inCase(arguments, &fmx::Text::Lowercase);
-}
-Value upper(const Arguments& arguments)
-{
-    return inCase(arguments, &fmx::Text::Uppercase);
 }
 
 Value filter(const Arguments& arguments)
@@ -241,11 +197,6 @@ Value moment(const Value& value, fmx::Data::DataType type)
     return Value(std::move(data));
 }
 
-Value asTimestamp(const Arguments& arguments)
-{
-    return moment(arguments[0], fmx::Data::kDTTimeStamp);
-}
-
 Value dayOfWeek(const Arguments& arguments)
 {
     constexpr std::int64_t daysOfAWeek = 7;
@@ -258,16 +209,12 @@ Value sortValues(const Arguments& arguments)
 {
     const std::int64_t given = arguments.size() > 1 ? arguments[1].integer() : 1;
     std::vector<std::pair<double, std::u16string>> values; // what numbers and texts are sorted by
-    const std::u16string text = arguments[0].text();
-    for (std::size_t start = 0; start < text.size();) {
-        const std::size_t end = std::min(text.find(valueSeparator, start), text.size());
-        values.emplace_back(0, text.substr(start, end - start));
-        start = end + 1;
-        const Value value(values.back().second);
+    for (const std::u16string& value : valuesOf(arguments[0])) {
         const std::int64_t type = std::abs(given);
-        if (type != 1) {
-            values.back().first = type == 2 ? value.number() : moment(value, fmx::Data::DataType(type)).number();
-        }
+        values.emplace_back(type == 1   ? 0
+                            : type == 2 ? Value(value).number()
+                                        : moment(value, fmx::Data::DataType(type)).number(),
+                            value);
     }
     std::stable_sort(values.begin(), values.end(), [given](const auto& left, const auto& right) {
         const auto& [a, b] = given < 0 ? std::tie(right, left) : std::tie(left, right);
@@ -410,7 +357,7 @@ const BuiltIn* getFunction(std::u16string_view flag)
         {u"Get ( CurrentTimestamp )", u"", 0, 0, now<fmx::Data::kDTTimeStamp>},
         {u"Get ( DesktopPath )", u"", 0, 0, [](const Arguments&) { return folder("HOME", "Desktop/"); }},
         {u"Get ( DocumentsPath )", u"", 0, 0, [](const Arguments&) { return folder("HOME", "Documents/"); }},
-        {u"Get ( LastError )", u"", 0, 0, valueFalse},
+        {u"Get ( LastError )", u"", 0, 0, [](const Arguments&) { return Value(0); }},
         {u"Get ( ScriptParameter )", u"", 0, 0, nothing},
         {u"Get ( ScriptResult )", u"", 0, 0, nothing},
         {u"Get ( SystemPlatform )", u"", 0, 0, [](const Arguments&) { return Value(ownVolume.empty() ? 5 : 1); }},
@@ -437,7 +384,7 @@ std::span<const BuiltIn> builtIns()
         {u"DayOfWeek ( date )", u"1 for a Sunday to 7 for a Saturday.", 1, 1, dayOfWeek},
         {u"Evaluate ( expression )", u"The result of a text that is a calculation, \"?\" if it isn't one.", 1, 1,
          nullptr},
-        {u"False", u"The number 0.", 0, 0, valueFalse},
+        {u"False", u"The number 0.", 0, 0, [](const Arguments&) { return Value(0); }},
         {u"Filter ( textToFilter ; filterText )", u"The text without what isn't among the characters of the other one.",
          2, 2, filter},
         {u"Get ( flag )",
@@ -445,20 +392,27 @@ std::span<const BuiltIn> builtIns()
          u"DocumentsPath, TemporaryPath, SystemPlatform, LastError, ScriptParameter, ScriptResult; others, and other "
          u"answers, by the option --get.",
          1, 1, nullptr},
-        {u"GetAsNumber ( text )", u"The digits of a text as a number.", 1, 1, asNumber},
-        {u"GetAsText ( data )", u"Anything as a text.", 1, 1, asText},
-        {u"GetAsTimestamp ( data )", u"A text or a number of seconds as a timestamp.", 1, 1, asTimestamp},
+        {u"GetAsNumber ( text )", u"The digits of a text as a number.", 1, 1,
+         [](const Arguments& in) { return Value(in[0].data().GetAsNumber()); }},
+        {u"GetAsText ( data )", u"Anything as a text.", 1, 1,
+         [](const Arguments& in) { return Value(in[0].data().GetAsText()); }},
+        {u"GetAsTimestamp ( data )", u"A text or a number of seconds as a timestamp.", 1, 1,
+         [](const Arguments& in) { return moment(in[0], fmx::Data::kDTTimeStamp); }},
         {u"GetValue ( listOfValues ; valueNumber )", u"One value of a list separated by ¶; 1 is the first.", 2, 2,
          getValue},
         {u"If ( test ; resultIfTrue { ; resultIfFalse } )", u"One of two results.", 2, 3, nullptr},
-        {u"IsEmpty ( value )", u"1 for an empty value, else 0.", 1, 1, isEmpty},
-        {u"Left ( text ; numberOfCharacters )", u"The beginning of a text.", 2, 2, left},
-        {u"Length ( text )", u"The length of a text in UTF-16 units.", 1, 1, length},
+        {u"IsEmpty ( value )", u"1 for an empty value, else 0.", 1, 1,
+         [](const Arguments& in) { return Value(in[0].data().IsEmpty() ? 1 : 0); }},
+        {u"Left ( text ; numberOfCharacters )", u"The beginning of a text.", 2, 2,
+         [](const Arguments& in) { return Value(in[0].text().substr(0, countAt(in, 1))); }},
+        {u"Length ( text )", u"The length of a text in UTF-16 units.", 1, 1,
+         [](const Arguments& in) { return Value(std::int64_t{in[0].data().GetAsText().GetSize()}); }},
         {u"Let ( [ name1 = value1 ; $name2 = value2 ; … ] ; calculation )",
          u"Names values for a calculation; those with $ stay set for the calculations that follow.", 2, 2, nullptr},
         {u"List ( value1 { ; value2 ; … } )", u"The values that aren't empty, separated by ¶.", 1, anyNumberOfArguments,
          list},
-        {u"Lower ( text )", u"The text in lower case.", 1, 1, lower},
+        {u"Lower ( text )", u"The text in lower case.", 1, 1,
+         [](const Arguments& in) { return inCase(in[0], &fmx::Text::Lowercase); }},
         {u"Middle ( text ; start ; numberOfCharacters )", u"A part of a text; 1 is the first character.", 3, 3, middle},
         {u"PatternCount ( text ; searchString )", u"How often a text stands in another one, in any letter case.", 2, 2,
          patternCount},
@@ -477,11 +431,13 @@ std::span<const BuiltIn> builtIns()
          u"[ searchString ; replaceString ].",
          3, 3, substitute},
         {u"Trim ( text )", u"The text without blanks before and behind it.", 1, 1, trim},
-        {u"True", u"The number 1.", 0, 0, valueTrue},
-        {u"Upper ( text )", u"The text in upper case.", 1, 1, upper},
+        {u"True", u"The number 1.", 0, 0, [](const Arguments&) { return Value(1); }},
+        {u"Upper ( text )", u"The text in upper case.", 1, 1,
+         [](const Arguments& in) { return inCase(in[0], &fmx::Text::Uppercase); }},
         {u"URLPath", u"A format for the conversions of paths.", 0, 0,
          [](const Arguments&) { return Value(u"URLPath"); }},
-        {u"ValueCount ( text )", u"How many values a list separated by ¶ has.", 1, 1, valueCount},
+        {u"ValueCount ( text )", u"How many values a list separated by ¶ has.", 1, 1,
+         [](const Arguments& in) { return Value(static_cast<std::int64_t>(valuesOf(in[0]).size())); }},
         {u"While ( [ name1 = value1 ; … ] ; condition ; [ name1 = value2 ; … ] ; result )",
          u"Sets the second list's names over and over while the condition is true.", 4, 4, nullptr},
         {u"WinPath", u"A format for the conversions of paths.", 0, 0,

@@ -22,20 +22,6 @@ constexpr std::size_t unitsAfter = 50;
 
 constexpr std::u16string_view lineEnds = u"\r\n";
 
-std::size_t lineStart(std::u16string_view source, std::size_t offset)
-{
-    if (offset == 0) {
-        return 0;
-    }
-    const std::size_t end = source.find_last_of(lineEnds, offset - 1);
-    return end == std::u16string_view::npos ? 0 : end + 1;
-}
-
-bool splitsPair(std::u16string_view text, std::size_t position)
-{
-    return position > 0 && position < text.size() && U16_IS_LEAD(text[position - 1]) && U16_IS_TRAIL(text[position]);
-}
-
 // What a terminal shows in the text's place: a tab and other controls would break the alignment.
 std::u16string printable(std::u16string_view text)
 {
@@ -666,15 +652,14 @@ private:
 
 Place placeOf(std::u16string_view source, std::size_t offset)
 {
-    offset = std::min(offset, source.size());
     Place place;
-    for (std::size_t index = 0; index < offset; ++index) {
+    for (std::size_t index = 0; index < std::min(offset, source.size()); ++index) {
         const char16_t unit = source[index];
         const bool firstOfCrLf = unit == u'\r' && index + 1 < source.size() && source[index + 1] == u'\n';
         if ((unit == u'\n' || unit == u'\r') && !firstOfCrLf) {
             ++place.line;
             place.column = 1;
-        } else if (!splitsPair(source, index)) {
+        } else if (index == 0 || !U16_IS_TRAIL(unit) || !U16_IS_LEAD(source[index - 1])) {
             ++place.column;
         }
     }
@@ -684,34 +669,19 @@ Place placeOf(std::u16string_view source, std::size_t offset)
 std::string pointAt(std::u16string_view source, Span span)
 {
     const std::size_t offset = std::min(span.offset, source.size());
-    const std::size_t start = lineStart(source, offset);
-    std::u16string_view line = source.substr(start);
-    line = line.substr(0, line.find_first_of(lineEnds));
+    const std::size_t start = source.substr(0, offset).find_last_of(lineEnds) + 1; // 0 on the first line
+    const std::u16string_view line = source.substr(start, source.find_first_of(lineEnds, offset) - start);
+    const std::size_t at = offset - start;
+    std::size_t from = at - std::min(at, unitsBefore);
+    std::size_t to = std::min(line.size(), at + unitsAfter);
+    U16_SET_CP_START(line, 0, from);
+    U16_SET_CP_LIMIT(line, 0, to, line.size());
 
-    std::size_t from = offset - start > unitsBefore ? offset - start - unitsBefore : 0;
-    std::size_t to = std::min(line.size(), offset - start + unitsAfter);
-    if (splitsPair(line, from)) {
-        --from;
-    }
-    if (splitsPair(line, to)) {
-        ++to;
-    }
-    constexpr std::u16string_view ellipsis = u"…";
-    std::u16string before;
-    if (from > 0) {
-        before = ellipsis;
-    }
-    before += printable(line.substr(from, offset - start - from));
-    const std::u16string after = printable(line.substr(offset - start, to - (offset - start)));
+    const std::u16string before = (from > 0 ? u"…" : u"") + printable(line.substr(from, at - from));
+    const std::u16string after = printable(line.substr(at, to - at));
     const std::size_t marked = displayWidth(after.substr(0, span.length));
-
-    std::string text = toUtf8(before) + toUtf8(after);
-    if (to < line.size()) {
-        text += toUtf8(ellipsis);
-    }
-    text += '\n';
-    text.append(displayWidth(before), ' ').append(1, '^');
-    return text.append(marked > 0 ? marked - 1 : 0, '~');
+    const std::string text = toUtf8(before) + toUtf8(after) + (to < line.size() ? "…" : "") + "\n";
+    return text + std::string(displayWidth(before), ' ') + "^" + std::string(marked > 0 ? marked - 1 : 0, '~');
 }
 
 std::vector<Token> tokenize(std::u16string_view source)

@@ -6,7 +6,7 @@
 
 #include "platform/linux/copy_data.h"
 #include "platform/linux/copy_metadata.h"
-#include "platform/linux/copy_record.h"
+#include "platform/copy_record.h"
 #include "platform/linux/source_file.h"
 #include "platform/linux/system_error.h"
 #include "platform/linux/tree_walk.h"

@@ -4,7 +4,7 @@
 // `path` is the entry's, in file-system bytes, for messages. All stop at the first entry that can't be removed.
 #pragma once
 
-#include "platform/linux/copy_record.h"
+#include "platform/copy_record.h"
 #include "platform/outcome.h"
 
 #include <sys/stat.h>

@@ -132,11 +132,6 @@ std::optional<ResourceFile> resourceFile(Bundle, std::string_view name, std::str
     return file ? file : temporaryFile(resources::zipFuncs);
 }
 
-std::optional<std::u16string> resourceUrl(Bundle, std::string_view, std::string_view)
-{
-    return std::nullopt;
-}
-
 std::string hostApplicationPath()
 {
     std::array<char, PATH_MAX> buffer{};

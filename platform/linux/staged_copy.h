@@ -6,7 +6,7 @@
 // behind.
 #pragma once
 
-#include "platform/linux/copy_record.h"
+#include "platform/copy_record.h"
 #include "platform/linux/copy_tree.h"
 #include "platform/linux/descriptor.h"
 #include "platform/linux/item_path.h"

@@ -43,16 +43,6 @@ std::u16string unitsOf(CFStringRef string)
     return units;
 }
 
-Owned<CFURLRef> resourceLocation(Bundle bundle, std::string_view name, std::string_view type)
-{
-    const auto resourceName = makeString(name);
-    const auto resourceType = makeString(type);
-    if (bundle.reference == nullptr || !resourceName || !resourceType) {
-        return nullptr;
-    }
-    return Owned<CFURLRef>(CFBundleCopyResourceURL(bundleOf(bundle), resourceName.get(), resourceType.get(), nullptr));
-}
-
 } // namespace
 
 std::optional<std::u16string> localizedString(Bundle bundle, std::string_view table, std::string_view key)
@@ -73,7 +63,13 @@ std::optional<std::u16string> localizedString(Bundle bundle, std::string_view ta
 
 std::optional<ResourceFile> resourceFile(Bundle bundle, std::string_view name, std::string_view type)
 {
-    const auto url = resourceLocation(bundle, name, type);
+    const auto resourceName = makeString(name);
+    const auto resourceType = makeString(type);
+    if (bundle.reference == nullptr || !resourceName || !resourceType) {
+        return std::nullopt;
+    }
+    const Owned<CFURLRef> url(
+        CFBundleCopyResourceURL(bundleOf(bundle), resourceName.get(), resourceType.get(), nullptr));
     std::array<UInt8, PATH_MAX> path{};
     if (!url || !CFURLGetFileSystemRepresentation(url.get(), false, path.data(), path.size())) {
         return std::nullopt;
@@ -81,18 +77,8 @@ std::optional<ResourceFile> resourceFile(Bundle bundle, std::string_view name, s
     return ResourceFile{reinterpret_cast<const char*>(path.data()), nullptr};
 }
 
-std::optional<std::u16string> resourceUrl(Bundle bundle, std::string_view name, std::string_view type)
-{
-    const auto url = resourceLocation(bundle, name, type);
-    const Owned<CFURLRef> absolute(url ? CFURLCopyAbsoluteURL(url.get()) : nullptr);
-    if (!absolute) {
-        return std::nullopt;
-    }
-    return unitsOf(CFURLGetString(absolute.get()));
-}
-
 // Null outside of a user's Quartz session (CGSession.h).
-bool cocoa::hasGuiSession()
+bool macos::hasGuiSession()
 {
     return Owned<CFDictionaryRef>(CGSessionCopyCurrentDictionary()) != nullptr;
 }
@@ -101,7 +87,7 @@ bool showAlert(std::string_view header, std::string_view message)
 {
     const auto headerText = makeString(header);
     const auto messageText = makeString(message);
-    if (!headerText || !messageText || !cocoa::hasGuiSession()) {
+    if (!headerText || !messageText || !macos::hasGuiSession()) {
         return false;
     }
     const std::array<const void*, 2> keys{kCFUserNotificationAlertHeaderKey, kCFUserNotificationAlertMessageKey};

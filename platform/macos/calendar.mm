@@ -6,7 +6,7 @@ namespace platform {
 
 LocalDateTime localDateTime(UnixTime time)
 {
-    return cocoa::guarded(LocalDateTime(), [time]() -> LocalDateTime {
+    return macos::guarded(LocalDateTime(), [time]() -> LocalDateTime {
         NSDate* date = [NSDate dateWithTimeIntervalSince1970:static_cast<NSTimeInterval>(time)];
         NSCalendar* calendar = [[NSCalendar alloc] initWithCalendarIdentifier:NSCalendarIdentifierGregorian];
         const NSCalendarUnit units = NSCalendarUnitYear | NSCalendarUnitMonth | NSCalendarUnitDay | NSCalendarUnitHour |

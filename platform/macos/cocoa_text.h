@@ -10,7 +10,7 @@
 
 #include <string>
 
-namespace platform::cocoa {
+namespace platform::macos {
 
 // Runs `call` with an autorelease pool of its own; `fallback` where a framework raises an exception, which a caller in
 // C++ could not catch.
@@ -43,4 +43,4 @@ Outcome failureFrom(NSError* error, NSString* fallback);
 // The failure of a path that pathFrom() refuses.
 Outcome noSuchItem();
 
-} // namespace platform::cocoa
+} // namespace platform::macos

@@ -2,7 +2,7 @@
 
 #include "platform/unicode.h"
 
-namespace platform::cocoa {
+namespace platform::macos {
 
 // Foundation's unichar is unsigned short, the language's is char16_t: both are the same 16 bits.
 static_assert(sizeof(unichar) == sizeof(char16_t));
@@ -43,4 +43,4 @@ Outcome noSuchItem()
     return Outcome::failure("The file doesn't exist.");
 }
 
-} // namespace platform::cocoa
+} // namespace platform::macos

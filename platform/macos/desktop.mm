@@ -5,13 +5,22 @@
 #include "platform/desktop.h"
 #include "platform/macos/gui_session.h"
 
+namespace {
+
+enum class ErrandState { waiting, running, done, abandoned };
+
+} // namespace
+
 // A call that has to be made on the main thread, where alone AppKit may be used.
 @interface KORBFolidexErrand : NSObject {
     void (*_call)(void*);
     void* _context;
+    NSCondition* _condition; // of _state
+    ErrandState _state;
 }
 - (instancetype)initWithCall:(void (*)(void*))call context:(void*)context;
 - (void)run;
+- (BOOL)waitWithStartWithin:(NSTimeInterval)seconds; // NO when it wasn't begun by then; it never will be
 @end
 
 @implementation KORBFolidexErrand
@@ -22,29 +31,70 @@
     if (self != nil) {
         _call = call;
         _context = context;
+        _condition = [[NSCondition alloc] init];
+        _state = ErrandState::waiting;
     }
     return self;
 }
 
-// An exception that left here would end in the main thread's run loop and never reach who waits.
+#if !__has_feature(objc_arc)
+- (void)dealloc
+{
+    [_condition release];
+    [super dealloc];
+}
+#endif
+
 - (void)run
 {
+    [_condition lock];
+    const bool isWanted = _state == ErrandState::waiting;
+    if (isWanted) {
+        _state = ErrandState::running;
+    }
+    [_condition unlock];
+    if (!isWanted) {
+        return; // who asked, and the context with them, may be gone
+    }
+    // An exception that left here would end in the main thread's run loop and never reach who waits.
     @try {
         _call(_context);
     } @catch (NSException* exception) {
         NSLog(@"Folidex: %@", [exception reason]);
     }
+    [_condition lock];
+    _state = ErrandState::done;
+    [_condition signal];
+    [_condition unlock];
+}
+
+- (BOOL)waitWithStartWithin:(NSTimeInterval)seconds
+{
+    NSDate* latest = [NSDate dateWithTimeIntervalSinceNow:seconds];
+    [_condition lock];
+    while (_state == ErrandState::waiting && [_condition waitUntilDate:latest]) {
+    }
+    if (_state == ErrandState::waiting) {
+        _state = ErrandState::abandoned;
+    }
+    while (_state == ErrandState::running) {
+        [_condition wait];
+    }
+    const BOOL isDone = _state == ErrandState::done;
+    [_condition unlock];
+    return isDone;
 }
 
 @end
 
 namespace platform {
 
-using namespace cocoa;
+using namespace macos;
 
 namespace {
 
-// Runs `call` on the main thread and waits for it; that thread has to run its loop, as FileMaker Pro's does.
+// Runs `call` on the main thread and waits for it. Nothing happens where that thread doesn't begin with it for 5
+// seconds, as in a host whose main thread runs no loop.
 template <typename Call>
 void onMainThread(Call& call)
 {
@@ -56,7 +106,8 @@ void onMainThread(Call& call)
     if ([NSThread isMainThread]) {
         [errand run];
     } else {
-        [errand performSelectorOnMainThread:@selector(run) withObject:nil waitUntilDone:YES];
+        [errand performSelectorOnMainThread:@selector(run) withObject:nil waitUntilDone:NO];
+        [errand waitWithStartWithin:5];
     }
 }
 

@@ -11,7 +11,7 @@
 
 namespace platform {
 
-using namespace cocoa;
+using namespace macos;
 
 namespace {
 

@@ -6,7 +6,7 @@ namespace platform {
 
 std::string hostApplicationPath()
 {
-    return cocoa::guarded(std::string(), [] { return cocoa::utf8Of([[NSBundle mainBundle] bundlePath]); });
+    return macos::guarded(std::string(), [] { return macos::utf8Of([[NSBundle mainBundle] bundlePath]); });
 }
 
 } // namespace platform

@@ -57,40 +57,32 @@ bool leadsNowhere(int error)
     return error == ENOENT || error == ENOTDIR || error == ELOOP;
 }
 
-// Whether removing the item `removed` takes away what `kept` names: the item itself, a folder around it, or either of
-// those for what a link leads to, link by link.
-bool takesAway(const struct stat& removed, std::string kept)
+// One item has several names only as a file with hard links. Of those in one folder the name tells them apart.
+bool isSameName(const std::string& path, const struct stat& item, const std::string& other)
 {
-    for (int links = 0; links <= mostLinks; ++links) {
-        kept = withoutTrailingSlashes(std::move(kept));
-        struct stat status {};
-        if (::lstat(kept.c_str(), &status) != 0) {
-            return !leadsNowhere(errno);
-        }
-        if (isSame(status, removed) || cocoa::liesInside(kept, removed).value_or(true)) {
-            return true;
-        }
-        if (!S_ISLNK(status.st_mode)) {
-            return false;
-        }
-        const auto text = linkText(kept);
-        if (!text) {
-            return true;
-        }
-        kept = text->front() == '/' ? *text : folderOf(kept) + *text;
+    if (S_ISDIR(item.st_mode) || item.st_nlink == 1) {
+        return true;
     }
-    return false;
+    const std::string folder = folderOf(path);
+    const std::string otherFolder = folderOf(other);
+    struct stat status {};
+    struct stat otherStatus {};
+    return ::stat(folder.empty() ? "." : folder.c_str(), &status) != 0 ||
+           ::stat(otherFolder.empty() ? "." : otherFolder.c_str(), &otherStatus) != 0 ||
+           (isSame(status, otherStatus) && path.substr(folder.size()) == other.substr(otherFolder.size()));
 }
 
 } // namespace
 
-std::optional<bool> cocoa::liesInside(const std::string& path, const struct stat& folder)
+std::optional<bool> macos::liesInside(const std::string& path, const struct stat& folder)
 {
     if (!S_ISDIR(folder.st_mode)) {
         return false;
     }
-    const std::string above = folderOf(withoutTrailingSlashes(path));
-    const std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(above.empty() ? "." : above.c_str(), nullptr),
+    struct stat item {};
+    const bool isFolder = ::lstat(path.c_str(), &item) == 0 && S_ISDIR(item.st_mode);
+    const std::string start = isFolder ? path : folderOf(withoutTrailingSlashes(path));
+    const std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(start.empty() ? "." : start.c_str(), nullptr),
                                                                &std::free);
     if (!resolved) {
         return std::nullopt;
@@ -110,20 +102,38 @@ std::optional<bool> cocoa::liesInside(const std::string& path, const struct stat
     }
 }
 
-bool isSameItem(PathView first, PathView second)
+bool removalTakesAway(PathView removed, PathView kept)
 {
-    const auto one = fileSystemRepresentation(first);
-    const auto other = fileSystemRepresentation(second);
-    if (!one || !other || one->empty() || other->empty()) {
+    const auto gone = fileSystemRepresentation(removed);
+    const auto stays = fileSystemRepresentation(kept);
+    if (!gone || !stays || gone->empty() || stays->empty()) {
         return false;
     }
-    struct stat oneStatus {};
-    struct stat otherStatus {};
-    if (::lstat(withoutTrailingSlashes(*one).c_str(), &oneStatus) != 0 ||
-        ::lstat(withoutTrailingSlashes(*other).c_str(), &otherStatus) != 0) {
+    const std::string path = withoutTrailingSlashes(*gone);
+    struct stat item {};
+    if (::lstat(path.c_str(), &item) != 0) {
         return !leadsNowhere(errno);
     }
-    return takesAway(oneStatus, *other) || takesAway(otherStatus, *one);
+    std::string next = *stays;
+    for (int links = 0; links <= mostLinks; ++links) {
+        next = withoutTrailingSlashes(std::move(next));
+        struct stat status {};
+        if (::lstat(next.c_str(), &status) != 0) {
+            return !leadsNowhere(errno);
+        }
+        if ((isSame(status, item) && isSameName(path, item, next)) || macos::liesInside(next, item).value_or(true)) {
+            return true;
+        }
+        if (!S_ISLNK(status.st_mode)) {
+            return false;
+        }
+        const auto text = linkText(next);
+        if (!text) {
+            return true;
+        }
+        next = text->front() == '/' ? *text : folderOf(next) + *text;
+    }
+    return false;
 }
 
 } // namespace platform

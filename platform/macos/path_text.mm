@@ -6,7 +6,7 @@
 
 namespace platform {
 
-using namespace cocoa;
+using namespace macos;
 
 namespace {
 

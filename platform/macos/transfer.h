@@ -1,10 +1,11 @@
-// What is settled about an item before the frameworks are let at it, by plain POSIX calls: they would follow, replace
-// or empty what they were not meant to.
+// Plain POSIX around the frameworks' copying and removing: what is settled before they are let at an item, for they
+// would follow, replace or empty what they were not meant to, and how finished work gets its name and to the disk.
 //
-// Paths are file-system bytes without trailing slashes. `action` completes "could not …" in a failure's description: a bare
-// verb.
+// Paths are file-system bytes without trailing slashes. `action` completes "could not …" in a failure's description: a
+// bare verb. Integers that are answered are errno values, 0 for success.
 #pragma once
 
+#include "platform/file_manager.h"
 #include "platform/outcome.h"
 #include "platform/path_text.h"
 
@@ -13,7 +14,7 @@
 #include <string>
 #include <string_view>
 
-namespace platform::cocoa {
+namespace platform::macos {
 
 struct Item {
     std::string path;
@@ -29,14 +30,29 @@ Outcome findItem(std::string_view action, PathView path, Item& item);
 // The same for an item that is to leave its place, which no folder does by its own "." or "..".
 Outcome findRemovableItem(std::string_view action, PathView path, Item& item);
 
-// Settles where `source` goes: a name that isn't taken, in a folder that is there and isn't part of the source.
-Outcome findTarget(std::string_view action, const Item& source, PathView path, std::string& target);
+// Settles where `source` goes: a folder that is there and isn't part of the source, and a name that isn't taken, unless
+// what has it is to be replaced.
+Outcome findTarget(std::string_view action, const Item& source, PathView path, Existing existing, std::string& target);
 
-// A name in the same folder that nothing else uses.
-std::string temporaryNameBeside(const std::string& target);
+// A name in the same folder that nothing has: ".folidex-" and 16 random characters.
+std::string temporaryNameBeside(const std::string& path);
 
-// Renames without replacing anything, in one step where the file system can. Answers 0 or the number of the error.
-int renameExclusively(const std::string& from, const std::string& to);
+// Renames without replacing anything; paths are relative to open folders, or to AT_FDCWD. EEXIST when the target
+// exists.
+//
+// Where the file system can't refuse to replace (exFAT, SMB), anything but a folder is linked and then unlinked, which
+// never replaces either. Where there are no hard links, and for folders, the name is claimed first, by a new empty file
+// or folder of our own that the rename then replaces.
+int renameExclusively(int fromFolder, const char* from, int toFolder, const char* to);
+
+// Gives finished work its name. A Mac asks for a rename whether the item may be deleted and, of a folder, whether it
+// may be written to: what forbids that (the lock, an access control list, the mode) is taken off, for this moment for
+// everybody else's rights too, and put back under the new name.
+int publish(const std::string& temporary, const std::string& target);
+
+// Takes off an item what keeps its owner from removing it or what is in it, as far as that goes. `name`: in the open
+// folder, or a path with AT_FDCWD. A link itself is meant, not what it leads to.
+void unlock(int folder, const char* name);
 
 // A file, folder or link: what a file manager copies by itself. Reading a FIFO would wait for a writer, and a device
 // has no end.
@@ -45,11 +61,14 @@ inline bool isOrdinary(mode_t mode)
     return S_ISREG(mode) || S_ISDIR(mode) || S_ISLNK(mode);
 }
 
-// Makes a FIFO or device like the one described, with its owner where permitted, mode and times. Answers 0 or the
-// number of the error: ENOTSUP for anything else.
+// Makes a FIFO or device like the one described, with its owner where permitted, mode and times. ENOTSUP for anything
+// else.
 int makeSpecialFile(const std::string& path, const struct stat& original);
 
-// Waits until the volume that holds `path` is on its disk. Answers 0 or the number of the error.
-int synchroniseVolume(const std::string& path);
+// Waits until a file, or of a folder its whole volume, is on the disk, as far as its file system can tell.
+int flushItem(const std::string& path);
 
-} // namespace platform::cocoa
+// The same for the folder that holds the item, and so for the item's name.
+int flushName(const std::string& path);
+
+} // namespace platform::macos

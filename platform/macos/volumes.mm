@@ -12,7 +12,7 @@
 
 namespace platform {
 
-using namespace cocoa;
+using namespace macos;
 
 namespace {
 

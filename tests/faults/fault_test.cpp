@@ -347,7 +347,20 @@ std::vector<Injection> ScenarioRun::injections(bool isFull) const
 bool ScenarioRun::mayLeave(const Snapshot& before, const Snapshot& now) const
 {
     const auto isKnown = [&](const auto& entry) { return hasContent(before, entry) || hasContent(after_, entry); };
-    return now == before || (scenario_.leavesPart && std::all_of(now.begin(), now.end(), isKnown) &&
+    Snapshot without = before;
+    without.erase(Scenario::inPlaces(scenario_.replaced, places_));
+    // A move that fails may have hidden its source and shown it again.
+    const bool isMove = scenario_.call[0].ends_with("Move");
+    const auto isLike = [&](Snapshot one) {
+        for (auto& [path, entry] : one) {
+            const auto found = now.find(path);
+            if (isMove && found != now.end() && found->second.modified == "now") {
+                entry.modified = "now";
+            }
+        }
+        return now == one;
+    };
+    return isLike(before) || isLike(without) || (scenario_.leavesPart && std::all_of(now.begin(), now.end(), isKnown) &&
                              (holdsAll(now, before) || holdsAll(now, after_)));
 }
 
@@ -370,7 +383,11 @@ bool ScenarioRun::hasLostNothing(const Snapshot& before, const Snapshot& now, co
         return present.contains(entry.second.content) ||
                (!wanted.contains(entry.second.content) && isThere(now) == isThere(after_));
     };
-    const auto isKnown = [&](const auto& entry) { return hasContent(before, entry) || hasContent(after_, entry); };
+    // Where there are no exclusive renames a name is claimed by something empty first.
+    const bool claims = plan_.lacks[static_cast<std::size_t>(Call::rename)] != 0;
+    const auto isKnown = [&](const auto& entry) {
+        return hasContent(before, entry) || hasContent(after_, entry) || (claims && entry.second.metadata.starts_with("0 "));
+    };
     return std::all_of(before.begin(), before.end(), isKept) && std::all_of(now.begin(), now.end(), isKnown);
 }
 
@@ -412,7 +429,9 @@ std::string ScenarioRun::judge(const Injection& injection, const CallResult& res
     }
     std::erase_if(now, [&](const auto& entry) { return hidden.contains(entry.first); });
     const auto isAllowed = [&] { return mayLeave(before, now) || (!isOnce && hasLostNothing(before, now, hidden)); };
-    if ((injection.fault.isReported || result.report.lostData) && !result.isError) {
+    // A script that can't be written to one place is written to another.
+    const bool isReported = (injection.fault.isReported && !scenario_.runsScript()) || result.report.lostData;
+    if (isReported && !result.isError) {
         return "nobody is told";
     }
     if (result.threw) { // after the work is done, perhaps

@@ -167,13 +167,14 @@ void addChanges(std::vector<Scenario>& list)
     add({"KORB_FileMove", "~/src/report.txt", "~/dest"}, {.where = "no exclusive rename", .lacks = noExclusiveRename});
     for (const std::string function : {"KORB_FileCopy", "KORB_FileMove"}) {
         const std::vector<std::string> over{function, "~/src/report.txt", "~/dest", "y", "old.txt"};
-        add(over);
-        add(over, {.where = "plainest", .lacks = plainest});
-        add(over, {.where = "hard link to the source", .prepare = linkSourceToTarget});
+        const std::string old = "~/dest/old.txt";
+        add(over, {.replaced = old});
+        add(over, {.where = "plainest", .replaced = old, .lacks = plainest});
+        add(over, {.where = "hard link to the source", .replaced = old, .prepare = linkSourceToTarget});
         add({function, "~/src/report.txt", "~/dest", "", "old.txt"});
         add({function, "~/src/inner/leaf.txt", "~", "Y", "src"});
     }
-    add({"KORB_FileMove", "~/src/report.txt", "@", "y", "old.txt"});
+    add({"KORB_FileMove", "~/src/report.txt", "@", "y", "old.txt"}, {.replaced = "@/old.txt"});
     add({"KORB_FileRename", "~/src/report.txt", "new.txt"});
     add({"KORB_FileDelete", "~/src/report.txt"});
     add({"KORB_FileDelete", "~/src"});
@@ -268,14 +269,20 @@ std::string Scenario::name() const
     return text;
 }
 
+std::string Scenario::inPlaces(std::string word, const Places& places)
+{
+    const char first = word.empty() ? '\0' : word[0];
+    if (first == '~' || first == '@') {
+        word.replace(0, 1, first == '~' ? places.home : places.away);
+    }
+    return word;
+}
+
 std::vector<std::string> Scenario::arguments(const Places& places) const
 {
     std::vector<std::string> list(call.begin() + 1, call.end());
     for (std::string& word : list) {
-        const char first = word.empty() ? '\0' : word[0];
-        if (first == '~' || first == '@') {
-            word.replace(0, 1, first == '~' ? places.home : places.away);
-        }
+        word = inPlaces(word, places);
     }
     return list;
 }

@@ -24,6 +24,7 @@ struct Scenario {
     std::vector<std::string> call{}; // function and arguments; "~" at the beginning is the home folder, "@" the away one
     std::string where{};           // what is special about it
     bool leavesPart = false;       // a failure may leave a part of what goes or comes
+    std::string replaced{};        // what goes before the copy comes, and stays removed when that fails
     void (*prepare)(const Places&) = nullptr; // after the common tree was built
     std::vector<std::pair<Call, int>> lacks{}; // what the system doesn't have, and the errno value that says so
     OtherAnswer* isOtherAnswer = nullptr;
@@ -34,6 +35,7 @@ struct Scenario {
 
     std::string name() const;                                           // letters, digits and underscores
     std::vector<std::string> arguments(const Places& places) const;
+    static std::string inPlaces(std::string word, const Places& places); // "~" and "@" replaced
     const std::vector<int>& codes() const; // that the function's description allows when the system refuses something
     bool needsAway() const;
     bool runsScript() const; // takes the time of a shell script

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <thread>
 
 namespace {
 
@@ -35,6 +36,19 @@ TEST(DesktopOfAServer, ExceptionsOfTheFrameworksAreFailures)
     const platform::Choice choice = platform::chooseItem(platform::ChooserKind::file, "Select");
     EXPECT_EQ(choice.answer, platform::Choice::Answer::failed);
     EXPECT_EQ(choice.path, "");
+    unsetenv("DISPLAY");
+}
+
+// The panel's place is the main thread, which here is busy with this test and runs no loop.
+TEST(DesktopOfAServer, ChoosersFailWhereTheMainThreadRunsNoLoop)
+{
+    if (!folidex::test::onGNUstep) {
+        GTEST_SKIP() << "would wait for a user if it failed";
+    }
+    setenv("DISPLAY", "127.0.0.1:77", 1);
+    platform::Choice choice{platform::Choice::Answer::chosen, {}};
+    std::thread([&] { choice = platform::chooseItem(platform::ChooserKind::file, "Select"); }).join();
+    EXPECT_EQ(choice.answer, platform::Choice::Answer::failed);
     unsetenv("DISPLAY");
 }
 

@@ -1,6 +1,7 @@
 // Items that the frameworks would follow, open or empty where they were not meant to.
 
 #include "platform/file_manager.h"
+#include "platform/macos/source_tree.h"
 #include "support/child_process.h"
 #include "support/platform_expectations.h"
 #include "support/scratch_folder.h"
@@ -94,6 +95,71 @@ TEST(SpecialItems, ATreeKeepsNamesContentsAndLinks)
     EXPECT_EQ(modeOf(scratch.text("copy/new\nline")), S_IFREG | mode_t{0604});
     EXPECT_EQ(std::filesystem::read_symlink(scratch / "copy/dangling"), "nowhere");
     EXPECT_EQ(std::filesystem::read_symlink(scratch / "copy/up"), "..");
+}
+
+// What may happen to a folder between its copying and its removal.
+TEST(SourceTrees, OnlyWhatWasCopiedIsRemoved)
+{
+    struct Case {
+        const char* shown;
+        void (*change)(const ScratchFolder&);
+        const char* left; // must still be there
+    };
+    const Case cases[] = {
+        {"a file grows", [](const ScratchFolder& s) { s.write("tree/sub/file", "longer"); }, "tree/sub/file"},
+        {"a file is exchanged",
+         [](const ScratchFolder& s) {
+             s.write("other", "F");
+             std::filesystem::rename(s / "other", s / "tree/sub/file");
+         },
+         "tree/sub/file"},
+        {"a file arrives", [](const ScratchFolder& s) { s.write("tree/sub/new", "n"); }, "tree/sub/new"},
+        {"a folder arrives", [](const ScratchFolder& s) { s.makeFolder("tree/new"); }, "tree/new"},
+        {"a file becomes a folder",
+         [](const ScratchFolder& s) {
+             std::filesystem::remove(s / "tree/sub/file");
+             s.write("tree/sub/file/inner", "i");
+         },
+         "tree/sub/file/inner"},
+    };
+    for (const Case& c : cases) {
+        const ScratchFolder scratch;
+        scratch.write("tree/sub/file", "f");
+        scratch.symlink("nowhere", "tree/link");
+        platform::macos::Item source{scratch.text("tree")};
+        ASSERT_EQ(lstat(source.path.c_str(), &source.status), 0);
+        platform::macos::SourceTree tree("move", source);
+        ASSERT_TRUE(tree.examine().ok());
+        ASSERT_TRUE(platform::copyItem(scratch.text16("tree"), scratch.text16("copy")).ok());
+        EXPECT_TRUE(tree.requireCopied(scratch.text("copy"), "target").ok());
+        c.change(scratch);
+        EXPECT_FALSE(tree.requireCopied(scratch.text("copy"), "target").ok()) << c.shown;
+        const platform::Outcome outcome = tree.remove();
+        EXPECT_NE(outcome.description().find("it was changed while it was being moved"), std::string::npos) << c.shown;
+        EXPECT_TRUE(scratch.exists(c.left)) << c.shown;
+    }
+}
+
+// As a file system makes it that reports no earlier than at close(2) that it couldn't keep what was written.
+TEST(SourceTrees, ACopyThatIsNotWholeIsSeen)
+{
+    const ScratchFolder scratch;
+    scratch.write("tree/sub/file", "f");
+    scratch.write("tree/file", "f");
+    platform::macos::Item source{scratch.text("tree")};
+    ASSERT_EQ(lstat(source.path.c_str(), &source.status), 0);
+    platform::macos::SourceTree tree("copy", source);
+    ASSERT_TRUE(tree.examine().ok());
+    ASSERT_TRUE(platform::copyItem(scratch.text16("tree"), scratch.text16("copy")).ok());
+    scratch.write("copy/sub/file", "");
+    EXPECT_EQ(tree.requireCopied(scratch.text("copy"), "/target").description(),
+              "could not write /target/sub/file: Input/output error");
+    // A source that has changed since may differ from its copy.
+    scratch.write("tree/sub/file", "longer");
+    EXPECT_TRUE(tree.requireCopied(scratch.text("copy"), "/target").ok());
+    scratch.setMode("copy/sub", 0555);
+    platform::macos::discard(scratch.text("copy"));
+    EXPECT_EQ(scratch.list(), std::vector<std::string>{"tree"});
 }
 
 #ifdef __linux__

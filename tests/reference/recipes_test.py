@@ -11,7 +11,7 @@ import subprocess
 import tempfile
 import unittest
 from pathlib import Path
-from urllib.parse import unquote
+from urllib.parse import unquote, urlsplit
 
 from script_runner import SOURCE, Calculator, run_script
 
@@ -99,7 +99,7 @@ class Recipes(unittest.TestCase):
             if name == "New Record/Request":
                 self.calculator.evaluate('$Scans_Document = ""')
             elif name == "Insert from URL" and not values[3].endswith("b.pdf"):  # which can't be inserted
-                content = Path(unquote(values[3].removeprefix("file://"))).read_text()
+                content = Path(unquote(urlsplit(values[3]).path)).read_text()
                 self.calculator.evaluate(f'{values[2]} = "{content}"')
             elif name == "Commit Records/Requests":
                 records.append([self.calculator.evaluate(f"$Scans_{field}") for field in ("Name", "Document")])

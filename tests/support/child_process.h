@@ -28,7 +28,7 @@ void enterRoot(const std::string& folder);
 bool isRoot();
 
 #ifdef __linux__
-// What this process has open: descriptors and what they are of (proc(5), /proc/PID/fd).
+// What this process has open: descriptors below 1024 and, where there is a /proc, what they are of (proc(5)).
 std::map<int, std::string> openDescriptors();
 #endif
 

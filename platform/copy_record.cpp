@@ -1,10 +1,10 @@
-#include "platform/linux/copy_record.h"
+#include "platform/copy_record.h"
 
 #include <algorithm>
 #include <array>
 #include <functional>
 
-namespace platform::linux_os {
+namespace platform {
 
 namespace {
 
@@ -14,17 +14,37 @@ std::uint64_t hash(std::string_view bytes)
     return std::hash<std::string_view>()(bytes);
 }
 
+#ifdef __APPLE__
+const timespec& modification(const struct stat& status)
+{
+    return status.st_mtimespec;
+}
+const timespec& change(const struct stat& status)
+{
+    return status.st_ctimespec;
+}
+#else
+const timespec& modification(const struct stat& status)
+{
+    return status.st_mtim;
+}
+const timespec& change(const struct stat& status)
+{
+    return status.st_ctim;
+}
+#endif
+
 std::uint64_t fingerprint(std::string_view path, const struct stat& status, bool withChange)
 {
-    std::array<std::uint64_t, 7> facts{hash(path), status.st_mode & S_IFMT};
+    std::array<std::uint64_t, 7> facts{hash(path), std::uint64_t{status.st_mode} & S_IFMT};
     if (!S_ISDIR(status.st_mode)) {
         facts[2] = static_cast<std::uint64_t>(status.st_size);
-        facts[3] = static_cast<std::uint64_t>(status.st_mtim.tv_sec);
-        facts[4] = static_cast<std::uint64_t>(status.st_mtim.tv_nsec);
+        facts[3] = static_cast<std::uint64_t>(modification(status).tv_sec);
+        facts[4] = static_cast<std::uint64_t>(modification(status).tv_nsec);
     }
     if (!S_ISDIR(status.st_mode) && withChange) {
-        facts[5] = static_cast<std::uint64_t>(status.st_ctim.tv_sec);
-        facts[6] = static_cast<std::uint64_t>(status.st_ctim.tv_nsec) + 1; // never as without
+        facts[5] = static_cast<std::uint64_t>(change(status).tv_sec);
+        facts[6] = static_cast<std::uint64_t>(change(status).tv_nsec) + 1; // never as without
     }
     return hash({reinterpret_cast<const char*>(facts.data()), sizeof facts});
 }
@@ -49,4 +69,4 @@ bool CopyRecord::holds(std::string_view path, const struct stat& status) const
     return has(true) || has(false);
 }
 
-} // namespace platform::linux_os
+} // namespace platform

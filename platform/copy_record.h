@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-namespace platform::linux_os {
+namespace platform {
 
 class CopyRecord {
 public:
@@ -28,4 +28,4 @@ private:
     std::vector<std::uint64_t> prints_;
 };
 
-} // namespace platform::linux_os
+} // namespace platform

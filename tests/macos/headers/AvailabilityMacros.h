@@ -1,2 +1,0 @@
-// A stand-in: README.md.
-#pragma once

@@ -1,6 +1,0 @@
-// A stand-in: README.md.
-#pragma once
-
-#include <CoreFoundation/CoreFoundation.h>
-
-extern "C" CFDictionaryRef CGSessionCopyCurrentDictionary();

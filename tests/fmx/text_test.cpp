@@ -100,22 +100,6 @@ TEST(Text, EditsParts)
     }
 }
 
-TEST(Text, SharedBuffersDontShowChanges)
-{
-    const auto first = text(u"one");
-    fmx::TextUniquePtr second;
-    second->SetText(*first);
-    second->AppendText(*first);
-    EXPECT_EQ(units(*first), u"one");
-    fmx::DataUniquePtr data;
-    data->SetAsText(*first, *fmx::LocaleUniquePtr());
-    first->Uppercase();
-    first->DeleteText(0, 1);
-    EXPECT_EQ(units(data->GetAsText()), u"one");
-    EXPECT_EQ(units(*first), u"NE");
-    EXPECT_EQ(units(*second), u"oneone");
-}
-
 TEST(Text, FindsWithAndWithoutCase)
 {
     const auto shown = [](fmx::uint32 index) { return index == Text::kSize_Invalid ? "none" : std::to_string(index); };

@@ -53,6 +53,9 @@ TEST(Threads, ShareValuesAndTheirBuffers)
         ASSERT_EQ(std::count(std::begin(seen), std::end(seen), seen[0]), threadCount);
         ASSERT_EQ(units(*original), u"shared by all");
         ASSERT_EQ(units(*copies[3]), u"by allsha");
+        data->SetAsText(*original, *fmx::LocaleUniquePtr());
+        original->Uppercase();
+        ASSERT_EQ(units(data->GetAsText()), u"shared by all");
     }
 }
 

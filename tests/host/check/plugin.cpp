@@ -185,8 +185,9 @@ void misbehaveAtStart(const std::string& how)
             pause();
         }
     } else if (how == "close") {
-        close(STDIN_FILENO);
-        close(STDOUT_FILENO);
+        for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, 3, 4, 5}) {
+            close(descriptor);
+        }
     } else if (how == "write") {
         std::fputs("{\"failure\":\"on standard output\"}\n", stdout);
         std::fflush(stdout);

@@ -1,5 +1,6 @@
 #include "archive/routine.h"
 
+#include "archive/script_report.h"
 #include "log/current_logger.h"
 
 #include <array>
@@ -114,18 +115,9 @@ std::optional<std::string> fieldsOf(const Routine& routine, const Parts& parts,
     return text;
 }
 
-// Runs the command; the script's standard output is never read.
-Pipe startShell(const std::string& command)
-{
-#ifdef __linux__
-    // Close-on-exec, so that no process that another thread starts holds the pipe open.
-    return Pipe(::popen(command.c_str(), "re"));
-#else
-    return Pipe(::popen(command.c_str(), "r"));
-#endif
-}
-
-Start start(const Routine& routine, const Job& job, const ScriptSetup& setup, const Trace& trace)
+// The script's standard output is never read.
+Start start(const Routine& routine, const Job& job, const ScriptSetup& setup, const ScriptReport& report,
+            const Trace& trace)
 {
     const auto parts = split(routine, job, trace);
     if (!parts) {
@@ -149,7 +141,7 @@ Start start(const Routine& routine, const Job& job, const ScriptSetup& setup, co
     command.append(script->path).append("' '").append(routine.verb).append(*fields).append("'");
     trace.line(command);
 
-    Start started{status::success, script->keep, startShell(command)};
+    Start started{status::success, script->keep, Pipe(report.startShell(command))};
     if (!started.pipe) {
         trace.line("Error - Failed to create the pipe to the shell script.");
         started.status = status::badParameters;
@@ -159,14 +151,35 @@ Start start(const Routine& routine, const Job& job, const ScriptSetup& setup, co
     return started;
 }
 
+Status waitStatus(int exitStatus)
+{
+    return exitStatus * 256;
+}
+
 } // namespace
 
 Status runRoutine(const Routine& routine, const Job& job, const ScriptSetup& setup)
 {
-    const Trace trace(routine.tracedAs);
-    Start started = start(routine, job, setup, trace);
-    trace.line("Cleaning up all the variables");
-    return started.pipe ? ::pclose(started.pipe.release()) : started.status;
+    const ScriptReport report(logging::currentLogger() != nullptr);
+    Status status = status::success;
+    {
+        const Trace trace(routine.tracedAs);
+        Start started = start(routine, job, setup, report, trace);
+        trace.line("Cleaning up all the variables");
+        if (!started.pipe) {
+            return started.status;
+        }
+        status = ::pclose(started.pipe.release());
+    }
+    const auto ending = report.read();
+    if (ending && status < 0) {
+        // The host ignores SIGCHLD, or reaps all children itself: pclose waits, but learns nothing.
+        status = waitStatus(ending->exitStatus);
+    }
+    if (ending && status != 0) {
+        logging::writeLine("ZipFuncs.sh: " + std::to_string(ending->exitStatus) + " " + ending->cause);
+    }
+    return status;
 }
 
 } // namespace archive

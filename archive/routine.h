@@ -14,7 +14,8 @@
 namespace archive {
 
 // 0, one of the numbers below, or what pclose(3) answered: the script's wait status, 256 times its exit status.
-// Where the host ignores SIGCHLD the system keeps no wait status and pclose answers -1, whatever the script did.
+// Where the host ignores SIGCHLD the system keeps no wait status and pclose answers -1: then it comes from the script's
+// report (script_report.h), and is -1 only for a script that was killed.
 using Status = std::int32_t;
 
 namespace status {

@@ -7,7 +7,7 @@
 // Each routine blocks for at least one second. What the script writes to standard output is lost. The answers, and
 // what they mean: routine.h.
 //
-// Where the host ignores or reaps the signal SIGCHLD for all of its children, the script's status is lost (see Status).
+// Nothing depends on how the host treats SIGCHLD (see Status).
 #pragma once
 
 #include "archive/routine.h"

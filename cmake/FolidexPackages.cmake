@@ -92,8 +92,8 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${PROJECT_BINARY_DIR}")
 set(CPACK_DEBIAN_PLUGIN_PACKAGE_NAME ${plugin_package})
 set(CPACK_DEBIAN_PLUGIN_PACKAGE_SECTION misc)
 set(CPACK_DEBIAN_PLUGIN_PACKAGE_DEPENDS "libarchive-tools, openssl")
-# Quicker packers for many small or large files, and what the choosers and KORB_OpenFile talk to where a user sits at the screen.
-set(CPACK_DEBIAN_PLUGIN_PACKAGE_SUGGESTS "fmxhost, zip, p7zip-full | 7zip, libsystemd0, libglib2.0-bin, xdg-desktop-portal")
+# What the choosers and KORB_OpenFile talk to where a user sits at the screen.
+set(CPACK_DEBIAN_PLUGIN_PACKAGE_SUGGESTS "fmxhost, libsystemd0, libglib2.0-bin, xdg-desktop-portal")
 set(CPACK_DEBIAN_PLUGIN_PACKAGE_CONTROL_EXTRA "${control_files}")
 set(CPACK_DEBIAN_PLUGIN_DESCRIPTION "file system functions for FileMaker Server
 Folidex is a plug-in that gives calculations and scripts of FileMaker solutions

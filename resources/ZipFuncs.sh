@@ -8,484 +8,520 @@
 #   sh ZipFuncs.sh 'encrypt|source folder|destination folder|source name|destination name|password'
 #   sh ZipFuncs.sh 'decrypt|source folder|destination folder|source name|destination name|password'
 #
-# One argument. Folders are absolute and end in "/"; a path is its folder and its name, put together as they are. A name is
-# never empty, "." or "..", and holds no "/". A "|" always ends a field, except in a password, which is all the rest.
+# One argument. Folders are absolute and end in "/", names hold none. A "|" ends a field, but not the password.
 #
-# Exit status:
-#    0  done
-#    1  decrypt only: wrong password (or the salt or the password check in the file's header was changed)
-#   82  unzipdecrypt only: wrong password
-#   64  usage: unknown verb, wrong number of fields, empty password
-#   65  damaged input: cut, changed, hostile, or not in the verb's format
-#   66  unusable source: missing, unreadable, or not of a kind that can be stored
-#   69  a tool is missing (bsdtar, openssl)
-#   70  a tool failed, or this script met something unforeseen
-#   73  unusable destination: missing or read-only folder, something of another kind in the way, an expansion that would
-#       go through a link or a mount point
-#   74  the result could not be written: full disk, quota, input or output error
-#   77  unzip only: the archive needs a password
-#  129, 130, 143  ended by HUP, INT or TERM
+# Exit status: 0 done, whole and on the disk; 1 (decrypt), 82 (unzipdecrypt) wrong password; 64 usage; 65 damaged input;
+# 66 unusable source; 69 a tool is missing or can't do it; 70 a tool failed; 73 unusable destination; 74 not written: full
+# disk, quota; 77 (unzip) needs a password; 129, 130, 143 ended by HUP, INT, TERM.
 #
-# On any status but 0 the destination is as it was before, and nothing else is left. The one exception is a failed rename
-# among many when an archive is merged into existing folders: all that can be checked is checked before the first.
+# On any status but 0 the destination is as it was before. One exception: an archive that is merged into folders that exist
+# is read once for nothing, and only then file after file is replaced, each whole; a failure then leaves what is done.
 #
-# It reads nothing from a terminal and writes nothing to stdout or stderr. Plain archives are zip, encrypted ones zip with
-# WinZip AES-256; the format of encrypted files is described, byte by byte, in docs/encrypted-files.md.
+# It reads nothing from a terminal and writes nothing to stdout or stderr. Why it failed goes to the system log. A host that
+# wants to know puts the name of a file of its own into FOLIDEX_REPORT: that gets a line "status cause", and when it held
+# something already, the system log gets nothing.
 #
-# POSIX sh (dash, bash --posix, busybox sh) and POSIX utilities, with: mktemp -d and the -H of bsdtar (all systems have them),
-# openssl 3 or LibreSSL 3.3 (Debian, Ubuntu: packages libarchive-tools and openssl; macOS 13 and later: nothing to install).
+# POSIX sh (dash, bash --posix, busybox sh) and POSIX utilities, with: mktemp -d, test -O and -ef, bsdtar, and openssl 3 or
+# LibreSSL 3.3 (Debian, Ubuntu: packages libarchive-tools and openssl; macOS 13 and later: nothing to install).
 
-status=70
-work=
-pipes=
-made=
-children=
-starting=no
-stopped=
-trap 'clean_up; exit "$status"' EXIT
-trap 'stop 129' HUP
-trap 'stop 130' INT
-trap 'stop 143' TERM
+status=70 cause='something unforeseen' verb='' work='' pipes='' made='' children='' reaped=''
+trap 'clean_up; report; exit "$status"' EXIT
+trap 'finish 129 "ended by a signal"' HUP
+trap 'finish 130 "ended by a signal"' INT
+trap 'finish 143 "ended by a signal"' TERM
 
-# The only ways out. A shell that gives up by itself (a failed redirection, no memory) leaves through the EXIT trap too, so
-# that its own 1 or 2 never reads as "wrong password".
+# The only way out, with a status and its cause. A shell that gives up by itself (a failed redirection, no memory) leaves
+# through the EXIT trap too, so that its own 1 or 2 never reads as "wrong password".
 finish() {
-    status=$1
+    status=$1 cause=${2-}
     exit "$1"
 }
 
-# A signal. While children are being started it is remembered only: one that isn't known yet would be waited for, and it
-# may wait for this script.
-stop() {
-    [ "$starting" = yes ] || finish "$1"
-    stopped=$1
-}
-
-# Children are started between this and know_children.
-start_children() {
-    starting=yes
-}
-
-# The children $@ are ended with this script from now on.
-know_children() {
-    children="$children $*"
-    starting=no
-    [ -z "$stopped" ] || finish "$stopped"
-}
+finish_full() { finish 74 'the result can'\''t be written'; }
 
 clean_up() {
     trap '' HUP INT TERM
-    # One that has just been forked can miss any other signal: a shell still, it throws away what it got before its traps
-    # were reset. And should one be unknown for want of memory: without these it ends by itself.
-    for child in $children; do
-        kill -s KILL "$child"
-    done
-    exec 3<&- 4<&- 5>&- 6<&- 7>&- 8<&-
+    # A child that a signal found just started is in $! alone. KILL: a shell still, it might throw away any other signal.
+    [ "$!" = "$reaped" ] || children="$children $!"
+    # shellcheck disable=SC2086 # words
+    kill -s KILL $children
+    exec 3<&- 4<&- 5>&- 6<&- 7>&- 8>&-
     wait
-    if [ -n "$pipes" ]; then
-        rm -rf "$pipes"
-    fi
+    [ -z "$pipes" ] || rm -rf "$pipes"
     if [ -n "$work" ]; then
-        # A tree that was expanded may hold folders that lock their owner out.
-        rm -rf "$work" || { chmod -R u+rwx "$work" && rm -rf "$work"; }
+        empty_work_folder
+        cd / && rmdir "$work"
     fi
-    if [ "$status" -ne 0 ] && [ -n "$made" ]; then
-        remove_made_folders
+    # The folders that were made for the destination, from the innermost on.
+    while [ "$status" -ne 0 ] && [ -n "$made" ] && rmdir "$destination" && [ "$destination" != "$made" ]; do
+        destination=${destination%/*}
+    done
+}
+
+report() {
+    cause=$(printf '%s' "${verb:-usage}: $cause" | tr '\000-\037\177' ' ')
+    if [ "$status" -ne 0 ] && [ ! -s "${FOLIDEX_REPORT-}" ]; then
+        logger -t Folidex -p user.err -- "ZipFuncs.sh: $status $cause"
     fi
+    [ ! -f "${FOLIDEX_REPORT-}" ] || printf '\n%s %s\n' "$status" "$cause" >>"$FOLIDEX_REPORT"
 }
 
 exec </dev/null >/dev/null 2>&1
 
-# What a service's environment may hold, and must not steer the tools.
-unset CDPATH GLOBIGNORE ZIP ZIPOPT TAR_READER_OPTIONS TAR_WRITER_OPTIONS TAPE LD_LIBRARY_PATH DYLD_LIBRARY_PATH POSIXLY_CORRECT
-unset HISTFILE BASH_ENV ENV
+# What a service's environment may hold, and must not steer the tools. A working folder that can't be entered stops some.
+unset CDPATH TAR_READER_OPTIONS TAR_WRITER_OPTIONS TAPE LD_LIBRARY_PATH DYLD_LIBRARY_PATH POSIXLY_CORRECT BASH_ENV ENV
 IFS=' 	
 '
+set -f
+cd /
+user_mask=$(umask)
+umask 077
 PATH=${PATH:+$PATH:}/usr/bin:/bin:/usr/sbin:/sbin
-# bsdtar can't expand UTF-8 names in the C locale.
-case $(uname -s) in
-    Darwin) LC_ALL=en_US.UTF-8 ;;
-    *) LC_ALL=C.UTF-8 ;;
+# glibc would return memory to the system for every file and ask for it again: most of the time of a folder of small files.
+MALLOC_TRIM_THRESHOLD_=16777216 MALLOC_TOP_PAD_=4194304
+# bsdtar can't expand UTF-8 names in the C locale. GNU's mv enters nothing that appears under the target's name (-T), macOS'
+# no link (-h). perl, which comes with macOS, flushes as that wants it (F_FULLFSYNC).
+system=$(uname -sn)
+case $system in
+    Darwin*)
+        LC_ALL=en_US.UTF-8 rename='mv -fh'
+        flush() { perl -e 'for (@ARGV) { open(F, "<", $_) && fcntl(F, 51, 0) || exit 1 }' "$@" || sync; }
+        flush_all() { sync; }
+        ;;
+    *)
+        LC_ALL=C.UTF-8 rename='mv -fT'
+        flush() { sync "$@"; }
+        flush_all() { sync -f "$1"; }
+        ;;
 esac
-export PATH LC_ALL
+export PATH LC_ALL MALLOC_TRIM_THRESHOLD_ MALLOC_TOP_PAD_
 
-need() {
-    for tool do
-        command -v "$tool" || finish 69
-    done
-}
-
-# --- Work folder, pipes, children -------------------------------------------------------------------------------------
-
-# A private folder in $1, thus on its file system: results are moved out of it by renaming.
-make_work_folder() {
-    work=$(mktemp -d "$1/.ZipFuncs.XXXXXXXXXX") || finish 73
-}
-
-# Opens a pipe for reading on descriptor $1 and for writing on $2. Unlike those of a pipeline, the tools on both ends can
-# then be direct children: each has a process ID for the TERM trap and an exit status. Opening for both directions first
-# keeps the other two from waiting for each other. Needs the work folder.
-open_pipe() {
-    pipe=$work/pipe
-    if ! mkfifo -m 600 "$pipe"; then
-        # File systems without named pipes: exFAT, some network ones.
-        pipes=$(mktemp -d "${TMPDIR:-/tmp}/ZipFuncs.XXXXXXXXXX" || mktemp -d /tmp/ZipFuncs.XXXXXXXXXX) || finish 74
-        pipe=$pipes/pipe
-        mkfifo -m 600 "$pipe" || finish 74
-    fi
-    eval "exec 9<>\"\$pipe\" $1<\"\$pipe\" $2>\"\$pipe\" 9>&-"
-    rm -f "$pipe"
-    if [ -n "$pipes" ]; then
-        rm -rf "$pipes"
-        pipes=
-    fi
-}
+need() { command -v "$1" || finish 69 "$1 is missing"; }
 
 # Ends with the exit status of child $1.
 wait_for() {
     wait "$1"
-    set -- "$1" "$?"
-    remaining=
-    for child in $children; do
-        [ "$child" = "$1" ] || remaining="$remaining $child"
-    done
-    children=$remaining
+    set -- "$1" "$?" "$children "
+    [ "$1" != "$!" ] || reaped=$1
+    children=${3%%" $1 "*}${3#*" $1"}
     return "$2"
+}
+
+# Opens a pipe for reading on descriptor $1 and for writing on $2. Unlike those of a pipeline, the tools on both ends can
+# then be direct children, with a process ID for the TERM trap and an exit status. Not every destination can hold a pipe.
+open_pipe() {
+    pipes=$(mktemp -d "${TMPDIR:-/tmp}/ZipFuncs.XXXXXXXXXX" || mktemp -d /tmp/ZipFuncs.XXXXXXXXXX) &&
+        mkfifo "$pipes/pipe" || finish_full
+    # For both directions first: neither end then waits for the other.
+    eval "exec $2<>\"\$pipes/pipe\" $1<\"\$pipes/pipe\" $2>\"\$pipes/pipe\""
+    rm -rf "$pipes"
+    pipes=
+}
+
+# --- The work folder: private, in the destination, entered for good ---------------------------------------------------
+#
+# Everything is made in there under relative names: whoever renames the folder or puts another in its place changes nothing,
+# and ".." stays the destination, as nobody can move a folder that they can't write to out of its parent.
+#
+# The file "owner" in it names the host and is locked (on macOS: open) for as long as the script or one of its tools lives.
+# So what a killed script left is known for certain, and the next call with the same destination removes it.
+
+# In the destination $1, which is then "..".
+make_work_folder() {
+    [ ! -r /etc/machine-id ] || read -r machine </etc/machine-id
+    host="${system#* } ${machine-}"
+    set +f
+    for left in "$1"/.ZipFuncs.??????????; do
+        [ -L "$left" ] || [ ! -O "$left" ] || (remove_left_folder "$left")
+    done
+    set -f
+    work=$(mktemp -d "$1/.ZipFuncs.XXXXXXXXXX") || finish 73 'no folder can be made in the destination'
+    # Another one of this user's, put there by others, would be neither empty nor private.
+    if ! enter_private "$work" || [ -n "$(ls -A)" ]; then
+        work=
+        finish 73 'somebody else changes the destination'
+    fi
+    if ! printf '' >owner || ! exec 9<>owner || ! lock || ! echo "$host" >owner; then finish_full; fi
+}
+
+enter_private() {
+    cd -P "$1" || return
+    case $(ls -ldn .) in
+        drwx------*) [ -O . ] ;;
+        *) return 1 ;;
+    esac
+}
+
+lock() { ! command -v flock || flock -n 9; }
+
+# For a subshell. macOS has no flock: there only counts what fuser is seen to see.
+remove_left_folder() {
+    enter_private "$1" && [ "$(cat owner)" = "$host" ] && exec 9<owner || exit
+    command -v flock || { [ -n "$(fuser owner)" ] && exec 9<&- && [ -z "$(fuser owner)" ]; } || exit
+    lock && empty_work_folder
+    cd / && rmdir "$1"
+}
+
+empty_work_folder() {
+    set -- tree out part.zip names times survey early late message digest written probe owner
+    # A tree that was expanded may hold folders that lock their owner out.
+    rm -rf "$@" || { chmod -R u+rwx tree && rm -rf "$@"; }
 }
 
 # --- Paths ------------------------------------------------------------------------------------------------------------
 
 # Sets source_folder, source_name and source from a folder and a name.
 set_source() {
-    usable_path "$1" "$2" || finish 66
+    is_path "$1" "$2" && [ -r "$1$2" ] || finish 66 'the source is missing or not readable'
     source=$1$2
     source_folder=${source%/*}/
     source_name=${source##*/}
-    [ -r "$source" ] || finish 66
 }
 
-# Sets target_folder and target: a file that exists already, or a name in a folder that does.
+# Makes the work folder beside the target, which is then ../$target_name: a file that exists already, or a name in a folder
+# that does; and "out", the result, empty. Its descriptor, opened before anything is written, learns of every write that
+# fails later, also of one that the file system tells nobody but who closes the file.
 set_target() {
-    usable_path "$1" "$2" || finish 73
-    target=$1$2
-    target_folder=${target%/*}/
-    is_open_folder "$target_folder" || finish 73
-    # mv would move into a folder, or a link to one, and replace a device.
-    if [ -e "$target" ] && [ ! -f "$target" ]; then
-        finish 73
+    is_path "$1" "$2" && is_open_folder "$1" || finish 73 'the destination is no folder that can be written to'
+    if [ -e "$1$2" ] && { [ ! -f "$1$2" ] || [ "$1$2" -ef "$source" ]; }; then
+        finish 73 'a folder, a device or the source itself is in the way'
     fi
+    target_name=$2
+    make_work_folder "$1"
+    if ! printf '' >out || ! exec 8<>out; then finish_full; fi
 }
 
-usable_path() {
+is_path() {
     case $2 in
         '' | . | .. | */*) return 1 ;;
     esac
-    case $1 in
-        /*) return 0 ;;
-    esac
-    return 1
+    [ "$1" != "${1#/}" ]
 }
 
 # May entries be made in folder $1?
-is_open_folder() {
-    [ -d "$1" ] && [ -w "$1" ] && [ -x "$1" ]
+is_open_folder() { [ -d "$1" ] && [ -w "$1" ] && [ -x "$1" ]; }
+
+# --- Results: as private as what they come from, flushed, looked at ---------------------------------------------------
+
+# What there is in $1$2, as find sees it, that fulfils $3...: all but work folders and the archive that is replaced. Names can
+# hold newlines, but nothing but the front of a path "//".
+find_in() {
+    (cd "$1" && name=$2 && shift 2 && exec find -H ".//$name" \
+        \( -name '.ZipFuncs.??????????' -o -path "${replaced:-.//.}" \) -prune -o "$@" -print)
 }
 
+# Is there any?
+any_in() {
+    [ "$(find_in "$@" | head -c 1 | wc -c)" -gt 0 ]
+}
+
+# Prints the mode of a result that nobody may read who can't read all that is in $1$2: where that isn't all of the result's
+# group, both that and others get what both are given. What an access list (+) gives can't be told.
+mode_like() {
+    # shellcheck disable=SC2012 # the name doesn't matter
+    group=$(ls -n out | awk '{ print $4 }')
+    case $(ls -ldnL "$1$2") in ??????????+*) echo 0600 && return ;; esac
+    given=$((044 & ~user_mask))
+    ! any_in "$1" "$2" \( -type d ! -perm -050 -o -type f ! -perm -040 \) || given=$((given & 7))
+    ! any_in "$1" "$2" \( -type d ! -perm -005 -o -type f ! -perm -004 \) || given=$((given & 070))
+    [ "$given" -eq 36 ] || ! any_in "$1" "$2" ! -type l ! -group "$group" || given=0
+    echo "$((0600 | given))"
+}
+
+# Puts "out" in the target's place.
 publish() {
-    mv -f "$1" "$target" || finish 73
+    [ ! -f "../$target_name" ] || mode=$((mode & $(mode_like ../ "$target_name")))
+    chmod "$(printf '%o' "$mode")" out && dd if=/dev/null conv=fsync >&8 && flush out || finish_full
+    exec 8>&-
+    set_inode out
+    set -- "$inode"
+    $rename out "../$target_name" || finish 73 'the target can'\''t be replaced'
+    set_inode "../$target_name"
+    if [ "$inode" != "$1" ]; then
+        set_inode "../$target_name/out"
+        [ "$inode" != "$1" ] || rm -f "../$target_name/out"
+        finish 73 'somebody else changes the destination'
+    fi
+    flush .. || finish_full
     finish 0
 }
 
-# Sets at to the physical path of folder $1, which keeps newlines at its end.
-physical() {
-    at=$(cd -P "$1" && pwd -P && echo .) || return 1
-    at=${at%??}
+set_inode() {
+    inode=$(ls -di "$1")
+    inode=${inode#"${inode%%[0-9]*}"}
+    inode=${inode%%[!0-9]*}
+}
+
+# Whatever a tool says: where a few bytes more can't be written, the disk is full (or gone).
+check_disk() { dd if=/dev/zero bs=65536 count=1 conv=fsync >probe || finish_full; }
+
+# --- bsdtar -----------------------------------------------------------------------------------------------------------
+
+# Runs it with the options $3... and the file $2 as input. $1 is the status of a failure of which nothing is known.
+run_bsdtar() {
+    open_pipe 4 5
+    failed=$1 input=$2
+    shift 2
+    (
+        [ "$1" = -c ] || umask "$user_mask"
+        exec bsdtar "$@" --no-acls --no-xattrs --no-fflags --no-mac-metadata
+    ) <"$input" 2>&5 4<&- 5>&- &
+    tar=$!
+    children="$children $tar"
+    # What it says, and that it says it, stands at the end of a line, behind a name that could hold anything. The first line
+    # of the worst kind goes to the file "message". At a wrong password the reader ends at once, and with it the tool, which
+    # would try the password on every other entry. 2: nothing but items that went or changed meanwhile.
+    LC_ALL=C awk '
+        function say(kind) { if (kind > seen) { seen = kind; line = $0 } }
+        /: Incorrect passphrase(: Unknown error -1)?$/ && !/through symlink/ { say(9); exit }
+        /: (No space left on device|Disk quota exceeded|File too large|Read-only file system)$/ { say(8); next }
+        /: (Permission denied|Operation not permitted|Input\/output error|File name too long)$/ { say(7); next }
+        /[Uu]nsupported|[Uu]nknown option|[Uu]nrecognized option|Undefined option|not supported/ { say(6); next }
+        /: No such file or directory$|[Ff]ile (may have )?(grown|shrunk|shrank)/ { say(2); next }
+        !/Error exit delayed/ { say(3) }
+        END { if (seen) print line >"message"; exit seen }' <&4 4<&- 5>&- 9>&- &
+    reader=$!
+    children="$children $reader"
+    exec 4<&- 5>&-
+    wait_for "$reader"
+    said=$?
+    if [ "$said" -eq 9 ]; then
+        kill -s KILL "$tar"
+        [ -z "$password" ] || finish 82 'wrong password'
+        finish 77 'the archive needs a password'
+    fi
+    wait_for "$tar" && return
+    message='bsdtar failed'
+    [ ! -s message ] || read -r message <message
+    check_disk
+    case $said$failed in
+        270) return ;;
+        8*) finish 74 "$message" ;;
+        770) finish 66 "$message" ;;
+        765) finish 73 "$message" ;;
+        6*) finish 69 "$message" ;;
+    esac
+    finish "$failed" "$message"
+}
+
+# --- The structure of zip archives ------------------------------------------------------------------------------------
+#
+# bsdtar guesses formats, looks for the end record in the last 16 KiB only, and takes an archive that was cut within its
+# central directory for a whole one. So the end record is looked for here, and has to fit the directory before it. What
+# follows it may be anything; so may what stands in front, as in archives that expand themselves.
+
+zip_number='
+    function number(at, bytes,    value) {
+        while (bytes-- > 0) value = value * 256 + byte[at + bytes]
+        return value
+    }'
+
+# Sets, for the archive $1: zip_entries, which is modulo zip_modulo if that isn't 0; zip_start and zip_length of the directory;
+# zip_shift, by which what stands in front moves all offsets; zip_end, where the end record lies, and zip_plain, 1 if bsdtar
+# finds it there. Fails where there is no whole directory.
+read_zip_structure() {
+    size=$(wc -c <"$1") || return
+    for tail in 1024 70000 1200000; do
+        zip=$(tail -c "$tail" "$1" | od -An -v -tu1 | LC_ALL=C awk -v size="$((size))" "$zip_number"'
+            function is(at, third, fourth) {
+                return at >= 0 && byte[at] == 80 && byte[at + 1] == 75 && byte[at + 2] == third && byte[at + 3] == fourth
+            }
+            function fits(at,    big) {
+                if (at + 22 + number(at + 20, 2) > n || number(at + 4, 4) != 0) return 0
+                entries = number(at + 10, 2); length_ = number(at + 12, 4); start = number(at + 16, 4)
+                big = at; modulo = 65536
+                if (is(at - 20, 6, 7)) {
+                    for (big = at - 76; big >= 0 && !is(big, 6, 6); ) big--
+                    entries = number(big + 32, 8); length_ = number(big + 40, 8); start = number(big + 48, 8); modulo = 0
+                }
+                shift_ = size - n + big - length_ - start
+                return big >= 0 && shift_ >= 0
+            }
+            { for (i = 1; i <= NF; i++) byte[n++] = $i }
+            END {
+                for (at = n - 22; at >= 0 && !(is(at, 5, 6) && fits(at)); at--) if (is(at, 5, 6)) misled = 1
+                if (at < 0) exit 1
+                printf "%.0f %d %.0f %.0f %.0f %.0f %d", entries, modulo, start + shift_, length_, shift_, size - n + at,
+                    !misled && n - at < 16384 && (at > 0 || size == 22)
+            }') && break
+        [ "$size" -gt "$tail" ] || return
+    done
+    # shellcheck disable=SC2086 # words
+    set -- "$1" $zip
+    [ "$#" -eq 8 ] || return
+    zip_entries=$2 zip_modulo=$3 zip_start=$4 zip_length=$5 zip_shift=$6 zip_end=$7 zip_plain=$8
+    [ "$zip_length" -eq 0 ] || [ "$(od -An -v -tx1 -j "$zip_start" -N4 "$1" | tr -d ' \n')" = 504b0102 ]
+}
+
+# Is $1 the number of entries that the structure tells?
+is_zip_count() {
+    [ "$1" -eq "$zip_entries" ] || { [ "$zip_modulo" -gt 0 ] && [ "$(($1 % zip_modulo))" -eq "$zip_entries" ]; }
+}
+
+# A line for each entry in the directory of archive $1: the offset of its local header, that of its directory entry, and 1
+# when the name is marked as UTF-8 but isn't.
+list_zip_directory() {
+    tail -c "+$((zip_start + 1))" "$1" | head -c "$zip_length" | od -An -v -tu1 | LC_ALL=C awk \
+        -v at="$zip_start" -v shift_="$zip_shift" "$zip_number"'
+        function local_offset(    extra) {
+            if (number(42, 4) != 4294967295) return number(42, 4)
+            for (extra = 46 + name; extra < total && number(extra, 2) != 1; ) extra += 4 + number(extra + 2, 2)
+            return number(extra + 4 + 8 * ((number(20, 4) == 4294967295) + (number(24, 4) == 4294967295)), 8)
+        }
+        function is_utf8(    text, i) {
+            for (i = 46; i < 46 + name; i++) text = text sprintf("%c", byte[i])
+            return text ~ /^([\001-\177]|[\302-\337][\200-\277]|[\340-\357][\200-\277][\200-\277]|[\360-\364][\200-\277][\200-\277][\200-\277])*$/
+        }
+        { for (i = 1; i <= NF; i++) {
+            byte[n++] = $i
+            if (n == 46) total = 46 + (name = number(28, 2)) + number(30, 2) + number(32, 2)
+            if (n < 46 || n < total) continue
+            printf "%.0f %.0f %d\n", local_offset() + shift_, at, int(byte[9] / 8) % 2 && !is_utf8()
+            at += total
+            n = 0
+        } }'
 }
 
 # --- Zip --------------------------------------------------------------------------------------------------------------
 
-# Which packer is the quickest, measured. Per file bsdtar takes 43 microseconds, Info-ZIP's zip 12; for the data bsdtar is the
-# quicker one of these two: they part at about 8 KiB a file. 7-Zip's quick level uses all cores and is a third quicker even
-# on one, for archives 1 to 2 % larger.
-choose_packer() {
-    packer=bsdtar
-    [ -z "$password" ] && [ "$inside" = no ] && [ ! -L "$source" ] || return 0
-    kilobytes=$(du -sk "$source") || return 0
-    kilobytes=${kilobytes%%[!0-9]*}
-    if [ "$entries" -gt 500 ] && [ "$kilobytes" -lt $((entries * 8)) ]; then
-        # Without a locale named en_US.UTF-8 Info-ZIP doesn't mark names as UTF-8: plain ASCII only.
-        [ "$plain_names" = yes ] && find_packer zip && packer=info_zip
-    elif [ "$kilobytes" -gt 32768 ]; then
-        { find_packer 7z || find_packer 7zz; } && seven_zip_is_fit && packer=seven_zip
-    fi
-    return 0
-}
-
-# An absolute path: it is run in another folder.
-find_packer() {
-    packer_path=$(command -v "$1") && [ "$packer_path" != "${packer_path#/}" ]
-}
-
-# 7-Zip stores no owners, without which set-id bits aren't restored, and no names that aren't UTF-8. Old versions store no
-# links or times to the second either: rather than trusting a version number, this packs and expands a sample.
-seven_zip_is_fit() {
-    [ "$name_locale" != C ] || return 1
-    case $source_name in *\\*) return 1 ;; esac
-    odd=$(find -H "$source" \( -perm -4000 -o -perm -2000 -o ! -user "$(id -u)" -o ! -group "$(id -g)" \) -print | wc -l)
-    [ "$odd" -eq 0 ] || return 1
-    sample=$work/sample
-    mkdir "$sample" "$sample/empty" "$work/back" && printf '%s' "$sample" >"$sample/-n\\ü*
-" && ln -s "../no where" "$sample/link" && chmod 640 "$sample/-n"* && chmod 750 "$sample/empty" &&
-        touch -t 200102030405.07 "$sample/-n"* "$sample/empty" || return 1
-    (cd "$work" && seven_zip sample.zip ./sample) && bsdtar -x -p -f "$work/sample.zip" -C "$work/back" &&
-        [ "$(cd "$sample" && ls -lnd ./*)" = "$(cd "$work/back/sample" && ls -lnd ./*)" ] &&
-        [ -z "$(find "$sample/-n"* -newer "$work/back/sample/empty")" ] &&
-        [ -z "$(find "$work/back/sample/-n"* -newer "$sample/empty")" ]
-}
-
-# Packs $2, a path below the current folder, into $1. For a subshell, which becomes the tool.
-seven_zip() {
-    exec "$packer_path" a -tzip -mx=1 -mtp=1 -snl -spd -bd -bso0 -y -- "$@"
-}
-
-# Looks at what is to be packed: sets entries (how many), plain_names (yes: ASCII) and name_locale.
-survey_source() {
-    # Both packers leave out sockets, pipes and devices without an error.
-    odd=$(find -H "$source" ! -type f ! -type d ! -type l -print | wc -l) || finish 66
-    [ "$odd" -eq 0 ] || finish 66
-    entries=$(find -H "$source" -print | LC_ALL=C awk '/[^ -~]/ { odd = 1 } END { print NR, odd + 0 }')
-    plain_names=yes
-    name_locale=$LC_ALL
-    if [ "${entries#* }" -ne 0 ]; then
-        plain_names=no
-        # Names that aren't UTF-8 are stored as bytes: marked as UTF-8, no tool could read the archive.
-        find -H "$source" -print | iconv -f UTF-8 -t UTF-8 || name_locale=C
-    fi
-    entries=${entries% *}
-}
-
-# An archive that is written below its own source packs neither its work folder nor what it replaces.
-survey_destination() {
-    inside=no
-    [ -d "$source" ] && physical "$source" || return 0
-    source_at=$at
-    physical "$target_folder" || finish 73
-    case ${at%/}/ in
-        "${source_at%/}"/*)
-            inside=yes
-            set -- "$source_name${at#"${source_at%/}"}/${target##*/}"
-            replaced=$(printf '%s\n.' "$1" | sed 's/[][*?\\^$]/\\&/g')
-            replaced="^${replaced%??}\$"
-            ;;
-    esac
-}
-
 zip_verb() {
     need bsdtar
     set_source "$1" "$3"
-    [ -f "$source" ] || [ -d "$source" ] || finish 66
+    [ -f "$source" ] || [ -d "$source" ] || finish 66 'the source is neither a file nor a folder'
     set_target "$2" "$4"
-    survey_source
-    survey_destination
-    make_work_folder "$target_folder"
-    choose_packer
-    pack_with_$packer
-    publish "$work/out.zip"
-}
-
-pack_with_info_zip() {
-    open_pipe 4 5
-    start_children
-    (cd "$source_folder" && exec "$packer_path" -q -r -y -nw "$work/out.zip" "./$source_name") 2>&5 4<&- 5>&- &
-    finish_packing "$!"
-}
-
-pack_with_seven_zip() {
-    open_pipe 4 5
-    start_children
-    (cd "$source_folder" && seven_zip "$work/out.zip" "./$source_name") 2>&5 4<&- 5>&- &
-    finish_packing "$!"
-}
-
-pack_with_bsdtar() {
+    set_replaced
+    survey &
+    surveyor=$!
+    children="$children $surveyor"
     # The name goes over in a list: as an operand "@x" and "-Cx" have meanings of their own. A reader takes the backslashes
-    # of a name without "/" for those of a Windows path.
+    # of a name without "/" for those of a Windows path. -H: what the source itself links to; links below it stay links. -P: a
+    # leading "\" or "c:" belongs to the name.
     case $source_name in
-        *\\*) printf './%s\0' "$source_name" ;;
-        *) printf '%s\0' "$source_name" ;;
-    esac >"$work/list" || finish 74
-    # -H: what the source itself links to; links below it stay links. -P: a leading "\" or "c:" belongs to the name.
-    set -- -c -H -P --no-acls --no-xattrs --no-fflags --no-mac-metadata --format zip
-    if [ -n "$password" ]; then
-        set -- "$@" --options zip:encryption=aes256 --passphrase "$password"
-    fi
-    if [ "$inside" = yes ]; then
-        set -- "$@" --exclude "${work##*/}" --exclude "$replaced"
-    fi
-    open_pipe 4 5
-    start_children
-    LC_ALL=$name_locale bsdtar "$@" -f "$work/out.zip" -C "$source_folder" --null -T "$work/list" 2>&5 4<&- 5>&- &
-    finish_packing "$!"
-}
-
-# $1: the packer's process.
-finish_packing() {
-    know_children "$1"
-    start_reading_errors
-    wait_for "$1"
-    set -- "$?"
-    wait_for "$reader"
-    set -- "$1" "$?"
-    [ "$1" -eq 0 ] && return
-    case $2 in
-        4) finish 74 ;;
-        5) finish 66 ;;
+        *\\*) printf './%s\0' "$source_name" >names || finish_full ;;
+        *) printf '%s\0' "$source_name" >names || finish_full ;;
     esac
-    finish 70
+    set -- -f out --format zip --options "zip:compression-level=3${password:+,zip:encryption=aes256}" \
+        ${password:+--passphrase "$password"}
+    pack names "$@" -H -C "$source_folder" --null -T -
+    wait_for "$surveyor"
+    read -r items mode odd times names <survey || finish_full
+    [ "$odd" = no ] || finish 66 'a pipe, socket or device can'\''t be packed'
+    [ "$times" = no ] || pack_clamped "$@"
+    read_zip_structure out || finish 70 'the archive came out damaged'
+    is_zip_count "$items" || any_in "$source_folder" "$source_name" -type d -newer "$work/owner" ||
+        finish 70 "not all of the $items items were packed"
+    [ "$names" = no ] || unmark_names
+    publish
 }
 
-# Reads a tool's messages from descriptor 4 (a file for them might not fit on the disk) and ends with what they come to:
-# 3 wrong password, 4 can't be written, 5 can't be read, 0 nothing known. At a wrong password it ends at once, and with it
-# the tool, which would try the password on every other entry.
-start_reading_errors() {
-    start_children
+# An archive that is written below its own source doesn't pack what it replaces: sets replaced to its path as find sees it,
+# and replaced_pattern for bsdtar.
+set_replaced() {
+    replaced=.//. replaced_pattern='^/$'
+    [ -d "$source" ] || return 0
+    inner=$(cd -P .. && pwd -P && echo .)
+    outer=$(cd -P "$source" && pwd -P && echo .)
+    inner=${inner%??}/ outer=${outer%??}/
+    [ "${inner#"$outer"}" != "$inner" ] || return 0
+    replaced=$(printf '%s.' "$source_name/${inner#"$outer"}$target_name" | sed 's/[][*?\\]/\\&/g')
+    replaced=${replaced%.}
+    replaced_pattern="^$(printf '%s' "$replaced" | sed 's/[$^]/\\&/g')\$"
+    replaced=.//$replaced
+}
+
+# Writes to the file "survey", beside bsdtar: how many items there are, the mode that they ask for, and whether any is of a
+# kind that bsdtar leaves out, has a time that zip can't hold, or a name that isn't UTF-8.
+survey() {
+    touch -t 197001020000 early
+    touch -t 203801180000 late
+    set -- "$source_folder" "$source_name"
+    items=$(find_in "$@" | LC_ALL=C grep -c '^\.//')
+    odd=no times=no names=no
+    ! any_in "$@" ! -type f ! -type d ! -type l || odd=yes
+    ! any_in "$@" \( -newer "$work/late" -o ! -newer "$work/early" \) || times=yes
+    find_in "$@" | iconv -f UTF-8 -t UTF-8 || names=yes
+    echo "$items $(mode_like "$@") $odd $times $names" >survey
+}
+
+# Runs bsdtar on the source: $1 is its input, $2... are its options.
+pack() {
+    input=$1
+    shift
+    run_bsdtar 70 "$input" -c -P "$@" --exclude '.ZipFuncs.??????????' --exclude "$replaced_pattern"
+}
+
+# bsdtar wraps times that zip can't hold, those outside 1970 to 2038: packs from a list in which they are the nearest ones.
+pack_clamped() {
+    pack names -f times --format mtree --options 'mtree:!all,mtree:type,mtree:mode,mtree:time,mtree:link' -H \
+        -C "$source_folder" --null -T -
     LC_ALL=C awk '
-        /: Incorrect passphrase/ || /Too many incorrect passphrases/ { seen = 3; exit }
-        /No space left|[Qq]uota exceeded|File too large|Read-only file system|Write error|Output file write failure/ { seen = 4 }
-        /Permission denied|[Cc]annot open|Could not open|Input\/output error|Operation not permitted/ { if (!seen) seen = 5 }
-        END { exit seen }' <&4 4<&- 5>&- &
-    reader=$!
-    know_children "$reader"
-    exec 4<&- 5>&-
+        match($0, / time=[-0-9.]+/) {
+            time = substr($0, RSTART + 6, RLENGTH - 6)
+            time = time < 0 ? 0 : time > 2147483647 ? 2147483647 : time
+            $0 = substr($0, 1, RSTART + 5) time substr($0, RSTART + RLENGTH)
+        }
+        / type=file/ { $0 = $0 " contents=" $1 }
+        { print }' times >names || finish_full
+    pack names "$@" -s ',^\./,,SH' -C "$source_folder" @-
+}
+
+# bsdtar marks every name as UTF-8. One that isn't would make other tools refuse the whole archive: its mark goes.
+unmark_names() {
+    list_zip_directory out | sed -n 's/ 1$//p' >names
+    while read -r local_at directory_at; do
+        for at in "$((local_at + 7))" "$((directory_at + 9))"; do
+            printf '\0' | dd of=out bs=1 seek="$at" conv=notrunc || finish_full
+        done
+    done <names
 }
 
 # --- Unzip ------------------------------------------------------------------------------------------------------------
 
 unzip_verb() {
     need bsdtar
-    [ "$4" = expand ] || finish 64
+    [ "$4" = expand ] || finish 64 'the fourth field isn'\''t "expand"'
     set_source "$1" "$3"
-    [ -f "$source" ] || finish 66
-    case $2 in
-        /*) destination=$2 ;;
-        *) finish 73 ;;
-    esac
-    check_zip_ends
-    make_destination
+    [ -f "$source" ] || finish 66 'the archive can'\''t be read'
+    read_zip_structure "$source" || finish 65 'no zip archive, or it is cut'
+    make_destination "$2"
     make_work_folder "$destination"
-    check_zip_entries
-    mkdir "$work/tree" || finish 74
-    expand_zip
-    check_merge "$work/tree" "$destination" || finish 73
-    # From here on it is a matter of renames: see them through.
+    if [ "$zip_plain" -eq 0 ]; then
+        { head -c "$((zip_end + 20))" "$source" && printf '\0\0'; } >part.zip || finish_full
+        source=part.zip
+    fi
+    set -- --options 'zip:!mac-ext' --passphrase "${password:-no password was given}" -f "$source"
+    plan_expansion "$@"
+    [ -z "$password" ] || check_encryption
+    # No owners, no set-id or sticky bits, modes under the umask. -s: keeps the names that bsdtar would shorten.
+    set -- -x --no-same-owner --no-same-permissions -s ',^,./,SH' "$@"
+    if [ "$merge" = yes ]; then
+        # Folders of the archive exist already: reads it for nothing, then lets bsdtar replace file after file in place.
+        free=$(df -Pk .. | awk 'NR == 2 { print $4 }')
+        [ "$free" -gt "$kilobytes" ] || finish 74 'the disk has no room for it'
+        run_bsdtar 65 /dev/null "$@" -O
+        trap '' HUP INT TERM
+        run_bsdtar 65 /dev/null "$@" --safe-writes -C ..
+        flush_all .. || finish_full
+        finish 0
+    fi
+    mkdir tree || finish_full
+    run_bsdtar 65 /dev/null "$@" -C tree
+    flush_all . || finish_full
+    # From here on it is a matter of a few renames: see them through. A locked folder's move writes into the folder.
     trap '' HUP INT TERM
-    merge "$work/tree" "$destination" 0 || finish 73
+    # shellcheck disable=SC2016 # the inner shells expand them
+    (cd tree && find . ! -name . -prune -type d ! -perm -200 -exec sh -c '
+        chmod u+w "$1" && mv -f "$1" ../../ && chmod u-w "../../$1"' sh {} \; &&
+        find . ! -name . -prune -exec sh -c 'exec mv -f -- "$@" ../../' sh {} +) && rmdir tree ||
+        finish 73 'the result can'\''t be moved into place'
+    flush .. || finish_full
     finish 0
 }
 
-# bsdtar guesses formats and takes a zip that was cut within its central directory for a whole one. So: the zip magic in
-# front, an end record that reaches the very end, and a central directory that fills the space before it. The end record is
-# looked for in the last 16 KiB, as bsdtar does. Sets zip_entries.
-check_zip_ends() {
-    zip_size=$(wc -c <"$source") || finish 66
-    case $(od -An -v -tx1 -N4 "$source" | tr -d ' \n') in
-        504b0304 | 504b0506) ;;
-        *) finish 65 ;;
-    esac
-    zip_end=$(tail -c 16384 "$source" | od -An -v -tu1 | LC_ALL=C awk -v size="$zip_size" '
-        function number(at, bytes,    value) {
-            while (bytes-- > 0) value = value * 256 + byte[at + bytes]
-            return value
-        }
-        function is(at, third, fourth) {
-            return byte[at] == 80 && byte[at + 1] == 75 && byte[at + 2] == third && byte[at + 3] == fourth
-        }
-        { for (i = 1; i <= NF; i++) byte[n++] = $i }
-        END {
-            for (at = n - 22; at >= 0; at--) if (is(at, 5, 6) && at + 22 + number(at + 20, 2) == n) break
-            if (at < 0) exit 1
-            entries = number(at + 10, 2); length_ = number(at + 12, 4); start = number(at + 16, 4); end = size - n + at
-            if (at >= 20 && is(at - 20, 6, 7)) {
-                end = number(at - 12, 8)
-                at = end - (size - n)
-                if (at < 0 || !is(at, 6, 6)) exit 1
-                entries = number(at + 32, 8); length_ = number(at + 40, 8); start = number(at + 48, 8)
-            }
-            if (start + length_ != end) exit 1
-            printf "%.0f %.0f\n", entries, start
-        }') || finish 65
-    zip_entries=${zip_end% *}
-    if [ "$zip_entries" -gt 0 ]; then
-        [ "$(od -An -v -tx1 -j "${zip_end#* }" -N4 "$source" | tr -d ' \n')" = 504b0102 ] || finish 65
-    fi
-}
-
-# Reads the list of entries: every entry that the end record counts is a file, folder or link, none has an absolute name,
-# none goes by the name of a link or below it, and bsdtar sees a plain zip (a tar or a disk image can start like one). Names
-# with ".." fail when they are expanded.
-check_zip_entries() {
-    open_pipe 6 7
-    open_pipe 4 5
-    start_children
-    bsdtar -t -vvv --passphrase "${password:-$no_password}" -f "$source" >&7 2>&5 4<&- 5>&- 6<&- 7>&- &
-    lister=$!
-    LC_ALL=C awk -v expected="$zip_entries" '
-        # Mode, links, owner, group, size, and three of the date stand before the name.
-        function check(line,    kind, name) {
-            kind = substr(line, 1, 1)
-            if (kind !~ /[-dl]/ || !sub(/^[^ ]+ +[^ ]+ +[^ ]+ +[^ ]+ +[^ ]+ +[^ ]+ +[^ ]+ +[^ ]+ /, "", line) || line ~ /^\//) wrong = 1
-            name = line
-            if (kind == "l") sub(/ -> .*/, "", name)
-            while (sub(/^\.?\/+/, "", name) || sub(/\/(\.?\/)+/, "/", name) || sub(/\/\.?$/, "", name)) continue
-            if (kind == "l") links[name] = 1
-            else taken[name] = 1
-            while (sub(/\/[^\/]*$/, "", name) && !(name in taken)) taken[name] = 1
-        }
-        NR > 1 { check(last) }
-        { last = $0 }
-        END {
-            for (name in links) if (name in taken) wrong = 1
-            exit wrong || NR - 1 != expected || last !~ /^Archive Format: ZIP.*,  Compression: none$/
-        }' <&6 4<&- 5>&- 6<&- 7>&- &
-    checker=$!
-    know_children "$lister" "$checker"
-    exec 6<&- 7>&-
-    start_reading_errors
-    wait_for "$reader" || stop_at_password "$?"
-    wait_for "$lister" || finish 65
-    wait_for "$checker" || finish 65
-}
-
-# The passphrase is on bsdtar's command line, as it is on this script's own for just as long. bsdtar has no other way: its
-# prompt reads 1023 bytes of a terminal or, without one, of stdin, and asks 10,000 times when the password is wrong.
-# Without a passphrase it would prompt.
-expand_zip() {
-    open_pipe 4 5
-    start_children
-    # -s: keeps the names that bsdtar would shorten, those with a leading "\" or "c:".
-    bsdtar -x -p --no-acls --no-xattrs --no-fflags --no-mac-metadata -s ',^,./,SH' --passphrase "${password:-$no_password}" \
-        -f "$source" -C "$work/tree" 2>&5 4<&- 5>&- &
-    expander=$!
-    know_children "$expander"
-    start_reading_errors
-    wait_for "$reader" || stop_at_password "$?"
-    set -- "$?"
-    wait_for "$expander" && return
-    [ "$1" -eq 0 ] || finish 74
-    finish 65
-}
-
-# $1: what start_reading_errors came to; returned when it isn't the password.
-stop_at_password() {
-    if [ "$1" -eq 3 ]; then
-        [ -n "$password" ] && finish 82
-        finish 77
-    fi
-    return "$1"
-}
-
-# Makes the missing folders of the destination and remembers them: a failure removes them again.
+# Makes the missing folders of the destination $1 and remembers them: a failure removes them again.
 make_destination() {
+    destination=$1
+    [ "$1" != "${1#/}" ] || finish 73 'no path of a destination'
     while [ "$destination" != "${destination%/}" ]; do
         destination=${destination%/}
     done
@@ -494,99 +530,119 @@ make_destination() {
         made=$top
         top=${top%/*}
     done
-    mkdir -p "$destination/" || finish 73
-    is_open_folder "$destination/" || finish 73
+    (umask "$user_mask" && mkdir -p "$destination/") && is_open_folder "$destination/" ||
+        finish 73 'the destination can'\''t be made or written to'
 }
 
-remove_made_folders() {
-    folder=$destination
-    rmdir "$folder"
-    while [ "$folder" != "$made" ]; do
-        folder=${folder%/*}
-        rmdir "$folder"
-    done
-}
-
-mount_point() {
-    line=$(df -P "$1/" | tail -n 1)
-    line=${line##*% }
-}
-
-# May the tree $1 go into the folder $2? A folder meets a folder, anything else meets no folder; folders that both have are
-# writable, no links, and on the file system of the destination (else a move would be a copy, which can end half way).
-check_merge() {
-    if [ "$1" = "$work/tree" ]; then
-        mount_point "$2"
-        mounted_at=$line
-    fi
-    for child in "$1"/* "$1"/.[!.]* "$1"/..?*; do
-        there=$2/${child##*/}
-        if [ ! -e "$child" ] && [ ! -L "$child" ]; then
-            continue # a pattern that matched nothing
-        elif [ -L "$child" ] || [ ! -d "$child" ]; then
-            if [ -d "$there" ] && [ ! -L "$there" ]; then
-                return 1
-            fi
-        elif [ -L "$there" ]; then
-            return 1
-        elif [ -d "$there" ]; then
-            is_open_folder "$there" || return 1
-            mount_point "$there"
-            [ "$line" = "$mounted_at" ] || return 1
-            if [ ! -r "$child" ] || [ ! -w "$child" ] || [ ! -x "$child" ]; then
-                chmod u+rwx "$child" || return 1
-            fi
-            check_merge "$child" "$there" || return 1
-        elif [ -e "$there" ]; then
-            return 1
-        fi
-    done
-    return 0
-}
-
-# Moves what the folder $1 holds into the folder $2, at depth $3 below the destination. Folders that exist keep their mode
-# and take the archive's time.
-merge() {
-    touch -r "$1" "$work/time$3" || return 1
-    for child in "$1"/* "$1"/.[!.]* "$1"/..?*; do
-        if [ -L "$child" ] || [ ! -d "$child" ]; then
-            continue
-        fi
-        if [ -d "$2/${child##*/}" ]; then
-            merge "$child" "$2/${child##*/}" $(($3 + 1)) || return 1
-        elif [ ! -w "$child" ]; then
-            # A folder's move to another parent writes into the folder.
-            chmod u+w "$child" && mv -f "$child" "$2/" && chmod u-w "$2/${child##*/}" || return 1
-        fi
-    done
+# Reads the list of entries, with bsdtar's options $@: every entry that the end record counts is a file, folder or link, none
+# has an absolute name or "..", and bsdtar sees a plain zip (a tar or a disk image can look like one). Each finds its place
+# free: a folder meets a folder that can be written to, no link; anything else meets no folder. Sets merge to yes when a
+# folder exists already. Writes to "times", for each entry, 1 when it is a file with content, else 0.
+plan_expansion() {
     # shellcheck disable=SC2016 # the inner shell expands them
-    find "$1/." ! -name . -prune -exec sh -c 'to=$1; shift; exec mv -f -- "$@" "$to/"' sh "$2" {} + || return 1
-    if [ "$3" -gt 0 ]; then
-        rmdir "$1" || return 1
-        # Not an owner's time to set: no reason to fail.
-        touch -r "$work/time$3" "$2"
-    fi
-    return 0
+    plan=$({ bsdtar -t -vvv "$@" || echo '!'; } | LC_ALL=C awk '
+        # A word for xargs.
+        function word(kind, name) {
+            gsub(/[^a-zA-Z0-9_.\/]/, "\\\\&", name)
+            print kind name
+        }
+        function check(line,    kind, folder, at, length_) {
+            kind = substr(line, 1, 1)
+            split(line, columns)
+            total += columns[5]
+            print (kind == "-" && columns[5] > 0) >"times"
+            # Mode, links, owner, group, size, and three of the date stand before the name.
+            if (kind !~ /[-dl]/ || !sub(/^[^ ]+ +[^ ]+ +[^ ]+ +[^ ]+ +[^ ]+ +[^ ]+ +[^ ]+ +[^ ]+ /, "", line)) wrong = 1
+            if (kind == "l") sub(/ -> .*/, "", line)
+            if (line ~ /^\// || ("/" line "/") ~ /\/\.\.\//) wrong = 1
+            while (sub(/^\.?\/+/, "", line) || sub(/\/(\.?\/)+/, "/", line) || sub(/\/\.?$/, "", line)) continue
+            # Octal escapes as printf %b wants them.
+            gsub(/\\[0-7][0-7][0-7]/, "\001&", line) && gsub(/\001\\/, "\\0", line)
+            folder = line
+            if (kind != "d" && !sub(/\/[^\/]*$/, "", folder)) folder = ""
+            for (at = 1; folder != last_folder && (length_ = index(substr(folder "/", at), "/")) > 1; at += length_)
+                word("d", substr(folder, 1, at + length_ - 2))
+            last_folder = folder
+            if (kind != "d") word("f", line)
+        }
+        NR > 1 { check(last) }
+        { last = $0 }
+        END {
+            if (wrong || last !~ /^Archive Format: ZIP.*,  Compression: none$/) print "!"
+            printf "n%d\nk%.0f\n", NR - 1, total / 1024
+        }' | LC_ALL=C xargs sh -c '
+        for word do
+            case $word in
+                *\\*) place=$(printf "../%b." "${word#?}") && place=${place%.} ;;
+                *) place=../${word#?} ;;
+            esac
+            case $word in
+                !) echo damaged ;;
+                n*) echo "entries=${word#n}" ;;
+                k*) echo "kilobytes=${word#k}" ;;
+                d*) if [ -L "$place" ]; then echo blocked
+                    elif [ -d "$place" ] && [ -w "$place" ] && [ -x "$place" ]; then echo merge=yes
+                    elif [ -e "$place" ]; then echo blocked
+                    fi ;;
+                f*) [ ! -d "$place" ] || [ -L "$place" ] || echo blocked ;;
+            esac
+        done' sh | sort -u)
+    merge=no entries=-1
+    for word in $plan; do
+        case $word in
+            damaged | blocked) ;;
+            *) eval "$word" ;;
+        esac
+    done
+    [ "$plan" = "${plan#*damaged}" ] && is_zip_count "$entries" || finish 65 'the archive is damaged, or hostile'
+    [ "$plan" = "${plan#*blocked}" ] || finish 73 'a link, a folder or something of another kind is in the way'
 }
 
-# --- Encrypted files --------------------------------------------------------------------------------------------------
+# An archive that holds encrypted files holds no others: they might be forged. bsdtar goes by the mark in the local headers,
+# so each file with content needs one there. All bytes but those that such a header is known by are mapped to "o" (odd) and
+# "e" (even), for tools that read text.
+check_encryption() {
+    LC_ALL=C tr '\000-\377' "$(LC_ALL=C awk 'BEGIN {
+        for (i = 0; i < 255; i++) printf "%s", i == 3 || i == 4 ? i : i == 75 ? "K" : i == 80 ? "P" : i % 2 ? "o" : "e"
+        printf "\\n" }')" <"$source" | LC_ALL=C grep -b -o 'PK34..[oK3]' | cut -d : -f 1 >survey || finish_full
+    list_zip_directory "$source" | sort -n | LC_ALL=C awk '
+        FILENAME == "survey" { encrypted[$1]; next }
+        { getline content <"times"
+          if (content + 0 && $1 in encrypted) some = 1
+          else if (content + 0) other = 1 }
+        END { exit some && other }' survey - || finish 65 'files that aren'\''t encrypted stand among those that are'
+}
+
+# --- Encrypted files (docs/encrypted-files.md) ------------------------------------------------------------------------
 #
 # No key is ever an argument or in the environment: openssl gets them through pipes, and HMAC is built from its definition
 # (RFC 2104), as its options would take the key as an argument.
+#
+# The cipher writes the result straight to its file. Beside it, what is in that file already is hashed: reading it back is
+# quicker than sending all through one more pipe, and it is the result itself that is looked at. When decrypting it is
+# encrypted again for that: the source, which might change between two readings, is read once.
 
 magic=464f4c4944455801
 rounds=600000
-no_password='no password was given'
+zeros=0000000000000000000000000000000000000000000000000000000000000000
 
-# Sets octets to printf escapes for the hexadecimal digits $1, each byte XORed with $2.
-octets_of() {
-    rest=$1
-    octets=
+# Writes the bytes of the hexadecimal digits $1, each XORed with $2.
+put() {
+    rest=$1 octets=
     while [ -n "$rest" ]; do
-        byte=$((0x${rest%"${rest#??}"} ^ $2))
+        byte=$((0x${rest%"${rest#??}"} ^ ${2:-0}))
         octets="$octets\\$((byte >> 6))$((byte >> 3 & 7))$((byte & 7))"
         rest=${rest#??}
     done
+    # shellcheck disable=SC2059 # the escapes are the format
+    printf "$octets"
+}
+
+# Sets digest to the SHA-256, hexadecimal, of what the command $@ writes.
+digest_of() {
+    digest=$("$@" | openssl dgst -sha256)
+    digest=${digest##* }
+    [ "${#digest}" -eq 64 ] || finish 69 'openssl can'\''t hash'
 }
 
 # Sets derived to the 64 hexadecimal digits (upper case) of PBKDF2-HMAC-SHA256 over the line $1, the 8 bytes $2 and $3
@@ -594,18 +650,16 @@ octets_of() {
 derive() {
     derived=$(printf '%s\n' "$1" | openssl enc -aes-256-ecb -pbkdf2 -md sha256 -iter "$3" -S "$2" -P -pass stdin |
         sed -n 's/^key=//p')
-    [ "${#derived}" -eq 64 ] || finish 70
+    [ "${#derived}" -eq 64 ] || finish 69 'openssl can'\''t derive keys'
 }
 
-# Sets check, cipher_key and mac_key from the password and the 16-byte salt $1, all hexadecimal. openssl takes a password of
-# one line, at most 1023 bytes, and 8 bytes of salt: the digest of the whole salt and the password stands in for it.
+put_salted_password() { put "$salt" && printf '%s' "$password"; }
+
+# Sets check, cipher_key and mac_key from password and salt, all hexadecimal. openssl takes a password of one line, at most
+# 1023 bytes, and 8 bytes of salt: the digest of the whole salt and the password stands in for it.
 derive_keys() {
-    octets_of "$1" 0
-    # shellcheck disable=SC2059 # the escapes are the format
-    derived=$({ printf "$octets" && printf '%s' "$password"; } | openssl dgst -sha256)
-    derived=${derived##* }
-    [ "${#derived}" -eq 64 ] || finish 70
-    derive "$derived" "${1%????????????????}" "$rounds"
+    digest_of put_salted_password
+    derive "$digest" "${salt%????????????????}" "$rounds"
     set -- "$derived"
     # The labels "verifier", "cryptkey" and "auth-key"; one round makes it HMAC-SHA256 of the label.
     derive "$1" 7665726966696572 1
@@ -616,189 +670,122 @@ derive_keys() {
     mac_key=$derived
 }
 
-# Writes the inner block of the HMAC under mac_key and the bytes $1 to descriptor 7.
-start_mac() {
-    octets_of "$mac_key" 0x36
-    # shellcheck disable=SC2059
-    printf "$octets" >&7 || finish 70
-    octets_of 0000000000000000000000000000000000000000000000000000000000000000 0x36
-    # shellcheck disable=SC2059
-    printf "$octets" >&7 || finish 70
-    octets_of "$1" 0
-    # shellcheck disable=SC2059
-    printf "$octets" >&7 || finish 70
-}
-
-# Sets mac, hexadecimal, from the inner digest, which openssl wrote to the file $1.
-finish_mac() {
-    read -r inner <"$1" || finish 74
-    inner=${inner##* }
-    [ "${#inner}" -eq 64 ] || finish 70
-    octets_of "$mac_key" 0x5c
-    outer=$octets
-    octets_of 0000000000000000000000000000000000000000000000000000000000000000 0x5c
-    outer=$outer$octets
-    octets_of "$inner" 0
-    # shellcheck disable=SC2059
-    mac=$(printf "$outer$octets" | openssl dgst -sha256)
-    mac=${mac##* }
-    [ "${#mac}" -eq 64 ] || finish 70
-}
-
 # The cipher's key waits in a pipe on descriptor 3.
 offer_cipher_key() {
     open_pipe 3 5
-    printf '%s\n' "$cipher_key" >&5 || finish 70
+    printf '%s\n' "$cipher_key" >&5 || finish_full
     exec 5>&-
 }
 
-# The copy is as private as its source.
-take_privacy() {
-    set -- "$(ls -ldL "$source")" "$1"
-    case $1 in ????r*) ;; *) chmod g-r "$2" ;; esac
-    case $1 in ?????w*) ;; *) chmod g-w "$2" ;; esac
-    case $1 in ???????r*) ;; *) chmod o-r "$2" ;; esac
-    case $1 in ????????w*) ;; *) chmod o-w "$2" ;; esac
+# For a child. In counter mode -e and -d do the same, but -e writes and -d reads a header with the cipher's salt first.
+cipher() { exec openssl enc "$1" -aes-256-ctr -pbkdf2 -md sha256 -iter 1 -bufsize 1048576 -pass fd:3; }
+
+# For a child: copies standard input, the result that is being written, until the file "written" says that it is whole.
+follow() {
+    while [ ! -e written ]; do
+        cat || exit
+        [ -e written ] || sleep 0.1 || sleep 1
+        kill -0 "$$" || exit
+    done
+    exec cat
 }
 
-# GNU tee can stop when its file can't be written; others read on to the end for nothing.
-choose_tee() {
-    tee_option=
-    if tee --output-error=exit /dev/null; then
-        tee_option=--output-error=exit
-    fi
+put_inner() { put "$mac_key" 0x36 && put "$zeros" 0x36 && put "$1"; }
+put_outer() { put "$mac_key" 0x5c && put "$zeros" 0x5c && put "$inner"; }
+
+skip_head() { dd bs=64 count=1 >/dev/null; }
+
+# When the cipher, the child $2, has written the result, of $1 bytes at least, and the children $3... have read it: sets
+# digest to the MAC.
+await_mac() {
+    least=$1 failed=
+    shift
+    for child do
+        wait_for "$child" || failed=yes
+        printf '' >written || finish_full
+    done
+    size=$(wc -c <out)
+    [ -z "$failed" ] || { check_disk && finish 70 'openssl or cat failed'; }
+    [ "$size" -ge "$least" ] || { check_disk && finish 66 'the source can'\''t be read, or changed'; }
+    read -r inner <digest || finish_full
+    inner=${inner##* }
+    digest_of put_outer
 }
 
-prepare_file_verb() {
+file_verb() {
     need openssl
     set_source "$1" "$3"
-    [ -f "$source" ] || finish 66
+    [ -f "$source" ] && size=$(wc -c <"$source") || finish 66 'the source is no file'
     set_target "$2" "$4"
-    make_work_folder "$target_folder"
-    choose_tee
-}
-
-encrypt_verb() {
-    prepare_file_verb "$@"
-    salt=$(openssl rand -hex 16)
-    [ "${#salt}" -eq 32 ] || finish 70
-    derive_keys "$salt"
-    head=$magic$salt$check
-    : >"$work/out" || finish 74
-    take_privacy "$work/out"
-    octets_of "${head}0000000000000000000000000000000000000000000000000000000000000000" 0
-    # shellcheck disable=SC2059
-    printf "$octets" >"$work/out" || finish 74
-
+    mode=$(mode_like "$source_folder" "$source_name")
+    if [ "$verb" = encrypt ]; then
+        salt=$(openssl rand -hex 16)
+        derive_keys
+        claim=$zeros head=$magic$salt$check body=
+        put "$head$zeros" >out || finish_full
+    else
+        # Magic and version (8 bytes), salt (16), check (8); MAC (32); the header of openssl's output (16).
+        body=$(dd bs=80 count=1 <"$source" | od -An -v -tx1 | tr -d ' \n')
+        head=$(printf '%.64s' "$body") body=${body#"$(printf '%.64s' "$body")"}
+        claim=$(printf '%.64s' "$body") body=${body#"$(printf '%.64s' "$body")"}
+        [ "${#body}" -eq 32 ] && [ "${head#"$magic"}" != "$head" ] || finish 65 'no encrypted file of this kind'
+        salt=${head#"$magic"}
+        salt=${salt%????????????????}
+        derive_keys
+        [ "$head" = "$magic$salt$check" ] || finish 1 'wrong password'
+        [ "${body#53616c7465645f5f}" != "$body" ] || finish 65 'the file is damaged'
+    fi
     offer_cipher_key
-    open_pipe 4 5
+    if [ "$verb" = encrypt ]; then (cipher -e) <"$source" >>out & else (skip_head && cipher -d) <"$source" >out & fi
+    children="$children $!" cipher=$! checker=
+    exec 3<&-
     open_pipe 6 7
-    start_mac "$head"
-    start_children
-    openssl enc -e -aes-256-ctr -pbkdf2 -md sha256 -iter 1 -bufsize 65536 -pass fd:3 <"$source" >&5 4<&- 5>&- 6<&- 7>&- &
-    cipher=$!
-    tee ${tee_option:+"$tee_option"} -a "$work/out" <&4 >&7 3<&- 4<&- 5>&- 6<&- 7>&- &
-    writer=$!
-    openssl dgst -sha256 <&6 >"$work/digest" 3<&- 4<&- 5>&- 6<&- 7>&- &
-    hasher=$!
-    know_children "$cipher" "$writer" "$hasher"
-    exec 3<&- 4<&- 5>&- 6<&- 7>&-
-    wait_for "$cipher"
-    set -- "$?"
-    wait_for "$writer" || finish 74
-    wait_for "$hasher" || finish 70
-    [ "$1" -eq 0 ] || finish 70
-
-    finish_mac "$work/digest"
-    octets_of "$head$mac" 0
+    put_inner "$head$body" >&7 || finish_full
+    if [ "$verb" = encrypt ]; then
+        size=$((size + 80))
+        (skip_head && follow) <out >&7 6<&- 7>&- &
+        children="$children $!" follower=$!
+    else
+        size=$((size - 80))
+        offer_cipher_key
+        open_pipe 4 5
+        (put "$body" && follow) <out >&5 3<&- 4<&- 5>&- 6<&- 7>&- &
+        children="$children $!" follower=$!
+        (cipher -d) <&4 >&7 4<&- 5>&- 6<&- 7>&- &
+        children="$children $!" checker=$!
+        exec 3<&- 4<&- 5>&-
+    fi
+    openssl dgst -sha256 <&6 >digest 6<&- 7>&- &
+    children="$children $!"
+    exec 6<&- 7>&-
+    await_mac "$size" "$cipher" "$follower" $checker "$!"
     # Over the placeholder; "<>" doesn't cut the file.
-    # shellcheck disable=SC2059
-    printf "$octets" 1<>"$work/out" || finish 74
-    publish "$work/out"
-}
-
-decrypt_verb() {
-    prepare_file_verb "$@"
-    exec 8<"$source"
-    head=$(dd bs=80 count=1 <&8 | od -An -v -tx1 | tr -d ' \n')
-    # 80 bytes: magic and version, salt, check, MAC, and the 16 that openssl puts before its output.
-    [ "${#head}" -eq 160 ] || finish 65
-    body=${head#????????????????????????????????????????????????????????????????????????????????????????????????????????????????????????????????}
-    claim=${head%"$body"}
-    claim=${claim#????????????????????????????????????????????????????????????????}
-    head=${head%"$claim$body"}
-    [ "${head%????????????????????????????????????????????????}" = "$magic" ] || finish 65
-    salt=${head#????????????????}
-    derive_keys "${salt%????????????????}"
-    [ "${head#????????????????????????????????????????????????}" = "$check" ] || finish 1
-    case $body in
-        53616c7465645f5f*) ;;
-        *) finish 65 ;;
-    esac
-
-    : >"$work/out" || finish 74
-    take_privacy "$work/out"
-    offer_cipher_key
-    open_pipe 4 5
-    open_pipe 6 7
-    start_mac "$head$body"
-    octets_of "$body" 0
-    # shellcheck disable=SC2059
-    printf "$octets" >&5 || finish 70
-    start_children
-    openssl dgst -sha256 <&6 >"$work/digest" 3<&- 4<&- 5>&- 6<&- 7>&- 8<&- &
-    hasher=$!
-    openssl enc -d -aes-256-ctr -pbkdf2 -md sha256 -iter 1 -bufsize 65536 -pass fd:3 \
-        <&4 >"$work/out" 4<&- 5>&- 6<&- 7>&- 8<&- &
-    cipher=$!
-    tee ${tee_option:+"$tee_option"} /dev/fd/7 <&8 >&5 3<&- 4<&- 5>&- 6<&- 8<&- &
-    writer=$!
-    know_children "$cipher" "$writer" "$hasher"
-    exec 3<&- 4<&- 5>&- 6<&- 7>&- 8<&-
-    # The hasher first: should it fail, tee could wait for ever to open its pipe. A full disk ends the cipher, then the rest.
-    wait_for "$hasher" || finish 70
-    wait_for "$cipher" || finish 74
-    wait_for "$writer" || finish 70
-
-    finish_mac "$work/digest"
-    [ "$mac" = "$claim" ] || finish 65
-    publish "$work/out"
+    if [ "$verb" = encrypt ]; then { put "$head$digest"; } 1<>out || finish_full
+    else [ "$digest" = "$claim" ] || finish 65 'the file is damaged'; fi
+    publish
 }
 
 # --- Fields -----------------------------------------------------------------------------------------------------------
 
-[ "$#" -eq 1 ] || finish 64
-
+[ "$#" -eq 1 ] || finish 64 'not one argument'
 verb=${1%%"|"*}
-case $verb in
-    zip | unzip) wanted=4 ;;
-    zipencrypt | unzipdecrypt | encrypt | decrypt) wanted=5 ;;
-    *) finish 64 ;;
+password=${1#*"|"*"|"*"|"*"|"*"|"}
+# A field behind the last one keeps an empty one.
+fields="$1|."
+IFS='|'
+# shellcheck disable=SC2086 # fields
+set -- $fields
+IFS=' 	
+'
+case $verb:$# in
+    zip:6 | unzip:6) password= ;;
+    zip:* | unzip:* | *:[1-6]) finish 64 'wrong number of fields' ;;
+    *) [ -n "$password" ] || finish 64 'no password' ;;
 esac
-
-fields=$1
-password=
-set --
-while [ "$#" -lt 4 ]; do
-    case $fields in
-        *"|"*) fields=${fields#*"|"} ;;
-        *) finish 64 ;;
-    esac
-    set -- "$@" "${fields%%"|"*}"
-done
-case $fields in
-    *"|"*)
-        [ "$wanted" -eq 5 ] || finish 64
-        password=${fields#*"|"}
-        ;;
-esac
-if [ "$wanted" -eq 5 ] && [ -z "$password" ]; then
-    finish 64
-fi
-
+shift
 case $verb in
     zip | zipencrypt) zip_verb "$@" ;;
     unzip | unzipdecrypt) unzip_verb "$@" ;;
-    encrypt) encrypt_verb "$@" ;;
-    decrypt) decrypt_verb "$@" ;;
+    encrypt | decrypt) file_verb "$@" ;;
+    *) finish 64 'unknown verb' ;;
 esac

@@ -15,10 +15,10 @@
 #include <algorithm>
 #include <array>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <set>
 #include <sstream>
-#include <stdexcept>
 #include <system_error>
 #include <utility>
 
@@ -27,7 +27,7 @@ namespace fmxhost::check {
 const char* const footer =
     R"(Without TEST: all of them. Each runs in a process of its own, so that a crash is a result. Functions aren't called.
 
-A line of --allow's file is "TEST | FINDING | REASON": what the plug-in keeps on purpose, with "*" for any text.
+A line of --allow's file is "TEST: FINDING", with "*" for any text: what the plug-in keeps on purpose.
 
 Verdicts: pass; note, passed with something to know; skipped; fail; crash; timeout.
 
@@ -37,64 +37,40 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-std::string trimmed(const std::string& text)
-{
-    const std::size_t begin = std::min(text.find_first_not_of(" \t\r"), text.size());
-    return text.substr(begin, text.find_last_not_of(" \t\r") + 1 - begin);
-}
-
 // What a plug-in keeps on purpose: findings that are no failures of it but notes.
 class Allowances {
 public:
-    // Blank lines and those that begin with "#" say nothing.
-    // Errors: std::invalid_argument, for the user.
+    // A line is "TEST: FINDING", with "*" for any text (fnmatch(3)); blank lines and those with "#" first say nothing.
     explicit Allowances(const std::filesystem::path& file)
     {
         std::ifstream stream(file);
-        std::string line;
-        for (int number = 1; std::getline(stream, line); ++number) {
-            if (line = trimmed(line); line.empty() || line.starts_with('#')) {
-                continue;
+        for (std::string line; std::getline(stream, line);) {
+            if (!line.empty() && line.front() != '#') {
+                patterns_.push_back(line);
             }
-            const std::size_t first = line.find('|');
-            const std::size_t last = line.rfind('|');
-            const Test* test = findTest(trimmed(line.substr(0, first)));
-            if (test == nullptr || first == last) { // also when there is none
-                throw std::invalid_argument(file.string() + ", line " + std::to_string(number) +
-                                            ": TEST | FINDING | REASON is expected");
-            }
-            entries_.push_back(
-                {test, trimmed(line.substr(first + 1, last - first - 1)), trimmed(line.substr(last + 1))});
         }
     }
-    Allowances() = default;
 
     void apply(const Test& test, Result& result) const
     {
-        if (result.verdict != Verdict::fail) {
-            return;
-        }
-        std::erase_if(result.reasons, [&](const std::string& reason) {
-            const auto allowed = std::find_if(entries_.begin(), entries_.end(), [&](const Entry& entry) {
-                return entry.test == &test && fnmatch(entry.pattern.c_str(), reason.c_str(), FNM_NOESCAPE) == 0;
+        const auto isAllowed = [&](const std::string& reason) {
+            const std::string finding = std::string(test.name) + ": " + reason;
+            return std::any_of(patterns_.begin(), patterns_.end(), [&finding](const std::string& pattern) {
+                return fnmatch(pattern.c_str(), finding.c_str(), FNM_NOESCAPE) == 0;
             });
-            if (allowed != entries_.end()) {
-                result.notes.push_back(reason + " (allowed: " + allowed->reason + ")");
-            }
-            return allowed != entries_.end();
-        });
-        if (result.reasons.empty()) {
-            result.verdict = Verdict::note;
+        };
+        if (result.verdict == Verdict::fail) {
+            const auto allowed =
+                std::stable_partition(result.reasons.begin(), result.reasons.end(), std::not_fn(isAllowed));
+            std::transform(allowed, result.reasons.end(), std::back_inserter(result.notes),
+                           [](const std::string& reason) { return reason + " (allowed)"; });
+            result.reasons.erase(allowed, result.reasons.end());
+            result.verdict = result.reasons.empty() ? Verdict::note : Verdict::fail;
         }
     }
 
 private:
-    struct Entry {
-        const Test* test;
-        std::string pattern; // fnmatch(3)
-        std::string reason;
-    };
-    std::vector<Entry> entries_;
+    std::vector<std::string> patterns_;
 };
 
 class Suite {
@@ -300,17 +276,10 @@ std::filesystem::path listOfServerLibraries()
     return {};
 }
 
-// A file, or a bundle.
-bool mayBePlugin(const std::filesystem::path& plugin)
-{
-    std::error_code error;
-    return std::filesystem::is_regular_file(plugin, error) || std::filesystem::is_directory(plugin / "Contents", error);
-}
-
-// Errors: std::invalid_argument, for the user; std::system_error when a test can't be run or the output be written.
+// Errors: std::system_error when a test can't be run or the output be written.
 bool runTests(const Arguments& arguments, const Settings& settings, Output& output)
 {
-    Suite suite(settings, arguments.allowances.empty() ? Allowances() : Allowances(arguments.allowances));
+    Suite suite(settings, Allowances(arguments.allowances));
     Report report(output, arguments.json, arguments.onlyFailed);
     for (const Test& test : allTests()) {
         const auto& names = arguments.tests;
@@ -334,24 +303,22 @@ ExitStatus run(const Arguments& arguments, Output& output)
     if (const Test* test = findTest(arguments.isolated)) {
         runHere(*test, settings);
     }
-    try {
-        if (settings.apiVersion < oldestApiVersion || settings.apiVersion > newestApiVersion) {
-            throw std::invalid_argument("check needs an API version from 50 to 255.");
-        }
-        for (const std::string& name : arguments.tests) {
-            if (findTest(name) == nullptr) {
-                throw std::invalid_argument("There is no test called " + name +
-                                            ". fmxhost check list-tests shows them.");
-            }
-        }
-        if (!mayBePlugin(settings.plugin)) {
-            output.reportError("There is no plug-in file " + settings.plugin.string());
-            return ExitStatus::pluginUnusable;
-        }
-        return runTests(arguments, settings, output) ? ExitStatus::success : ExitStatus::checkFailed;
-    } catch (const std::invalid_argument& error) {
-        output.reportError(error.what());
+    if (settings.apiVersion < oldestApiVersion || settings.apiVersion > newestApiVersion) {
+        output.reportError("check needs an API version from 50 to 255.");
         return ExitStatus::wrongUse;
+    }
+    for (const std::string& name : arguments.tests) {
+        if (findTest(name) == nullptr) {
+            output.reportError("There is no test called " + name + ". fmxhost check list-tests shows them.");
+            return ExitStatus::wrongUse;
+        }
+    }
+    if (std::error_code error; !std::filesystem::exists(settings.plugin, error)) {
+        output.reportError("There is no plug-in file " + settings.plugin.string());
+        return ExitStatus::pluginUnusable;
+    }
+    try {
+        return runTests(arguments, settings, output) ? ExitStatus::success : ExitStatus::checkFailed;
     } catch (const OutputError&) {
         throw;
     } catch (const std::system_error& error) {

@@ -176,21 +176,6 @@ private:
     std::map<std::string, std::vector<std::string>> libraries_;
 };
 
-void examineSearchPath(const Examination& examination, const Server& server, const std::string& folder)
-{
-    if (server.has(folder)) {
-        return;
-    }
-    if (folder.starts_with("$ORIGIN") || folder.starts_with("${ORIGIN}")) {
-        examination.note("it looks for libraries beside itself, in " + folder +
-                         ": \"Install Plug-In File\" copies the plug-in alone");
-    } else if (folder.empty() || folder.front() != '/') {
-        examination.fail("it looks for libraries in \"" + folder + "\" (RPATH): that is whichever folder is current");
-    } else {
-        examination.fail("it looks for libraries in " + folder + " (RPATH), a folder of the machine that built it");
-    }
-}
-
 } // namespace
 
 void examineExports(Examination& examination)
@@ -211,9 +196,7 @@ void examineLibraries(Examination& examination)
     const Server server(examination.settings().libraries);
     for (const std::string& library : plugin.needed) {
         if (!server.has(library)) {
-            const bool isPath = library.find('/') != std::string::npos;
-            examination.fail("it needs " + library +
-                             (isPath ? ", a path of the machine that built it" : ", which no plain server has"));
+            examination.fail("it needs " + library + ", which no plain server has");
         }
     }
     for (const auto& [library, version] : plugin.versions) {
@@ -223,7 +206,11 @@ void examineLibraries(Examination& examination)
         }
     }
     for (const std::string& folder : plugin.searchPaths) {
-        examineSearchPath(examination, server, folder);
+        if (!server.has(folder)) {
+            // What lies beside the plug-in may be there; "Install Plug-In File" copies the plug-in alone.
+            examination.tell(folder.starts_with('$') ? Event::note : Event::failure,
+                             "it looks for libraries in \"" + folder + "\" (RPATH), which no plain server has");
+        }
     }
 }
 

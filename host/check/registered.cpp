@@ -1,7 +1,6 @@
 // function-names, prototypes, descriptions, unique-ids: what it registers for calculations.
 #include "host/check/test.h"
 
-#include "host/base/unicode.h"
 #include "host/calculation/parse.h"
 
 #include <algorithm>
@@ -12,6 +11,11 @@ namespace fmxhost::check {
 namespace {
 
 using fmxkit::ExternalFunction;
+
+std::vector<ExternalFunction> attemptedFunctions()
+{
+    return attempted(fmxkit::externalFunctions(), fmxkit::refusals().functions);
+}
 
 constexpr std::u16string_view blanks = u" \t\r\n\u00a0";
 
@@ -38,16 +42,10 @@ struct ParameterCounts {
     bool more = false; // "..." or "…": any number of them
 };
 
-// A prototype that can't be read; what() says why.
-class PrototypeError : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
-
 void expect(bool condition, const char* fault)
 {
     if (!condition) {
-        throw PrototypeError(fault);
+        throw std::invalid_argument(fault); // a prototype that can't be read
     }
 }
 
@@ -65,7 +63,7 @@ void count(ParameterCounts& counts, std::u16string_view parameter, bool optional
 
 // What follows the name of a prototype: nothing, or a list in parentheses, separated by ";", optional parameters in
 // braces, which may be nested: "( source ; target {; overwrite {; name}} )".
-// Errors: PrototypeError.
+// Errors: std::invalid_argument.
 ParameterCounts readParameters(std::u16string_view rest)
 {
     ParameterCounts counts;
@@ -137,7 +135,7 @@ std::string prototypeFault(const ExternalFunction& function)
         const std::string has = rangeText(counts.required, counts.named, counts.more);
         return shown + "it has " + has + (has == "1" ? " parameter" : " parameters") + " but is registered with " +
                rangeText(function.minimumArguments, function.maximumArguments, function.maximumArguments == -1);
-    } catch (const PrototypeError& error) {
+    } catch (const std::invalid_argument& error) {
         return shown + error.what();
     }
 }

@@ -113,14 +113,15 @@ private:
     Result result_;
 };
 
-std::string endText(const siginfo_t& end)
+// What waitpid(2) says of a process that didn't come to the end of its test.
+std::string endText(int status)
 {
-    if (end.si_code != CLD_EXITED) {
-        return strsignal(end.si_status);
+    if (WIFSIGNALED(status)) {
+        return strsignal(WTERMSIG(status));
     }
-    return end.si_status == eventsLostStatus
+    return WEXITSTATUS(status) == eventsLostStatus
                ? "every file descriptor of the host's was closed"
-               : "the process was ended with exit status " + std::to_string(end.si_status);
+               : "the process was ended with exit status " + std::to_string(WEXITSTATUS(status));
 }
 
 std::string timeOutText(std::chrono::duration<double> limit)
@@ -161,34 +162,30 @@ int spawn(const std::vector<std::string>& arguments, int output, pid_t& child)
     return error;
 }
 
-enum class Reading { something, nothing, end };
-
-// Waits for something to read, so many milliseconds at most.
-Reading readSome(int pipe, int wait, Transcript& transcript)
+// Waits for something to read, so many milliseconds at most; at the end of the pipe but a moment. Answers whether there
+// was something.
+bool readSome(int pipe, int wait, Transcript& transcript)
 {
     pollfd waiting{pipe, POLLIN, 0};
     if (poll(&waiting, 1, wait) <= 0) {
-        return Reading::nothing;
+        return false;
     }
     std::array<char, 16384> buffer{};
     const ssize_t count = read(pipe, buffer.data(), buffer.size());
-    if (count < 0) {
-        return errno == EINTR ? Reading::nothing : Reading::end;
+    if (count <= 0) {
+        poll(nullptr, 0, 1);
+        return false;
     }
     transcript.read({buffer.data(), static_cast<std::size_t>(count)});
-    return count > 0 ? Reading::something : Reading::end;
+    return true;
 }
 
-// Without reaping it: its number stays its group's.
-bool hasEnded(pid_t child, siginfo_t& end, bool wait)
+bool hasEnded(pid_t child, int& status, int options)
 {
-    end = {};
-    while (waitid(P_PID, static_cast<id_t>(child), &end, WEXITED | WNOWAIT | (wait ? 0 : WNOHANG)) != 0) {
-        if (errno != EINTR) {
-            throwError(errno, "waitid");
-        }
+    pid_t ended = 0;
+    while ((ended = waitpid(child, &status, options)) == -1 && errno == EINTR) {
     }
-    return end.si_pid != 0;
+    return ended == child;
 }
 
 } // namespace
@@ -222,28 +219,24 @@ Result runIsolated(const Test& test, const Settings& settings)
 
     const auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(settings.timeLimit);
     Transcript transcript;
-    siginfo_t end{};
+    int status = 0;
     bool ended = false;
     bool timedOut = false;
-    for (bool open = true; !transcript.done() && !ended && !timedOut; timedOut = Clock::now() >= deadline) {
-        // The pipe tells of the end, unless the process has closed it before or left it to others.
-        if (open) {
-            open = readSome(pipe[0], 50, transcript) != Reading::end;
-        } else {
-            poll(nullptr, 0, 1);
-        }
-        ended = hasEnded(child, end, false);
+    while (!transcript.done() && !ended && !timedOut) {
+        // The pipe tells of the end, unless the process has left it to others.
+        readSome(pipe[0], 50, transcript);
+        ended = hasEnded(child, status, WNOHANG);
+        timedOut = !ended && Clock::now() >= deadline;
     }
-    timedOut = timedOut && !ended;
     kill(-child, SIGKILL);
-    hasEnded(child, end, true);
-    while (waitpid(child, nullptr, 0) == -1 && errno == EINTR) {
+    if (!ended) {
+        hasEnded(child, status, 0);
     }
     // What is still in the pipe: all of it, unless a process that left the group goes on writing.
-    for (int round = 0; round < 64 && readSome(pipe[0], 0, transcript) == Reading::something; ++round) {
+    for (int round = 0; round < 64 && readSome(pipe[0], 0, transcript); ++round) {
     }
     close(pipe[0]);
-    return transcript.finish(timedOut ? timeOutText(settings.timeLimit) : endText(end), timedOut);
+    return transcript.finish(timedOut ? timeOutText(settings.timeLimit) : endText(status), timedOut);
 }
 
 void runHere(const Test& test, const Settings& settings)

@@ -5,21 +5,16 @@
 // elements, each with an ID of its own. One parameter at most is a target. Letter case doesn't matter.
 #include "host/check/test.h"
 
-#include "host/base/unicode.h"
-
 #include <expat.h>
 
 #include <algorithm>
 #include <cctype>
-#include <initializer_list>
 #include <map>
 #include <set>
 #include <type_traits>
 
 namespace fmxhost::check {
 namespace {
-
-using Words = std::initializer_list<std::string_view>;
 
 std::string lowered(std::string_view text)
 {
@@ -90,13 +85,32 @@ private:
     std::vector<Element*> open_{&document_}; // no element gets a sibling while it is here
 };
 
+// An attribute that is known, and what it may say in any letter case; no words: anything.
+struct Attribute {
+    std::string_view name;
+    std::vector<std::string_view> words = {};
+};
+
+const std::vector<Attribute>& parameterAttributes()
+{
+    static const std::vector<Attribute> attributes{
+        {"type", {"calc", "bool", "list", "target"}},
+        {"id"},
+        // Of what a calculation gives; "boolean" stands in older definitions.
+        {"datatype", {"text", "number", "date", "time", "timestamp", "container", "binary", "boolean"}},
+        {"label"},
+        {"showinline", {"true", "false"}},
+        {"default"}};
+    return attributes;
+}
+
 class DefinitionRules {
 public:
     std::vector<std::string> faultsOf(const Element& root)
     {
         expect(root.name == "pluginstep",
                "the definition has the root element <" + root.shown + "> instead of <PluginStep>");
-        expectAttributes(root, {}, "<" + root.shown + ">");
+        expectOnly(root, {}, "<" + root.shown + ">");
         expectNoText(root);
         for (const Element& child : root.children) {
             if (child.name == "parameter") {
@@ -126,21 +140,21 @@ private:
         expect(!element.hasText, "the definition has text in <" + element.name + ">, where none is known");
     }
 
-    void expectAttributes(const Element& element, Words known, const std::string& owner)
+    void expectOnly(const Element& element, const std::vector<Attribute>& known, const std::string& owner)
     {
         for (const auto& [name, value] : element.attributes) {
-            expect(std::find(known.begin(), known.end(), name) != known.end(),
-                   std::string(owner).append(" has an attribute ").append(name).append(" that isn't known"));
+            const auto attribute = std::find_if(known.begin(), known.end(),
+                                                [&name = name](const Attribute& each) { return each.name == name; });
+            if (attribute == known.end()) {
+                faults_.push_back(
+                    std::string(owner).append(" has an attribute ").append(name).append(" that isn't known"));
+                continue;
+            }
+            const auto& words = attribute->words;
+            expect(
+                words.empty() || std::find(words.begin(), words.end(), lowered(value)) != words.end(),
+                std::string(owner).append(": its ").append(name).append(" \"").append(value).append("\" isn't known"));
         }
-    }
-
-    // What an attribute says, if it is there, is one of the words in any letter case.
-    void expectWord(const Element& element, const char* attribute, Words known, const std::string& fault,
-                    const char* expected)
-    {
-        const std::string value = element.value(attribute);
-        expect(!element.has(attribute) || std::find(known.begin(), known.end(), lowered(value)) != known.end(),
-               std::string(fault).append(" \"").append(value).append("\"").append(expected));
     }
 
     void examineParameter(const Element& parameter)
@@ -148,46 +162,33 @@ private:
         const std::string label = parameter.value("label");
         const std::string type = lowered(parameter.value("type"));
         const std::string shown = "parameter " + std::to_string(++count_) + (label.empty() ? "" : " \"" + label + "\"");
-        expectAttributes(parameter, {"type", "id", "datatype", "label", "showinline", "default"}, shown);
-        expect(parameter.has("type"), shown + " has no type");
-        expectWord(parameter, "type", {"calc", "bool", "list", "target"}, shown + " is of type",
-                   "; known are calc, bool, list and target");
+        expectOnly(parameter, parameterAttributes(), shown);
+        expectNoText(parameter);
+        expect(!type.empty(), shown + " has no type");
         expect(!label.empty(), shown + " has no label");
-        expectWord(parameter, "showinline", {"true", "false"}, shown + ": showinline is",
-                   " instead of \"true\" or \"false\"");
-        // Of what a calculation gives; "boolean" stands in older definitions.
-        expectWord(parameter, "datatype",
-                   {"text", "number", "date", "time", "timestamp", "container", "binary", "boolean"},
-                   shown + " is of data type", "; known are text, number, date, time, timestamp and container");
-        if (type == "bool") {
-            expectWord(parameter, "default", {"true", "false", "0", "1"}, shown + ": its default is",
-                       " instead of \"true\" or \"false\"");
-        }
         expect(type != "target" || ++targets_ != 2, "the definition has more than one target");
         if (type != "target" || parameter.has("id")) {
             examineId(parameter, ids_, shown);
         }
-        examineValues(parameter, type, shown);
-    }
-
-    void examineValues(const Element& parameter, const std::string& type, const std::string& owner)
-    {
-        expectNoText(parameter);
-        const std::string shown = "a value of " + owner;
         std::set<std::string> ids;
-        for (const Element& value : parameter.children) {
-            if (value.name != "value" || type != "list") {
-                unknown(value, "<parameter> of type \"" + type + "\"");
-                continue;
-            }
-            expectAttributes(value, {"id"}, shown);
-            examineId(value, ids, shown);
-            expect(value.hasText, shown + " has no text");
-            for (const Element& child : value.children) {
-                unknown(child, "<value>");
+        for (const Element& child : parameter.children) {
+            if (child.name == "value" && type == "list") {
+                examineValue(child, ids, "a value of " + shown);
+            } else {
+                unknown(child, "<parameter> of type \"" + type + "\"");
             }
         }
-        expect(type != "list" || !parameter.children.empty(), owner + " is a list without values");
+        expect(type != "list" || !parameter.children.empty(), shown + " is a list without values");
+    }
+
+    void examineValue(const Element& value, std::set<std::string>& ids, const std::string& shown)
+    {
+        expectOnly(value, {{"id"}}, shown);
+        examineId(value, ids, shown);
+        expect(value.hasText, shown + " has no text");
+        for (const Element& child : value.children) {
+            unknown(child, "<value>");
+        }
     }
 
     void examineId(const Element& element, std::set<std::string>& taken, const std::string& owner)
@@ -239,7 +240,7 @@ void examineScriptSteps(Examination& examination)
         throw Skipped("there are script steps from API version 57 on");
     }
     examination.started();
-    for (const fmxkit::ScriptStep& step : attemptedSteps()) {
+    for (const fmxkit::ScriptStep& step : attempted(fmxkit::scriptSteps(), fmxkit::refusals().scriptSteps)) {
         examineStep(examination, step);
     }
 }

@@ -118,23 +118,14 @@ void examineOtherNumbers(const Examination& examination, Plugin& plugin)
     }
 }
 
-// What may stand at a position of the options string behind the four characters of the ID, and what it means.
-struct Option {
-    std::u16string_view allowed;
-    std::string_view meaning;
-};
-constexpr std::size_t idLength = 4;
-constexpr std::array<Option, 7> optionsAfterId{{{u"1", "always \"1\""},
-                                                {u"Yn", "\"Y\" when the plug-in can be configured, else \"n\""},
-                                                {u"n", "\"n\": new style functions"},
-                                                {u"Yn", "\"Y\" for start-up and shut-down messages, else \"n\""},
-                                                {u"Yn", "\"Y\" for idle messages, else \"n\""},
-                                                {u"Yn", "\"Y\" for session and file shut-down messages, else \"n\""},
-                                                {u"n", "always \"n\""}}};
-
 void examineOptionsText(const Examination& examination, std::u16string_view options)
 {
-    constexpr std::size_t length = idLength + optionsAfterId.size();
+    // What may stand at each position behind the four characters of the ID: "1"; whether the plug-in can be configured;
+    // "n" for new style functions; whether it wants start-up and shut-down, idle, and session and file shut-down
+    // messages; "n".
+    constexpr std::size_t idLength = 4;
+    constexpr std::array<std::u16string_view, 7> allowed{u"1", u"Yn", u"n", u"Yn", u"Yn", u"Yn", u"n"};
+    constexpr std::size_t length = idLength + allowed.size();
     if (options.size() != length) {
         examination.fail("the options string " + inQuotes(options) + " has " + std::to_string(options.size()) +
                          " characters instead of " + std::to_string(length));
@@ -143,13 +134,11 @@ void examineOptionsText(const Examination& examination, std::u16string_view opti
     for (std::size_t index = 0; index < length; ++index) {
         const char16_t unit = options[index];
         const bool inId = index < idLength;
-        const bool right = inId ? unit > u' ' && unit <= u'~'
-                                : optionsAfterId[index - idLength].allowed.find(unit) != std::u16string_view::npos;
-        if (!right) {
-            const std::string_view expected =
-                inId ? "a visible ASCII character of the ID" : optionsAfterId[index - idLength].meaning;
+        const std::u16string_view expected = inId ? u"" : allowed.at(index - idLength);
+        if (inId ? unit <= u' ' || unit > u'~' : expected.find(unit) == std::u16string_view::npos) {
             examination.fail("character " + std::to_string(index + 1) + " of the options string " + inQuotes(options) +
-                             " is " + inQuotes(options.substr(index, 1)) + "; expected: " + std::string(expected));
+                             " is " + inQuotes(options.substr(index, 1)) +
+                             "; expected: " + (inId ? "visible ASCII" : "one of " + inQuotes(expected)));
         }
     }
 }

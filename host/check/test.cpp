@@ -1,7 +1,5 @@
 #include "host/check/test.h"
 
-#include "host/base/unicode.h"
-
 #include <unistd.h>
 
 #include <algorithm>
@@ -41,19 +39,6 @@ constexpr Test tests[] = {
     {"shut-down", Stage::ended, examineShutDown, "Shut-down unregisters everything", registeringVersions},
     {"reload", Stage::ended, examineReloading, "It can be loaded and unloaded 100 times, and leaves no file open"},
 };
-
-template <typename Entry>
-std::string named(std::string_view kind, const Entry& entry)
-{
-    return std::string(kind) + " " + std::to_string(entry.id) + (entry.name.empty() ? "" : " " + toUtf8(entry.name));
-}
-
-template <typename Entry>
-std::vector<Entry> joined(std::vector<Entry> entries, const std::vector<Entry>& others)
-{
-    entries.insert(entries.end(), others.begin(), others.end());
-    return entries;
-}
 
 } // namespace
 
@@ -122,26 +107,6 @@ Plugin& Examination::started()
         reach(Stage::started);
     }
     return plugin;
-}
-
-std::string nameOf(const fmxkit::ExternalFunction& function)
-{
-    return named("function", function);
-}
-
-std::string nameOf(const fmxkit::ScriptStep& step)
-{
-    return named("script step", step);
-}
-
-std::vector<fmxkit::ExternalFunction> attemptedFunctions()
-{
-    return joined(fmxkit::externalFunctions(), fmxkit::refusals().functions);
-}
-
-std::vector<fmxkit::ScriptStep> attemptedSteps()
-{
-    return joined(fmxkit::scriptSteps(), fmxkit::refusals().scriptSteps);
 }
 
 std::string inQuotes(std::u16string_view text)

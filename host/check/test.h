@@ -2,6 +2,7 @@
 #pragma once
 
 #include "host/base/plugin.h"
+#include "host/base/unicode.h"
 
 #include <chrono>
 #include <cstdint>
@@ -11,6 +12,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 namespace fmxhost::check {
@@ -132,12 +134,20 @@ void examineScriptSteps(Examination& examination);
 
 // How results name what a plug-in has registered: "function 3 Smpl_Fail", "script step 3 Smpl_Fail"; without the name
 // where there is none. UTF-8.
-std::string nameOf(const fmxkit::ExternalFunction& function);
-std::string nameOf(const fmxkit::ScriptStep& step);
+template <typename Entry>
+std::string nameOf(const Entry& entry)
+{
+    const std::string kind = std::is_same_v<Entry, fmxkit::ScriptStep> ? "script step " : "function ";
+    return kind + std::to_string(entry.id) + (entry.name.empty() ? "" : " " + toUtf8(entry.name));
+}
 
 // All that it tries to register, what the host refuses included.
-std::vector<fmxkit::ExternalFunction> attemptedFunctions();
-std::vector<fmxkit::ScriptStep> attemptedSteps();
+template <typename Entry>
+std::vector<Entry> attempted(std::vector<Entry> registered, const std::vector<Entry>& refused)
+{
+    registered.insert(registered.end(), refused.begin(), refused.end());
+    return registered;
+}
 
 // The text in quotes, as UTF-8; of a long one its beginning.
 std::string inQuotes(std::u16string_view text);

@@ -65,6 +65,8 @@ TEST_F(ArchiveRoutine, HandsTheScriptOneArgument)
         {routines::unzipAndDecrypt, archiveFile, "1unzipdecrypt|/d/|/out/|x.zip|expand|p|w"},
         {routines::unzipAndDecrypt, {u"/d/x.zip", u"/", unwritable}, "1unzipdecrypt|/d/|/|x.zip|expand|"},
         {routines::encryptTheFile, file, "1encrypt|/d/|/out.d/|a b.txt|x.zip|p w"},
+        // U+012F ends a folder as a slash does, but the volume's name ends at a true slash.
+        {routines::zipAFolder, {u"Disk/d/a\u012Fb", u"Disk\u012Fx"}, "1zip|/d/a\u012F||b|x"},
         {routines::decryptTheFile, {u"/d/\u00FC.txt", u"/o.d/", u"\u00FC"}, "1decrypt|/d/|/o.d/|\u00FC.txt||\u00FC"},
     };
     for (const Case& expected : cases) {
@@ -157,105 +159,34 @@ TEST_F(ArchiveRoutine, FailsWithoutAScriptOrWithAFieldThatCantBeWritten)
     EXPECT_EQ(run(routines::zipAFolder, {endless, file}), -50);
 }
 
-TEST_F(ArchiveRoutine, PausesInFullThoughTheScriptsEndInterrupts)
+// A script that reports as the archive script does.
+constexpr const char* reporting = "[ -s \"$FOLIDEX_REPORT\" ] && why='no room: \303\274' || why=\n"
+                                  "printf '\\n82 unzip: %s\\n' \"$why\" >>\"$FOLIDEX_REPORT\"; exit 82";
+
+TEST_F(ArchiveRoutine, LearnsTheStatusWhereTheSystemKeepsNone)
 {
-    const auto previous = std::signal(SIGCHLD, [](int) {});
-    const auto began = steady_clock::now();
-    EXPECT_EQ(runRoutine(routines::zipAFolder, {u"/a", u"/b"}, setup(milliseconds(300))), 0);
-    EXPECT_GE(steady_clock::now() - began, milliseconds(300));
+    const Job job{u"/d/a.b", u"/o.d/x", u"p"};
+    const auto previous = std::signal(SIGCHLD, SIG_IGN);
+    useScript(reporting);
+    inParallel(4, [&](int) { EXPECT_EQ(run(routines::decryptTheFile, job), 82 * 256); });
+    useScript("printf '\\n0 unzip:\\n' >>\"$FOLIDEX_REPORT\"");
+    EXPECT_EQ(run(routines::decryptTheFile, job), 0);
+    useScript("kill -9 $$");
+    EXPECT_EQ(run(routines::decryptTheFile, job), -1);
     std::signal(SIGCHLD, previous);
 }
 
-TEST_F(ArchiveRoutine, LeavesNoDescriptorBehind)
+TEST_F(ArchiveRoutine, LogsTheCauseOfAFailureWhereTheLogIsOn)
 {
-    const auto openDescriptors = [] {
-        return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
-    };
-    if (!fs::exists("/proc/self/fd")) {
-        GTEST_SKIP() << "no /proc to count descriptors in";
-    }
-    const auto before = openDescriptors();
-    ZipAndEncrypt(u"/d/nothing.txt", u"/d/x.zip", u"p", {});
-    EXPECT_EQ(openDescriptors(), before);
-}
-
-// ZipAFile writes its steps to the log.
-class ArchiveRoutineTrace : public ArchiveRoutine {
-public:
-    ArchiveRoutineTrace()
-    {
-        ::setenv("HOME", scratch.text().c_str(), 1);
-        logging::switchOn();
-    }
-    ~ArchiveRoutineTrace() override
-    {
-        logging::switchOff();
-        fs::current_path(m_before);
-    }
-
-protected:
-    // The lines since the last call, less the session's.
-    void expectLines(Lines expected) const
-    {
-        expected.insert(expected.begin(), contentCleared);
-        EXPECT_EQ(logLines(scratch, "Desktop/HALVIK/FOLIDEX/LogFile.txt"), expected);
-        logging::currentLogger()->ClearLog();
-    }
-
-private:
-    fs::path m_before = fs::current_path();
-};
-
-TEST_F(ArchiveRoutineTrace, TellsEachStepOfZipAFile)
-{
-    const std::string script = scratch.text("script.sh");
-    const Lines untilSource{"T\tFUNCTION ENTER: ZipAFile", "T\t\tGetting path of the source"};
-    const Lines untilDestination{"T\t\tGetting name of the source", "T\t\tGetting path of the destination"};
-    const Lines untilScript{"T\t\tGetting name of the destination",
-                            "T\t\tConverting paths and names to char* variables", "T\t\tGetting bundle resource URL"};
-    const Lines end{"T\t\tCleaning up all the variables", "T\tFUNCTION EXIT: ZipAFile"};
-    const auto joined = [](std::initializer_list<Lines> parts) {
-        Lines all;
-        for (const Lines& part : parts) {
-            all.insert(all.end(), part.begin(), part.end());
-        }
-        return all;
-    };
-    logging::currentLogger()->ClearLog();
-
-    run(routines::zipAFile, {u"/d/a.txt", u"/o/\u00FC.zip"});
-    expectLines(joined({untilSource,
-                        untilDestination,
-                        untilScript,
-                        {"T\t\t" + script, "T\t\tNo errors so far... Creating shell command",
-                         "T\t\tsh '" + script + "' 'zip|/d/|/o/|a.txt|\u00FC.zip'"},
-                        end}));
-    run(routines::zipAFile, {u"/d/a", u"/o/x.zip"});
-    expectLines(joined({untilSource, {"T\t\tGot an error when trying to get source file path!"}, end}));
-    run(routines::zipAFile, {u"/d/a.txt", u"/o/x"});
-    expectLines(
-        joined({untilSource, untilDestination, {"T\t\tGot an error when trying to get destination file path!"}, end}));
-    runRoutine(routines::zipAFile, {u"/d/a.txt", u"/o/x.zip"}, {[] { return std::nullopt; }, milliseconds(0)});
-    expectLines(joined({untilSource,
-                        untilDestination,
-                        untilScript,
-                        {"T\t\tError - Getting bundle resource URL or file system representation of the bundle"},
-                        end}));
-    run(routines::zipAFile, {u"/d/a.txt", u"/o.d/" + unwritable});
-    expectLines(joined({untilSource, untilDestination, untilScript, {"T\t\t" + script}, end}));
-
-    run(routines::zipAFolder, {u"/d/a", u"/o/x"});
-    expectLines({});
-
-    const std::string endless(4U << 20U, 'n');
-    run(routines::zipAFile, {u"/d/a.txt", u"/o." + std::u16string(endless.begin(), endless.end())});
-    expectLines(joined({untilSource,
-                        untilDestination,
-                        untilScript,
-                        {"T\t\t" + script, "T\t\tNo errors so far... Creating shell command",
-                         "T\t\tsh '" + script + "' 'zip|/d/|/|a.txt|o." + endless + "'",
-                         "T\t\tError - Failed to create the pipe to the shell script."},
-                        end}));
+    ::setenv("HOME", scratch.text().c_str(), 1);
+    const fs::path before = fs::current_path();
+    logging::switchOn();
+    useScript(reporting);
+    run(routines::unzipAFile, {u"/d/a.b", u"/o/"});
+    const auto lines = logLines(scratch, "Desktop/HALVIK/FOLIDEX/LogFile.txt");
+    logging::switchOff();
+    fs::current_path(before);
+    EXPECT_EQ(lines.back(), "T\tZipFuncs.sh: 82 unzip: no room: \303\274");
 }
 
 } // namespace

@@ -49,9 +49,8 @@ def temporary(text):
 
 
 # What a plug-in of such a build needs, and no server has.
-ALLOWED = temporary(("libraries | it needs lib*san.so.* | a build with sanitizers\n" if SANITIZERS else "") +
-                    ("libraries | it needs libgnustep-*.so.* | takes the place of macOS's\n"
-                     "libraries | it needs libobjc.so.* | likewise\n" if COCOA == "1" else ""))
+ALLOWED = temporary(("libraries: it needs lib*san.so.*\n" if SANITIZERS else "") +
+                    ("libraries: it needs libgnustep-*.so.*\nlibraries: it needs libobjc.so.*\n" if COCOA == "1" else ""))
 
 
 class Rules(unittest.TestCase):
@@ -60,9 +59,15 @@ class Rules(unittest.TestCase):
     def test_each_fault_fails_its_test_and_no_other(self):
         lines = Path(__file__).with_name("faults.txt").read_text().splitlines()
         cases = [[*line.split(" => "), None][:4] for line in lines if line and not line.startswith("#")]
+        names = [line.split()[0] for line in check("", "list-tests").stdout.splitlines()]
+        # What is wrong with what is registered, or only when it is loaded again, is no matter of the slow ones.
+        registered = names[names.index("function-names"):names.index("script-steps") + 1]
+
         def run(case):
-            return results(PLUGIN, "--allow", ALLOWED.name, "--timeout", "1" if case[0] == "start=hang" else "100",
-                           told=case[0].replace("\\n", "\n"))
+            told, (test, verdict), _, obstacle = case[0], case[1].split(), case[2], case[3]
+            others = registered if test in registered else [name for name in names if name != "reload" or obstacle]
+            return results(PLUGIN, "--allow", ALLOWED.name, "--timeout", "1" if verdict == "timeout" else "100",
+                           *sorted({test, *others}), told=told.replace("\\n", "\n"))
         with concurrent.futures.ThreadPoolExecutor(2) as pool:
             for (told, verdict, reason, obstacle), (document, status) in zip(cases, pool.map(run, cases)):
                 with self.subTest(told):
@@ -105,9 +110,8 @@ class Rules(unittest.TestCase):
         libraries = [reason for reason in everything["libraries"] if "san.so" not in reason]
         self.assertEqual(libraries, [
             "it needs libcheck_other_library.so, which no plain server has",
-            'it looks for libraries in "." (RPATH): that is whichever folder is current',
-            "it looks for libraries in /home/me/build (RPATH), a folder of the machine that built it",
-            "it looks for libraries in /opt/FileMaker/lib/other (RPATH), a folder of the machine that built it"])
+            *(f'it looks for libraries in "{folder}" (RPATH), which no plain server has'
+              for folder in (".", "/home/me/build", "/opt/FileMaker/lib/other"))])
         for versions, reason in (("GLIBC_2.1", "a plain server has GLIBC_2.1"), ("OTHER_9", "a plain server has OTHER_9"),
                                  ("GLIBC_2.100", ""), ("", "")):
             with temporary(f"libc.so.6 {versions} # a comment\n") as server:
@@ -166,14 +170,9 @@ class CommandLine(unittest.TestCase):
 
     def test_allowed_findings_are_notes(self):
         for pattern, verdict, status in (("script step 1 *", "note", 0), ("script step 2 *", "fail", 1)):
-            with temporary(f"# on purpose\n\nunique-ids | {pattern} | so it is\nload | * | never\n") as allowed:
+            with temporary(f"# on purpose\n\nunique-ids: {pattern}\nload: *\n") as allowed:
                 document, found = results(PLUGIN, "unique-ids", "--allow", allowed.name, told="step=1")
             self.assertEqual((document["tests"][0]["verdict"], found), (verdict, status))
-        for line in ("unique-ids", "unique-ids | x", "nothing | x | y"):
-            with temporary("\n" + line + "\n") as allowed:
-                result = check(PLUGIN, "load", "--allow", allowed.name)
-            self.assertEqual((result.returncode, result.stdout), (2, ""))
-            self.assertIn("line 2: TEST | FINDING | REASON is expected", result.stderr)
 
     def test_older_hosts(self):
         document, status = results(PLUGIN, "--api", "55", "descriptions", "script-steps", "prototypes")
@@ -193,8 +192,7 @@ class CommandLine(unittest.TestCase):
             result = check(PLUGIN, *arguments)
             self.assertEqual((result.returncode, result.stdout), (status, ""))
             self.assertIn(text, result.stderr)
-        for path in ("/no/such.fmx", "/", "/dev/zero"):
-            self.assertEqual(check(path).returncode, 3)
+        self.assertEqual(check("/no/such.fmx").returncode, 3)
 
     def test_colours_are_for_terminals(self):
         for no_colour, coloured in (("", True), ("1", False)):

@@ -20,18 +20,18 @@ public:
     explicit Trace(std::string_view name)
     {
         if (!name.empty()) {
-            m_function.emplace(name);
+            function_.emplace(name);
         }
     }
     void line(std::string_view text) const
     {
-        if (m_function) {
+        if (function_) {
             logging::writeLine(text);
         }
     }
 
 private:
-    std::optional<logging::FunctionTrace> m_function;
+    std::optional<logging::FunctionTrace> function_;
 };
 
 struct ClosePipe {

@@ -27,18 +27,18 @@ const fmxhost::Plugin& plugin()
     return started;
 }
 
-Handler::Handler(std::string_view function, const std::vector<std::string>& arguments) : m_function(find(function))
+Handler::Handler(std::string_view function, const std::vector<std::string>& arguments) : function_(find(function))
 {
     for (const std::string& argument : arguments) {
-        m_arguments->PushBack(fmxhost::Value(argument).data());
+        arguments_->PushBack(fmxhost::Value(argument).data());
     }
 }
 
 bool Handler::call()
 {
-    m_function.handler(m_function.id, *m_environment, *m_arguments, *m_result);
-    return m_result->GetNativeType() != fmx::Data::kDTText || m_result->GetAsText().GetSize() != 9 ||
-           fmxhost::unitsOf(m_result->GetAsText()) != u"!!ERROR!!";
+    function_.handler(function_.id, *environment_, *arguments_, *result_);
+    return result_->GetNativeType() != fmx::Data::kDTText || result_->GetAsText().GetSize() != 9 ||
+           fmxhost::unitsOf(result_->GetAsText()) != u"!!ERROR!!";
 }
 
 } // namespace folidex::bench

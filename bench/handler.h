@@ -21,10 +21,10 @@ public:
     bool call();
 
 private:
-    const fmxkit::ExternalFunction& m_function;
-    fmx::ExprEnvUniquePtr m_environment;
-    fmx::DataVectUniquePtr m_arguments;
-    fmx::DataUniquePtr m_result;
+    const fmxkit::ExternalFunction& function_;
+    fmx::ExprEnvUniquePtr environment_;
+    fmx::DataVectUniquePtr arguments_;
+    fmx::DataUniquePtr result_;
 };
 
 } // namespace folidex::bench

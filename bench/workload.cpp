@@ -25,20 +25,20 @@ public:
         if (mkdtemp(pattern.data()) == nullptr) {
             throw std::system_error(errno, std::generic_category(), pattern);
         }
-        m_path = pattern;
+        path_ = pattern;
     }
     ~ProcessFolder()
     {
         std::error_code ignored;
-        fs::remove_all(m_path, ignored);
+        fs::remove_all(path_, ignored);
     }
     ProcessFolder(const ProcessFolder&) = delete;
     ProcessFolder& operator=(const ProcessFolder&) = delete;
 
-    const fs::path& path() const { return m_path; }
+    const fs::path& path() const { return path_; }
 
 private:
-    fs::path m_path;
+    fs::path path_;
 };
 
 void writeFile(const fs::path& path, std::size_t size)

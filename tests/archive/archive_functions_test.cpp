@@ -214,7 +214,7 @@ public:
     ~ArchiveTrace() override
     {
         plugin.call("KORB_LogSet", {"0"});
-        fs::current_path(m_before);
+        fs::current_path(before_);
     }
 
 protected:
@@ -231,7 +231,7 @@ protected:
     }
 
 private:
-    fs::path m_before = fs::current_path();
+    fs::path before_ = fs::current_path();
 };
 
 TEST_F(ArchiveTrace, TellsEachStepOfKORB_CompressFile)

@@ -21,18 +21,18 @@ class EntryPoint : public testing::Test {
 protected:
     void SetUp() override
     {
-        m_library.reset(dlopen(m_file.library().c_str(), RTLD_NOW | RTLD_LOCAL));
-        ASSERT_NE(m_library, nullptr) << dlerror();
-        m_entryPoint = reinterpret_cast<void (*)(FMX_ExternCallPtr)>(dlsym(m_library.get(), "FMExternCallProc"));
-        ASSERT_NE(m_entryPoint, nullptr);
+        library_.reset(dlopen(file_.library().c_str(), RTLD_NOW | RTLD_LOCAL));
+        ASSERT_NE(library_, nullptr) << dlerror();
+        entryPoint_ = reinterpret_cast<void (*)(FMX_ExternCallPtr)>(dlsym(library_.get(), "FMExternCallProc"));
+        ASSERT_NE(entryPoint_, nullptr);
     }
 
     void TearDown() override { fmxkit::purge(korb); }
 
     void send(FMX_ExternCallStruct& record)
     {
-        record.instanceID = m_file.instance();
-        m_entryPoint(&record);
+        record.instanceID = file_.instance();
+        entryPoint_(&record);
     }
 
     long startUp(short apiVersion)
@@ -73,9 +73,9 @@ private:
     struct Close {
         void operator()(void* library) const { dlclose(library); }
     };
-    const fmxhost::PluginFile m_file{FOLIDEX_PLUGIN_FILE};
-    std::unique_ptr<void, Close> m_library;
-    void (*m_entryPoint)(FMX_ExternCallPtr) = nullptr;
+    const fmxhost::PluginFile file_{FOLIDEX_PLUGIN_FILE};
+    std::unique_ptr<void, Close> library_;
+    void (*entryPoint_)(FMX_ExternCallPtr) = nullptr;
 };
 
 TEST_F(EntryPoint, RefusesOtherHosts)

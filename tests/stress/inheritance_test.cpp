@@ -19,7 +19,7 @@ namespace {
 class Inheritance : public testing::Test {
 protected:
     Inheritance() { prepareProcess(scratch); }
-    void TearDown() override { umask(m_umask); }
+    void TearDown() override { umask(umask_); }
 
     unsigned modeOf(const char* name) const
     {
@@ -31,7 +31,7 @@ protected:
     PluginUnderTest plugin;
 
 private:
-    mode_t m_umask = umask(077);
+    mode_t umask_ = umask(077);
 };
 
 TEST_F(Inheritance, NewItemsHaveTheUmask)

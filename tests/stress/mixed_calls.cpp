@@ -17,24 +17,24 @@ constexpr const char* error = "!!ERROR!!";
 } // namespace
 
 MixedCalls::MixedCalls(const PluginUnderTest& plugin, const ScratchFolder& scratch, int number)
-    : m_plugin(plugin), m_folder(scratch.text("caller" + std::to_string(number)))
+    : plugin_(plugin), folder_(scratch.text("caller" + std::to_string(number)))
 {
-    scratch.write(m_folder + "/source/a.txt", "twelve bytes");
-    scratch.write(m_folder + "/source/inner/b.txt", "more");
-    scratch.makeFolder(m_folder + "/target");
+    scratch.write(folder_ + "/source/a.txt", "twelve bytes");
+    scratch.write(folder_ + "/source/inner/b.txt", "more");
+    scratch.makeFolder(folder_ + "/target");
 }
 
 void MixedCalls::note(const char* function, const std::string& answer)
 {
-    if (m_faults.size() < mostFaultBytes) {
-        m_faults.append(function).append(": ").append(answer).append("\n");
+    if (faults_.size() < mostFaultBytes) {
+        faults_.append(function).append(": ").append(answer).append("\n");
     }
 }
 
 Result MixedCalls::call(const char* function, const Arguments& arguments)
 {
-    ++m_calls;
-    Result result = m_plugin.call(function, arguments);
+    ++calls_;
+    Result result = plugin_.call(function, arguments);
     if (result.threw() || result.errorCode() != 0) {
         note(function, "threw " + result.exception());
     }
@@ -66,25 +66,25 @@ void MixedCalls::expectAny(const char* function, const Arguments& arguments)
 
 void MixedCalls::copyAndMove()
 {
-    const std::string source = m_folder + "/source";
-    const std::string target = m_folder + "/target";
-    expectText("KORB_FolderCreate", {m_folder + "/new/er"}, "0");
+    const std::string source = folder_ + "/source";
+    const std::string target = folder_ + "/target";
+    expectText("KORB_FolderCreate", {folder_ + "/new/er"}, "0");
     expectText("KORB_FileCopy", {source + "/a.txt", target}, "0");
     expectText("KORB_FileCopy", {source + "/a.txt", target, "y", "a.txt"}, "0");
     expectText("KORB_FileRename", {target + "/a.txt", "z.txt"}, "0");
-    expectText("KORB_FileMove", {target + "/z.txt", m_folder + "/new"}, "0");
+    expectText("KORB_FileMove", {target + "/z.txt", folder_ + "/new"}, "0");
     expectText("KORB_FolderCopy", {source, target}, "0");
     expectText("KORB_FolderRename", {target + "/source", "copy"}, "0");
-    expectText("KORB_FolderMove", {target + "/copy", m_folder + "/new/er"}, "0");
-    expectText("KORB_GetFileSize", {m_folder + "/new/er/copy/a.txt"}, "12");
-    expectText("KORB_FileDelete", {m_folder + "/new/z.txt"}, "0");
-    expectText("KORB_FolderDelete", {m_folder + "/new"}, "0");
-    expectText("KORB_GetFolderExists", {m_folder + "/new"}, "1");
+    expectText("KORB_FolderMove", {target + "/copy", folder_ + "/new/er"}, "0");
+    expectText("KORB_GetFileSize", {folder_ + "/new/er/copy/a.txt"}, "12");
+    expectText("KORB_FileDelete", {folder_ + "/new/z.txt"}, "0");
+    expectText("KORB_FolderDelete", {folder_ + "/new"}, "0");
+    expectText("KORB_GetFolderExists", {folder_ + "/new"}, "1");
 }
 
 void MixedCalls::askForAttributes()
 {
-    const std::string folder = m_folder + "/source";
+    const std::string folder = folder_ + "/source";
     const std::string file = folder + "/a.txt";
     expectText("KORB_GetFiles", {folder}, "a.txt");
     expectText("KORB_GetFolders", {folder}, "inner");
@@ -108,14 +108,14 @@ void MixedCalls::askForAttributes()
 
 void MixedCalls::provokeErrors()
 {
-    expectText("KORB_FileCopy", {m_folder + "/absent", m_folder}, error);
-    expectText("KORB_FileDelete", {m_folder}, error);
-    expectText("KORB_GetFiles", {m_folder + "/source/a.txt"}, error);
-    expectText("KORB_FolderCreate", {m_folder}, error);
-    expectText("KORB_ExpandFile", {m_folder + "/absent.zip", ""}, error);
-    expectText("KORB_GetFilePath", {m_folder}, error);
-    expectText("KORB_GetFolderPath", {m_folder}, error);
-    expectText("KORB_OpenFile", {m_folder + "/source/a.txt"}, error);
+    expectText("KORB_FileCopy", {folder_ + "/absent", folder_}, error);
+    expectText("KORB_FileDelete", {folder_}, error);
+    expectText("KORB_GetFiles", {folder_ + "/source/a.txt"}, error);
+    expectText("KORB_FolderCreate", {folder_}, error);
+    expectText("KORB_ExpandFile", {folder_ + "/absent.zip", ""}, error);
+    expectText("KORB_GetFilePath", {folder_}, error);
+    expectText("KORB_GetFolderPath", {folder_}, error);
+    expectText("KORB_OpenFile", {folder_ + "/source/a.txt"}, error);
     expectAny("KORB_GetLastError", {}); // of whichever thread was last
     expectAny("KORB_GetLastError", {"number"});
 }
@@ -133,33 +133,33 @@ void MixedCalls::askForTheRest()
 
 unsigned MixedCalls::round()
 {
-    m_calls = 0;
+    calls_ = 0;
     copyAndMove();
     askForAttributes();
     provokeErrors();
     askForTheRest();
-    return m_calls;
+    return calls_;
 }
 
 unsigned MixedCalls::archiveRound()
 {
-    m_calls = 0;
-    const std::string archive = m_folder + "/target/a.zip";
-    const std::string secret = m_folder + "/target/a.bin";
-    expectText("KORB_CompressFile", {m_folder + "/source/a.txt", archive}, "0");
+    calls_ = 0;
+    const std::string archive = folder_ + "/target/a.zip";
+    const std::string secret = folder_ + "/target/a.bin";
+    expectText("KORB_CompressFile", {folder_ + "/source/a.txt", archive}, "0");
     expectText("KORB_EncryptFile", {archive, secret, "password"}, "0");
     expectText("KORB_FileDelete", {archive}, "0");
     expectText("KORB_DecryptFile", {secret, archive, "password"}, "0");
     expectText("KORB_FileDelete", {secret}, "0");
-    expectText("KORB_ExpandFile", {archive, m_folder + "/target/"}, "0");
+    expectText("KORB_ExpandFile", {archive, folder_ + "/target/"}, "0");
     expectText("KORB_FileDelete", {archive}, "0");
-    expectText("KORB_GetFileSize", {m_folder + "/target/a.txt"}, "12");
-    expectText("KORB_CompressAndEncrypt", {m_folder + "/source/a.txt", archive, "password"}, "0");
-    expectText("KORB_FileDelete", {m_folder + "/target/a.txt"}, "0");
-    expectText("KORB_DecryptAndExpand", {archive, m_folder + "/target/", "password"}, "0");
-    expectText("KORB_FileDelete", {m_folder + "/target/a.txt"}, "0");
+    expectText("KORB_GetFileSize", {folder_ + "/target/a.txt"}, "12");
+    expectText("KORB_CompressAndEncrypt", {folder_ + "/source/a.txt", archive, "password"}, "0");
+    expectText("KORB_FileDelete", {folder_ + "/target/a.txt"}, "0");
+    expectText("KORB_DecryptAndExpand", {archive, folder_ + "/target/", "password"}, "0");
+    expectText("KORB_FileDelete", {folder_ + "/target/a.txt"}, "0");
     expectText("KORB_FileDelete", {archive}, "0");
-    return m_calls;
+    return calls_;
 }
 
 std::size_t openDescriptors()

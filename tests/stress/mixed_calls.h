@@ -24,7 +24,7 @@ public:
     unsigned archiveRound();
 
     // What was wrong, at most a few lines; empty when nothing was.
-    const std::string& faults() const { return m_faults; }
+    const std::string& faults() const { return faults_; }
 
 private:
     using Arguments = std::vector<fmxhost::Value>;
@@ -40,10 +40,10 @@ private:
     void provokeErrors();
     void askForTheRest();
 
-    const PluginUnderTest& m_plugin;
-    std::string m_folder;
-    unsigned m_calls = 0;
-    std::string m_faults;
+    const PluginUnderTest& plugin_;
+    std::string folder_;
+    unsigned calls_ = 0;
+    std::string faults_;
 };
 
 // Descriptors that this process has open.

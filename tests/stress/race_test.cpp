@@ -27,8 +27,8 @@ class Swapper {
 public:
     Swapper(const std::string& tree, const std::string& pool)
     {
-        m_child = fork();
-        while (m_child == 0) {
+        child_ = fork();
+        while (child_ == 0) {
             for (int number = 0; number < folders; ++number) {
                 const std::string name = "/d" + std::to_string(number);
                 renameat2(AT_FDCWD, (tree + name).c_str(), AT_FDCWD, (pool + name).c_str(), RENAME_EXCHANGE);
@@ -37,14 +37,14 @@ public:
     }
     ~Swapper()
     {
-        kill(m_child, SIGKILL);
-        waitpid(m_child, nullptr, 0);
+        kill(child_, SIGKILL);
+        waitpid(child_, nullptr, 0);
     }
     Swapper(const Swapper&) = delete;
     Swapper& operator=(const Swapper&) = delete;
 
 private:
-    pid_t m_child = -1;
+    pid_t child_ = -1;
 };
 
 class Race : public testing::Test {

@@ -9,7 +9,8 @@ namespace platform {
 
 bool macos::hasGuiSession()
 {
-    return std::getenv("DISPLAY") != nullptr;
+    const char* display = std::getenv("DISPLAY");
+    return display != nullptr && *display != 0;
 }
 
 bool showAlert(std::string_view, std::string_view)

@@ -2,6 +2,7 @@
 // documentation: what link_test.py compiles and links with in the place of the macOS SDK. All are in macOS 13 and none
 // was deprecated by then. Each "// framework NAME" begins what that framework exports.
 #pragma once
+// clang-format off
 
 #include <cstddef>
 
@@ -19,14 +20,8 @@ using CFBundleRef = struct __CFBundle*;
 using CFUserNotificationRef = struct __CFUserNotification*;
 using CFTimeInterval = double;
 using SInt32 = int;
-struct CFRange {
-    CFIndex location;
-    CFIndex length;
-};
-inline CFRange CFRangeMake(CFIndex location, CFIndex length)
-{
-    return {location, length};
-}
+struct CFRange { CFIndex location; CFIndex length; };
+inline CFRange CFRangeMake(CFIndex location, CFIndex length) { return {location, length}; }
 enum CFComparisonResult : CFIndex { kCFCompareEqualTo = 0 };
 enum : unsigned { kCFStringEncodingUTF8 = 0x08000100 };
 enum { kCFUserNotificationPlainAlertLevel = 3 };
@@ -47,10 +42,8 @@ extern "C" CFBundleRef CFBundleCreate(CFAllocatorRef, CFURLRef);
 extern "C" CFURLRef CFBundleCopyExecutableURL(CFBundleRef);
 extern "C" CFURLRef CFBundleCopyResourceURL(CFBundleRef, CFStringRef name, CFStringRef type, CFStringRef folder);
 extern "C" CFStringRef CFBundleCopyLocalizedString(CFBundleRef, CFStringRef key, CFStringRef value, CFStringRef table);
-extern "C" CFDictionaryRef CFDictionaryCreate(CFAllocatorRef, const void** keys, const void** values, CFIndex,
-                                              const CFDictionaryKeyCallBacks*, const CFDictionaryValueCallBacks*);
-extern "C" CFUserNotificationRef CFUserNotificationCreate(CFAllocatorRef, CFTimeInterval, unsigned long flags,
-                                                          SInt32* error, CFDictionaryRef);
+extern "C" CFDictionaryRef CFDictionaryCreate(CFAllocatorRef, const void** keys, const void** values, CFIndex, const CFDictionaryKeyCallBacks*, const CFDictionaryValueCallBacks*);
+extern "C" CFUserNotificationRef CFUserNotificationCreate(CFAllocatorRef, CFTimeInterval, unsigned long flags, SInt32* error, CFDictionaryRef);
 
 // framework CoreGraphics
 extern "C" CFDictionaryRef CGSessionCopyCurrentDictionary();
@@ -61,28 +54,11 @@ extern "C" CFDictionaryRef CGSessionCopyCurrentDictionary();
 // framework Foundation
 typedef unsigned short unichar;
 typedef double NSTimeInterval;
-typedef NSString* NSErrorDomain;
-struct NSRange {
-    NSUInteger location;
-    NSUInteger length;
-};
-inline NSRange NSMakeRange(NSUInteger location, NSUInteger length)
-{
-    return {location, length};
-}
+struct NSRange { NSUInteger location; NSUInteger length; };
+inline NSRange NSMakeRange(NSUInteger location, NSUInteger length) { return {location, length}; }
 enum : NSUInteger { NSUTF8StringEncoding = 4 };
-enum NSCalendarUnit : NSUInteger {
-    NSCalendarUnitYear = 4,
-    NSCalendarUnitMonth = 8,
-    NSCalendarUnitDay = 16,
-    NSCalendarUnitHour = 32,
-    NSCalendarUnitMinute = 64,
-    NSCalendarUnitSecond = 128
-};
-constexpr NSCalendarUnit operator|(NSCalendarUnit a, NSCalendarUnit b)
-{
-    return NSCalendarUnit(NSUInteger(a) | NSUInteger(b));
-}
+enum NSCalendarUnit : NSUInteger { NSCalendarUnitYear = 4, NSCalendarUnitMonth = 8, NSCalendarUnitDay = 16, NSCalendarUnitHour = 32, NSCalendarUnitMinute = 64, NSCalendarUnitSecond = 128 };
+constexpr NSCalendarUnit operator|(NSCalendarUnit a, NSCalendarUnit b) { return NSCalendarUnit(NSUInteger(a) | NSUInteger(b)); }
 @class NSArray, NSDictionary, NSDate, NSError, NSURL;
 extern "C" void NSLog(NSString* format, ...);
 extern "C" NSString* const NSCalendarIdentifierGregorian;
@@ -107,12 +83,8 @@ extern "C" NSString* const NSURLVolumeIsRemovableKey;
 + (instancetype)stringWithFormat:(NSString*)format, ...;
 + (instancetype)stringWithUTF8String:(const char*)bytes;
 @end
-@interface NSConstantString : NSString
-@end
-@protocol NSFastEnumeration
+@interface NSArray : NSObject
 - (NSUInteger)countByEnumeratingWithState:(void*)state objects:(id __unsafe_unretained*)buffer count:(NSUInteger)length;
-@end
-@interface NSArray : NSObject <NSFastEnumeration>
 @property(readonly) NSUInteger count;
 - (id)objectAtIndex:(NSUInteger)index;
 + (instancetype)array;
@@ -144,6 +116,7 @@ extern "C" NSString* const NSURLVolumeIsRemovableKey;
 @interface NSError : NSObject
 @property(readonly, copy) NSString* localizedDescription;
 @end
+__attribute__((__objc_exception__))
 @interface NSException : NSObject
 @property(readonly, copy) NSString* reason;
 @end
@@ -182,10 +155,7 @@ extern "C" NSString* const NSURLVolumeIsRemovableKey;
 - (NSDictionary*)attributesOfFileSystemForPath:(NSString*)path error:(NSError**)error;
 - (BOOL)copyItemAtPath:(NSString*)source toPath:(NSString*)target error:(NSError**)error;
 - (BOOL)removeItemAtPath:(NSString*)path error:(NSError**)error;
-- (BOOL)createDirectoryAtPath:(NSString*)path
-    withIntermediateDirectories:(BOOL)intermediates
-                     attributes:(NSDictionary*)attributes
-                          error:(NSError**)error;
+- (BOOL)createDirectoryAtPath:(NSString*)path withIntermediateDirectories:(BOOL)intermediates attributes:(NSDictionary*)attributes error:(NSError**)error;
 - (NSString*)displayNameAtPath:(NSString*)path;
 - (NSString*)stringWithFileSystemRepresentation:(const char*)bytes length:(NSUInteger)length;
 @end

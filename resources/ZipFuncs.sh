@@ -1,21 +1,18 @@
 #!/bin/sh
+# shellcheck disable=SC2012,SC2015,SC2016,SC2046,SC2059,SC2086,SC2094,SC2154,SC2317,SC3013,SC3067
 # ZipFuncs.sh - compress, expand, encrypt and decrypt for the plug-in's archive functions.
 #
-#   sh ZipFuncs.sh 'zip|source folder|destination folder|source name|archive name'
-#   sh ZipFuncs.sh 'zipencrypt|source folder|destination folder|source name|archive name|password'
-#   sh ZipFuncs.sh 'unzip|archive folder|destination folder|archive name|expand'
-#   sh ZipFuncs.sh 'unzipdecrypt|archive folder|destination folder|archive name|expand|password'
-#   sh ZipFuncs.sh 'encrypt|source folder|destination folder|source name|destination name|password'
-#   sh ZipFuncs.sh 'decrypt|source folder|destination folder|source name|destination name|password'
+#   sh ZipFuncs.sh 'zip|source folder|destination folder|source name|archive name'                     zipencrypt: + '|password'
+#   sh ZipFuncs.sh 'unzip|archive folder|destination folder|archive name|expand'                     unzipdecrypt: + '|password'
+#   sh ZipFuncs.sh 'encrypt|source folder|destination folder|source name|destination name|password'                 or decrypt
 #
 # One argument. Folders are absolute and end in "/", names hold none. A "|" ends a field, but not the password.
 #
 # Exit status: 0 done, whole and on the disk; 1 (decrypt), 82 (unzipdecrypt) wrong password; 64 usage; 65 damaged input;
 # 66 unusable source; 69 a tool is missing or can't do it; 70 a tool failed; 73 unusable destination; 74 not written: full
-# disk, quota; 77 (unzip) needs a password; 129, 130, 143 ended by HUP, INT, TERM.
-#
-# On any status but 0 the destination is as it was before. One exception: an archive that is merged into folders that exist
-# is read once for nothing, and only then file after file is replaced, each whole; a failure then leaves what is done.
+# disk, quota; 77 (unzip) needs a password; 129, 130, 143 ended by HUP, INT, TERM. On any but 0 the destination is as it was
+# before. One exception: an archive that is merged into folders that exist is read once for nothing, and only then file after
+# file is replaced, each whole; a failure then leaves what is done.
 #
 # It reads nothing from a terminal and writes nothing to stdout or stderr. Why it failed goes to the system log. A host that
 # wants to know puts the name of a file of its own into FOLIDEX_REPORT: that gets a line "status cause", and when it held
@@ -43,7 +40,6 @@ clean_up() {
     trap '' HUP INT TERM
     # A child that a signal found just started is in $! alone. KILL: a shell still, it might throw away any other signal.
     [ "$!" = "$reaped" ] || children="$children $!"
-    # shellcheck disable=SC2086 # words
     kill -s KILL $children
     exec 3<&- 4<&- 5>&- 6<&- 7>&- 8>&-
     wait
@@ -81,19 +77,14 @@ PATH=${PATH:+$PATH:}/usr/bin:/bin:/usr/sbin:/sbin
 MALLOC_TRIM_THRESHOLD_=16777216 MALLOC_TOP_PAD_=4194304
 # bsdtar can't expand UTF-8 names in the C locale. GNU's mv enters nothing that appears under the target's name (-T), macOS'
 # no link (-h). perl, which comes with macOS, flushes as that wants it (F_FULLFSYNC).
-system=$(uname -sn)
-case $system in
-    Darwin*)
-        LC_ALL=en_US.UTF-8 rename='mv -fh'
-        flush() { perl -e 'for (@ARGV) { open(F, "<", $_) && fcntl(F, 51, 0) || exit 1 }' "$@" || sync; }
-        flush_all() { sync; }
-        ;;
-    *)
-        LC_ALL=C.UTF-8 rename='mv -fT'
-        flush() { sync "$@"; }
-        flush_all() { sync -f "$1"; }
-        ;;
-esac
+LC_ALL=C.UTF-8 rename='mv -fT' system=$(uname -sn)
+flush() { sync "$@"; }
+flush_all() { sync -f "$1"; }
+if [ "${system% *}" = Darwin ]; then
+    LC_ALL=en_US.UTF-8 rename='mv -fh'
+    flush() { perl -e 'for (@ARGV) { open(F, "<", $_) && fcntl(F, 51, 0) || exit 1 }' "$@" || sync; }
+    flush_all() { sync; }
+fi
 export PATH LC_ALL MALLOC_TRIM_THRESHOLD_ MALLOC_TOP_PAD_
 
 need() { command -v "$1" || finish 69 "$1 is missing"; }
@@ -146,10 +137,7 @@ make_work_folder() {
 
 enter_private() {
     cd -P "$1" || return
-    case $(ls -ldn .) in
-        drwx------*) [ -O . ] ;;
-        *) return 1 ;;
-    esac
+    case $(ls -ldn .) in drwx------*) [ -O . ] ;; *) return 1 ;; esac
 }
 
 lock() { ! command -v flock || flock -n 9; }
@@ -192,9 +180,7 @@ set_target() {
 }
 
 is_path() {
-    case $2 in
-        '' | . | .. | */*) return 1 ;;
-    esac
+    case $2 in '' | . | .. | */*) return 1 ;; esac
     [ "$1" != "${1#/}" ]
 }
 
@@ -211,14 +197,11 @@ find_in() {
 }
 
 # Is there any?
-any_in() {
-    [ "$(find_in "$@" | head -c 1 | wc -c)" -gt 0 ]
-}
+any_in() { [ "$(find_in "$@" | head -c 1 | wc -c)" -gt 0 ]; }
 
 # Prints the mode of a result that nobody may read who can't read all that is in $1$2: where that isn't all of the result's
 # group, both that and others get what both are given. What an access list (+) gives can't be told.
 mode_like() {
-    # shellcheck disable=SC2012 # the name doesn't matter
     group=$(ls -n out | awk '{ print $4 }')
     case $(ls -ldnL "$1$2") in ??????????+*) echo 0600 && return ;; esac
     given=$((044 & ~user_mask))
@@ -237,20 +220,12 @@ publish() {
     set -- "$inode"
     $rename out "../$target_name" || finish 73 'the target can'\''t be replaced'
     set_inode "../$target_name"
-    if [ "$inode" != "$1" ]; then
-        set_inode "../$target_name/out"
-        [ "$inode" != "$1" ] || rm -f "../$target_name/out"
-        finish 73 'somebody else changes the destination'
-    fi
+    [ "$inode" = "$1" ] || finish 73 'somebody else changes the destination'
     flush .. || finish_full
     finish 0
 }
 
-set_inode() {
-    inode=$(ls -di "$1")
-    inode=${inode#"${inode%%[0-9]*}"}
-    inode=${inode%%[!0-9]*}
-}
+set_inode() { inode=$(ls -di "$1" | sed -n '1s/^ *\([0-9]*\).*/\1/p'); }
 
 # Whatever a tool says: where a few bytes more can't be written, the disk is full (or gone).
 check_disk() { dd if=/dev/zero bs=65536 count=1 conv=fsync >probe || finish_full; }
@@ -275,7 +250,7 @@ run_bsdtar() {
         function say(kind) { if (kind > seen) { seen = kind; line = $0 } }
         /: Incorrect passphrase(: Unknown error -1)?$/ && !/through symlink/ { say(9); exit }
         /: (No space left on device|Disk quota exceeded|File too large|Read-only file system)$/ { say(8); next }
-        /: (Permission denied|Operation not permitted|Input\/output error|File name too long)$/ { say(7); next }
+        /: (Permission denied|Operation not permitted|Input\/output error|File name too long)$|: Couldn.t visit directory/ { say(7); next }
         /[Uu]nsupported|[Uu]nknown option|[Uu]nrecognized option|Undefined option|not supported/ { say(6); next }
         /: No such file or directory$|[Ff]ile (may have )?(grown|shrunk|shrank)/ { say(2); next }
         !/Error exit delayed/ { say(3) }
@@ -316,7 +291,7 @@ zip_number='
         return value
     }'
 
-# Sets, for the archive $1: zip_entries, which is modulo zip_modulo if that isn't 0; zip_start and zip_length of the directory;
+# Sets, for the archive $1: zip_entries, counted modulo zip_modulo; zip_start and zip_length of the directory;
 # zip_shift, by which what stands in front moves all offsets; zip_end, where the end record lies, and zip_plain, 1 if bsdtar
 # finds it there. Fails where there is no whole directory.
 read_zip_structure() {
@@ -332,7 +307,7 @@ read_zip_structure() {
                 big = at; modulo = 65536
                 if (is(at - 20, 6, 7)) {
                     for (big = at - 76; big >= 0 && !is(big, 6, 6); ) big--
-                    entries = number(big + 32, 8); length_ = number(big + 40, 8); start = number(big + 48, 8); modulo = 0
+                    entries = number(big + 32, 8); length_ = number(big + 40, 8); start = number(big + 48, 8); modulo = 2 ^ 40
                 }
                 shift_ = size - n + big - length_ - start
                 return big >= 0 && shift_ >= 0
@@ -341,12 +316,11 @@ read_zip_structure() {
             END {
                 for (at = n - 22; at >= 0 && !(is(at, 5, 6) && fits(at)); at--) if (is(at, 5, 6)) misled = 1
                 if (at < 0) exit 1
-                printf "%.0f %d %.0f %.0f %.0f %.0f %d", entries, modulo, start + shift_, length_, shift_, size - n + at,
+                printf "%.0f %.0f %.0f %.0f %.0f %.0f %d", entries, modulo, start + shift_, length_, shift_, size - n + at,
                     !misled && n - at < 16384 && (at > 0 || size == 22)
             }') && break
         [ "$size" -gt "$tail" ] || return
     done
-    # shellcheck disable=SC2086 # words
     set -- "$1" $zip
     [ "$#" -eq 8 ] || return
     zip_entries=$2 zip_modulo=$3 zip_start=$4 zip_length=$5 zip_shift=$6 zip_end=$7 zip_plain=$8
@@ -354,9 +328,7 @@ read_zip_structure() {
 }
 
 # Is $1 the number of entries that the structure tells?
-is_zip_count() {
-    [ "$1" -eq "$zip_entries" ] || { [ "$zip_modulo" -gt 0 ] && [ "$(($1 % zip_modulo))" -eq "$zip_entries" ]; }
-}
+is_zip_count() { [ "$(($1 % zip_modulo))" -eq "$zip_entries" ]; }
 
 # A line for each entry in the directory of archive $1: the offset of its local header, that of its directory entry, and 1
 # when the name is marked as UTF-8 but isn't.
@@ -396,10 +368,8 @@ zip_verb() {
     # The name goes over in a list: as an operand "@x" and "-Cx" have meanings of their own. A reader takes the backslashes
     # of a name without "/" for those of a Windows path. -H: what the source itself links to; links below it stay links. -P: a
     # leading "\" or "c:" belongs to the name.
-    case $source_name in
-        *\\*) printf './%s\0' "$source_name" >names || finish_full ;;
-        *) printf '%s\0' "$source_name" >names || finish_full ;;
-    esac
+    case $source_name in *\\*) list=./$source_name ;; *) list=$source_name ;; esac
+    printf '%s\0' "$list" >names || finish_full
     set -- -f out --format zip --options "zip:compression-level=3${password:+,zip:encryption=aes256}" \
         ${password:+--passphrase "$password"}
     pack names "$@" -H -C "$source_folder" --null -T -
@@ -469,9 +439,8 @@ pack_clamped() {
 unmark_names() {
     list_zip_directory out | sed -n 's/ 1$//p' >names
     while read -r local_at directory_at; do
-        for at in "$((local_at + 7))" "$((directory_at + 9))"; do
-            printf '\0' | dd of=out bs=1 seek="$at" conv=notrunc || finish_full
-        done
+        printf '\0' | dd of=out bs=1 seek="$((local_at + 7))" conv=notrunc &&
+            printf '\0' | dd of=out bs=1 seek="$((directory_at + 9))" conv=notrunc || finish_full
     done <names
 }
 
@@ -509,7 +478,6 @@ unzip_verb() {
     flush_all . || finish_full
     # From here on it is a matter of a few renames: see them through. A locked folder's move writes into the folder.
     trap '' HUP INT TERM
-    # shellcheck disable=SC2016 # the inner shells expand them
     (cd tree && find . ! -name . -prune -type d ! -perm -200 -exec sh -c '
         chmod u+w "$1" && mv -f "$1" ../../ && chmod u-w "../../$1"' sh {} \; &&
         find . ! -name . -prune -exec sh -c 'exec mv -f -- "$@" ../../' sh {} +) && rmdir tree ||
@@ -522,13 +490,11 @@ unzip_verb() {
 make_destination() {
     destination=$1
     [ "$1" != "${1#/}" ] || finish 73 'no path of a destination'
-    while [ "$destination" != "${destination%/}" ]; do
-        destination=${destination%/}
-    done
-    top=$destination
-    while [ ! -e "$top" ] && [ ! -L "$top" ] && [ -n "$top" ]; do
-        made=$top
-        top=${top%/*}
+    while [ "$destination" != "${destination%/}" ]; do destination=${destination%/}; done
+    set -- "$destination"
+    while [ ! -e "$1" ] && [ ! -L "$1" ] && [ -n "$1" ]; do
+        made=$1
+        set -- "${1%/*}"
     done
     (umask "$user_mask" && mkdir -p "$destination/") && is_open_folder "$destination/" ||
         finish 73 'the destination can'\''t be made or written to'
@@ -539,7 +505,6 @@ make_destination() {
 # free: a folder meets a folder that can be written to, no link; anything else meets no folder. Sets merge to yes when a
 # folder exists already. Writes to "times", for each entry, 1 when it is a file with content, else 0.
 plan_expansion() {
-    # shellcheck disable=SC2016 # the inner shell expands them
     plan=$({ bsdtar -t -vvv "$@" || echo '!'; } | LC_ALL=C awk '
         # A word for xargs.
         function word(kind, name) {
@@ -572,10 +537,8 @@ plan_expansion() {
             printf "n%d\nk%.0f\n", NR - 1, total / 1024
         }' | LC_ALL=C xargs sh -c '
         for word do
-            case $word in
-                *\\*) place=$(printf "../%b." "${word#?}") && place=${place%.} ;;
-                *) place=../${word#?} ;;
-            esac
+            place=../${word#?}
+            case $word in *\\*) place=$(printf %b. "$place") && place=${place%.} ;; esac
             case $word in
                 !) echo damaged ;;
                 n*) echo "entries=${word#n}" ;;
@@ -589,10 +552,7 @@ plan_expansion() {
         done' sh | sort -u)
     merge=no entries=-1
     for word in $plan; do
-        case $word in
-            damaged | blocked) ;;
-            *) eval "$word" ;;
-        esac
+        case $word in *=*) eval "$word" ;; esac
     done
     [ "$plan" = "${plan#*damaged}" ] && is_zip_count "$entries" || finish 65 'the archive is damaged, or hostile'
     [ "$plan" = "${plan#*blocked}" ] || finish 73 'a link, a folder or something of another kind is in the way'
@@ -634,7 +594,6 @@ put() {
         octets="$octets\\$((byte >> 6))$((byte >> 3 & 7))$((byte & 7))"
         rest=${rest#??}
     done
-    # shellcheck disable=SC2059 # the escapes are the format
     printf "$octets"
 }
 
@@ -654,7 +613,6 @@ derive() {
 }
 
 put_salted_password() { put "$salt" && printf '%s' "$password"; }
-
 # Sets check, cipher_key and mac_key from password and salt, all hexadecimal. openssl takes a password of one line, at most
 # 1023 bytes, and 8 bytes of salt: the digest of the whole salt and the password stands in for it.
 derive_keys() {
@@ -671,11 +629,7 @@ derive_keys() {
 }
 
 # The cipher's key waits in a pipe on descriptor 3.
-offer_cipher_key() {
-    open_pipe 3 5
-    printf '%s\n' "$cipher_key" >&5 || finish_full
-    exec 5>&-
-}
+offer_cipher_key() { open_pipe 3 5 && printf '%s\n' "$cipher_key" >&5 && exec 5>&- || finish_full; }
 
 # For a child. In counter mode -e and -d do the same, but -e writes and -d reads a header with the cipher's salt first.
 cipher() { exec openssl enc "$1" -aes-256-ctr -pbkdf2 -md sha256 -iter 1 -bufsize 1048576 -pass fd:3; }
@@ -690,10 +644,9 @@ follow() {
     exec cat
 }
 
+skip_head() { dd bs=64 count=1 >/dev/null; }
 put_inner() { put "$mac_key" 0x36 && put "$zeros" 0x36 && put "$1"; }
 put_outer() { put "$mac_key" 0x5c && put "$zeros" 0x5c && put "$inner"; }
-
-skip_head() { dd bs=64 count=1 >/dev/null; }
 
 # When the cipher, the child $2, has written the result, of $1 bytes at least, and the children $3... have read it: sets
 # digest to the MAC.
@@ -773,7 +726,6 @@ password=${1#*"|"*"|"*"|"*"|"*"|"}
 # A field behind the last one keeps an empty one.
 fields="$1|."
 IFS='|'
-# shellcheck disable=SC2086 # fields
 set -- $fields
 IFS=' 	
 '

@@ -23,17 +23,13 @@
 
 status=70 cause='something unforeseen' verb='' work='' pipes='' made='' children='' reaped=''
 trap 'clean_up; report; exit "$status"' EXIT
-trap 'finish 129 "ended by a signal"' HUP
-trap 'finish 130 "ended by a signal"' INT
-trap 'finish 143 "ended by a signal"' TERM
+trap 'finish 129 signal' HUP
+trap 'finish 130 signal' INT
+trap 'finish 143 signal' TERM
 
-# The only way out, with a status and its cause. A shell that gives up by itself (a failed redirection, no memory) leaves
-# through the EXIT trap too, so that its own 1 or 2 never reads as "wrong password".
-finish() {
-    status=$1 cause=${2-}
-    exit "$1"
-}
-
+# The only way out, with a status and its cause. A shell that gives up by itself leaves through the EXIT trap too, so that
+# its own 1 or 2 never reads as "wrong password".
+finish() { status=$1 cause=${2-} && exit "$1"; }
 finish_full() { finish 74 'the result can'\''t be written'; }
 
 clean_up() {
@@ -44,10 +40,7 @@ clean_up() {
     exec 3<&- 4<&- 5>&- 6<&- 7>&- 8>&-
     wait
     [ -z "$pipes" ] || rm -rf "$pipes"
-    if [ -n "$work" ]; then
-        empty_work_folder
-        cd / && rmdir "$work"
-    fi
+    [ -z "$work" ] || { empty_work_folder && cd / && rmdir "$work"; }
     # The folders that were made for the destination, from the innermost on.
     while [ "$status" -ne 0 ] && [ -n "$made" ] && rmdir "$destination" && [ "$destination" != "$made" ]; do
         destination=${destination%/*}
@@ -56,9 +49,7 @@ clean_up() {
 
 report() {
     cause=$(printf '%s' "${verb:-usage}: $cause" | tr '\000-\037\177' ' ')
-    if [ "$status" -ne 0 ] && [ ! -s "${FOLIDEX_REPORT-}" ]; then
-        logger -t Folidex -p user.err -- "ZipFuncs.sh: $status $cause"
-    fi
+    [ "$status" -eq 0 ] || [ -s "${FOLIDEX_REPORT-}" ] || logger -t Folidex -p user.err -- "ZipFuncs.sh: $status $cause"
     [ ! -f "${FOLIDEX_REPORT-}" ] || printf '\n%s %s\n' "$status" "$cause" >>"$FOLIDEX_REPORT"
 }
 
@@ -68,10 +59,7 @@ exec </dev/null >/dev/null 2>&1
 unset CDPATH TAR_READER_OPTIONS TAR_WRITER_OPTIONS TAPE LD_LIBRARY_PATH DYLD_LIBRARY_PATH POSIXLY_CORRECT BASH_ENV ENV
 IFS=' 	
 '
-set -f
-cd /
-user_mask=$(umask)
-umask 077
+set -f && cd / && user_mask=$(umask) && umask 077
 PATH=${PATH:+$PATH:}/usr/bin:/bin:/usr/sbin:/sbin
 # glibc would return memory to the system for every file and ask for it again: most of the time of a folder of small files.
 MALLOC_TRIM_THRESHOLD_=16777216 MALLOC_TOP_PAD_=4194304
@@ -94,8 +82,7 @@ wait_for() {
     wait "$1"
     set -- "$1" "$?" "$children "
     [ "$1" != "$!" ] || reaped=$1
-    children=${3%%" $1 "*}${3#*" $1"}
-    return "$2"
+    children=${3%%" $1 "*}${3#*" $1"} && return "$2"
 }
 
 # Opens a pipe for reading on descriptor $1 and for writing on $2. Unlike those of a pipeline, the tools on both ends can
@@ -103,19 +90,17 @@ wait_for() {
 open_pipe() {
     pipes=$(mktemp -d "${TMPDIR:-/tmp}/ZipFuncs.XXXXXXXXXX" || mktemp -d /tmp/ZipFuncs.XXXXXXXXXX) &&
         mkfifo "$pipes/pipe" || finish_full
-    # For both directions first: neither end then waits for the other.
+    # Both directions first: neither end then waits for the other.
     eval "exec $2<>\"\$pipes/pipe\" $1<\"\$pipes/pipe\" $2>\"\$pipes/pipe\""
-    rm -rf "$pipes"
-    pipes=
+    rm -rf "$pipes" && pipes=
 }
 
 # --- The work folder: private, in the destination, entered for good ---------------------------------------------------
 #
 # Everything is made in there under relative names: whoever renames the folder or puts another in its place changes nothing,
-# and ".." stays the destination, as nobody can move a folder that they can't write to out of its parent.
-#
-# The file "owner" in it names the host and is locked (on macOS: open) for as long as the script or one of its tools lives.
-# So what a killed script left is known for certain, and the next call with the same destination removes it.
+# and ".." stays the destination, as nobody can move a folder that they can't write to out of its parent. The file "owner"
+# names the host and is locked (on macOS: open) for as long as the script or one of its tools lives: what a killed script left
+# is known for certain, and the next call with the same destination removes it.
 
 # In the destination $1, which is then "..".
 make_work_folder() {
@@ -128,10 +113,7 @@ make_work_folder() {
     set -f
     work=$(mktemp -d "$1/.ZipFuncs.XXXXXXXXXX") || finish 73 'no folder can be made in the destination'
     # Another one of this user's, put there by others, would be neither empty nor private.
-    if ! enter_private "$work" || [ -n "$(ls -A)" ]; then
-        work=
-        finish 73 'somebody else changes the destination'
-    fi
+    enter_private "$work" && [ -z "$(ls -A)" ] || { work= && finish 73 'somebody else changes the destination'; }
     if ! printf '' >owner || ! exec 9<>owner || ! lock || ! echo "$host" >owner; then finish_full; fi
 }
 
@@ -158,12 +140,9 @@ empty_work_folder() {
 
 # --- Paths ------------------------------------------------------------------------------------------------------------
 
-# Sets source_folder, source_name and source from a folder and a name.
 set_source() {
     is_path "$1" "$2" && [ -r "$1$2" ] || finish 66 'the source is missing or not readable'
-    source=$1$2
-    source_folder=${source%/*}/
-    source_name=${source##*/}
+    source=$1$2 source_folder=$1 source_name=$2
 }
 
 # Makes the work folder beside the target, which is then ../$target_name: a file that exists already, or a name in a folder
@@ -189,8 +168,8 @@ is_open_folder() { [ -d "$1" ] && [ -w "$1" ] && [ -x "$1" ]; }
 
 # --- Results: as private as what they come from, flushed, looked at ---------------------------------------------------
 
-# What there is in $1$2, as find sees it, that fulfils $3...: all but work folders and the archive that is replaced. Names can
-# hold newlines, but nothing but the front of a path "//".
+# What there is in $1$2 that fulfils $3..., less work folders and the archive that is replaced. Names can hold newlines, but
+# nothing but the front of a path "//".
 find_in() {
     (cd "$1" && name=$2 && shift 2 && exec find -H ".//$name" \
         \( -name '.ZipFuncs.??????????' -o -path "${replaced:-.//.}" \) -prune -o "$@" -print)
@@ -199,8 +178,8 @@ find_in() {
 # Is there any?
 any_in() { [ "$(find_in "$@" | head -c 1 | wc -c)" -gt 0 ]; }
 
-# Prints the mode of a result that nobody may read who can't read all that is in $1$2: where that isn't all of the result's
-# group, both that and others get what both are given. What an access list (+) gives can't be told.
+# Prints the mode of a result that nobody may read who can't read all that is in $1$2. Where that isn't all of the result's
+# group, this and others get what both are given. What an access list (+) gives can't be told.
 mode_like() {
     group=$(ls -n out | awk '{ print $4 }')
     case $(ls -ldnL "$1$2") in ??????????+*) echo 0600 && return ;; esac
@@ -241,11 +220,9 @@ run_bsdtar() {
         [ "$1" = -c ] || umask "$user_mask"
         exec bsdtar "$@" --no-acls --no-xattrs --no-fflags --no-mac-metadata
     ) <"$input" 2>&5 4<&- 5>&- &
-    tar=$!
-    children="$children $tar"
-    # What it says, and that it says it, stands at the end of a line, behind a name that could hold anything. The first line
-    # of the worst kind goes to the file "message". At a wrong password the reader ends at once, and with it the tool, which
-    # would try the password on every other entry. 2: nothing but items that went or changed meanwhile.
+    children="$children $!" tar=$!
+    # What it says stands at the end of a line, behind a name that could hold anything. The first line of the worst kind goes
+    # to the file "message". At a wrong password it is ended, which would try it on every other entry. 2: items that went.
     LC_ALL=C awk '
         function say(kind) { if (kind > seen) { seen = kind; line = $0 } }
         /: Incorrect passphrase(: Unknown error -1)?$/ && !/through symlink/ { say(9); exit }
@@ -255,16 +232,12 @@ run_bsdtar() {
         /: No such file or directory$|[Ff]ile (may have )?(grown|shrunk|shrank)/ { say(2); next }
         !/Error exit delayed/ { say(3) }
         END { if (seen) print line >"message"; exit seen }' <&4 4<&- 5>&- 9>&- &
-    reader=$!
-    children="$children $reader"
+    children="$children $!"
     exec 4<&- 5>&-
-    wait_for "$reader"
+    wait_for "$!"
     said=$?
-    if [ "$said" -eq 9 ]; then
-        kill -s KILL "$tar"
-        [ -z "$password" ] || finish 82 'wrong password'
-        finish 77 'the archive needs a password'
-    fi
+    [ "$said" -ne 9 ] || [ -z "$password" ] || finish 82 'wrong password'
+    [ "$said" -ne 9 ] || finish 77 'the archive needs a password'
     wait_for "$tar" && return
     message='bsdtar failed'
     [ ! -s message ] || read -r message <message
@@ -282,8 +255,8 @@ run_bsdtar() {
 # --- The structure of zip archives ------------------------------------------------------------------------------------
 #
 # bsdtar guesses formats, looks for the end record in the last 16 KiB only, and takes an archive that was cut within its
-# central directory for a whole one. So the end record is looked for here, and has to fit the directory before it. What
-# follows it may be anything; so may what stands in front, as in archives that expand themselves.
+# central directory for a whole one. So the end record is looked for here, and has to fit the directory before it. Anything
+# may stand behind it, and in front, as in archives that expand themselves.
 
 zip_number='
     function number(at, bytes,    value) {
@@ -363,11 +336,9 @@ zip_verb() {
     set_target "$2" "$4"
     set_replaced
     survey &
-    surveyor=$!
-    children="$children $surveyor"
-    # The name goes over in a list: as an operand "@x" and "-Cx" have meanings of their own. A reader takes the backslashes
-    # of a name without "/" for those of a Windows path. -H: what the source itself links to; links below it stay links. -P: a
-    # leading "\" or "c:" belongs to the name.
+    children="$children $!" surveyor=$!
+    # In a list, for as operands "@x" and "-Cx" have meanings of their own. Backslashes without any "/" are read as those of a
+    # Windows path. -H: what the source itself links to. -P: a leading "\" or "c:" belongs to the name.
     case $source_name in *\\*) list=./$source_name ;; *) list=$source_name ;; esac
     printf '%s\0' "$list" >names || finish_full
     set -- -f out --format zip --options "zip:compression-level=3${password:+,zip:encryption=aes256}" \
@@ -583,7 +554,6 @@ check_encryption() {
 # encrypted again for that: the source, which might change between two readings, is read once.
 
 magic=464f4c4944455801
-rounds=600000
 zeros=0000000000000000000000000000000000000000000000000000000000000000
 
 # Writes the bytes of the hexadecimal digits $1, each XORed with $2.
@@ -617,15 +587,12 @@ put_salted_password() { put "$salt" && printf '%s' "$password"; }
 # 1023 bytes, and 8 bytes of salt: the digest of the whole salt and the password stands in for it.
 derive_keys() {
     digest_of put_salted_password
-    derive "$digest" "${salt%????????????????}" "$rounds"
+    derive "$digest" "${salt%????????????????}" 600000
     set -- "$derived"
     # The labels "verifier", "cryptkey" and "auth-key"; one round makes it HMAC-SHA256 of the label.
-    derive "$1" 7665726966696572 1
-    check=$(printf '%.16s' "$derived" | tr A-F a-f)
-    derive "$1" 63727970746b6579 1
-    cipher_key=$derived
-    derive "$1" 617574682d6b6579 1
-    mac_key=$derived
+    derive "$1" 7665726966696572 1 && check=$(printf '%.16s' "$derived" | tr A-F a-f)
+    derive "$1" 63727970746b6579 1 && cipher_key=$derived
+    derive "$1" 617574682d6b6579 1 && mac_key=$derived
 }
 
 # The cipher's key waits in a pipe on descriptor 3.

@@ -57,9 +57,11 @@ void nameInEnvironment(std::string_view path)
         }
     }
     char** const after = new char*[count + 2];
-    *after = text; // the first of its name is the one that counts
-    std::copy_n(before, count, after + 1);
-    after[count + 1] = nullptr;
+    *after = text;
+    // Without one that another copy of the plug-in has left: shells differ in which of two they take.
+    *std::copy_if(before, before + count, after + 1, [](const char* entry) {
+        return !std::string_view(entry).starts_with(variable);
+    }) = nullptr;
     __atomic_store_n(&table(), after, __ATOMIC_RELEASE);
 }
 

@@ -1,21 +1,18 @@
 #!/bin/sh
+# shellcheck disable=SC2012,SC2015,SC2016,SC2046,SC2059,SC2086,SC2094,SC2154,SC2317,SC3013,SC3067
 # ZipFuncs.sh - compress, expand, encrypt and decrypt for the plug-in's archive functions.
 #
-#   sh ZipFuncs.sh 'zip|source folder|destination folder|source name|archive name'
-#   sh ZipFuncs.sh 'zipencrypt|source folder|destination folder|source name|archive name|password'
-#   sh ZipFuncs.sh 'unzip|archive folder|destination folder|archive name|expand'
-#   sh ZipFuncs.sh 'unzipdecrypt|archive folder|destination folder|archive name|expand|password'
-#   sh ZipFuncs.sh 'encrypt|source folder|destination folder|source name|destination name|password'
-#   sh ZipFuncs.sh 'decrypt|source folder|destination folder|source name|destination name|password'
+#   sh ZipFuncs.sh 'zip|source folder|destination folder|source name|archive name'                     zipencrypt: + '|password'
+#   sh ZipFuncs.sh 'unzip|archive folder|destination folder|archive name|expand'                     unzipdecrypt: + '|password'
+#   sh ZipFuncs.sh 'encrypt|source folder|destination folder|source name|destination name|password'                 or decrypt
 #
 # One argument. Folders are absolute and end in "/", names hold none. A "|" ends a field, but not the password.
 #
 # Exit status: 0 done, whole and on the disk; 1 (decrypt), 82 (unzipdecrypt) wrong password; 64 usage; 65 damaged input;
 # 66 unusable source; 69 a tool is missing or can't do it; 70 a tool failed; 73 unusable destination; 74 not written: full
-# disk, quota; 77 (unzip) needs a password; 129, 130, 143 ended by HUP, INT, TERM.
-#
-# On any status but 0 the destination is as it was before. One exception: an archive that is merged into folders that exist
-# is read once for nothing, and only then file after file is replaced, each whole; a failure then leaves what is done.
+# disk, quota; 77 (unzip) needs a password; 129, 130, 143 ended by HUP, INT, TERM. On any but 0 the destination is as it was
+# before. One exception: an archive that is merged into folders that exist is read once for nothing, and only then file after
+# file is replaced, each whole; a failure then leaves what is done.
 #
 # It reads nothing from a terminal and writes nothing to stdout or stderr. Why it failed goes to the system log. A host that
 # wants to know puts the name of a file of its own into FOLIDEX_REPORT: that gets a line "status cause", and when it held
@@ -26,32 +23,24 @@
 
 status=70 cause='something unforeseen' verb='' work='' pipes='' made='' children='' reaped=''
 trap 'clean_up; report; exit "$status"' EXIT
-trap 'finish 129 "ended by a signal"' HUP
-trap 'finish 130 "ended by a signal"' INT
-trap 'finish 143 "ended by a signal"' TERM
+trap 'finish 129 signal' HUP
+trap 'finish 130 signal' INT
+trap 'finish 143 signal' TERM
 
-# The only way out, with a status and its cause. A shell that gives up by itself (a failed redirection, no memory) leaves
-# through the EXIT trap too, so that its own 1 or 2 never reads as "wrong password".
-finish() {
-    status=$1 cause=${2-}
-    exit "$1"
-}
-
+# The only way out, with a status and its cause. A shell that gives up by itself leaves through the EXIT trap too, so that
+# its own 1 or 2 never reads as "wrong password".
+finish() { status=$1 cause=${2-} && exit "$1"; }
 finish_full() { finish 74 'the result can'\''t be written'; }
 
 clean_up() {
     trap '' HUP INT TERM
     # A child that a signal found just started is in $! alone. KILL: a shell still, it might throw away any other signal.
     [ "$!" = "$reaped" ] || children="$children $!"
-    # shellcheck disable=SC2086 # words
     kill -s KILL $children
     exec 3<&- 4<&- 5>&- 6<&- 7>&- 8>&-
     wait
     [ -z "$pipes" ] || rm -rf "$pipes"
-    if [ -n "$work" ]; then
-        empty_work_folder
-        cd / && rmdir "$work"
-    fi
+    [ -z "$work" ] || { empty_work_folder && cd / && rmdir "$work"; }
     # The folders that were made for the destination, from the innermost on.
     while [ "$status" -ne 0 ] && [ -n "$made" ] && rmdir "$destination" && [ "$destination" != "$made" ]; do
         destination=${destination%/*}
@@ -60,9 +49,7 @@ clean_up() {
 
 report() {
     cause=$(printf '%s' "${verb:-usage}: $cause" | tr '\000-\037\177' ' ')
-    if [ "$status" -ne 0 ] && [ ! -s "${FOLIDEX_REPORT-}" ]; then
-        logger -t Folidex -p user.err -- "ZipFuncs.sh: $status $cause"
-    fi
+    [ "$status" -eq 0 ] || [ -s "${FOLIDEX_REPORT-}" ] || logger -t Folidex -p user.err -- "ZipFuncs.sh: $status $cause"
     [ ! -f "${FOLIDEX_REPORT-}" ] || printf '\n%s %s\n' "$status" "$cause" >>"$FOLIDEX_REPORT"
 }
 
@@ -72,28 +59,20 @@ exec </dev/null >/dev/null 2>&1
 unset CDPATH TAR_READER_OPTIONS TAR_WRITER_OPTIONS TAPE LD_LIBRARY_PATH DYLD_LIBRARY_PATH POSIXLY_CORRECT BASH_ENV ENV
 IFS=' 	
 '
-set -f
-cd /
-user_mask=$(umask)
-umask 077
+set -f && cd / && user_mask=$(umask) && umask 077
 PATH=${PATH:+$PATH:}/usr/bin:/bin:/usr/sbin:/sbin
 # glibc would return memory to the system for every file and ask for it again: most of the time of a folder of small files.
 MALLOC_TRIM_THRESHOLD_=16777216 MALLOC_TOP_PAD_=4194304
 # bsdtar can't expand UTF-8 names in the C locale. GNU's mv enters nothing that appears under the target's name (-T), macOS'
 # no link (-h). perl, which comes with macOS, flushes as that wants it (F_FULLFSYNC).
-system=$(uname -sn)
-case $system in
-    Darwin*)
-        LC_ALL=en_US.UTF-8 rename='mv -fh'
-        flush() { perl -e 'for (@ARGV) { open(F, "<", $_) && fcntl(F, 51, 0) || exit 1 }' "$@" || sync; }
-        flush_all() { sync; }
-        ;;
-    *)
-        LC_ALL=C.UTF-8 rename='mv -fT'
-        flush() { sync "$@"; }
-        flush_all() { sync -f "$1"; }
-        ;;
-esac
+LC_ALL=C.UTF-8 rename='mv -fT' system=$(uname -sn)
+flush() { sync "$@"; }
+flush_all() { sync -f "$1"; }
+if [ "${system% *}" = Darwin ]; then
+    LC_ALL=en_US.UTF-8 rename='mv -fh'
+    flush() { perl -e 'for (@ARGV) { open(F, "<", $_) && fcntl(F, 51, 0) || exit 1 }' "$@" || sync; }
+    flush_all() { sync; }
+fi
 export PATH LC_ALL MALLOC_TRIM_THRESHOLD_ MALLOC_TOP_PAD_
 
 need() { command -v "$1" || finish 69 "$1 is missing"; }
@@ -103,8 +82,7 @@ wait_for() {
     wait "$1"
     set -- "$1" "$?" "$children "
     [ "$1" != "$!" ] || reaped=$1
-    children=${3%%" $1 "*}${3#*" $1"}
-    return "$2"
+    children=${3%%" $1 "*}${3#*" $1"} && return "$2"
 }
 
 # Opens a pipe for reading on descriptor $1 and for writing on $2. Unlike those of a pipeline, the tools on both ends can
@@ -112,19 +90,17 @@ wait_for() {
 open_pipe() {
     pipes=$(mktemp -d "${TMPDIR:-/tmp}/ZipFuncs.XXXXXXXXXX" || mktemp -d /tmp/ZipFuncs.XXXXXXXXXX) &&
         mkfifo "$pipes/pipe" || finish_full
-    # For both directions first: neither end then waits for the other.
+    # Both directions first: neither end then waits for the other.
     eval "exec $2<>\"\$pipes/pipe\" $1<\"\$pipes/pipe\" $2>\"\$pipes/pipe\""
-    rm -rf "$pipes"
-    pipes=
+    rm -rf "$pipes" && pipes=
 }
 
 # --- The work folder: private, in the destination, entered for good ---------------------------------------------------
 #
 # Everything is made in there under relative names: whoever renames the folder or puts another in its place changes nothing,
-# and ".." stays the destination, as nobody can move a folder that they can't write to out of its parent.
-#
-# The file "owner" in it names the host and is locked (on macOS: open) for as long as the script or one of its tools lives.
-# So what a killed script left is known for certain, and the next call with the same destination removes it.
+# and ".." stays the destination, as nobody can move a folder that they can't write to out of its parent. The file "owner"
+# names the host and is locked (on macOS: open) for as long as the script or one of its tools lives: what a killed script left
+# is known for certain, and the next call with the same destination removes it.
 
 # In the destination $1, which is then "..".
 make_work_folder() {
@@ -137,19 +113,13 @@ make_work_folder() {
     set -f
     work=$(mktemp -d "$1/.ZipFuncs.XXXXXXXXXX") || finish 73 'no folder can be made in the destination'
     # Another one of this user's, put there by others, would be neither empty nor private.
-    if ! enter_private "$work" || [ -n "$(ls -A)" ]; then
-        work=
-        finish 73 'somebody else changes the destination'
-    fi
+    enter_private "$work" && [ -z "$(ls -A)" ] || { work= && finish 73 'somebody else changes the destination'; }
     if ! printf '' >owner || ! exec 9<>owner || ! lock || ! echo "$host" >owner; then finish_full; fi
 }
 
 enter_private() {
     cd -P "$1" || return
-    case $(ls -ldn .) in
-        drwx------*) [ -O . ] ;;
-        *) return 1 ;;
-    esac
+    case $(ls -ldn .) in drwx------*) [ -O . ] ;; *) return 1 ;; esac
 }
 
 lock() { ! command -v flock || flock -n 9; }
@@ -170,12 +140,9 @@ empty_work_folder() {
 
 # --- Paths ------------------------------------------------------------------------------------------------------------
 
-# Sets source_folder, source_name and source from a folder and a name.
 set_source() {
     is_path "$1" "$2" && [ -r "$1$2" ] || finish 66 'the source is missing or not readable'
-    source=$1$2
-    source_folder=${source%/*}/
-    source_name=${source##*/}
+    source=$1$2 source_folder=$1 source_name=$2
 }
 
 # Makes the work folder beside the target, which is then ../$target_name: a file that exists already, or a name in a folder
@@ -192,9 +159,7 @@ set_target() {
 }
 
 is_path() {
-    case $2 in
-        '' | . | .. | */*) return 1 ;;
-    esac
+    case $2 in '' | . | .. | */*) return 1 ;; esac
     [ "$1" != "${1#/}" ]
 }
 
@@ -203,22 +168,19 @@ is_open_folder() { [ -d "$1" ] && [ -w "$1" ] && [ -x "$1" ]; }
 
 # --- Results: as private as what they come from, flushed, looked at ---------------------------------------------------
 
-# What there is in $1$2, as find sees it, that fulfils $3...: all but work folders and the archive that is replaced. Names can
-# hold newlines, but nothing but the front of a path "//".
+# What there is in $1$2 that fulfils $3..., less work folders and the archive that is replaced. Names can hold newlines, but
+# nothing but the front of a path "//".
 find_in() {
     (cd "$1" && name=$2 && shift 2 && exec find -H ".//$name" \
         \( -name '.ZipFuncs.??????????' -o -path "${replaced:-.//.}" \) -prune -o "$@" -print)
 }
 
 # Is there any?
-any_in() {
-    [ "$(find_in "$@" | head -c 1 | wc -c)" -gt 0 ]
-}
+any_in() { [ "$(find_in "$@" | head -c 1 | wc -c)" -gt 0 ]; }
 
-# Prints the mode of a result that nobody may read who can't read all that is in $1$2: where that isn't all of the result's
-# group, both that and others get what both are given. What an access list (+) gives can't be told.
+# Prints the mode of a result that nobody may read who can't read all that is in $1$2. Where that isn't all of the result's
+# group, this and others get what both are given. What an access list (+) gives can't be told.
 mode_like() {
-    # shellcheck disable=SC2012 # the name doesn't matter
     group=$(ls -n out | awk '{ print $4 }')
     case $(ls -ldnL "$1$2") in ??????????+*) echo 0600 && return ;; esac
     given=$((044 & ~user_mask))
@@ -237,20 +199,12 @@ publish() {
     set -- "$inode"
     $rename out "../$target_name" || finish 73 'the target can'\''t be replaced'
     set_inode "../$target_name"
-    if [ "$inode" != "$1" ]; then
-        set_inode "../$target_name/out"
-        [ "$inode" != "$1" ] || rm -f "../$target_name/out"
-        finish 73 'somebody else changes the destination'
-    fi
+    [ "$inode" = "$1" ] || finish 73 'somebody else changes the destination'
     flush .. || finish_full
     finish 0
 }
 
-set_inode() {
-    inode=$(ls -di "$1")
-    inode=${inode#"${inode%%[0-9]*}"}
-    inode=${inode%%[!0-9]*}
-}
+set_inode() { inode=$(ls -di "$1" | sed -n '1s/^ *\([0-9]*\).*/\1/p'); }
 
 # Whatever a tool says: where a few bytes more can't be written, the disk is full (or gone).
 check_disk() { dd if=/dev/zero bs=65536 count=1 conv=fsync >probe || finish_full; }
@@ -266,30 +220,24 @@ run_bsdtar() {
         [ "$1" = -c ] || umask "$user_mask"
         exec bsdtar "$@" --no-acls --no-xattrs --no-fflags --no-mac-metadata
     ) <"$input" 2>&5 4<&- 5>&- &
-    tar=$!
-    children="$children $tar"
-    # What it says, and that it says it, stands at the end of a line, behind a name that could hold anything. The first line
-    # of the worst kind goes to the file "message". At a wrong password the reader ends at once, and with it the tool, which
-    # would try the password on every other entry. 2: nothing but items that went or changed meanwhile.
+    children="$children $!" tar=$!
+    # What it says stands at the end of a line, behind a name that could hold anything. The first line of the worst kind goes
+    # to the file "message". At a wrong password it is ended, which would try it on every other entry. 2: items that went.
     LC_ALL=C awk '
         function say(kind) { if (kind > seen) { seen = kind; line = $0 } }
         /: Incorrect passphrase(: Unknown error -1)?$/ && !/through symlink/ { say(9); exit }
         /: (No space left on device|Disk quota exceeded|File too large|Read-only file system)$/ { say(8); next }
-        /: (Permission denied|Operation not permitted|Input\/output error|File name too long)$/ { say(7); next }
+        /: (Permission denied|Operation not permitted|Input\/output error|File name too long)$|: Couldn.t visit directory/ { say(7); next }
         /[Uu]nsupported|[Uu]nknown option|[Uu]nrecognized option|Undefined option|not supported/ { say(6); next }
         /: No such file or directory$|[Ff]ile (may have )?(grown|shrunk|shrank)/ { say(2); next }
         !/Error exit delayed/ { say(3) }
         END { if (seen) print line >"message"; exit seen }' <&4 4<&- 5>&- 9>&- &
-    reader=$!
-    children="$children $reader"
+    children="$children $!"
     exec 4<&- 5>&-
-    wait_for "$reader"
+    wait_for "$!"
     said=$?
-    if [ "$said" -eq 9 ]; then
-        kill -s KILL "$tar"
-        [ -z "$password" ] || finish 82 'wrong password'
-        finish 77 'the archive needs a password'
-    fi
+    [ "$said" -ne 9 ] || [ -z "$password" ] || finish 82 'wrong password'
+    [ "$said" -ne 9 ] || finish 77 'the archive needs a password'
     wait_for "$tar" && return
     message='bsdtar failed'
     [ ! -s message ] || read -r message <message
@@ -307,8 +255,8 @@ run_bsdtar() {
 # --- The structure of zip archives ------------------------------------------------------------------------------------
 #
 # bsdtar guesses formats, looks for the end record in the last 16 KiB only, and takes an archive that was cut within its
-# central directory for a whole one. So the end record is looked for here, and has to fit the directory before it. What
-# follows it may be anything; so may what stands in front, as in archives that expand themselves.
+# central directory for a whole one. So the end record is looked for here, and has to fit the directory before it. Anything
+# may stand behind it, and in front, as in archives that expand themselves.
 
 zip_number='
     function number(at, bytes,    value) {
@@ -316,7 +264,7 @@ zip_number='
         return value
     }'
 
-# Sets, for the archive $1: zip_entries, which is modulo zip_modulo if that isn't 0; zip_start and zip_length of the directory;
+# Sets, for the archive $1: zip_entries, counted modulo zip_modulo; zip_start and zip_length of the directory;
 # zip_shift, by which what stands in front moves all offsets; zip_end, where the end record lies, and zip_plain, 1 if bsdtar
 # finds it there. Fails where there is no whole directory.
 read_zip_structure() {
@@ -332,7 +280,7 @@ read_zip_structure() {
                 big = at; modulo = 65536
                 if (is(at - 20, 6, 7)) {
                     for (big = at - 76; big >= 0 && !is(big, 6, 6); ) big--
-                    entries = number(big + 32, 8); length_ = number(big + 40, 8); start = number(big + 48, 8); modulo = 0
+                    entries = number(big + 32, 8); length_ = number(big + 40, 8); start = number(big + 48, 8); modulo = 2 ^ 40
                 }
                 shift_ = size - n + big - length_ - start
                 return big >= 0 && shift_ >= 0
@@ -341,12 +289,11 @@ read_zip_structure() {
             END {
                 for (at = n - 22; at >= 0 && !(is(at, 5, 6) && fits(at)); at--) if (is(at, 5, 6)) misled = 1
                 if (at < 0) exit 1
-                printf "%.0f %d %.0f %.0f %.0f %.0f %d", entries, modulo, start + shift_, length_, shift_, size - n + at,
+                printf "%.0f %.0f %.0f %.0f %.0f %.0f %d", entries, modulo, start + shift_, length_, shift_, size - n + at,
                     !misled && n - at < 16384 && (at > 0 || size == 22)
             }') && break
         [ "$size" -gt "$tail" ] || return
     done
-    # shellcheck disable=SC2086 # words
     set -- "$1" $zip
     [ "$#" -eq 8 ] || return
     zip_entries=$2 zip_modulo=$3 zip_start=$4 zip_length=$5 zip_shift=$6 zip_end=$7 zip_plain=$8
@@ -354,9 +301,7 @@ read_zip_structure() {
 }
 
 # Is $1 the number of entries that the structure tells?
-is_zip_count() {
-    [ "$1" -eq "$zip_entries" ] || { [ "$zip_modulo" -gt 0 ] && [ "$(($1 % zip_modulo))" -eq "$zip_entries" ]; }
-}
+is_zip_count() { [ "$(($1 % zip_modulo))" -eq "$zip_entries" ]; }
 
 # A line for each entry in the directory of archive $1: the offset of its local header, that of its directory entry, and 1
 # when the name is marked as UTF-8 but isn't.
@@ -391,15 +336,11 @@ zip_verb() {
     set_target "$2" "$4"
     set_replaced
     survey &
-    surveyor=$!
-    children="$children $surveyor"
-    # The name goes over in a list: as an operand "@x" and "-Cx" have meanings of their own. A reader takes the backslashes
-    # of a name without "/" for those of a Windows path. -H: what the source itself links to; links below it stay links. -P: a
-    # leading "\" or "c:" belongs to the name.
-    case $source_name in
-        *\\*) printf './%s\0' "$source_name" >names || finish_full ;;
-        *) printf '%s\0' "$source_name" >names || finish_full ;;
-    esac
+    children="$children $!" surveyor=$!
+    # In a list, for as operands "@x" and "-Cx" have meanings of their own. Backslashes without any "/" are read as those of a
+    # Windows path. -H: what the source itself links to. -P: a leading "\" or "c:" belongs to the name.
+    case $source_name in *\\*) list=./$source_name ;; *) list=$source_name ;; esac
+    printf '%s\0' "$list" >names || finish_full
     set -- -f out --format zip --options "zip:compression-level=3${password:+,zip:encryption=aes256}" \
         ${password:+--passphrase "$password"}
     pack names "$@" -H -C "$source_folder" --null -T -
@@ -469,9 +410,8 @@ pack_clamped() {
 unmark_names() {
     list_zip_directory out | sed -n 's/ 1$//p' >names
     while read -r local_at directory_at; do
-        for at in "$((local_at + 7))" "$((directory_at + 9))"; do
-            printf '\0' | dd of=out bs=1 seek="$at" conv=notrunc || finish_full
-        done
+        printf '\0' | dd of=out bs=1 seek="$((local_at + 7))" conv=notrunc &&
+            printf '\0' | dd of=out bs=1 seek="$((directory_at + 9))" conv=notrunc || finish_full
     done <names
 }
 
@@ -509,7 +449,6 @@ unzip_verb() {
     flush_all . || finish_full
     # From here on it is a matter of a few renames: see them through. A locked folder's move writes into the folder.
     trap '' HUP INT TERM
-    # shellcheck disable=SC2016 # the inner shells expand them
     (cd tree && find . ! -name . -prune -type d ! -perm -200 -exec sh -c '
         chmod u+w "$1" && mv -f "$1" ../../ && chmod u-w "../../$1"' sh {} \; &&
         find . ! -name . -prune -exec sh -c 'exec mv -f -- "$@" ../../' sh {} +) && rmdir tree ||
@@ -522,13 +461,11 @@ unzip_verb() {
 make_destination() {
     destination=$1
     [ "$1" != "${1#/}" ] || finish 73 'no path of a destination'
-    while [ "$destination" != "${destination%/}" ]; do
-        destination=${destination%/}
-    done
-    top=$destination
-    while [ ! -e "$top" ] && [ ! -L "$top" ] && [ -n "$top" ]; do
-        made=$top
-        top=${top%/*}
+    while [ "$destination" != "${destination%/}" ]; do destination=${destination%/}; done
+    set -- "$destination"
+    while [ ! -e "$1" ] && [ ! -L "$1" ] && [ -n "$1" ]; do
+        made=$1
+        set -- "${1%/*}"
     done
     (umask "$user_mask" && mkdir -p "$destination/") && is_open_folder "$destination/" ||
         finish 73 'the destination can'\''t be made or written to'
@@ -539,7 +476,6 @@ make_destination() {
 # free: a folder meets a folder that can be written to, no link; anything else meets no folder. Sets merge to yes when a
 # folder exists already. Writes to "times", for each entry, 1 when it is a file with content, else 0.
 plan_expansion() {
-    # shellcheck disable=SC2016 # the inner shell expands them
     plan=$({ bsdtar -t -vvv "$@" || echo '!'; } | LC_ALL=C awk '
         # A word for xargs.
         function word(kind, name) {
@@ -572,10 +508,8 @@ plan_expansion() {
             printf "n%d\nk%.0f\n", NR - 1, total / 1024
         }' | LC_ALL=C xargs sh -c '
         for word do
-            case $word in
-                *\\*) place=$(printf "../%b." "${word#?}") && place=${place%.} ;;
-                *) place=../${word#?} ;;
-            esac
+            place=../${word#?}
+            case $word in *\\*) place=$(printf %b. "$place") && place=${place%.} ;; esac
             case $word in
                 !) echo damaged ;;
                 n*) echo "entries=${word#n}" ;;
@@ -589,10 +523,7 @@ plan_expansion() {
         done' sh | sort -u)
     merge=no entries=-1
     for word in $plan; do
-        case $word in
-            damaged | blocked) ;;
-            *) eval "$word" ;;
-        esac
+        case $word in *=*) eval "$word" ;; esac
     done
     [ "$plan" = "${plan#*damaged}" ] && is_zip_count "$entries" || finish 65 'the archive is damaged, or hostile'
     [ "$plan" = "${plan#*blocked}" ] || finish 73 'a link, a folder or something of another kind is in the way'
@@ -623,7 +554,6 @@ check_encryption() {
 # encrypted again for that: the source, which might change between two readings, is read once.
 
 magic=464f4c4944455801
-rounds=600000
 zeros=0000000000000000000000000000000000000000000000000000000000000000
 
 # Writes the bytes of the hexadecimal digits $1, each XORed with $2.
@@ -634,7 +564,6 @@ put() {
         octets="$octets\\$((byte >> 6))$((byte >> 3 & 7))$((byte & 7))"
         rest=${rest#??}
     done
-    # shellcheck disable=SC2059 # the escapes are the format
     printf "$octets"
 }
 
@@ -654,28 +583,20 @@ derive() {
 }
 
 put_salted_password() { put "$salt" && printf '%s' "$password"; }
-
 # Sets check, cipher_key and mac_key from password and salt, all hexadecimal. openssl takes a password of one line, at most
 # 1023 bytes, and 8 bytes of salt: the digest of the whole salt and the password stands in for it.
 derive_keys() {
     digest_of put_salted_password
-    derive "$digest" "${salt%????????????????}" "$rounds"
+    derive "$digest" "${salt%????????????????}" 600000
     set -- "$derived"
     # The labels "verifier", "cryptkey" and "auth-key"; one round makes it HMAC-SHA256 of the label.
-    derive "$1" 7665726966696572 1
-    check=$(printf '%.16s' "$derived" | tr A-F a-f)
-    derive "$1" 63727970746b6579 1
-    cipher_key=$derived
-    derive "$1" 617574682d6b6579 1
-    mac_key=$derived
+    derive "$1" 7665726966696572 1 && check=$(printf '%.16s' "$derived" | tr A-F a-f)
+    derive "$1" 63727970746b6579 1 && cipher_key=$derived
+    derive "$1" 617574682d6b6579 1 && mac_key=$derived
 }
 
 # The cipher's key waits in a pipe on descriptor 3.
-offer_cipher_key() {
-    open_pipe 3 5
-    printf '%s\n' "$cipher_key" >&5 || finish_full
-    exec 5>&-
-}
+offer_cipher_key() { open_pipe 3 5 && printf '%s\n' "$cipher_key" >&5 && exec 5>&- || finish_full; }
 
 # For a child. In counter mode -e and -d do the same, but -e writes and -d reads a header with the cipher's salt first.
 cipher() { exec openssl enc "$1" -aes-256-ctr -pbkdf2 -md sha256 -iter 1 -bufsize 1048576 -pass fd:3; }
@@ -690,10 +611,9 @@ follow() {
     exec cat
 }
 
+skip_head() { dd bs=64 count=1 >/dev/null; }
 put_inner() { put "$mac_key" 0x36 && put "$zeros" 0x36 && put "$1"; }
 put_outer() { put "$mac_key" 0x5c && put "$zeros" 0x5c && put "$inner"; }
-
-skip_head() { dd bs=64 count=1 >/dev/null; }
 
 # When the cipher, the child $2, has written the result, of $1 bytes at least, and the children $3... have read it: sets
 # digest to the MAC.
@@ -773,7 +693,6 @@ password=${1#*"|"*"|"*"|"*"|"*"|"}
 # A field behind the last one keeps an empty one.
 fields="$1|."
 IFS='|'
-# shellcheck disable=SC2086 # fields
 set -- $fields
 IFS=' 	
 '

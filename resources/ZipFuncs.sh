@@ -133,9 +133,12 @@ remove_left_folder() {
 }
 
 empty_work_folder() {
-    set -- tree out part.zip names times survey early late message digest written probe owner
+    set -- tree out part.zip names times survey early late message digest written probe
     # A tree that was expanded may hold folders that lock their owner out.
     rm -rf "$@" || { chmod -R u+rwx tree && rm -rf "$@"; }
+    # Some file systems (NFS, FUSE) keep a file under another name while somebody has it open.
+    exec 9<&-
+    rm -f owner
 }
 
 # --- Paths ------------------------------------------------------------------------------------------------------------
@@ -195,8 +198,7 @@ publish() {
     [ ! -f "../$target_name" ] || mode=$((mode & $(mode_like ../ "$target_name")))
     chmod "$(printf '%o' "$mode")" out && dd if=/dev/null conv=fsync >&8 && flush out || finish_full
     exec 8>&-
-    set_inode out
-    set -- "$inode"
+    set_inode out && set -- "$inode"
     $rename out "../$target_name" || finish 73 'the target can'\''t be replaced'
     set_inode "../$target_name"
     [ "$inode" = "$1" ] || finish 73 'somebody else changes the destination'
@@ -207,7 +209,7 @@ publish() {
 set_inode() { inode=$(ls -di "$1" | sed -n '1s/^ *\([0-9]*\).*/\1/p'); }
 
 # Whatever a tool says: where a few bytes more can't be written, the disk is full (or gone).
-check_disk() { dd if=/dev/zero bs=65536 count=1 conv=fsync >probe || finish_full; }
+check_disk() { dd if=/dev/zero bs=65536 count=1 conv=fsync >probe && rm probe || finish_full; }
 
 # --- bsdtar -----------------------------------------------------------------------------------------------------------
 
@@ -216,10 +218,8 @@ run_bsdtar() {
     open_pipe 4 5
     failed=$1 input=$2
     shift 2
-    (
-        [ "$1" = -c ] || umask "$user_mask"
-        exec bsdtar "$@" --no-acls --no-xattrs --no-fflags --no-mac-metadata
-    ) <"$input" 2>&5 4<&- 5>&- &
+    ([ "$1" = -c ] || umask "$user_mask"
+    exec bsdtar "$@" --no-acls --no-xattrs --no-fflags --no-mac-metadata) <"$input" 2>&5 4<&- 5>&- &
     children="$children $!" tar=$!
     # What it says stands at the end of a line, behind a name that could hold anything. The first line of the worst kind goes
     # to the file "message". At a wrong password it is ended, which would try it on every other entry. 2: items that went.
@@ -239,8 +239,7 @@ run_bsdtar() {
     [ "$said" -ne 9 ] || [ -z "$password" ] || finish 82 'wrong password'
     [ "$said" -ne 9 ] || finish 77 'the archive needs a password'
     wait_for "$tar" && return
-    message='bsdtar failed'
-    [ ! -s message ] || read -r message <message
+    [ -s message ] && read -r message <message || message='bsdtar failed'
     check_disk
     case $said$failed in
         270) return ;;
@@ -259,10 +258,7 @@ run_bsdtar() {
 # may stand behind it, and in front, as in archives that expand themselves.
 
 zip_number='
-    function number(at, bytes,    value) {
-        while (bytes-- > 0) value = value * 256 + byte[at + bytes]
-        return value
-    }'
+    function number(at, bytes,    value) { while (bytes-- > 0) value = value * 256 + byte[at + bytes]; return value }'
 
 # Sets, for the archive $1: zip_entries, counted modulo zip_modulo; zip_start and zip_length of the directory;
 # zip_shift, by which what stands in front moves all offsets; zip_end, where the end record lies, and zip_plain, 1 if bsdtar
@@ -271,15 +267,12 @@ read_zip_structure() {
     size=$(wc -c <"$1") || return
     for tail in 1024 70000 1200000; do
         zip=$(tail -c "$tail" "$1" | od -An -v -tu1 | LC_ALL=C awk -v size="$((size))" "$zip_number"'
-            function is(at, third, fourth) {
-                return at >= 0 && byte[at] == 80 && byte[at + 1] == 75 && byte[at + 2] == third && byte[at + 3] == fourth
-            }
+            function is(at, mark) { return at >= 0 && number(at, 4) == 19280 + 65536 * mark }
             function fits(at,    big) {
                 if (at + 22 + number(at + 20, 2) > n || number(at + 4, 4) != 0) return 0
-                entries = number(at + 10, 2); length_ = number(at + 12, 4); start = number(at + 16, 4)
-                big = at; modulo = 65536
-                if (is(at - 20, 6, 7)) {
-                    for (big = at - 76; big >= 0 && !is(big, 6, 6); ) big--
+                entries = number(at + 10, 2); length_ = number(at + 12, 4); start = number(at + 16, 4); big = at; modulo = 65536
+                if (is(at - 20, 1798)) {
+                    for (big = at - 76; big >= 0 && !is(big, 1542); ) big--
                     entries = number(big + 32, 8); length_ = number(big + 40, 8); start = number(big + 48, 8); modulo = 2 ^ 40
                 }
                 shift_ = size - n + big - length_ - start
@@ -287,7 +280,7 @@ read_zip_structure() {
             }
             { for (i = 1; i <= NF; i++) byte[n++] = $i }
             END {
-                for (at = n - 22; at >= 0 && !(is(at, 5, 6) && fits(at)); at--) if (is(at, 5, 6)) misled = 1
+                for (at = n - 22; at >= 0 && !(is(at, 1541) && fits(at)); at--) if (is(at, 1541)) misled = 1
                 if (at < 0) exit 1
                 printf "%.0f %.0f %.0f %.0f %.0f %.0f %d", entries, modulo, start + shift_, length_, shift_, size - n + at,
                     !misled && n - at < 16384 && (at > 0 || size == 22)
@@ -322,8 +315,7 @@ list_zip_directory() {
             if (n == 46) total = 46 + (name = number(28, 2)) + number(30, 2) + number(32, 2)
             if (n < 46 || n < total) continue
             printf "%.0f %.0f %d\n", local_offset() + shift_, at, int(byte[9] / 8) % 2 && !is_utf8()
-            at += total
-            n = 0
+            at += total; n = 0
         } }'
 }
 
@@ -360,21 +352,17 @@ zip_verb() {
 set_replaced() {
     replaced=.//. replaced_pattern='^/$'
     [ -d "$source" ] || return 0
-    inner=$(cd -P .. && pwd -P && echo .)
-    outer=$(cd -P "$source" && pwd -P && echo .)
-    inner=${inner%??}/ outer=${outer%??}/
+    inner=$(cd -P .. && pwd -P && echo .) && inner=${inner%??}/
+    outer=$(cd -P "$source" && pwd -P && echo .) && outer=${outer%??}/
     [ "${inner#"$outer"}" != "$inner" ] || return 0
     replaced=$(printf '%s.' "$source_name/${inner#"$outer"}$target_name" | sed 's/[][*?\\]/\\&/g')
-    replaced=${replaced%.}
-    replaced_pattern="^$(printf '%s' "$replaced" | sed 's/[$^]/\\&/g')\$"
-    replaced=.//$replaced
+    replaced_pattern="^$(printf '%s' "${replaced%.}" | sed 's/[$^]/\\&/g')\$" replaced=.//${replaced%.}
 }
 
 # Writes to the file "survey", beside bsdtar: how many items there are, the mode that they ask for, and whether any is of a
 # kind that bsdtar leaves out, has a time that zip can't hold, or a name that isn't UTF-8.
 survey() {
-    touch -t 197001020000 early
-    touch -t 203801180000 late
+    touch -t 197001020000 early && touch -t 203801180000 late
     set -- "$source_folder" "$source_name"
     items=$(find_in "$@" | LC_ALL=C grep -c '^\.//')
     odd=no times=no names=no
@@ -386,8 +374,7 @@ survey() {
 
 # Runs bsdtar on the source: $1 is its input, $2... are its options.
 pack() {
-    input=$1
-    shift
+    input=$1 && shift
     run_bsdtar 70 "$input" -c -P "$@" --exclude '.ZipFuncs.??????????' --exclude "$replaced_pattern"
 }
 
@@ -397,12 +384,10 @@ pack_clamped() {
         -C "$source_folder" --null -T -
     LC_ALL=C awk '
         match($0, / time=[-0-9.]+/) {
-            time = substr($0, RSTART + 6, RLENGTH - 6)
-            time = time < 0 ? 0 : time > 2147483647 ? 2147483647 : time
+            time = substr($0, RSTART + 6, RLENGTH - 6); time = time < 0 ? 0 : time > 2147483647 ? 2147483647 : time
             $0 = substr($0, 1, RSTART + 5) time substr($0, RSTART + RLENGTH)
         }
-        / type=file/ { $0 = $0 " contents=" $1 }
-        { print }' times >names || finish_full
+        { print $0 (/ type=file/ ? " contents=" $1 : "") }' times >names || finish_full
     pack names "$@" -s ',^\./,,SH' -C "$source_folder" @-
 }
 
@@ -426,12 +411,14 @@ unzip_verb() {
     make_destination "$2"
     make_work_folder "$destination"
     if [ "$zip_plain" -eq 0 ]; then
-        { head -c "$((zip_end + 20))" "$source" && printf '\0\0'; } >part.zip || finish_full
-        source=part.zip
+        { head -c "$((zip_end + 20))" "$source" && printf '\0\0'; } >part.zip && source=part.zip || finish_full
     fi
     set -- --options 'zip:!mac-ext' --passphrase "${password:-no password was given}" -f "$source"
     plan_expansion "$@"
     [ -z "$password" ] || check_encryption
+    # bsdtar doesn't look at what close(2) answers, where quotas and network file systems tell of what they lost: a file of the
+    # script's own, written before and after the others, tells it too.
+    check_disk
     # No owners, no set-id or sticky bits, modes under the umask. -s: keeps the names that bsdtar would shorten.
     set -- -x --no-same-owner --no-same-permissions -s ',^,./,SH' "$@"
     if [ "$merge" = yes ]; then
@@ -441,11 +428,13 @@ unzip_verb() {
         run_bsdtar 65 /dev/null "$@" -O
         trap '' HUP INT TERM
         run_bsdtar 65 /dev/null "$@" --safe-writes -C ..
+        check_disk
         flush_all .. || finish_full
         finish 0
     fi
     mkdir tree || finish_full
     run_bsdtar 65 /dev/null "$@" -C tree
+    check_disk
     flush_all . || finish_full
     # From here on it is a matter of a few renames: see them through. A locked folder's move writes into the folder.
     trap '' HUP INT TERM
@@ -463,10 +452,7 @@ make_destination() {
     [ "$1" != "${1#/}" ] || finish 73 'no path of a destination'
     while [ "$destination" != "${destination%/}" ]; do destination=${destination%/}; done
     set -- "$destination"
-    while [ ! -e "$1" ] && [ ! -L "$1" ] && [ -n "$1" ]; do
-        made=$1
-        set -- "${1%/*}"
-    done
+    while [ ! -e "$1" ] && [ ! -L "$1" ] && [ -n "$1" ]; do made=$1 && set -- "${1%/*}"; done
     (umask "$user_mask" && mkdir -p "$destination/") && is_open_folder "$destination/" ||
         finish 73 'the destination can'\''t be made or written to'
 }
@@ -477,15 +463,9 @@ make_destination() {
 # folder exists already. Writes to "times", for each entry, 1 when it is a file with content, else 0.
 plan_expansion() {
     plan=$({ bsdtar -t -vvv "$@" || echo '!'; } | LC_ALL=C awk '
-        # A word for xargs.
-        function word(kind, name) {
-            gsub(/[^a-zA-Z0-9_.\/]/, "\\\\&", name)
-            print kind name
-        }
+        function word(kind, name) { gsub(/[^a-zA-Z0-9_.\/]/, "\\\\&", name); print kind name } # for xargs
         function check(line,    kind, folder, at, length_) {
-            kind = substr(line, 1, 1)
-            split(line, columns)
-            total += columns[5]
+            kind = substr(line, 1, 1); split(line, columns); total += columns[5]
             print (kind == "-" && columns[5] > 0) >"times"
             # Mode, links, owner, group, size, and three of the date stand before the name.
             if (kind !~ /[-dl]/ || !sub(/^[^ ]+ +[^ ]+ +[^ ]+ +[^ ]+ +[^ ]+ +[^ ]+ +[^ ]+ +[^ ]+ /, "", line)) wrong = 1
@@ -514,17 +494,13 @@ plan_expansion() {
                 !) echo damaged ;;
                 n*) echo "entries=${word#n}" ;;
                 k*) echo "kilobytes=${word#k}" ;;
-                d*) if [ -L "$place" ]; then echo blocked
-                    elif [ -d "$place" ] && [ -w "$place" ] && [ -x "$place" ]; then echo merge=yes
-                    elif [ -e "$place" ]; then echo blocked
-                    fi ;;
+                d*) if [ ! -L "$place" ] && [ -d "$place" ] && [ -w "$place" ] && [ -x "$place" ]; then echo merge=yes
+                    elif [ -L "$place" ] || [ -e "$place" ]; then echo blocked; fi ;;
                 f*) [ ! -d "$place" ] || [ -L "$place" ] || echo blocked ;;
             esac
         done' sh | sort -u)
     merge=no entries=-1
-    for word in $plan; do
-        case $word in *=*) eval "$word" ;; esac
-    done
+    for word in $plan; do case $word in *=*) eval "$word" ;; esac; done
     [ "$plan" = "${plan#*damaged}" ] && is_zip_count "$entries" || finish 65 'the archive is damaged, or hostile'
     [ "$plan" = "${plan#*blocked}" ] || finish 73 'a link, a folder or something of another kind is in the way'
 }
@@ -538,10 +514,8 @@ check_encryption() {
         printf "\\n" }')" <"$source" | LC_ALL=C grep -b -o 'PK34..[oK3]' | cut -d : -f 1 >survey || finish_full
     list_zip_directory "$source" | sort -n | LC_ALL=C awk '
         FILENAME == "survey" { encrypted[$1]; next }
-        { getline content <"times"
-          if (content + 0 && $1 in encrypted) some = 1
-          else if (content + 0) other = 1 }
-        END { exit some && other }' survey - || finish 65 'files that aren'\''t encrypted stand among those that are'
+        { getline content <"times"; if (content + 0) seen[$1 in encrypted] }
+        END { exit (0 in seen) && (1 in seen) }' survey - || finish 65 'files that aren'\''t encrypted stand among those that are'
 }
 
 # --- Encrypted files (docs/encrypted-files.md) ------------------------------------------------------------------------
@@ -560,17 +534,15 @@ zeros=0000000000000000000000000000000000000000000000000000000000000000
 put() {
     rest=$1 octets=
     while [ -n "$rest" ]; do
-        byte=$((0x${rest%"${rest#??}"} ^ ${2:-0}))
+        byte=$((0x${rest%"${rest#??}"} ^ ${2:-0})) rest=${rest#??}
         octets="$octets\\$((byte >> 6))$((byte >> 3 & 7))$((byte & 7))"
-        rest=${rest#??}
     done
     printf "$octets"
 }
 
 # Sets digest to the SHA-256, hexadecimal, of what the command $@ writes.
 digest_of() {
-    digest=$("$@" | openssl dgst -sha256)
-    digest=${digest##* }
+    digest=$("$@" | openssl dgst -sha256) && digest=${digest##* }
     [ "${#digest}" -eq 64 ] || finish 69 'openssl can'\''t hash'
 }
 
@@ -627,8 +599,7 @@ await_mac() {
     size=$(wc -c <out)
     [ -z "$failed" ] || { check_disk && finish 70 'openssl or cat failed'; }
     [ "$size" -ge "$least" ] || { check_disk && finish 66 'the source can'\''t be read, or changed'; }
-    read -r inner <digest || finish_full
-    inner=${inner##* }
+    read -r inner <digest && inner=${inner##* } || finish_full
     digest_of put_outer
 }
 
@@ -639,8 +610,7 @@ file_verb() {
     set_target "$2" "$4"
     mode=$(mode_like "$source_folder" "$source_name")
     if [ "$verb" = encrypt ]; then
-        salt=$(openssl rand -hex 16)
-        derive_keys
+        salt=$(openssl rand -hex 16) && derive_keys
         claim=$zeros head=$magic$salt$check body=
         put "$head$zeros" >out || finish_full
     else
@@ -649,9 +619,7 @@ file_verb() {
         head=$(printf '%.64s' "$body") body=${body#"$(printf '%.64s' "$body")"}
         claim=$(printf '%.64s' "$body") body=${body#"$(printf '%.64s' "$body")"}
         [ "${#body}" -eq 32 ] && [ "${head#"$magic"}" != "$head" ] || finish 65 'no encrypted file of this kind'
-        salt=${head#"$magic"}
-        salt=${salt%????????????????}
-        derive_keys
+        salt=${head#"$magic"} && salt=${salt%????????????????} && derive_keys
         [ "$head" = "$magic$salt$check" ] || finish 1 'wrong password'
         [ "${body#53616c7465645f5f}" != "$body" ] || finish 65 'the file is damaged'
     fi

@@ -90,10 +90,10 @@ int renameItem(const char* from, const char* to, unsigned flags)
 }
 
 // One for each close(2) of a descriptor. Where it fails what was written is lost, as with a quota or an upload that
-// only the server knows of.
+// only the server knows of. The kernel doesn't say here how the file was opened (struct fuse_flush_in).
 int closeOnce(const char*, fuse_file_info* file)
 {
-    if (!strange.closeFails || (file->flags & O_ACCMODE) == O_RDONLY) {
+    if (!strange.closeFails || (fcntl(descriptorOf(file), F_GETFL) & O_ACCMODE) == O_RDONLY) {
         return 0;
     }
     return ftruncate(descriptorOf(file), 0) == 0 ? -ENOSPC : -errno;

@@ -4,9 +4,9 @@
 // a failure, not a surprise. Every file that was written has been closed with success in the end.
 #pragma once
 
+#include "platform/copy_record.h"
 #include "platform/linux/copy_data.h"
 #include "platform/linux/copy_metadata.h"
-#include "platform/copy_record.h"
 #include "platform/linux/source_file.h"
 #include "platform/linux/system_error.h"
 #include "platform/linux/tree_walk.h"

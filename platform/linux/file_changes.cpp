@@ -75,20 +75,19 @@ Outcome removeExisting(const Transfer& transfer)
         return failed(action, target, EBUSY);
     }
     const std::string hidden = linux_os::temporaryName();
-    if (renameat(folder, name, folder, hidden.c_str()) != 0) {
+    linux_os::Hiding hiding(folder, name, hidden);
+    if (const int error = hiding.error()) {
         // ENOENT: it is gone already. EXDEV: a folder of an overlay's lower layer.
-        return errno == ENOENT  ? Outcome::success()
-               : errno == EXDEV ? linux_os::removeEntry(folder, name, target.path.text)
-                                : failed(action, target, errno);
+        return error == ENOENT  ? Outcome::success()
+               : error == EXDEV ? linux_os::removeEntry(folder, name, target.path.text)
+                                : failed(action, target, error);
     }
-    const auto showAgain = [&] { linux_os::renameWithoutReplacing(folder, hidden.c_str(), folder, name); };
     if (!existence(transfer.sourcePath).exists) {
-        showAgain();
         return failure(action, target.path.text, "the source would go with it");
     }
-    Outcome outcome = linux_os::removeEntry(folder, hidden.c_str(), target.path.text);
-    if (!outcome.ok()) {
-        showAgain();
+    Outcome outcome = linux_os::removeEntry(folder, hiding.name(), target.path.text);
+    if (outcome.ok()) {
+        hiding.itemIsGone();
     }
     return outcome;
 }

@@ -37,15 +37,14 @@ int renameOverClaim(int fromFolder, const char* from, int toFolder, const char* 
         return error;
     }
     struct stat claimed {};
-    const bool isStillEmpty =
-        isFolder || (fstatat(toFolder, to, &claimed, AT_SYMLINK_NOFOLLOW) == 0 && claimed.st_size == 0);
-    if (!isStillEmpty) {
+    int error = isFolder || fstatat(toFolder, to, &claimed, AT_SYMLINK_NOFOLLOW) == 0 ? 0 : errno;
+    if (error == 0 && claimed.st_size != 0) {
         return EEXIST; // somebody has put something else there
     }
-    if (renameat(fromFolder, from, toFolder, to) == 0) {
+    if (error == 0 && renameat(fromFolder, from, toFolder, to) == 0) {
         return 0;
     }
-    const int error = errno;
+    error = error == 0 ? errno : error;
     unlinkat(toFolder, to, isFolder ? AT_REMOVEDIR : 0);
     // A file system whose rename doesn't replace (SFTP servers) needs no claim.
     const bool mayNeverReplace = error == EEXIST || error == EPERM;
@@ -99,6 +98,23 @@ int renameWithoutReplacing(int fromFolder, const char* from, int toFolder, const
     }
     return S_ISDIR(status.st_mode) ? renameOverClaim(fromFolder, from, toFolder, to, true)
                                    : renameByLinking(fromFolder, from, toFolder, to);
+}
+
+Hiding::Hiding(int folder, const char* name, const std::string& hidden) noexcept
+    : folder_(folder), name_(name), hidden_(hidden.c_str())
+{
+    if (hidden.empty()) {
+        return;
+    }
+    isHidden_ = renameat(folder, name, folder, hidden_) == 0;
+    error_ = isHidden_ ? 0 : errno;
+}
+
+Hiding::~Hiding()
+{
+    if (isHidden_) {
+        renameWithoutReplacing(folder_, hidden_, folder_, name_);
+    }
 }
 
 int linkUnnamed(int file, int folder, const char* name)

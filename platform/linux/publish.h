@@ -17,6 +17,31 @@ std::string temporaryName();
 // folders, the name is claimed first, by a new empty file or folder of our own that the rename then replaces.
 int renameWithoutReplacing(int fromFolder, const char* from, int toFolder, const char* to);
 
+// Takes an item's name away, and gives it back in the end, also to what is left of the item, unless it is gone by then.
+class Hiding {
+public:
+    // `hidden`: a temporary name in the same folder; empty to leave the item its own. The texts must outlive the value.
+    Hiding(int folder, const char* name, const std::string& hidden) noexcept;
+    ~Hiding();
+    Hiding(const Hiding&) = delete;
+    Hiding& operator=(const Hiding&) = delete;
+
+    // The item's name now.
+    const char* name() const { return isHidden_ ? hidden_ : name_; }
+
+    // The errno value with which it couldn't be hidden; 0 when it is, or was to keep its name.
+    int error() const { return error_; }
+
+    void itemIsGone() { isHidden_ = false; }
+
+private:
+    int folder_;
+    const char* name_;
+    const char* hidden_;
+    bool isHidden_ = false;
+    int error_ = 0;
+};
+
 // Gives an unnamed file (open(2), O_TMPFILE) its name; EEXIST when the name is taken.
 int linkUnnamed(int file, int folder, const char* name);
 

@@ -50,33 +50,6 @@ bool isOverlay(int folder)
     return open && fstatfs(open.get(), &status) == 0 && status.f_type == OVERLAYFS_SUPER_MAGIC;
 }
 
-// Takes a file's name away, and gives it back in the end unless the file is gone by then.
-class Hiding {
-public:
-    Hiding(int folder, const char* name, const std::string& hidden)
-        : folder_(folder), name_(name), hidden_(hidden),
-          isHidden_(!hidden.empty() && renameat(folder, name, folder, hidden.c_str()) == 0)
-    {
-    }
-    ~Hiding()
-    {
-        if (isHidden_) {
-            renameWithoutReplacing(folder_, hidden_.c_str(), folder_, name_);
-        }
-    }
-    Hiding(const Hiding&) = delete;
-    Hiding& operator=(const Hiding&) = delete;
-
-    const char* name() const { return isHidden_ ? hidden_.c_str() : name_; }
-    void fileIsGone() { isHidden_ = false; }
-
-private:
-    int folder_;
-    const char* name_;
-    const std::string& hidden_;
-    bool isHidden_;
-};
-
 class Removal {
 public:
     Removal(const Manner& manner, std::string_view path) : manner_(manner), rootPath_(path) {}
@@ -233,7 +206,7 @@ Outcome Removal::removeCopiedFile(int folder, const char* name, const std::strin
     Hiding hiding(folder, name, hiddenName_);
     Outcome outcome = removeUnlessChanged(folder, hiding.name(), before, path);
     if (outcome.ok()) {
-        hiding.fileIsGone();
+        hiding.itemIsGone();
     }
     return outcome;
 }

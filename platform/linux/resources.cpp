@@ -73,35 +73,39 @@ std::optional<ResourceFile> memoryFile(const std::string& name, std::string_view
 // A file of this user's that goes with the value.
 class TemporaryFile {
 public:
-    static std::shared_ptr<const TemporaryFile> create(std::string_view content)
+    TemporaryFile() = default;
+    ~TemporaryFile()
     {
-        std::string path;
-        const Descriptor file(retried([&path] {
-            path = "/tmp/folidex-XXXXXX"; // anew, for an attempt that fails leaves letters there
-            return ::mkostemp(path.data(), O_CLOEXEC);
-        }));
-        if (!file) {
-            return nullptr;
+        if (!path_.empty()) {
+            ::unlink(path_.c_str());
         }
-        std::shared_ptr<const TemporaryFile> made(new TemporaryFile(std::move(path)));
-        return writeAll(file.get(), content) ? made : nullptr;
     }
-    ~TemporaryFile() { ::unlink(path_.c_str()); }
     TemporaryFile(const TemporaryFile&) = delete;
     TemporaryFile& operator=(const TemporaryFile&) = delete;
 
     const std::string& path() const { return path_; }
 
-private:
-    explicit TemporaryFile(std::string path) : path_(std::move(path)) {}
+    bool create(std::string_view content)
+    {
+        std::string path;
+        Descriptor file(retried([&path] {
+            path = "/tmp/folidex-XXXXXX"; // anew, for an attempt that fails leaves letters there
+            return ::mkostemp(path.data(), O_CLOEXEC);
+        }));
+        if (file) {
+            path_ = std::move(path);
+        }
+        return file && writeAll(file.get(), content) && file.close() == 0;
+    }
 
-    std::string path_;
+private:
+    std::string path_; // empty until there is a file
 };
 
 std::optional<ResourceFile> temporaryFile(std::string_view content)
 {
-    auto file = TemporaryFile::create(content);
-    if (!file) {
+    auto file = std::make_shared<TemporaryFile>();
+    if (!file->create(content)) {
         return std::nullopt;
     }
     return ResourceFile{file->path(), file};

@@ -1,7 +1,7 @@
 // popen(3) takes no environment, and setenv(3) moves the environment's table while other threads may read it. So the
-// table is replaced once, by a larger one, in one store, and both stay for good: a getenv(3) that is under way reads the
-// old one or the new. The variable's text lies in a buffer of this file, which holds the name of one report after the
-// other; the lock makes each command start under its own.
+// table is replaced once, by a larger one, in one store, and both stay for good: a getenv(3) that is under way reads
+// the old one or the new. The variable's text lies in a buffer of this file, which holds the name of one report after
+// the other; the lock makes each command start under its own.
 
 #include "archive/script_report.h"
 
@@ -59,9 +59,8 @@ void nameInEnvironment(std::string_view path)
     char** const after = new char*[count + 2];
     *after = text;
     // Without one that another copy of the plug-in has left: shells differ in which of two they take.
-    *std::copy_if(before, before + count, after + 1, [](const char* entry) {
-        return !std::string_view(entry).starts_with(variable);
-    }) = nullptr;
+    *std::copy_if(before, before + count, after + 1,
+                  [](const char* entry) { return !std::string_view(entry).starts_with(variable); }) = nullptr;
     __atomic_store_n(&table(), after, __ATOMIC_RELEASE);
 }
 

@@ -1,8 +1,8 @@
 // How every function reports failure: the text "!!ERROR!!" as its result, and the details in one process-wide record
 // that the solution reads with KORB_GetLastError.
 //
-// The record isn't locked: concurrent calls overwrite each other's error, whole record by whole record, and a reader sees
-// the most recent writer's.
+// The record isn't locked: concurrent calls overwrite each other's error, whole record by whole record, and a reader
+// sees the most recent writer's.
 #pragma once
 
 #include "frame/fmx_sdk.h"

@@ -5,8 +5,8 @@
 // Writing moves the process's current folder into the log file's folder and makes the folders that are missing
 // (mode 0777 less the umask): solutions that use relative paths depend on where it leaves them.
 //
-// Thread rule: several threads may write lines to one logger; whole lines may interleave. SetLogPath() and the destructor
-// need a logger that no other thread is using.
+// Thread rule: several threads may write lines to one logger; whole lines may interleave. SetLogPath() and the
+// destructor need a logger that no other thread is using.
 #pragma once
 
 #include <atomic>

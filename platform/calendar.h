@@ -9,7 +9,7 @@ namespace platform {
 
 // Gregorian calendar, local time zone.
 struct LocalDateTime {
-    int year = 0; // 0: the time is beyond what the calendar can say
+    int year = 0;  // 0: the time is beyond what the calendar can say
     int month = 1; // 1 to 12
     int day = 1;
     int hour = 0;

@@ -21,8 +21,8 @@ PathText deletingLastComponent(PathView path);
 // leaves `path` as it is.
 PathText appendingComponent(PathView path, PathView component);
 
-// `path`, which begins with "~/", below the user's home folder: $HOME where that is absolute, else the entry of the user
-// database, passwd(5). Without a home folder the tilde stays.
+// `path`, which begins with "~/", below the user's home folder: $HOME where that is absolute, else the entry of the
+// user database, passwd(5). Without a home folder the tilde stays.
 PathText standardized(PathView path);
 
 } // namespace platform

@@ -1,8 +1,8 @@
 #include "archive/routine.h"
 
+#include "archive/log_text.h"
 #include "archive/script_bridge.h"
 #include "log/current_logger.h"
-#include "archive/log_text.h"
 #include "support/scratch_folder.h"
 
 #include <gtest/gtest.h>

@@ -82,7 +82,8 @@ bool isFirstCloseOfWritten(int file)
     std::array<char, 32> link{};
     std::snprintf(link.data(), link.size(), "/proc/self/fd/%d", file);
     if ((fcntl(file, F_GETFL) & O_ACCMODE) == O_RDONLY || fstat(file, &status) != 0 || !S_ISREG(status.st_mode) ||
-        status.st_size == 0 || readlink(link.data(), name.data(), name.size()) <= 0 || std::string_view(name.data(), 7) == "/memfd:") {
+        status.st_size == 0 || readlink(link.data(), name.data(), name.size()) <= 0 ||
+        std::string_view(name.data(), 7) == "/memfd:") {
         return false;
     }
     const auto end = closedFiles.begin() + closedCount;

@@ -29,7 +29,7 @@
 namespace folidex::test {
 namespace {
 
-constexpr unsigned patience = 300;    // seconds that one trial may take
+constexpr unsigned patience = 300;     // seconds that one trial may take
 constexpr unsigned shortScenario = 60; // calls, at most, of one that pairs of faults are tried on
 
 struct Fault {
@@ -117,8 +117,7 @@ struct Tally {
 
 Tally& tally()
 {
-    static void* const shared =
-        mmap(nullptr, sizeof(Tally), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    static void* const shared = mmap(nullptr, sizeof(Tally), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     return *static_cast<Tally*>(shared);
 }
 
@@ -321,7 +320,8 @@ std::vector<Injection> ScenarioRun::injections(bool isFull) const
                     continue; // repeating would never end
                 }
                 list.push_back({entry.call, at, fault, Kind::lasting});
-                if (pairs && !fault.isTransparent && entry.call != Call::allocate && fault.error == entry.faults[0].error) {
+                if (pairs && !fault.isTransparent && entry.call != Call::allocate &&
+                    fault.error == entry.faults[0].error) {
                     firsts.push_back({entry.call, at, fault});
                 }
             }
@@ -360,8 +360,9 @@ bool ScenarioRun::mayLeave(const Snapshot& before, const Snapshot& now) const
         }
         return now == one;
     };
-    return isLike(before) || isLike(without) || (scenario_.leavesPart && std::all_of(now.begin(), now.end(), isKnown) &&
-                             (holdsAll(now, before) || holdsAll(now, after_)));
+    return isLike(before) || isLike(without) ||
+           (scenario_.leavesPart && std::all_of(now.begin(), now.end(), isKnown) &&
+            (holdsAll(now, before) || holdsAll(now, after_)));
 }
 
 // For when cleaning up fails as well. Nothing half-made stands under a name that anybody knows, and each content that
@@ -386,7 +387,8 @@ bool ScenarioRun::hasLostNothing(const Snapshot& before, const Snapshot& now, co
     // Where there are no exclusive renames a name is claimed by something empty first.
     const bool claims = plan_.lacks[static_cast<std::size_t>(Call::rename)] != 0;
     const auto isKnown = [&](const auto& entry) {
-        return hasContent(before, entry) || hasContent(after_, entry) || (claims && entry.second.metadata.starts_with("0 "));
+        return hasContent(before, entry) || hasContent(after_, entry) ||
+               (claims && entry.second.metadata.starts_with("0 "));
     };
     return std::all_of(before.begin(), before.end(), isKept) && std::all_of(now.begin(), now.end(), isKnown);
 }
@@ -405,9 +407,9 @@ std::string ScenarioRun::judgeSuccess(const Injection& injection, const CallResu
         return "answers " + result.answer + " instead of " + undisturbed_.answer;
     }
     // What the system doesn't permit the copy does without.
-    const bool isPermissionLoss =
-        (injection.fault.error == EACCES || injection.fault.error == EPERM) &&
-        (injection.call == Call::changeMode || injection.call == Call::changeOwner || injection.call == Call::changeTimes);
+    const bool isPermissionLoss = (injection.fault.error == EACCES || injection.fault.error == EPERM) &&
+                                  (injection.call == Call::changeMode || injection.call == Call::changeOwner ||
+                                   injection.call == Call::changeTimes);
     const bool isRight = now == after_ || scenario_.codes().empty() ||
                          (isPermissionLoss && holdsAll(now, after_) && now.size() == after_.size());
     return isRight ? "" : "success, but" + differences(after_, now);
@@ -436,9 +438,9 @@ std::string ScenarioRun::judge(const Injection& injection, const CallResult& res
     }
     if (result.threw) { // after the work is done, perhaps
         const bool forMemory = injection.call == Call::allocate && !result.threwSomethingElse;
-        return !forMemory                      ? "an exception left the handler"
+        return !forMemory                     ? "an exception left the handler"
                : now == after_ || isAllowed() ? ""
-                                               : "an exception leaves" + differences(before, now);
+                                              : "an exception leaves" + differences(before, now);
     }
     if (undisturbed_.isError && result.code == undisturbed_.code && now == after_) {
         return "";

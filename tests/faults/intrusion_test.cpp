@@ -1,6 +1,6 @@
 // Somebody changes the tree just before one of the plug-in's calls to the system: before each of them in turn, so that
-// no moment between a look and a deed is left untried. Folders are exchanged with links that lead out of the tree, files
-// come and are written to, and somebody takes the name that a copy is about to get.
+// no moment between a look and a deed is left untried. Folders are exchanged with links that lead out of the tree,
+// files come and are written to, and somebody takes the name that a copy is about to get.
 
 #include "faults/fault_injector.h"
 #include "support/plugin_under_test.h"
@@ -170,10 +170,12 @@ TEST_F(Intrusions, AreNotRemovedWithTheSource)
             isWritten = false;
         });
     }
-    intrudeEverywhere({"KORB_FileMove", "tree/last", "away"}, {}, [&] { append(scratch / "tree/last", 0); }, [&](const Result& result) {
-        EXPECT_EQ(result.isError(), scratch.exists("tree/last"));
-        EXPECT_NE(fs::exists(away / "last"), scratch.exists("tree/last"));
-    });
+    intrudeEverywhere(
+        {"KORB_FileMove", "tree/last", "away"}, {}, [&] { append(scratch / "tree/last", 0); },
+        [&](const Result& result) {
+            EXPECT_EQ(result.isError(), scratch.exists("tree/last"));
+            EXPECT_NE(fs::exists(away / "last"), scratch.exists("tree/last"));
+        });
 }
 
 // Where a name has been taken after the look at it, what took it stays.

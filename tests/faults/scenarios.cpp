@@ -139,7 +139,8 @@ bool isAnything(const std::string&, const std::string&)
 
 const std::vector<std::pair<Call, int>> noExclusiveRename{{Call::rename, EINVAL}};
 const std::vector<std::pair<Call, int>> noUnnamedFiles{{Call::unnamed, EOPNOTSUPP}};
-const std::vector<std::pair<Call, int>> plainest{{Call::unnamed, EOPNOTSUPP}, {Call::rename, EINVAL}, {Call::link, EPERM}};
+const std::vector<std::pair<Call, int>> plainest{
+    {Call::unnamed, EOPNOTSUPP}, {Call::rename, EINVAL}, {Call::link, EPERM}};
 
 // As a poor file system has them, too, changes of files and folders.
 void addChanges(std::vector<Scenario>& list)
@@ -265,7 +266,8 @@ std::string Scenario::name() const
         text += (text.empty() ? word.substr(5) : " " + word); // without "KORB_"
     }
     text += (where.empty() ? "" : " " + where) + (logs ? " logged" : "");
-    std::replace_if(text.begin(), text.end(), [](unsigned char byte) { return std::isalnum(byte) == 0; }, '_');
+    std::replace_if(
+        text.begin(), text.end(), [](unsigned char byte) { return std::isalnum(byte) == 0; }, '_');
     return text;
 }
 

@@ -21,11 +21,12 @@ struct Places {
 using OtherAnswer = bool(const std::string& answer, const std::string& undisturbed);
 
 struct Scenario {
-    std::vector<std::string> call{}; // function and arguments; "~" at the beginning is the home folder, "@" the away one
-    std::string where{};           // what is special about it
-    bool leavesPart = false;       // a failure may leave a part of what goes or comes
-    std::string replaced{};        // what goes before the copy comes, and stays removed when that fails
-    void (*prepare)(const Places&) = nullptr; // after the common tree was built
+    std::vector<std::string>
+        call{};              // function and arguments; "~" at the beginning is the home folder, "@" the away one
+    std::string where{};     // what is special about it
+    bool leavesPart = false; // a failure may leave a part of what goes or comes
+    std::string replaced{};  // what goes before the copy comes, and stays removed when that fails
+    void (*prepare)(const Places&) = nullptr;  // after the common tree was built
     std::vector<std::pair<Call, int>> lacks{}; // what the system doesn't have, and the errno value that says so
     OtherAnswer* isOtherAnswer = nullptr;
     std::vector<Call> otherAnswerTo{}; // the calls without which there may be one; none: any
@@ -33,7 +34,7 @@ struct Scenario {
     bool ownRoot = false; // "/" is the scratch folder; needs root's rights
     bool logs = false;    // the log is on, and in the home folder
 
-    std::string name() const;                                           // letters, digits and underscores
+    std::string name() const; // letters, digits and underscores
     std::vector<std::string> arguments(const Places& places) const;
     static std::string inPlaces(std::string word, const Places& places); // "~" and "@" replaced
     const std::vector<int>& codes() const; // that the function's description allows when the system refuses something

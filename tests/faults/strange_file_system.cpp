@@ -1,5 +1,5 @@
-// Every operation is the system call of the same name on the folder that is shown. Paths come from libfuse as texts from
-// the mount's root; onDisk() makes the folder's own of them.
+// Every operation is the system call of the same name on the folder that is shown. Paths come from libfuse as texts
+// from the mount's root; onDisk() makes the folder's own of them.
 
 #define FUSE_USE_VERSION 35
 
@@ -128,7 +128,9 @@ fuse_operations operations()
         return strange.noHardLinks ? -EPERM : answer(link(onDisk(from).c_str(), onDisk(to).c_str()));
     };
     all.chmod = [](Path path, mode_t mode, File) { return answer(chmod(onDisk(path).c_str(), mode)); };
-    all.chown = [](Path path, uid_t user, gid_t group, File) { return answer(lchown(onDisk(path).c_str(), user, group)); };
+    all.chown = [](Path path, uid_t user, gid_t group, File) {
+        return answer(lchown(onDisk(path).c_str(), user, group));
+    };
     all.truncate = [](Path path, off_t size, File) { return answer(truncate(onDisk(path).c_str(), size)); };
     all.utimens = [](Path path, const timespec* times, File) {
         return answer(utimensat(AT_FDCWD, onDisk(path).c_str(), times, AT_SYMLINK_NOFOLLOW));

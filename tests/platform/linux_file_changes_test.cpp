@@ -502,7 +502,9 @@ struct Halves {
     }
     std::string removeSource()
     {
-        return platform::linux_os::removeCopied(from.folder.get(), from.path.name.c_str(), from.path.text, copy.copied()).description();
+        return platform::linux_os::removeCopied(from.folder.get(), from.path.name.c_str(), from.path.text,
+                                                copy.copied())
+            .description();
     }
 
     platform::linux_os::Location from;

@@ -7,8 +7,8 @@
 #include "support/plugin_under_test.h"
 #include "support/scratch_folder.h"
 
-#include <gtest/gtest.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <malloc.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -236,7 +236,8 @@ TEST_F(Stress, ThreadsMixAllFunctions)
     EXPECT_GE(made, callers * everyday.size());
     EXPECT_EQ(openDescriptors(), descriptors);
 #ifndef FOLIDEX_SANITIZED
-    EXPECT_LT(mallinfo2().uordblks, heap + 64 * std::size_t{1024}); // what the C library keeps for threads varies a little
+    EXPECT_LT(mallinfo2().uordblks,
+              heap + 64 * std::size_t{1024}); // what the C library keeps for threads varies a little
 #endif
     std::printf("%u calls in %d threads\n", made, callers);
 }

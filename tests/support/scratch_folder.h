@@ -47,8 +47,8 @@ private:
     std::filesystem::path path_;
 };
 
-// Scratch folders on two file systems. `away` is null where there is only one. `home` is in memory, where building trees
-// is quickest, unless no attribute can be kept there (tmpfs before Linux 6.6).
+// Scratch folders on two file systems. `away` is null where there is only one. `home` is in memory, where building
+// trees is quickest, unless no attribute can be kept there (tmpfs before Linux 6.6).
 struct ScratchPair {
     std::unique_ptr<ScratchFolder> home = std::make_unique<ScratchFolder>();
     std::unique_ptr<ScratchFolder> away;

@@ -30,15 +30,15 @@ using unichar16 = uint16; // one UTF-16 code unit
 
 // An entry point never throws: it fills this slot, and the inline methods turn it into an exception.
 struct _fmxcpt {
-    int32 vers_ = 1;
-    int32 code_ = 0; // 0 success, 1 an allocation failed, 2 any other failure
+    int32 m_vers = 1;
+    int32 m_code = 0; // 0 success, 1 an allocation failed, 2 any other failure
 
     void Check() const
     {
-        if (code_ == 1) {
+        if (m_code == 1) {
             throw std::bad_alloc();
         }
-        if (code_ != 0) {
+        if (m_code != 0) {
             throw std::exception();
         }
     }

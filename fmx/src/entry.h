@@ -16,14 +16,14 @@ template <typename Work>
 auto entry(fmx::_fmxcpt& x, Work&& work) noexcept -> decltype(work())
 {
     using Result = decltype(work());
-    x.code_ = injectedFailure();
-    if (x.code_ == 0) {
+    x.m_code = injectedFailure();
+    if (x.m_code == 0) {
         try {
             return work();
         } catch (const std::bad_alloc&) {
-            x.code_ = 1;
+            x.m_code = 1;
         } catch (...) {
-            x.code_ = 2;
+            x.m_code = 2;
         }
     }
     return Result();
@@ -72,7 +72,7 @@ Opaque* create(fmx::_fmxcpt& x, const Arguments&... arguments)
 template <typename Opaque>
 void destroy(Opaque* value, fmx::_fmxcpt& x) noexcept
 {
-    x.code_ = 0;
+    x.m_code = 0;
     delete reinterpret_cast<Inside<Opaque>*>(value);
 }
 

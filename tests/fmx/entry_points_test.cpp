@@ -121,7 +121,7 @@ TEST(EntryPoints, ReportFailuresAndDoNothingElse)
             fmxkit::failNthCall(1, failure);
             EXPECT_TRUE(entryPoint.call(arguments));
             EXPECT_EQ(fmxkit::callsSinceArmed(), 1U);
-            EXPECT_EQ(arguments.slot.code_, static_cast<fmx::int32>(failure));
+            EXPECT_EQ(arguments.slot.m_code, static_cast<fmx::int32>(failure));
         }
     }
     fmxkit::failNthCall(0);
@@ -150,15 +150,15 @@ TEST(EntryPoints, MembersThrowWhatTheSlotSays)
     fmxkit::failNthCall(0);
     // Success sets the slot back, and deleting succeeds.
     fmx::_fmxcpt slot;
-    slot.code_ = 2;
+    slot.m_code = 2;
     Text* const made = fmx::FM_Text_Constructor1(slot);
-    EXPECT_EQ(slot.code_, 0);
+    EXPECT_EQ(slot.m_code, 0);
     fmx::FM_Text_Assign(made, "x", 99, slot);
-    EXPECT_EQ(slot.code_, 2);
+    EXPECT_EQ(slot.m_code, 2);
     fmx::FM_Text_Delete(made, slot);
-    EXPECT_EQ(slot.code_, 0);
+    EXPECT_EQ(slot.m_code, 0);
     fmx::FM_Text_Delete(nullptr, slot);
-    EXPECT_EQ(slot.code_, 0);
+    EXPECT_EQ(slot.m_code, 0);
 }
 
 // What plug-ins were compiled with.

@@ -155,8 +155,7 @@ def configure(folder, architecture, *options):
     run("cmake", "-G", "Ninja", "-S", SOURCE, "-B", folder, "-DCMAKE_SYSTEM_NAME=Darwin", "-DCMAKE_SYSTEM_VERSION=22",
         f"-DCMAKE_SYSTEM_PROCESSOR={architecture}", f"-DCMAKE_OSX_ARCHITECTURES={architecture}", f"-DCMAKE_OSX_SYSROOT={SDK}",
         f"-DCMAKE_C_COMPILER={SDK}/bin/clang", f"-DCMAKE_CXX_COMPILER={SDK}/bin/clang++", f"-DCMAKE_OBJCXX_COMPILER={SDK}/bin/clang++",
-        # CMake asks the Mac that it doesn't run on whether it is old enough to know no run paths.
-        "-DCMAKE_SHARED_LIBRARY_RUNTIME_C_FLAG=-Wl,-rpath,", *(f"-DCMAKE_{name}={path}" for name, path in tools.items()), f"-DCMAKE_PREFIX_PATH={SDK}/usr", "-DFOLIDEX_TESTS=OFF", *options)
+        *(f"-DCMAKE_{name}={path}" for name, path in tools.items()), f"-DCMAKE_PREFIX_PATH={SDK}/usr", "-DFOLIDEX_TESTS=OFF", *options)
 
 
 def build(folder, *targets):
@@ -170,7 +169,11 @@ class Bundle(unittest.TestCase):
         for language, program in [("cc", "clang"), ("c++", "clang++")]:
             text = COMPILER.replace("@ZIG@", str(zig)).replace("@SDK@", str(SDK)).replace("@LANGUAGE@", language)
             write(SDK / "bin" / program, text)
-            (SDK / "bin" / program).chmod(0o755)
+        # CMake asks the Mac that it doesn't run on whether it is old enough to know no run paths.
+        write(WORK / "mac/sw_vers", "#!/bin/sh\necho 13.0\n")
+        for program in [*(SDK / "bin").iterdir(), WORK / "mac/sw_vers"]:
+            program.chmod(0o755)
+        os.environ["PATH"] = f"{WORK}/mac:{os.environ['PATH']}"
         make_frameworks()
         make_libraries(zig)
         cls.bundles = {}

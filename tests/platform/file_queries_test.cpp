@@ -208,10 +208,11 @@ TEST(FolderSizes, CountEveryEntryOnceAndLinksByTheirTarget)
     scratch.symlink("folder", "start");
     EXPECT_EQ(sizesOf(scratch.text("start")), std::to_string(expected));
     EXPECT_EQ(sizesOf(scratch.text("folder/empty folder")), "0");
+    expected -= ownSize(scratch.text("folder")); // on some file systems it grows by an entry
     scratch.write("folder/unsearchable/unseen", "12345");
     scratch.setMode("", 0755);
     scratch.setMode("folder/unsearchable", 0444);
-    expected += ownSize(scratch.text("folder/unsearchable"));
+    expected += ownSize(scratch.text("folder")) + ownSize(scratch.text("folder/unsearchable"));
     const std::string found = inChild([&] {
         becomeOrdinaryUser();
         return sizesOf(scratch.text("folder"));

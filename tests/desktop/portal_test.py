@@ -22,6 +22,7 @@ except ImportError:
     open_dbus_connection = None
 
 HOST, PLUGIN, CALL = sys.argv[1:4]
+BACKEND = "org.freedesktop.impl.portal.desktop.fake"
 FUNCTIONS = {"KORB_GetFilePath": "file", "KORB_GetFolderPath": "folder"}
 AT_ONCE, IN_TIME = 4, 30  # seconds, of a busy machine: services are given 4.5
 CONFIGURATION = """<busconfig><type>session</type><listen>unix:path={}</listen><policy context="default">
@@ -33,12 +34,15 @@ class Service:
 
     def __init__(self, name, answer=None):
         self.connection = open_dbus_connection()
-        bus = DBusAddress("/org/freedesktop/DBus", "org.freedesktop.DBus", "org.freedesktop.DBus")
-        self.connection.send_and_get_reply(new_method_call(bus, "RequestName", "su", (name, 0)))
+        self.ask_bus("RequestName", "su", name, 0)
         self.ends = threading.Event()
         self.thread = threading.Thread(target=self.serve, args=[answer])
         if answer:
             self.thread.start()
+
+    def ask_bus(self, method, signature, *arguments):
+        bus = DBusAddress("/org/freedesktop/DBus", "org.freedesktop.DBus", "org.freedesktop.DBus")
+        return self.connection.send_and_get_reply(new_method_call(bus, method, signature, arguments)).body[0]
 
     def serve(self, answer):
         while not self.ends.is_set():
@@ -66,7 +70,7 @@ class Portal(Service):
     def __init__(self, code=0, uris=None, fate="answers", seconds=0.0, token=None):
         self.code, self.uris, self.fate, self.seconds, self.token = code, uris, fate, seconds, token
         self.options = None
-        self.backend = Service("org.freedesktop.impl.portal.desktop.fake") if fate == "loses its backend" else None
+        self.backend = Service(BACKEND) if fate == "loses its backend" else None
         super().__init__("org.freedesktop.portal.Desktop", None if fate == "is frozen" else self.answer)
 
     def answer(self, call):
@@ -85,6 +89,9 @@ class Portal(Service):
             return "crash"
         if self.backend:
             self.backend.__exit__()
+            # The answer comes once everybody has been told that the backend is gone.
+            while self.ask_bus("NameHasOwner", "s", BACKEND):
+                continue
         # Portals send more than the URIs.
         results = {"choices": ("a(ss)", [("encoding", "utf8")])}
         if self.uris is not None:

@@ -73,11 +73,16 @@ class Recipes(unittest.TestCase):
         title = "Import every file of a folder"
         self.assertEqual(self.run_recipe(title), "Source path not found")
         self.write(*(f"Documents/in/{name}" for name in ("a.csv", "b.CSV", "Ü.csv", ".hidden.csv", "readme.txt", "c.csv")), "Documents/done/c.csv")
-        self.assertEqual(self.run_recipe(title), "c.csv: seen before\r")
-        imported = [values[-1].rpartition("/")[2] for name, *values in self.performed if name == "Import Records"]
+        imported = []
+
+        def perform(_, values):
+            imported.append(values[-1].rpartition("/")[2])
+            self.calculator.evaluate(f"$LastError = {404 if imported[-1] == 'b.CSV' else 0}")
+
+        self.assertEqual(self.run_recipe(title, perform), "b.CSV: not imported, error 404\rc.csv: seen before\r")
         self.assertEqual(imported, ["a.csv", "b.CSV", "Ü.csv"])
-        self.assertEqual(self.names("Documents/done"), ["a.csv", "b.CSV", "c.csv", "Ü.csv"])
-        self.assertEqual(self.names("Documents/in"), [".hidden.csv", "c.csv", "readme.txt"])
+        self.assertEqual(self.names("Documents/done"), ["a.csv", "c.csv", "Ü.csv"])
+        self.assertEqual(self.names("Documents/in"), [".hidden.csv", "b.CSV", "c.csv", "readme.txt"])
 
     def test_container_to_folder(self):
         def export(_, values):
@@ -103,13 +108,15 @@ class Recipes(unittest.TestCase):
                 self.calculator.evaluate(f'{values[2]} = "{content}"')
             elif name == "Commit Records/Requests":
                 records.append([self.calculator.evaluate(f"$Scans_{field}") for field in ("Name", "Document")])
+            elif name == "Delete Record/Request":
+                records.pop()
 
         for name in ("a 100%.pdf", "b.pdf", "c#1?.pdf", ".hidden"):
             self.write(f"Documents/scans/{name}", content=f"content of {name}")
         self.write("Documents/scans taken in/c#1?.pdf")
         log = self.run_recipe("Take a folder of files into records", perform)
         self.assertEqual(log, "b.pdf: not inserted\rc#1?.pdf: File already exists\r")
-        self.assertEqual(records, [["a 100%.pdf", "content of a 100%.pdf"], ["b.pdf", ""], ["c#1?.pdf", "content of c#1?.pdf"]])
+        self.assertEqual(records, [["a 100%.pdf", "content of a 100%.pdf"], ["c#1?.pdf", "content of c#1?.pdf"]])
         self.assertEqual(self.names("Documents/scans"), [".hidden", "b.pdf", "c#1?.pdf"])
 
     def test_rotate_logs(self):

@@ -1,7 +1,7 @@
 """Runs what the documentation shows: calculations and scripts, with one plug-in instance behind `fmxhost run -`.
 
 Every calculation is done by fmxhost; steps that are FileMaker's own, such as importing, are handed to the caller. A field is a
-variable: `Orders::Document` is $Orders_Document.
+variable: `Orders::Document` is $Orders_Document, and so is the error of the last such step, $LastError.
 """
 
 import json
@@ -33,6 +33,7 @@ class Calculator:
         self.data = str(data)
 
     def __enter__(self):
+        self.evaluate("$LastError = 0")
         return self
 
     def __exit__(self, *_):
@@ -42,7 +43,8 @@ class Calculator:
 
     def answer(self, calculation):
         """fmxhost's object: type, value, error."""
-        self.process.stdin.write(FIELD.sub(r"$\1_\2", calculation.replace("/data", self.data)) + "\n")
+        calculation = calculation.replace("/data", self.data).replace("Get ( LastError )", "$LastError")
+        self.process.stdin.write(FIELD.sub(r"$\1_\2", calculation) + "\n")
         answer = self.process.stdout.readline()
         if not answer:
             raise ValueError(f"fmxhost refuses {calculation}")

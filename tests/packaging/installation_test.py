@@ -5,8 +5,6 @@ Called as: installation_test.py PACKAGES-FOLDER SOURCE-FOLDER VERSION
 
 import os
 import re
-import shutil
-import subprocess
 import sys
 import unittest
 from pathlib import Path
@@ -24,17 +22,10 @@ LEFT_BY_APT = ("/var/lib/dpkg", "/var/lib/apt", "/var/cache")
 MAKE_SERVER = f"""
 groupadd --system fmsadmin
 useradd --system --create-home --user-group --groups fmsadmin fmserver
-cd '{SERVER}' 2>/dev/null || {{ mkdir -p '{SERVER}'; cd '{SERVER}'; }}
+mkdir -p '{SERVER}'; cd '{SERVER}'
 install -d -o fmserver -g fmsadmin -m 2775 'Database Server/Extensions' 'Web Publishing/publishing-engine/'{{cwpc,wip/Plugins}}
 install -D {SOURCE}/build/release/libFMWrapper.so /opt/FileMaker/lib/libFMWrapper.so
 """
-
-
-def reason_to_skip():
-    if os.geteuid() != 0:
-        return "needs root, for a system of its own"
-    missing = [tool for tool in ("unshare", "nsenter", "runuser", "apt", "dpkg-deb") if not shutil.which(tool)]
-    return f"needs {', '.join(missing)}" if missing else None
 
 
 def commands_of(document, heading):
@@ -49,7 +40,8 @@ class Installation(unittest.TestCase):
         self.root = ScratchRoot(SOURCE)
         self.addCleanup(self.root.close)
         # Without lists of packages apt knows of none that is newer. Its question whether to go on is answered.
-        self.root.shell(f"rm -rf /var/lib/apt/lists/*; echo 'APT::Get::Assume-Yes 1;' > /etc/apt/apt.conf.d/yes; mkdir {DOWNLOADS}; cp {PACKAGES}/*_{VERSION}_*.deb {SOURCE}/build/release/Folidex.fmx {DOWNLOADS}")
+        self.root.shell(f"""rm -rf /var/lib/apt/lists/*; echo 'APT::Get::Assume-Yes 1;' > /etc/apt/apt.conf.d/yes
+            mkdir {DOWNLOADS}; cp {PACKAGES}/*_{VERSION}_*.deb {SOURCE}/build/release/Folidex.fmx {DOWNLOADS}""")
 
     def do(self, heading, document="docs/install.md", part=slice(None)):
         """Runs the commands under the heading as printed, where the text says that they are given."""
@@ -74,6 +66,9 @@ class Installation(unittest.TestCase):
     def test_by_package(self):
         self.root.shell(MAKE_SERVER)
         before = self.root.entries("/opt", "/usr", "/etc", "/var/lib")
+        older, plugin = self.other_version("5.0.2.0")
+        self.root.run("apt-get", "install", older)
+        self.assert_installed(plugin)
         said = self.do("By package")
         for copy in COPIES:
             self.assertIn(copy, said)
@@ -84,32 +79,17 @@ class Installation(unittest.TestCase):
         loaded = self.do("When it doesn't load")
         self.assertIn("/opt/FileMaker/lib/libFMWrapper.so", loaded)
         self.assertNotIn("not found", loaded)
-        self.assert_archives_work()
+        self.assertRegex(loaded, r"\n16 tests: \d+ pass, \d+ note\n")
 
-        newer, plugin = self.other_version(VERSION + ".1")
-        self.root.run("apt-get", "install", newer)
-        self.assert_installed(plugin)
+        # What the archive functions run is there, and the service user may.
+        self.root.shell("install -d -o fmserver /srv/work")
+        archive = 'KORB_CompressAndEncrypt( "/usr/share/doc/folidex-server/recipes.md" ; "/srv/work/a.zip" ; "word" )'
+        self.assertEqual(self.root.run("fmxhost", "-e", archive, "-e", "KORB_GetLastError", user="fmserver").split(), ["0", "Success"])
+
         self.do("Remove", part=slice(1))
         self.root.run("apt-get", "purge", "-y", "folidex-server", "fmxhost")
         changed = set(self.root.entries("/opt", "/usr", "/etc", "/var/lib")) ^ set(before)
         self.assertEqual([entry for entry in changed if not entry.startswith(LEFT_BY_APT)], [])
-
-    def assert_archives_work(self):
-        self.root.shell("install -d -o fmserver /srv/work; echo content > /srv/work/a.txt")
-        calculations = ['KORB_CompressAndEncrypt( "/srv/work/a.txt" ; "/srv/work/a.zip" ; "word" )',
-                        'KORB_DecryptAndExpand( "/srv/work/a.zip" ; "/srv/work/b/" ; "word" )',
-                        'KORB_EncryptFile( "/srv/work/a.txt" ; "/srv/work/a.enc" ; "word" )', "KORB_GetLastError"]
-        words = [word for calculation in calculations for word in ("-e", calculation)]
-        self.assertEqual(self.root.run("fmxhost", *words, user="fmserver").split(), ["0", "0", "0", "Success"])
-        self.root.run("cmp", "/srv/work/a.txt", "/srv/work/b/a.txt")
-
-    def test_upgrade_from_the_version_before(self):
-        self.root.shell(MAKE_SERVER)
-        older, plugin = self.other_version("5.0.2.0")
-        self.root.run("apt-get", "install", older)
-        self.assert_installed(plugin)
-        self.do("By package", part=slice(1))
-        self.assert_installed()
 
     def test_server_that_comes_later(self):
         said = self.do("By package", part=slice(1))
@@ -137,7 +117,9 @@ class Installation(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    if reason := reason_to_skip():
+    try:
+        ScratchRoot(SOURCE).close()
+    except OSError as reason:
         print("skipped:", reason)
         sys.exit(77)
     unittest.main(argv=sys.argv[:1], verbosity=2)

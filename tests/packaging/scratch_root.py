@@ -33,7 +33,8 @@ class ScratchRoot:
         self.keeper = subprocess.Popen(["unshare", "--mount", "sh", "-c", SETUP, "sh", self.folder.name, source],
                                        stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
         if self.keeper.stdout.readline() != "ready\n":
-            raise OSError("no overlay can be mounted here")
+            self.close()
+            raise OSError("a root folder of the test's own takes root, and overlays in a mount namespace")
         self.run("sh", "-c", 'printf %s "$1" > /usr/local/bin/sudo; chmod +x /usr/local/bin/sudo', "sh", SUDO)
 
     def close(self):

@@ -5,11 +5,11 @@ Called as: installation_test.py PACKAGES-FOLDER SOURCE-FOLDER VERSION
 
 import os
 import re
+import subprocess
 import sys
+import tempfile
 import unittest
 from pathlib import Path
-
-from scratch_root import ScratchRoot
 
 PACKAGES, SOURCE, VERSION = sys.argv[1:4]
 SERVER = "/opt/FileMaker/FileMaker Server"
@@ -26,6 +26,61 @@ mkdir -p '{SERVER}'; cd '{SERVER}'
 install -d -o fmserver -g fmsadmin -m 2775 'Database Server/Extensions' 'Web Publishing/publishing-engine/'{{cwpc,wip/Plugins}}
 install -D {SOURCE}/build/release/libFMWrapper.so /opt/FileMaker/lib/libFMWrapper.so
 """
+# An overlay in a mount namespace that lasts as long as its first process. The source may be a mount of its own.
+SETUP = """
+set -e
+mount --make-rprivate /
+mount -t tmpfs scratch "$1"
+cd "$1"
+mkdir upper work root
+mount -t overlay overlay -o "lowerdir=/,upperdir=$1/upper,workdir=$1/work" root
+if [ ! -e "root$2/CMakeLists.txt" ]; then
+    mkdir -p "root$2" source source-work
+    mount -t overlay overlay -o "lowerdir=$2,upperdir=$1/source,workdir=$1/source-work" "root$2"
+fi
+mount -t proc proc root/proc
+mount --rbind /dev root/dev
+echo ready
+exec cat
+"""
+SUDO = """#!/bin/sh
+[ "$1" != -u ] || { user=$2; shift 2; exec runuser -u "$user" -- "$@"; }
+exec "$@"
+"""
+
+
+class ScratchRoot:
+    """This machine's system with changes that vanish."""
+
+    def __init__(self):
+        self.folder = tempfile.TemporaryDirectory()
+        self.keeper = subprocess.Popen(["unshare", "--mount", "sh", "-c", SETUP, "sh", self.folder.name, SOURCE],
+                                       stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+        if self.keeper.stdout.readline() != "ready\n":
+            self.close()
+            raise OSError("a root folder of the test's own takes root, and overlays in a mount namespace")
+        self.run("sh", "-c", 'printf %s "$1" > /usr/local/bin/sudo; chmod +x /usr/local/bin/sudo', "sh", SUDO)
+
+    def close(self):
+        self.keeper.communicate()
+        self.folder.cleanup()
+
+    def run(self, *command, user="root"):
+        """Runs `command` in the root and answers what it prints; it must succeed."""
+        inside = ["nsenter", f"--target={self.keeper.pid}", "--mount", "chroot", f"{self.folder.name}/root",
+                  "env", "-i", "PATH=/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin", "HOME=/tmp", "LC_ALL=C.UTF-8",
+                  "DEBIAN_FRONTEND=noninteractive", "runuser", "-u", user, "--", *command]
+        done = subprocess.run(inside, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, stdin=subprocess.DEVNULL)
+        if done.returncode != 0:
+            raise AssertionError(f"{command}: exit status {done.returncode}\n{done.stdout}")
+        return done.stdout
+
+    def shell(self, commands, folder="/"):
+        return self.run("bash", "-ec", f"cd '{folder}'\n{commands}")
+
+    def entries(self, *folders):
+        """What is there, with owner, group and mode."""
+        return self.run("find", *folders, "-printf", r"%p %u:%g %m\n").splitlines()
 
 
 def commands_of(document, heading):
@@ -37,7 +92,7 @@ def commands_of(document, heading):
 
 class Installation(unittest.TestCase):
     def setUp(self):
-        self.root = ScratchRoot(SOURCE)
+        self.root = ScratchRoot()
         self.addCleanup(self.root.close)
         # Without lists of packages apt knows of none that is newer. Its question whether to go on is answered.
         self.root.shell(f"""rm -rf /var/lib/apt/lists/*; echo 'APT::Get::Assume-Yes 1;' > /etc/apt/apt.conf.d/yes
@@ -118,7 +173,7 @@ class Installation(unittest.TestCase):
 
 if __name__ == "__main__":
     try:
-        ScratchRoot(SOURCE).close()
+        ScratchRoot().close()
     except OSError as reason:
         print("skipped:", reason)
         sys.exit(77)

@@ -1,32 +1,111 @@
-"""Every recipe of docs/recipes.md, run step by step. The folder /data of the texts is a scratch folder.
+"""What the documents show, run against the plug-in: examples, commands, and scripts step by step, the recipes among them.
 
-Called as: recipes_test.py FMXHOST PLUGIN SOURCE-FOLDER
+Every calculation is done by fmxhost; FileMaker's own steps, such as importing, are imitated. A field is a variable,
+`Orders::Document` is $Orders_Document, and so is the error of the last such step, $LastError.
+
+Called as: documents_test.py FMXHOST PLUGIN SOURCE-FOLDER
 """
 
 import datetime
+import json
 import os
 import re
 import shutil
 import subprocess
+import sys
 import tempfile
 import unittest
 from pathlib import Path
 from urllib.parse import unquote, urlsplit
 
-from script_runner import SOURCE, Calculator, run_script
+FMXHOST, PLUGIN, SOURCE = sys.argv[1:4]
+sys.path.insert(0, f"{SOURCE}/tools")
+import filemaker_script  # noqa: E402
+import function_texts  # noqa: E402
 
-import function_texts
+INDEX = "docs/reference/index.md"
 
-SECTIONS = function_texts.sections_of(Path(SOURCE, "docs/recipes.md").read_text("utf-8"))
-RECIPES = {title: re.search(r"^```filemaker\n(.*?)^```$", text, re.M | re.S)[1] for title, text in SECTIONS if "```filemaker" in text}
+# FileMaker's steps as Python's statements; all others are the caller's.
+STATEMENTS = {"If": "if is_true({0!r}):", "Else": "else:", "End If": "pass", "Loop": "while True:", "End Loop": "pass",
+              "Exit Loop If": "if is_true({0!r}): break", "Exit Script": "return value({0!r})", "#": "pass",
+              "Set Variable": "assign({0!r}, {1!r})", "Set Field": "assign({0!r}, {1!r})", "Set Error Capture": "pass"}
+FIELD = re.compile(r"\b(\w+)::(\w+)\b")
 
 
-class Recipes(unittest.TestCase):
+class Calculator:
+    """One plug-in instance behind `fmxhost run -`. `data` stands for the folder /data and is the user's home; there is no display."""
+
+    def __init__(self, data, **gets):
+        environment = {name: value for name, value in os.environ.items() if name not in ("DISPLAY", "WAYLAND_DISPLAY")}
+        given = [word for name, value in gets.items() for word in ("--get", f"{name}={value}")]
+        self.process = subprocess.Popen([FMXHOST, "--plugin", PLUGIN, "--json", *given, "run", "-"], text=True, bufsize=1,
+                                        stdin=subprocess.PIPE, stdout=subprocess.PIPE, env=environment | {"HOME": str(data)})
+        self.data = str(data)
+
+    def __enter__(self):
+        self.evaluate("$LastError = 0")
+        return self
+
+    def __exit__(self, *_):
+        self.process.stdin.close()
+        self.process.stdout.close()
+        self.process.wait()
+
+    def answer(self, calculation):
+        """fmxhost's object: type, value, error."""
+        calculation = calculation.replace("/data", self.data).replace("Get ( LastError )", "$LastError")
+        self.process.stdin.write(FIELD.sub(r"$\1_\2", calculation) + "\n")
+        answer = self.process.stdout.readline()
+        if not answer:
+            raise ValueError(f"fmxhost refuses {calculation}")
+        return json.loads(answer)
+
+    def evaluate(self, calculation):
+        return self.answer(calculation)["value"]
+
+
+def run_script(text, calculator, perform):
+    """The script's result. `perform(name, values)`: FileMaker's own steps, with fields as the names of variables."""
+
+    def value(option):
+        is_name = FIELD.fullmatch(option) or option in ("Off", "Select")
+        # A whole calculation "$name = …" would assign.
+        return FIELD.sub(r"$\1_\2", option) if is_name else calculator.evaluate(f"( {option} )")
+
+    lines, depth = ["def script():"], 1
+    for name, options in filemaker_script.parse(text):
+        depth -= name in ("Else", "End If", "End Loop")
+        statement = STATEMENTS.get(name, "perform({name!r}, [value(option) for option in {options!r}])")
+        lines.append("    " * depth + statement.format(*options, name=name, options=options))
+        depth += name in ("If", "Else", "Loop")
+    scope = {"is_true": lambda calculation: value(calculation) not in ("", "0"), "value": value, "perform": perform,
+             "assign": lambda name, calculation: calculator.evaluate(f"{name} = {calculation}")}
+    exec("\n".join(lines), scope)
+    return scope["script"]()
+
+
+def text_of(name):
+    return Path(SOURCE, name).read_text("utf-8")
+
+
+def blocks(name, language):
+    return [block["content"] for block in function_texts.BLOCK.finditer(text_of(name)) if block["language"] == language]
+
+
+RECIPES = {title: re.search(r"^```filemaker\n(.*?)^```$", text, re.M | re.S)[1]
+           for title, text in function_texts.sections_of(text_of("docs/recipes.md")) if "```filemaker" in text}
+
+
+class Documents(unittest.TestCase):
     def setUp(self):
         self.data = Path(tempfile.mkdtemp())
         self.addCleanup(shutil.rmtree, self.data)
-        (self.data / "Documents").mkdir()
         self.performed = []
+
+    def shell(self, commands, folder=None):
+        done = subprocess.run(["sh", "-ec", commands.replace("/data", f"{self.data}")], cwd=folder, capture_output=True, text=True)
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
+        return done.stdout
 
     def write(self, *names, content="content"):
         for name in names:
@@ -36,6 +115,45 @@ class Recipes(unittest.TestCase):
 
     def names(self, folder):
         return sorted(path.name for path in (self.data / folder).iterdir())
+
+    def test_examples_of_the_reference(self):
+        examples = {name: text.example for name, text in function_texts.read(f"{SOURCE}/docs/reference").items()}
+        for heading, content in function_texts.sections_of(text_of(INDEX)):
+            if "\n→ " in content:
+                examples[heading] = function_texts.example_of(heading, content)
+        for name, example in examples.items():
+            self.doCleanups()  # a folder of its own for each
+            self.setUp()
+            with self.subTest(name), Calculator(self.data) as calculator:
+                self.shell(example.setup)
+                for calculation, expected in example.steps:
+                    answer = calculator.answer(calculation)
+                    quote = '"' * (answer["type"] == "text")
+                    self.assertEqual(f"{quote}{answer['value']}{quote}", expected.replace("/data", str(self.data)), calculation)
+
+    def test_commands(self):
+        self.shell("mkdir -p /data/letters /data/backup")
+        self.assertEqual(self.shell(blocks(INDEX, "sh")[-1], f"{SOURCE}/resources"), "0\n")
+        self.assertEqual(self.shell(blocks("docs/guarantees.md", "sh")[0]), "")
+
+    def test_prompt_of_readme(self):
+        self.shell('mkdir /data/inbox /data/archive /data/backup; head -c 48213 /dev/urandom > "/data/inbox/order 4711.pdf"')
+        shown = re.search(r"\$ build/release/fmxhost\n(.*)", blocks("README.md", "")[0], re.S)[1]
+        typed = "".join(line.removeprefix("fmxhost> ") for line in shown.splitlines(True) if line.startswith("fmxhost> "))
+        answers = subprocess.run([FMXHOST, "--plugin", PLUGIN], input=typed.replace("/data", str(self.data)), capture_output=True, text=True)
+        self.assertEqual(answers.stdout, re.sub(r"^fmxhost> .*\n", "", shown, flags=re.M))
+
+    def test_scripts(self):
+        expected = {
+            "README.md": [None],
+            "docs/install.md": ["Folidex 5.0.2.1"],
+            INDEX: ["Not deleted: Source path not found", "A single quote or a vertical bar isn't allowed here."],
+        }
+        self.shell('mkdir /data/inbox /data/archive; touch "/data/inbox/order 4711.pdf"')
+        for name, results in expected.items():
+            with Calculator(self.data, ScriptParameter="it's") as calculator:
+                self.assertEqual([run_script(script, calculator, self.fail) for script in blocks(name, "filemaker")], results)
+        self.assertEqual(self.shell("ls /data/inbox; ls /data/archive"), "order 4711.pdf\n")
 
     def run_recipe(self, title, perform=None, chosen=None, **gets):
         """`chosen`: what the user chooses, in the place of a dialog."""
@@ -52,6 +170,7 @@ class Recipes(unittest.TestCase):
         def backup(password="correct horse"):
             return self.run_recipe("Nightly backup of a folder with encryption", ScriptParameter=password).removeprefix("Backup: ")
 
+        (self.data / "Documents").mkdir()
         self.assertEqual(backup(), "Drive does not exist")
         archive = f"letters-{datetime.date.today().isoweekday() % 7 + 1}.zip"
         self.write("Documents/backups/tonight.zip", f"Documents/backups/{archive}", content="cut short, or last week's")
@@ -161,4 +280,4 @@ class Recipes(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main(argv=["recipes_test.py"])
+    unittest.main(argv=sys.argv[:1])

@@ -48,8 +48,8 @@ class CommandLineWords(unittest.TestCase):
             ("-e", "1", "st"): ["steps", "strings"],
         }
         for line, expected in cases.items():
-            completed = output("bash", "-c", COMPLETE, "bash", PACKAGING / "completion/fmxhost.bash", "fmxhost", *line, env=environment)
-            self.assertEqual(completed.split(), expected, line)
+            words = ("bash", PACKAGING / "completion/fmxhost.bash", "fmxhost", *line)
+            self.assertEqual(output("bash", "-c", COMPLETE, *words, env=environment).split(), expected, line)
 
 
 if __name__ == "__main__":

@@ -13,8 +13,9 @@ from pathlib import Path
 
 PACKAGES, SOURCE, VERSION = sys.argv[1:4]
 SERVER = "/opt/FileMaker/FileMaker Server"
-ENGINES = ["Database Server/Extensions", "Web Publishing/publishing-engine/cwpc/Plugins", "Web Publishing/publishing-engine/wip/Plugins"]
-COPIES = [f"{SERVER}/{folder}/Folidex.fmx" for folder in ENGINES]
+WEB = "Web Publishing/publishing-engine"
+FOLDERS = ["Database Server/Extensions", f"{WEB}/cwpc/Plugins", f"{WEB}/wip/Plugins"]
+COPIES = [f"{SERVER}/{folder}/Folidex.fmx" for folder in FOLDERS]
 DOWNLOADS = "/srv/downloads"
 LEFT_BY_APT = ("/var/lib/dpkg", "/var/lib/apt", "/var/cache")
 # FileMaker Server's folders, user and group, and a library for the plug-in to find; the web publishing engine has no
@@ -23,7 +24,7 @@ MAKE_SERVER = f"""
 groupadd --system fmsadmin
 useradd --system --create-home --user-group --groups fmsadmin fmserver
 mkdir -p '{SERVER}'; cd '{SERVER}'
-install -d -o fmserver -g fmsadmin -m 2775 'Database Server/Extensions' 'Web Publishing/publishing-engine/'{{cwpc,wip/Plugins}}
+install -d -o fmserver -g fmsadmin -m 2775 'Database Server/Extensions' '{WEB}/cwpc' '{WEB}/wip/Plugins'
 install -D {SOURCE}/build/release/libFMWrapper.so /opt/FileMaker/lib/libFMWrapper.so
 """
 # An overlay in a mount namespace that lasts as long as its first process. The source may be a mount of its own.
@@ -85,8 +86,8 @@ class ScratchRoot:
 
 def commands_of(document, heading):
     """The blocks for sh under a heading, as one script."""
-    text = Path(SOURCE, document).read_text("utf-8")
-    section = re.search(rf"^#+ {re.escape(heading)}\n(.*?)(?=^#|\Z)", re.sub(r"^```filemaker.*?^```$", "", text, flags=re.M | re.S), re.M | re.S)[1]
+    text = re.sub(r"^```filemaker.*?^```$", "", Path(SOURCE, document).read_text("utf-8"), flags=re.M | re.S)
+    section = re.search(rf"^#+ {re.escape(heading)}\n(.*?)(?=^#|\Z)", text, re.M | re.S)[1]
     return re.findall(r"^ *```sh\n(.*?)^ *```$", section, re.M | re.S)
 
 
@@ -139,7 +140,8 @@ class Installation(unittest.TestCase):
         # What the archive functions run is there, and the service user may.
         self.root.shell("install -d -o fmserver /srv/work")
         archive = 'KORB_CompressAndEncrypt( "/usr/share/doc/folidex-server/recipes.md" ; "/srv/work/a.zip" ; "word" )'
-        self.assertEqual(self.root.run("fmxhost", "-e", archive, "-e", "KORB_GetLastError", user="fmserver").split(), ["0", "Success"])
+        answers = self.root.run("fmxhost", "-e", archive, "-e", "KORB_GetLastError", user="fmserver")
+        self.assertEqual(answers.split(), ["0", "Success"])
 
         self.do("Remove", part=slice(1))
         self.root.run("apt-get", "purge", "-y", "folidex-server", "fmxhost")
@@ -150,8 +152,9 @@ class Installation(unittest.TestCase):
         said = self.do("By package", part=slice(1))
         self.assertIn("FileMaker Server isn't installed", said)
         self.root.shell(f"""groupadd --system fmsadmin; useradd --system --user-group --groups fmsadmin fmserver
-            cd /srv; mkdir -p server/DEBIAN 'server{SERVER}/Database Server' 'server{SERVER}/Web Publishing/publishing-engine/'{{cwpc,wip}}
-            printf '%s\\n' 'Package: a-server' 'Version: 1' 'Architecture: all' 'Maintainer: a' 'Description: a' > server/DEBIAN/control
+            cd /srv; mkdir -p server/DEBIAN 'server{SERVER}/'{{'Database Server','{WEB}/cwpc','{WEB}/wip'}}
+            printf '%s: a\\n' Package Maintainer Description > server/DEBIAN/control
+            printf '%s\\n' 'Version: 1' 'Architecture: all' >> server/DEBIAN/control
             dpkg-deb -b server server.deb; dpkg -i server.deb""")
         self.assert_installed()
 

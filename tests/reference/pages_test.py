@@ -29,7 +29,8 @@ PATH = re.compile(r"(?<![\w/.…])(?:\.ci|archive|bench|cmake|docs|fmx|frame|fuz
 
 def places_of(file):
     text = file.read_text("utf-8")
-    return {reference.slug(heading) for heading in re.findall(r"^#+ (.*)$", text, re.M)} | set(re.findall(r'<a id="([^"]*)"', text))
+    headings = re.findall(r"^#+ (.*)$", text, re.M)
+    return {*map(reference.slug, headings), *re.findall(r'<a id="([^"]*)"', text)}
 
 
 class Pages(unittest.TestCase):
@@ -38,7 +39,8 @@ class Pages(unittest.TestCase):
             reference.main(FMXHOST, PLUGIN, ERROR_TEXTS, DOCS, made)
             files = sorted(str(path.relative_to(made)) for path in Path(made).rglob("*.*"))
             self.assertEqual(files[:2], ["functions.html", "functions.md"])
-            self.assertEqual(filecmp.cmpfiles(DOCS, made, files, shallow=False)[1:], ([], []), "make them: cmake --build build/release --target reference")
+            make = "make them: cmake --build --preset release --target reference"
+            self.assertEqual(filecmp.cmpfiles(DOCS, made, files, shallow=False)[1:], ([], []), make)
             self.assertEqual({path.name for path in (DOCS / "recipes").iterdir()}, {Path(file).name for file in files[2:]})
 
     def test_page_stands_alone(self):

@@ -1,4 +1,4 @@
-"""The Debian packages on a scratch server, and every command that README and docs/install.md give for Linux. As root.
+"""The Debian packages on a scratch server, and the commands that README and documents give for Linux. As root.
 
 Called as: installation_test.py PACKAGES-FOLDER SOURCE-FOLDER VERSION
 """
@@ -101,7 +101,7 @@ class Installation(unittest.TestCase):
 
     def do(self, heading, document="docs/install.md", part=slice(None)):
         """Runs the commands under the heading as printed, where the text says that they are given."""
-        printed = [self.root.shell(block, SOURCE if block.startswith(("scripts/", "build/")) else DOWNLOADS)
+        printed = [self.root.shell(block, SOURCE if block.startswith(("scripts/", "build/", "cmake ")) else DOWNLOADS)
                    for block in commands_of(document, heading)[part]]
         return "".join(printed)
 
@@ -172,6 +172,7 @@ class Installation(unittest.TestCase):
         for word in (VERSION, "KORB_FileCopy", "pass      start-up"):
             self.assertIn(word, printed)
         self.do("Install it", "README.md")
+        self.assertIn("\n16 tests: 16 pass\n", self.do("Another plug-in", "docs/architecture.md"))
 
 
 if __name__ == "__main__":

@@ -174,7 +174,9 @@ int renameOverClaim(int fromFolder, const char* from, int toFolder, const char* 
         return 0;
     }
     const int error = errno;
-    ::unlinkat(toFolder, to, isFolder ? AT_REMOVEDIR : 0);
+    for (int attempt = 0; attempt < 2 && ::unlinkat(toFolder, to, isFolder ? AT_REMOVEDIR : 0) != 0; ++attempt) {
+        // Once more, for what passes: the claim would be in the way of the move's next attempt.
+    }
     return error;
 }
 

@@ -74,7 +74,8 @@ bool fails(Call call, const void* caller, long* count = nullptr)
     return false;
 }
 
-// Whether nobody has been told yet, by an earlier close of the same file, that it was written well.
+// Whether nobody has been told yet, by an earlier close of the same file, that it was written well. A single byte is the
+// archive script's report, whose loss costs a line of the log.
 bool isFirstCloseOfWritten(int file)
 {
     struct stat status {};
@@ -82,7 +83,7 @@ bool isFirstCloseOfWritten(int file)
     std::array<char, 32> link{};
     std::snprintf(link.data(), link.size(), "/proc/self/fd/%d", file);
     if ((fcntl(file, F_GETFL) & O_ACCMODE) == O_RDONLY || fstat(file, &status) != 0 || !S_ISREG(status.st_mode) ||
-        status.st_size == 0 || readlink(link.data(), name.data(), name.size()) <= 0 ||
+        status.st_size <= 1 || readlink(link.data(), name.data(), name.size()) <= 0 ||
         std::string_view(name.data(), 7) == "/memfd:") {
         return false;
     }

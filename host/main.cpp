@@ -17,6 +17,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <clocale>
 #include <functional>
@@ -38,8 +39,6 @@ that matters. The first calculation of -e or run with an error ends the run.
 
 Exit status: 0; 1 a calculation can't be parsed or evaluated, or a test of check fails; 2 wrong use; 3 the plug-in
 can't be loaded or refuses to start; 4 an exception left the plug-in; 5 the output can't be written.)";
-
-using Command = std::function<ExitStatus(Session&)>;
 
 class CommandLine {
 public:
@@ -66,11 +65,11 @@ public:
         app_.fallthrough();
         app_.require_subcommand(0, 1);
         addRun();
-        add("list", "List the functions that the plug-in registers", listFunctions);
-        add("steps", "List the script steps that the plug-in registers", listSteps);
-        add("strings", "Show what the plug-in answers to string requests", showStrings);
-        add("help", "Explain a function, find one by a word, or say how calculations are written",
-            [this](Session& session) { return help(session, word_); })
+        addForSession("list", "List the functions that the plug-in registers", listFunctions);
+        addForSession("steps", "List the script steps that the plug-in registers", listSteps);
+        addForSession("strings", "Show what the plug-in answers to string requests", showStrings);
+        addForSession("help", "Explain a function, find one by a word, or say how calculations are written",
+                      [this](Session& session) { return help(session, word_); })
             ->add_option("FUNCTION", word_, "In any letter case; or a word; nothing: how calculations are written");
         addCheck();
     }
@@ -98,17 +97,24 @@ public:
     }
 
 private:
-    CLI::App* add(const char* name, const char* summary, Command command)
+    using SessionCommand = std::function<ExitStatus(Session&)>;
+
+    CLI::App* add(const char* name, const char* summary, std::function<ExitStatus()> command)
     {
         CLI::App* arguments = app_.add_subcommand(name, summary);
         commands_.emplace_back(arguments, std::move(command));
         return arguments;
     }
 
+    CLI::App* addForSession(const char* name, const char* summary, SessionCommand command)
+    {
+        return add(name, summary, [this, command = std::move(command)] { return inSession(command); });
+    }
+
     void addRun()
     {
-        CLI::App* run = add("run", "Evaluate the calculations of a file",
-                            [this](Session& session) { return runFile(session, file_); });
+        CLI::App* run = addForSession("run", "Evaluate the calculations of a file",
+                                      [this](Session& session) { return runFile(session, file_); });
         run->add_option("FILE", file_, "Calculations, each on a line or more; - is standard input")->required();
         run->footer("A calculation goes on over several lines while a bracket or a text is open. Blank lines and lines "
                     "that begin with # are skipped. The first calculation with an error ends the run.");
@@ -116,14 +122,9 @@ private:
 
     void addCheck()
     {
-        CLI::App* check = add("check", "Examine whether the plug-in keeps the rules of FileMaker's interface", {});
-        CLI::App* list = check->add_subcommand("list-tests", "List the tests");
-        commands_.back().second = [this, list](Session& session) {
-            check_.plugin = session.pluginFile();
-            check_.apiVersion = options_.apiVersion;
-            check_.json = options_.json;
-            return list->parsed() ? check::listTests(check_.json, output_) : check::run(check_, output_);
-        };
+        CLI::App* check = add("check", "Examine whether the plug-in keeps the rules of FileMaker's interface",
+                              [this] { return runCheck(); });
+        listTests_ = check->add_subcommand("list-tests", "List the tests");
         check->footer(check::footer);
         check->add_option("TEST", check_.tests, "Names of tests")->type_name("");
         check->add_flag("--only-failed", check_.onlyFailed, "Show only the tests that fail");
@@ -138,6 +139,17 @@ private:
             ->type_name("FILE")
             ->check(CLI::ExistingFile.description(""));
         check->add_option("--isolated", check_.isolated)->group(""); // how it starts itself for one test
+    }
+
+    ExitStatus runCheck()
+    {
+        if (listTests_->parsed()) {
+            return check::listTests(options_.json, output_);
+        }
+        check_.plugin = pluginFile(options_);
+        check_.apiVersion = options_.apiVersion;
+        check_.json = options_.json;
+        return check::run(check_, output_);
     }
 
     // Help, version, and wrong use.
@@ -172,8 +184,9 @@ private:
         if (!app_.get_subcommands().empty()) {
             return "The argument " + word + " is one too many.";
         }
-        const bool isWord =
-            word.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ-") == word.npos;
+        const bool isWord = std::all_of(word.begin(), word.end(), [](unsigned char character) {
+            return std::isalpha(character) != 0 || character == '-';
+        });
         std::vector<std::string> names;
         std::transform(commands_.begin(), commands_.end(), std::back_inserter(names),
                        [](const auto& command) { return command.first->get_name(); });
@@ -205,40 +218,12 @@ private:
         return names;
     }
 
+    // What a command throws becomes one line on standard error.
     ExitStatus dispatch()
     {
-        const std::vector<std::string> calculations = expressions_->results();
-        for (const auto& [arguments, command] : commands_) {
-            if (!arguments->parsed()) {
-                continue;
-            }
-            if (!calculations.empty()) {
-                output_.reportError("-e can't be combined with the command " + arguments->get_name() + ".");
-                return ExitStatus::wrongUse;
-            }
-            return guarded(command);
-        }
-        if (!calculations.empty()) {
-            return guarded([&](Session& session) { return evaluateAll(session, calculations); });
-        }
-        if (isatty(STDIN_FILENO) == 0) {
-            return guarded(runPiped);
-        }
-        if (isatty(STDOUT_FILENO) != 0) {
-            return guarded(runPrompt);
-        }
-        output_.reportError(nothingToDo);
-        return ExitStatus::wrongUse;
-    }
-
-    // What a command throws becomes one line on standard error.
-    ExitStatus guarded(const Command& command)
-    {
-        Session session(options_, output_);
         try {
-            const ExitStatus status = command(session);
+            const ExitStatus status = runGiven();
             output_.flush();
-            session.close();
             return status;
         } catch (const PluginError& error) {
             output_.reportError(error.what());
@@ -247,6 +232,40 @@ private:
             output_.reportError("There isn't enough memory.");
             return ExitStatus::calculationError;
         }
+    }
+
+    ExitStatus runGiven()
+    {
+        const std::vector<std::string> calculations = expressions_->results();
+        for (const auto& [arguments, command] : commands_) {
+            if (arguments->parsed() && !calculations.empty()) {
+                output_.reportError("-e can't be combined with the command " + arguments->get_name() + ".");
+                return ExitStatus::wrongUse;
+            }
+            if (arguments->parsed()) {
+                return command();
+            }
+        }
+        if (!calculations.empty()) {
+            return inSession([&](Session& session) { return evaluateAll(session, calculations); });
+        }
+        if (isatty(STDIN_FILENO) == 0) {
+            return inSession(runPiped);
+        }
+        if (isatty(STDOUT_FILENO) != 0) {
+            return inSession(runPrompt);
+        }
+        output_.reportError(nothingToDo);
+        return ExitStatus::wrongUse;
+    }
+
+    ExitStatus inSession(const SessionCommand& command)
+    {
+        Session session(options_, output_);
+        const ExitStatus status = command(session);
+        output_.flush();
+        session.close();
+        return status;
     }
 
     Output& output_;
@@ -258,9 +277,10 @@ private:
     bool noArityCheck_ = false;
     std::string file_;
     std::string word_;
-    check::Arguments check_;
+    check::Options check_;
+    CLI::App* listTests_ = nullptr;
     CLI::Option* expressions_ = nullptr;
-    std::vector<std::pair<CLI::App*, Command>> commands_;
+    std::vector<std::pair<CLI::App*, std::function<ExitStatus()>>> commands_;
 };
 
 // Line editing needs to know how the terminal's bytes make characters: what fmxhost writes is UTF-8 in any locale.

@@ -148,9 +148,11 @@ std::vector<std::string> namesWithPrefix(const std::string& word)
     }
     constexpr int parenthesis = '(';
     const bool isHelp = foldCase(toUtf16(std::string_view(rl_line_buffer).substr(0, 5))) == u"help ";
-    for (const Function& function : served->functions().withPrefix(toUtf16(word))) {
-        names.push_back(toUtf8(nameOf(function)));
-        rl_completion_append_character = isHelp || maximumArguments(function) == 0 ? 0 : parenthesis;
+    for (const Function& function : served->functions().all()) {
+        if (foldCase(function.name).starts_with(foldCase(toUtf16(word)))) {
+            names.push_back(toUtf8(function.name));
+            rl_completion_append_character = isHelp || function.maximumArguments == 0 ? 0 : parenthesis;
+        }
     }
     return names;
 }
@@ -260,7 +262,7 @@ std::string promptText(bool goesOn)
 void greet(Session& session)
 {
     const std::string name = toUtf8(session.plugin().string(PluginString::name));
-    session.output().write((name.empty() ? session.pluginFile().filename().string() : name) + ", " +
+    session.output().write((name.empty() ? session.plugin().file().filename().string() : name) + ", " +
                            std::to_string(session.plugin().functions().size()) +
                            " functions. help explains, Ctrl-D ends.\n");
     session.output().flush();

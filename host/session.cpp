@@ -7,7 +7,7 @@
 //   error        the code that a function returned; 1200 with the type "error", as FileMaker's EvaluationError has it
 //   seconds      how long the evaluation took
 //   message, line, column   with the type "error": what is wrong with the calculation, and where in it
-// Lone surrogates become U+FFFD. Long texts are written piece by piece, so that they are never there twice.
+// Lone surrogates become U+FFFD.
 #include "host/session.h"
 
 #include "host/base/system.h"
@@ -15,7 +15,6 @@
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
@@ -25,28 +24,11 @@ namespace fmxhost {
 namespace fs = std::filesystem;
 namespace {
 
-constexpr std::uint32_t pieceSize = 32 * 1024;
-constexpr int calculationErrorCode = 1200;
-
-// Hands the text over in pieces that cut no character.
-template <typename Consumer>
-void forEachPiece(const fmx::Text& text, Consumer consume)
+// Errors: PluginError.
+Plugin& started(Plugin& plugin)
 {
-    const std::uint32_t total = text.GetSize();
-    for (std::uint32_t position = 0; position < total;) {
-        std::u16string piece = unitsOf(text, position, pieceSize);
-        const bool endsWithLead = piece.back() >> 10 == 0x36;
-        if (endsWithLead && position + piece.size() < total && piece.size() > 1) {
-            piece.pop_back();
-        }
-        position += static_cast<std::uint32_t>(piece.size());
-        consume(piece);
-    }
-}
-
-bool isHiddenControl(char16_t unit)
-{
-    return (unit < 0x20 && unit != u'\t' && unit != u'\n') || (unit >= 0x7F && unit < 0xA0);
+    plugin.start();
+    return plugin;
 }
 
 // A short text as plug-ins answer it for a failure, such as "ERROR" or "$$ERROR", or FileMaker's own "?".
@@ -60,65 +42,48 @@ bool looksLikeError(const Value& value)
     return text == u"?" || text.find(u"ERROR") != std::u16string::npos;
 }
 
-void writePlain(Output& output, const Value& value)
+std::string plainText(const Value& value, int descriptor)
 {
-    if (wantsColour(output.descriptor()) && looksLikeError(value)) {
-        output.write(styled(value.utf8(), Style::error, true) + "\n");
-        return;
+    if (looksLikeError(value)) {
+        return styled(value.utf8(), Style::error, wantsColour(descriptor));
     }
-    const bool hidesControls = isatty(output.descriptor()) != 0;
-    bool afterReturn = false;
-    forEachPiece(value.data().GetAsText(), [&](const std::u16string& piece) {
-        std::u16string shown;
-        for (const char16_t unit : piece) {
-            if (unit != u'\n' || !afterReturn) {
-                shown.push_back(unit == u'\r' ? u'\n' : unit);
-            }
-            afterReturn = unit == u'\r';
+    std::u16string text;
+    char16_t before = u'\0';
+    for (const char16_t unit : value.text()) {
+        if (unit != u'\n' || before != u'\r') {
+            text.push_back(unit == u'\r' ? u'\n' : unit);
         }
-        if (hidesControls) {
-            std::replace_if(shown.begin(), shown.end(), isHiddenControl, u'\uFFFD');
-        }
-        output.write(toUtf8(shown));
-    });
-    output.write("\n");
+        before = unit;
+    }
+    return toUtf8(isatty(descriptor) != 0 ? withoutControls(text, u'\uFFFD', u"\t\n") : text);
 }
 
-void writeJsonValue(Output& output, const Value& value)
+std::string jsonValue(const Value& value)
 {
     constexpr std::size_t dateLength = 10;
     switch (value.type()) {
     case ValueType::text:
     case ValueType::number:
-        forEachPiece(value.data().GetAsText(), [&output](const std::u16string& piece) {
-            const std::string quoted = jsonString(toUtf8(piece));
-            output.write(std::string_view(quoted).substr(1, quoted.size() - 2));
-        });
-        break;
-    case ValueType::timestamp:
-        output.write(isoText(value.timestamp()));
-        break;
-    case ValueType::date:
-        output.write(isoText(value.timestamp()).substr(0, dateLength));
-        break;
     case ValueType::time:
-        output.write(value.utf8());
-        break;
+        return value.utf8();
+    case ValueType::timestamp:
+        return isoText(value.timestamp());
+    case ValueType::date:
+        return isoText(value.timestamp()).substr(0, dateLength);
     default:
-        break;
+        return "";
     }
 }
 
-void writeJson(Output& output, std::string_view calculation, const Evaluation& evaluation)
+std::string jsonText(std::string_view calculation, const Evaluation& evaluation)
 {
     static constexpr std::array<const char*, 7> types{"empty", "text",      "number",   "date",
                                                       "time",  "timestamp", "container"};
-    const auto type = static_cast<std::size_t>(evaluation.value.type());
-    output.write("{\"calculation\":" + jsonString(calculation) + ",\"type\":\"" + types.at(type) + "\",\"value\":\"");
-    writeJsonValue(output, evaluation.value);
-    char rest[80];
-    std::snprintf(rest, sizeof rest, "\",\"error\":%d,\"seconds\":%.6f}\n", evaluation.error, evaluation.seconds);
-    output.write(rest);
+    return jsonObject({{"calculation", std::string(calculation)},
+                       {"type", types.at(static_cast<std::size_t>(evaluation.value.type()))},
+                       {"value", jsonValue(evaluation.value)},
+                       {"error", evaluation.error},
+                       {"seconds", evaluation.seconds}});
 }
 
 // In a unit that suits it, such as "12.3 ms".
@@ -149,10 +114,10 @@ std::string originText(const Origin& origin, const Place& place)
 
 } // namespace
 
-fs::path Session::pluginFile() const
+fs::path pluginFile(const Options& options)
 {
-    if (!options_.pluginFile.empty()) {
-        return options_.pluginFile;
+    if (!options.pluginFile.empty()) {
+        return options.pluginFile;
     }
     const char* named = std::getenv("FMXHOST_PLUGIN");
     if (named != nullptr && *named != '\0') {
@@ -161,88 +126,56 @@ fs::path Session::pluginFile() const
     const fs::path installed = FMXHOST_DEFAULT_PLUGIN;
     std::error_code error;
     const fs::path executable = fs::canonical(executableFile(), error);
-    fs::path beside = executable.parent_path() / installed.filename();
-    return !error && fs::exists(beside, error) ? beside : installed;
+    const fs::path beside = executable.parent_path() / installed.filename();
+    const fs::path file = !error && fs::exists(beside, error) ? beside : installed;
+    if (!fs::exists(file, error)) {
+        throw PluginError(PluginError::Kind::notLoaded,
+                          "No plug-in was found: there is no file " + file.string() +
+                              ". Name one with --plugin or in the variable FMXHOST_PLUGIN.");
+    }
+    return file;
 }
 
-Plugin& Session::plugin()
+Session::Session(const Options& options, Output& output)
+    : options_(options), output_(output), plugin_(pluginFile(options), options.apiVersion),
+      functions_(started(plugin_).functions()), evaluator_(functions_, options.parser)
 {
-    if (!plugin_) {
-        const fs::path file = pluginFile();
-        std::error_code error;
-        if (options_.pluginFile.empty() && !fs::exists(file, error)) {
-            throw PluginError(PluginError::Kind::notLoaded,
-                              "No plug-in was found: there is no file " + file.string() +
-                                  ". Name one with --plugin or in the variable FMXHOST_PLUGIN.");
-        }
-        auto plugin = std::make_unique<Plugin>(file, options_.apiVersion);
-        plugin->start();
-        plugin_ = std::move(plugin);
-    }
-    return *plugin_;
-}
-
-const FunctionTable& Session::functions()
-{
-    if (!functions_) {
-        functions_.emplace(plugin().functions());
-    }
-    return *functions_;
-}
-
-Evaluator& Session::evaluator()
-{
-    if (!evaluator_) {
-        evaluator_.emplace(functions(), options_.parser);
-    }
-    return *evaluator_;
-}
-
-void Session::close()
-{
-    evaluator_.reset();
-    functions_.reset();
-    if (const auto plugin = std::move(plugin_)) {
-        plugin->unload();
-    }
 }
 
 ExitStatus Session::run(std::string_view calculation, const Origin& origin)
 {
-    Evaluator& calculations = evaluator();
     try {
         if (!isValidUtf8(calculation)) {
             throw CalculationError({}, "The calculation isn't valid UTF-8.");
         }
-        const Evaluation evaluation = calculations.evaluate(toUtf16(calculation));
-        if (options_.json) {
-            writeJson(output_, calculation, evaluation);
-        } else {
-            writePlain(output_, evaluation.value);
-        }
+        const Evaluation evaluation = evaluator_.evaluate(toUtf16(calculation));
+        output_.write(
+            (options_.json ? jsonText(calculation, evaluation) : plainText(evaluation.value, output_.descriptor())) +
+            "\n");
         output_.flush();
         if (options_.time) {
             output_.report(styled(timeText(evaluation.seconds), Style::faint, wantsColour(STDERR_FILENO)));
         }
         return ExitStatus::success;
-    } catch (const CalculationError& error) {
-        fail(calculation, origin, error, error.span());
-        return ExitStatus::calculationError;
     } catch (const PluginThrew& error) {
-        fail(calculation, origin, error, error.span());
+        fail(calculation, origin, error);
         return ExitStatus::pluginThrew;
+    } catch (const CalculationError& error) {
+        fail(calculation, origin, error);
+        return ExitStatus::calculationError;
     }
 }
 
-void Session::fail(std::string_view calculation, const Origin& origin, const std::exception& error, Span span)
+void Session::fail(std::string_view calculation, const Origin& origin, const CalculationError& error)
 {
+    constexpr int errorCode = 1200;
     const std::u16string source = toUtf16(calculation);
-    const Place place = placeOf(source, span.offset);
+    const Place place = placeOf(source, error.span().offset);
     if (options_.json) {
         output_.write(jsonObject({{"calculation", std::string(calculation)},
                                   {"type", "error"},
                                   {"value", ""},
-                                  {"error", calculationErrorCode},
+                                  {"error", errorCode},
                                   {"seconds", 0},
                                   {"message", error.what()},
                                   {"line", static_cast<std::int64_t>(place.line)},
@@ -251,7 +184,7 @@ void Session::fail(std::string_view calculation, const Origin& origin, const std
     }
     output_.reportError(originText(origin, place) + error.what());
     if (isValidUtf8(calculation)) {
-        const std::string lines = pointAt(source, span);
+        const std::string lines = pointAt(source, error.span());
         const std::size_t end = lines.find('\n');
         output_.report("  " + lines.substr(0, end) + "\n  " +
                        styled(lines.substr(end + 1), Style::pointer, wantsColour(STDERR_FILENO)));

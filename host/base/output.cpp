@@ -95,20 +95,13 @@ std::string styled(std::string_view text, Style style, bool colour)
     return std::string(sequences.at(static_cast<std::size_t>(style))).append(text).append("\033[0m");
 }
 
-std::string jsonString(std::string_view utf8)
+std::string jsonObject(const std::vector<JsonMember>& members)
 {
-    return nlohmann::json(utf8).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
-}
-
-std::string jsonObject(std::initializer_list<JsonMember> members)
-{
-    std::string text = "{";
+    nlohmann::ordered_json object = nlohmann::ordered_json::object();
     for (const auto& [name, value] : members) {
-        text += (&name == &members.begin()->first ? "" : ",") + jsonString(name) + ":";
-        const auto* number = std::get_if<std::int64_t>(&value);
-        text += number != nullptr ? std::to_string(*number) : jsonString(std::get<std::string>(value));
+        std::visit([&object, &name = name](const auto& plain) { object[name] = plain; }, value);
     }
-    return text + "}";
+    return object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
 } // namespace fmxhost

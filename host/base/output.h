@@ -3,12 +3,12 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <initializer_list>
 #include <string>
 #include <string_view>
 #include <system_error>
 #include <utility>
 #include <variant>
+#include <vector>
 
 namespace fmxhost {
 
@@ -66,11 +66,8 @@ bool wantsColour(int descriptor);
 // The text in the style, or as it is when `colour` is false.
 std::string styled(std::string_view text, Style style, bool colour);
 
-// A JSON string with its quotation marks (RFC 8259), with U+FFFD for what isn't valid UTF-8.
-std::string jsonString(std::string_view utf8);
-
-// A JSON object on one line, without a line end.
-using JsonMember = std::pair<std::string_view, std::variant<std::int64_t, std::string>>;
-std::string jsonObject(std::initializer_list<JsonMember> members);
+// A JSON object (RFC 8259) on one line, without a line end, with U+FFFD for what isn't valid UTF-8.
+using JsonMember = std::pair<std::string, std::variant<std::int64_t, double, std::string>>;
+std::string jsonObject(const std::vector<JsonMember>& members);
 
 } // namespace fmxhost

@@ -23,6 +23,10 @@ bool isValidUtf8(std::string_view text);
 // function have the same folded form.
 std::u16string foldCase(std::u16string_view text);
 
+// The text with the replacement for each control character but those that are kept: nothing in it moves a terminal's
+// cursor or changes its colours.
+std::u16string withoutControls(std::u16string_view text, char16_t replacement, std::u16string_view kept = {});
+
 // The character at a position inside a text; a lone surrogate counts as one.
 struct Character {
     char32_t value;

@@ -146,17 +146,8 @@ Timestamp Value::timestamp() const
 
 std::u16string unitsOf(const fmx::Text& text)
 {
-    return unitsOf(text, 0, text.GetSize());
-}
-
-std::u16string unitsOf(const fmx::Text& text, std::uint32_t position, std::uint32_t size)
-{
-    const std::uint32_t total = text.GetSize();
-    if (position >= total) {
-        return {};
-    }
-    std::u16string units(std::min(size, total - position), u'\0');
-    text.GetUnicode(reinterpret_cast<fmx::uint16*>(units.data()), position, static_cast<fmx::uint32>(units.size()));
+    std::u16string units(text.GetSize(), u'\0');
+    text.GetUnicode(reinterpret_cast<fmx::uint16*>(units.data()), 0, text.GetSize());
     return units;
 }
 

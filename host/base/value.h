@@ -72,8 +72,7 @@ private:
     std::shared_ptr<const fmx::Data> data_;
 };
 
-// The units of a kit text, or of the part of it from `position` on, at most `size` units of it.
+// The units of a kit text.
 std::u16string unitsOf(const fmx::Text& text);
-std::u16string unitsOf(const fmx::Text& text, std::uint32_t position, std::uint32_t size);
 
 } // namespace fmxhost

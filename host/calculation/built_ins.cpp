@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
@@ -267,14 +268,12 @@ std::string percentDecoded(std::string_view text)
 {
     std::string result;
     for (std::size_t at = 0; at < text.size(); ++at) {
-        const std::string digits(text.substr(std::min(at + 1, text.size()), 2));
-        if (text[at] == '%' && digits.size() == 2 &&
-            digits.find_first_not_of("0123456789abcdefABCDEF") == digits.npos) {
-            result += static_cast<char>(std::stoi(digits, nullptr, 16));
-            at += 2;
-        } else {
-            result += text[at];
-        }
+        const char* const digits = text.data() + std::min(at + 1, text.size());
+        unsigned char byte = 0;
+        const bool isEncoded =
+            text[at] == '%' && at + 2 < text.size() && std::from_chars(digits, digits + 2, byte, 16).ptr == digits + 2;
+        result += isEncoded ? static_cast<char>(byte) : text[at];
+        at += isEncoded ? 2 : 0;
     }
     return result;
 }
@@ -335,7 +334,7 @@ Value folder(const char* variable, const char* below)
 }
 
 template <fmx::Data::DataType type>
-Value now(const Arguments&)
+Value now()
 {
     const fmx::DateTimeUniquePtr time;
     time->Now();
@@ -347,33 +346,35 @@ Value now(const Arguments&)
 
 } // namespace
 
-const BuiltIn* getFunction(std::u16string_view flag)
+std::optional<Value> stateOf(std::u16string_view flag)
 {
-    constexpr auto nothing = [](const Arguments&) { return Value(u""); };
-    static constexpr std::array<BuiltIn, 11> table{{
-        {u"Get ( CurrentDate )", u"", 0, 0, now<fmx::Data::kDTDate>},
-        {u"Get ( CurrentHostTimestamp )", u"", 0, 0, now<fmx::Data::kDTTimeStamp>},
-        {u"Get ( CurrentTime )", u"", 0, 0, now<fmx::Data::kDTTime>},
-        {u"Get ( CurrentTimestamp )", u"", 0, 0, now<fmx::Data::kDTTimeStamp>},
-        {u"Get ( DesktopPath )", u"", 0, 0, [](const Arguments&) { return folder("HOME", "Desktop/"); }},
-        {u"Get ( DocumentsPath )", u"", 0, 0, [](const Arguments&) { return folder("HOME", "Documents/"); }},
-        {u"Get ( LastError )", u"", 0, 0, [](const Arguments&) { return Value(0); }},
-        {u"Get ( ScriptParameter )", u"", 0, 0, nothing},
-        {u"Get ( ScriptResult )", u"", 0, 0, nothing},
-        {u"Get ( SystemPlatform )", u"", 0, 0, [](const Arguments&) { return Value(ownVolume.empty() ? 5 : 1); }},
-        {u"Get ( TemporaryPath )", u"", 0, 0, [](const Arguments&) { return folder("TMPDIR", ""); }},
-    }};
-    const auto* found = std::find_if(table.begin(), table.end(), [&](const BuiltIn& candidate) {
-        return foldCase(candidate.prototype) == u"get ( " + foldCase(flag) + u" )";
-    });
-    return found != table.end() ? found : nullptr;
+    constexpr auto nothing = [] { return Value(u""); };
+    static constexpr std::pair<std::u16string_view, Value (*)()> states[] = {
+        {u"currentdate", now<fmx::Data::kDTDate>},
+        {u"currenthosttimestamp", now<fmx::Data::kDTTimeStamp>},
+        {u"currenttime", now<fmx::Data::kDTTime>},
+        {u"currenttimestamp", now<fmx::Data::kDTTimeStamp>},
+        {u"desktoppath", [] { return folder("HOME", "Desktop/"); }},
+        {u"documentspath", [] { return folder("HOME", "Documents/"); }},
+        {u"lasterror", [] { return Value(0); }},
+        {u"scriptparameter", nothing},
+        {u"scriptresult", nothing},
+        {u"systemplatform", [] { return Value(ownVolume.empty() ? 5 : 1); }},
+        {u"temporarypath", [] { return folder("TMPDIR", ""); }},
+    };
+    for (const auto& [name, answer] : states) {
+        if (foldCase(flag) == name) {
+            return answer();
+        }
+    }
+    return std::nullopt;
 }
 
-std::span<const BuiltIn> builtIns()
+std::span<const Function> builtIns()
 {
-    static constexpr BuiltIn table[] = {
+    static constexpr Function table[] = {
         {u"Case ( test1 ; result1 { ; test2 ; result2 ; … ; default } )",
-         u"The result of the first test that is true, else the default.", 2, anyNumberOfArguments, nullptr},
+         u"The result of the first test that is true, else the default.", 2, Function::anyNumber, nullptr},
         {u"Char ( number )", u"The character with this Unicode number; 10 is a line feed, 13 a ¶.", 1, 1, characterOf},
         {u"Code ( text )", u"The Unicode number of the first character.", 1, 1, codeOf},
         {u"ConvertFromFileMakerPath ( fileMakerPath ; format )",
@@ -409,7 +410,7 @@ std::span<const BuiltIn> builtIns()
          [](const Arguments& in) { return Value(std::int64_t{in[0].data().GetAsText().GetSize()}); }},
         {u"Let ( [ name1 = value1 ; $name2 = value2 ; … ] ; calculation )",
          u"Names values for a calculation; those with $ stay set for the calculations that follow.", 2, 2, nullptr},
-        {u"List ( value1 { ; value2 ; … } )", u"The values that aren't empty, separated by ¶.", 1, anyNumberOfArguments,
+        {u"List ( value1 { ; value2 ; … } )", u"The values that aren't empty, separated by ¶.", 1, Function::anyNumber,
          list},
         {u"Lower ( text )", u"The text in lower case.", 1, 1,
          [](const Arguments& in) { return inCase(in[0], &fmx::Text::Lowercase); }},

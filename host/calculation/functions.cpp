@@ -67,42 +67,14 @@ std::size_t editDistance(std::u16string_view a, std::u16string_view b)
 
 } // namespace
 
+std::string rangeText(int least, int most)
+{
+    return std::to_string(least) + (most < 0 ? " or more" : most != least ? " to " + std::to_string(most) : "");
+}
+
 bool isFileMakersFunction(std::u16string_view name)
 {
     return fileMakersFunctions.find(u' ' + foldCase(name) + u' ') != std::u16string_view::npos;
-}
-
-std::u16string_view nameOf(const Function& function)
-{
-    return std::visit([](const auto* entry) { return std::u16string_view(entry->name); }, function);
-}
-
-std::u16string_view prototypeOf(const Function& function)
-{
-    return std::visit([](const auto* entry) { return std::u16string_view(entry->prototype); }, function);
-}
-
-std::u16string_view descriptionOf(const Function& function)
-{
-    return std::visit([](const auto* entry) { return descriptionText(entry->description); }, function);
-}
-
-int minimumArguments(const Function& function)
-{
-    return std::visit([](const auto* entry) { return static_cast<int>(entry->minimumArguments); }, function);
-}
-
-int maximumArguments(const Function& function)
-{
-    const int maximum =
-        std::visit([](const auto* entry) { return static_cast<int>(entry->maximumArguments); }, function);
-    return maximum < 0 ? anyNumberOfArguments : maximum;
-}
-
-std::u16string_view descriptionText(std::u16string_view description)
-{
-    const std::size_t bar = description.find(u'|');
-    return bar == std::u16string_view::npos ? description : description.substr(bar + 1);
 }
 
 std::u16string nearest(std::u16string_view word, const std::vector<std::u16string_view>& candidates)
@@ -133,49 +105,32 @@ std::string didYouMean(std::u16string_view suggestion)
 
 FunctionTable::FunctionTable(const std::vector<fmxkit::ExternalFunction>& functions)
 {
-    for (const BuiltIn& builtIn : builtIns()) {
-        byFoldedName_.emplace(foldCase(builtIn.name), &builtIn);
-    }
     for (const fmxkit::ExternalFunction& function : functions) {
-        functions_.emplace_back(&function);
-        byFoldedName_.emplace(foldCase(function.name), &function);
+        functions_.emplace_back(function);
     }
-    for (const BuiltIn& builtIn : builtIns()) {
-        functions_.emplace_back(&builtIn);
+    functions_.insert(functions_.end(), builtIns().begin(), builtIns().end());
+    for (const Function& function : functions_) {
+        const Function*& known = byFoldedName_[foldCase(function.name)];
+        known = known == nullptr || function.external == nullptr ? &function : known;
     }
 }
 
-std::optional<Function> FunctionTable::find(std::u16string_view name) const
+const Function* FunctionTable::find(std::u16string_view name) const
 {
     const auto found = byFoldedName_.find(foldCase(name));
-    return found != byFoldedName_.end() ? std::optional(found->second) : std::nullopt;
+    return found != byFoldedName_.end() ? found->second : nullptr;
 }
 
-std::u16string FunctionTable::suggestionFor(std::u16string_view name) const
+std::string FunctionTable::unknownText(std::u16string_view name, std::string_view kind) const
 {
+    if (isFileMakersFunction(name)) {
+        return toUtf8(name) + " is a function of FileMaker that fmxhost lacks.";
+    }
     std::vector<std::u16string_view> names;
-    std::transform(functions_.begin(), functions_.end(), std::back_inserter(names), nameOf);
-    return nearest(name, names);
-}
-
-std::vector<Function> FunctionTable::withPrefix(std::u16string_view prefix) const
-{
-    std::vector<Function> found;
-    std::copy_if(functions_.begin(), functions_.end(), std::back_inserter(found),
-                 [&](const Function& function) { return foldCase(nameOf(function)).starts_with(foldCase(prefix)); });
-    return found;
-}
-
-std::vector<Function> FunctionTable::about(std::u16string_view word) const
-{
-    std::vector<Function> found;
-    std::copy_if(functions_.begin(), functions_.end(), std::back_inserter(found), [&](const Function& function) {
-        const std::u16string_view description =
-            std::visit([](const auto* entry) { return std::u16string_view(entry->description); }, function);
-        return foldCase(nameOf(function)).find(foldCase(word)) != std::u16string::npos ||
-               foldCase(description).find(foldCase(word)) != std::u16string::npos;
-    });
-    return found;
+    for (const Function& function : functions_) {
+        names.push_back(function.name);
+    }
+    return "There is no " + std::string(kind) + " called " + toUtf8(name) + "." + didYouMean(nearest(name, names));
 }
 
 } // namespace fmxhost

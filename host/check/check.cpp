@@ -277,7 +277,7 @@ std::filesystem::path listOfServerLibraries()
 }
 
 // Errors: std::system_error when a test can't be run or the output be written.
-bool runTests(const Arguments& arguments, const Settings& settings, Output& output)
+bool runTests(const Options& arguments, const Settings& settings, Output& output)
 {
     Suite suite(settings, Allowances(arguments.allowances));
     Report report(output, arguments.json, arguments.onlyFailed);
@@ -295,7 +295,7 @@ bool runTests(const Arguments& arguments, const Settings& settings, Output& outp
 
 } // namespace
 
-ExitStatus run(const Arguments& arguments, Output& output)
+ExitStatus run(const Options& arguments, Output& output)
 {
     const Settings settings{std::filesystem::absolute(arguments.plugin), arguments.apiVersion,
                             arguments.libraries.empty() ? listOfServerLibraries() : arguments.libraries,

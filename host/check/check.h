@@ -10,7 +10,7 @@
 
 namespace fmxhost::check {
 
-struct Arguments {
+struct Options {
     std::filesystem::path plugin;
     std::int16_t apiVersion = 0; // of the host that is played
     bool json = false;
@@ -25,7 +25,7 @@ struct Arguments {
 extern const char* const footer; // of the command's help
 
 // Errors: OutputError.
-ExitStatus run(const Arguments& arguments, Output& output);
+ExitStatus run(const Options& arguments, Output& output);
 
 // Names and summaries of the tests.
 ExitStatus listTests(bool json, Output& output);

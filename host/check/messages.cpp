@@ -55,7 +55,7 @@ struct OptionalMessage {
 constexpr std::array<OptionalMessage, 4> optionalMessages{
     {{Message::idle, 8}, {Message::preferences, 5}, {Message::sessionShutDown, 9}, {Message::fileShutDown, 9}}};
 
-bool asksFor(const Plugin& plugin, const OptionalMessage& message)
+bool asksFor(Plugin& plugin, const OptionalMessage& message)
 {
     const std::u16string& options = plugin.options();
     return options.size() > message.option && options[message.option] == u'Y';
@@ -109,7 +109,7 @@ std::string sendUnknown(const Examination& examination, Plugin& plugin, unsigned
 void examineLoading(Examination& examination)
 {
     examination.step("loading it");
-    Plugin::tryLoading(examination.settings().plugin);
+    const Plugin plugin(examination.settings().plugin);
     examination.reach(Stage::loaded);
 }
 

@@ -1,7 +1,7 @@
 // function-names, prototypes, descriptions, unique-ids: what it registers for calculations.
 #include "host/check/test.h"
 
-#include "host/calculation/parse.h"
+#include "host/calculation/source.h"
 
 #include <algorithm>
 #include <map>

@@ -157,7 +157,7 @@ void examineStrings(Examination& examination)
 void examineOptions(Examination& examination)
 {
     examineOptionsText(examination, examination.loaded().options());
-    const Plugin& plugin = examination.started();
+    Plugin& plugin = examination.started();
     if (plugin.id() != 0) { // too short a text is reported above
         examineIdOf(examination, fmxkit::externalFunctions(), plugin.id());
         examineIdOf(examination, fmxkit::scriptSteps(), plugin.id());

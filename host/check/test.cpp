@@ -85,6 +85,7 @@ Plugin& Examination::loaded()
     if (!plugin_) {
         step("loading it and asking for its options string");
         plugin_ = std::make_unique<Plugin>(settings_.plugin, settings_.apiVersion);
+        plugin_->options();
         step("");
         reach(Stage::loaded);
     }

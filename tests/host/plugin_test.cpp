@@ -35,8 +35,8 @@ TEST(Plugin, StartsAndIsCalledByName)
     EXPECT_EQ(plugin.functions().size(), 8U);
     EXPECT_EQ(plugin.scriptSteps().size(), 1U);
     EXPECT_EQ(plugin.string(PluginString::name), u"Sample");
-    EXPECT_EQ(plugin.string(128, 3), u"");
-    EXPECT_EQ(plugin.string(128, 0), u"");
+    EXPECT_EQ(plugin.string(PluginString::name, 3), u"");
+    EXPECT_EQ(plugin.string(PluginString::name, 0), u"");
 
     EXPECT_EQ(plugin.call(u"SMPL_echo", {u"ä\xD800"}).value.text(), u"ä\xD800");
     EXPECT_EQ(plugin.call(u"smpl_GRÖSSE", {1, 2.5, "x"}).value.integer(), 3);

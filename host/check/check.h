@@ -16,7 +16,7 @@ struct Options {
     bool json = false;
     std::vector<std::string> tests; // names; none: all of them
     bool onlyFailed = false;
-    double timeLimit = 60;            // s
+    double timeLimit = 60;            // s, for each process
     std::filesystem::path allowances; // what the plug-in keeps on purpose
     std::filesystem::path libraries;  // the list of what a server has; empty: the installed one
     std::string isolated;             // the test for which it has started itself
@@ -25,7 +25,7 @@ struct Options {
 extern const char* const footer; // of the command's help
 
 // Errors: OutputError.
-ExitStatus run(const Options& arguments, Output& output);
+ExitStatus run(Options options, Output& output);
 
 // Names and summaries of the tests.
 ExitStatus listTests(bool json, Output& output);

@@ -4,15 +4,24 @@
 
 #ifdef __APPLE__
 namespace fmxhost::check {
+namespace {
+
+[[noreturn]] void nameTheReader(const Examination& examination, const std::string& option)
+{
+    throw Skipped("it isn't read here: dyld_info " + option + " " +
+                  PluginFile(examination.options().plugin).library().string() + " shows it");
+}
+
+} // namespace
 
 void examineExports(Examination& examination)
 {
-    throw Skipped("it isn't read here: dyld_info -exports " + library(examination) + " shows it");
+    nameTheReader(examination, "-exports");
 }
 
 void examineLibraries(Examination& examination)
 {
-    throw Skipped("it isn't read here: dyld_info -dependents " + library(examination) + " shows it");
+    nameTheReader(examination, "-dependents");
 }
 
 } // namespace fmxhost::check
@@ -21,7 +30,6 @@ void examineLibraries(Examination& examination)
 #include <libelf.h>
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -32,171 +40,133 @@ void examineLibraries(Examination& examination)
 namespace fmxhost::check {
 namespace {
 
-struct Library {
+// A library file, one section of it after the other.
+class Library {
+public:
+    explicit Library(const Examination& examination)
+    {
+        std::ifstream stream(PluginFile(examination.options().plugin).library(), std::ios::binary);
+        image_.assign(std::istreambuf_iterator<char>(stream), {});
+        elf_version(EV_CURRENT);
+        elf_.reset(elf_memory(image_.data(), image_.size()));
+        GElf_Ehdr header;
+        if (!elf_ || gelf_getehdr(elf_.get(), &header) == nullptr) {
+            throw std::runtime_error("it is no ELF file");
+        }
+        if (header.e_type != ET_DYN) {
+            throw std::runtime_error("it is no shared library");
+        }
+        GElf_Shdr section;
+        for (Elf_Scn* next = nullptr; (next = elf_nextscn(elf_.get(), next)) != nullptr;) {
+            if (gelf_getshdr(next, &section) != nullptr) {
+                names_ = section.sh_link;
+                read(section, elf_getdata(next, nullptr));
+            }
+        }
+    }
+
     std::vector<std::string> exports; // without the names that the linker itself makes
     std::vector<std::string> needed;
     std::vector<std::pair<std::string, std::string>> versions; // a library, and a version of its symbols that it needs
     std::set<std::string> searchPaths;
-};
-
-bool isExported(const GElf_Sym& symbol, std::string_view name)
-{
-    // Names of section ends and of version nodes are the linker's, and no other library looks for them.
-    constexpr std::array<std::string_view, 5> linkers{"_init", "_fini", "__bss_start", "_edata", "_end"};
-    const auto visibility = GELF_ST_VISIBILITY(symbol.st_other);
-    return !name.empty() && symbol.st_shndx != SHN_UNDEF && GELF_ST_BIND(symbol.st_info) != STB_LOCAL &&
-           (visibility == STV_DEFAULT || visibility == STV_PROTECTED) &&
-           !(symbol.st_shndx == SHN_ABS && symbol.st_size == 0) &&
-           std::find(linkers.begin(), linkers.end(), name) == linkers.end();
-}
-
-// Reads one section of a file after the other.
-class LibraryReader {
-public:
-    explicit LibraryReader(Elf* elf) : elf_(elf)
-    {
-        for (Elf_Scn* section = elf_nextscn(elf, nullptr); section != nullptr; section = elf_nextscn(elf, section)) {
-            GElf_Shdr header;
-            if (gelf_getshdr(section, &header) == nullptr) {
-                continue;
-            }
-            names_ = header.sh_link;
-            Elf_Data* data = elf_getdata(section, nullptr);
-            if (header.sh_type == SHT_DYNAMIC) {
-                readDynamicSection(data);
-            } else if (header.sh_type == SHT_DYNSYM) {
-                readSymbols(data);
-            } else if (header.sh_type == SHT_GNU_verneed) {
-                readVersions(data, header.sh_info);
-            }
-        }
-    }
-
-    const Library& library() const { return library_; }
 
 private:
-    std::string name(std::size_t offset) const
-    {
-        const char* text = elf_strptr(elf_, names_, offset);
-        return text != nullptr ? text : "";
-    }
-
-    void readDynamicSection(Elf_Data* data)
+    void read(const GElf_Shdr& section, Elf_Data* data)
     {
         GElf_Dyn entry;
-        for (int index = 0; gelf_getdyn(data, index, &entry) != nullptr && entry.d_tag != DT_NULL; ++index) {
-            if (entry.d_tag == DT_NEEDED) {
-                library_.needed.push_back(name(entry.d_un.d_val));
-            } else if (entry.d_tag == DT_RPATH || entry.d_tag == DT_RUNPATH) {
-                std::istringstream list(name(entry.d_un.d_val) + ":");
-                for (std::string path; std::getline(list, path, ':');) {
-                    library_.searchPaths.insert(path);
-                }
-            }
+        for (int index = 0; section.sh_type == SHT_DYNAMIC && gelf_getdyn(data, index, &entry) != nullptr; ++index) {
+            readDynamic(entry);
         }
-    }
-
-    void readSymbols(Elf_Data* data)
-    {
         GElf_Sym symbol;
-        for (int index = 0; gelf_getsym(data, index, &symbol) != nullptr; ++index) {
-            if (std::string text = name(symbol.st_name); isExported(symbol, text)) {
-                library_.exports.push_back(std::move(text));
+        for (int index = 0; section.sh_type == SHT_DYNSYM && gelf_getsym(data, index, &symbol) != nullptr; ++index) {
+            if (isExported(symbol)) {
+                exports.push_back(name(symbol.st_name));
             }
         }
-    }
-
-    void readVersions(Elf_Data* data, unsigned count)
-    {
         GElf_Verneed need;
-        int place = 0;
-        for (unsigned number = 0; number < count && gelf_getverneed(data, place, &need) != nullptr; ++number) {
+        int place = section.sh_type == SHT_GNU_verneed ? 0 : -1;
+        while (place >= 0 && gelf_getverneed(data, place, &need) != nullptr) {
             GElf_Vernaux version;
             int part = place + static_cast<int>(need.vn_aux);
             for (unsigned index = 0; index < need.vn_cnt && gelf_getvernaux(data, part, &version) != nullptr; ++index) {
-                library_.versions.emplace_back(name(need.vn_file), name(version.vna_name));
+                versions.emplace_back(name(need.vn_file), name(version.vna_name));
                 part += static_cast<int>(version.vna_next);
             }
-            place += static_cast<int>(need.vn_next);
+            place = need.vn_next != 0 ? place + static_cast<int>(need.vn_next) : -1;
         }
     }
 
-    Elf* elf_;
-    std::size_t names_ = 0; // the section of the current one's names
-    Library library_;
-};
-
-Library readLibrary(const Examination& examination)
-{
-    std::ifstream stream(PluginFile(examination.settings().plugin).library(), std::ios::binary);
-    std::string image{std::istreambuf_iterator<char>(stream), {}};
-    elf_version(EV_CURRENT);
-    const std::unique_ptr<Elf, decltype(&elf_end)> elf(elf_memory(image.data(), image.size()), &elf_end);
-    GElf_Ehdr header;
-    if (!elf || gelf_getehdr(elf.get(), &header) == nullptr) {
-        throw std::runtime_error("it is no ELF file");
-    }
-    if (header.e_type != ET_DYN) {
-        throw std::runtime_error("it is no shared library");
-    }
-    return LibraryReader(elf.get()).library();
-}
-
-// What a plain server has.
-class Server {
-public:
-    explicit Server(const std::filesystem::path& list)
+    void readDynamic(const GElf_Dyn& entry)
     {
-        std::ifstream stream(list);
-        if (list.empty() || !stream) {
-            throw Skipped("there is no list of what a server has (--libraries): " + list.string());
-        }
-        for (std::string line; std::getline(stream, line);) {
-            std::istringstream words(line.substr(0, line.find('#')));
-            if (std::string name; words >> name) {
-                libraries_[name].assign(std::istream_iterator<std::string>(words), {});
+        if (entry.d_tag == DT_NEEDED) {
+            needed.push_back(name(entry.d_un.d_val));
+        } else if (entry.d_tag == DT_RPATH || entry.d_tag == DT_RUNPATH) {
+            std::istringstream list(name(entry.d_un.d_val) + ":");
+            for (std::string path; std::getline(list, path, ':');) {
+                searchPaths.insert(path);
             }
         }
     }
 
-    bool has(const std::string& library) const { return libraries_.contains(library); }
-
-    // Of a library without versions in the list every one is taken to be there; of others those named, and older ones.
-    bool has(const std::string& library, const std::string& version) const
+    // Names of section ends and of version nodes are the linker's, and no other library looks for them.
+    bool isExported(const GElf_Sym& symbol) const
     {
-        const auto found = libraries_.find(library);
-        return found == libraries_.end() || found->second.empty() ||
-               std::any_of(found->second.begin(), found->second.end(), [&version](const std::string& known) {
-                   return version == known ||
-                          (kindOf(version) == kindOf(known) && strverscmp(version.c_str(), known.c_str()) < 0);
-               });
+        static const std::set<std::string> linkers{"", "_init", "_fini", "__bss_start", "_edata", "_end"};
+        const auto visibility = GELF_ST_VISIBILITY(symbol.st_other);
+        return symbol.st_shndx != SHN_UNDEF && GELF_ST_BIND(symbol.st_info) != STB_LOCAL &&
+               (visibility == STV_DEFAULT || visibility == STV_PROTECTED) &&
+               !(symbol.st_shndx == SHN_ABS && symbol.st_size == 0) && !linkers.contains(name(symbol.st_name));
     }
 
-    std::string versionsOf(const std::string& library) const
+    std::string name(std::size_t offset) const
     {
-        std::string text;
-        for (const std::string& version : libraries_.at(library)) {
-            text += (text.empty() ? "" : ", ") + version;
-        }
-        return text;
+        const char* text = elf_strptr(elf_.get(), names_, offset);
+        return text != nullptr ? text : "";
     }
 
-private:
-    // "GLIBC_" of "GLIBC_2.35".
-    static std::string_view kindOf(std::string_view version)
-    {
-        return version.substr(0, version.find_first_of("0123456789"));
-    }
-
-    std::map<std::string, std::vector<std::string>> libraries_;
+    std::string image_;
+    std::unique_ptr<Elf, int (*)(Elf*)> elf_{nullptr, &elf_end};
+    std::size_t names_ = 0; // the section of the current one's names
 };
+
+// What a plain server has: libraries with the newest versions of their symbols, and folders of libraries.
+std::map<std::string, std::string> readServer(const std::filesystem::path& list)
+{
+    std::ifstream stream(list);
+    if (list.empty() || !stream) {
+        throw Skipped("there is no list of what a server has (--libraries): " + list.string());
+    }
+    std::map<std::string, std::string> server;
+    for (std::string line; std::getline(stream, line);) {
+        std::istringstream words(line.substr(0, line.find('#')));
+        if (std::string name; words >> name) {
+            std::getline(words >> std::ws, server[name]);
+        }
+    }
+    return server;
+}
+
+// Without versions that are known every one is taken to be there; else those, and older ones of their kind, which is
+// "GLIBC_" of "GLIBC_2.35".
+bool isAmong(const std::string& version, const std::string& known)
+{
+    const auto kindOf = [](const std::string& text) { return text.substr(0, text.find_first_of("0123456789")); };
+    std::istringstream words(known);
+    for (std::string newest; words >> newest;) {
+        if (version == newest ||
+            (kindOf(version) == kindOf(newest) && strverscmp(version.c_str(), newest.c_str()) < 0)) {
+            return true;
+        }
+    }
+    return known.empty();
+}
 
 } // namespace
 
 void examineExports(Examination& examination)
 {
     constexpr std::string_view entryPoint = "FMExternCallProc";
-    std::vector<std::string> others = readLibrary(examination).exports;
+    std::vector<std::string> others = Library(examination).exports;
     if (std::erase(others, entryPoint) == 0) {
         examination.fail("it doesn't export " + std::string(entryPoint));
     }
@@ -207,21 +177,22 @@ void examineExports(Examination& examination)
 
 void examineLibraries(Examination& examination)
 {
-    const Library plugin = readLibrary(examination);
-    const Server server(examination.settings().libraries);
+    const Library plugin(examination);
+    const auto server = readServer(examination.options().libraries);
     for (const std::string& library : plugin.needed) {
-        if (!server.has(library)) {
+        if (!server.contains(library)) {
             examination.fail("it needs " + library + ", which no plain server has");
         }
     }
     for (const auto& [library, version] : plugin.versions) {
-        if (!server.has(library, version)) {
+        const auto known = server.find(library);
+        if (known != server.end() && !isAmong(version, known->second)) {
             examination.fail("it needs " + std::string(version).append(" of ").append(library) +
-                             "; a plain server has " + server.versionsOf(library));
+                             "; a plain server has " + known->second);
         }
     }
     for (const std::string& folder : plugin.searchPaths) {
-        if (!server.has(folder)) {
+        if (!server.contains(folder)) {
             // What lies beside the plug-in may be there; "Install Plug-In File" copies the plug-in alone.
             examination.tell(folder.starts_with('$') ? Event::note : Event::failure,
                              "it looks for libraries in \"" + folder + "\" (RPATH), which no plain server has");

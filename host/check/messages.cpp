@@ -7,6 +7,8 @@
 #include <array>
 #include <iterator>
 #include <map>
+#include <set>
+#include <utility>
 
 namespace fmxhost::check {
 namespace {
@@ -37,6 +39,23 @@ std::vector<unsigned> openDescriptors()
     return open;
 }
 
+// Ascending numbers as people write them: "2, 3, 10 to 255".
+std::string numbersText(const std::vector<unsigned>& numbers)
+{
+    std::string text;
+    for (auto first = numbers.begin(); first != numbers.end();) {
+        auto end = std::next(first);
+        while (end != numbers.end() && *end == *std::prev(end) + 1) {
+            ++end;
+        }
+        end = end - first > 2 ? end : std::next(first);
+        text += (text.empty() ? "" : ", ") + std::to_string(*first) +
+                (end - first > 1 ? " to " + std::to_string(*std::prev(end)) : "");
+        first = end;
+    }
+    return text;
+}
+
 void reportClosed(const Examination& examination, const std::vector<unsigned>& before)
 {
     const std::vector<unsigned> now = openDescriptors();
@@ -47,34 +66,29 @@ void reportClosed(const Examination& examination, const std::vector<unsigned>& b
     }
 }
 
-// A message that FileMaker sends to those who ask for it in their options string, and where they ask.
-struct OptionalMessage {
-    Message message;
-    std::size_t option;
-};
-constexpr std::array<OptionalMessage, 4> optionalMessages{
-    {{Message::idle, 8}, {Message::preferences, 5}, {Message::sessionShutDown, 9}, {Message::fileShutDown, 9}}};
+// Messages that FileMaker sends to those who ask for them in their options string, and where they ask.
+constexpr std::pair<Message, std::size_t> optionalMessages[] = {
+    {Message::idle, 8}, {Message::preferences, 5}, {Message::sessionShutDown, 9}, {Message::fileShutDown, 9}};
 
-bool asksFor(Plugin& plugin, const OptionalMessage& message)
+bool asksFor(Plugin& plugin, std::size_t option)
 {
-    const std::u16string& options = plugin.options();
-    return options.size() > message.option && options[message.option] == u'Y';
+    return plugin.options().size() > option && plugin.options()[option] == u'Y';
 }
 
 // Which fields of a call record differ, as far as a plug-in might write to them.
 std::string changedFields(const FMX_ExternCallStruct& before, const FMX_ExternCallStruct& after)
 {
+    const std::pair<const char*, bool> fields[] = {{"extnVersion", before.extnVersion != after.extnVersion},
+                                                   {"entryPoint", before.entryPoint != after.entryPoint},
+                                                   {"whichCall", before.whichCall != after.whichCall},
+                                                   {"parm1", before.parm1 != after.parm1},
+                                                   {"parm2", before.parm2 != after.parm2},
+                                                   {"parm3", before.parm3 != after.parm3},
+                                                   {"result", before.result != after.result}};
     std::string names;
-    const auto compare = [&names](const char* name, auto old, auto now) {
-        names += old == now ? "" : (names.empty() ? "" : ", ") + std::string(name);
-    };
-    compare("extnVersion", before.extnVersion, after.extnVersion);
-    compare("entryPoint", before.entryPoint, after.entryPoint);
-    compare("whichCall", before.whichCall, after.whichCall);
-    compare("parm1", before.parm1, after.parm1);
-    compare("parm2", before.parm2, after.parm2);
-    compare("parm3", before.parm3, after.parm3);
-    compare("result", before.result, after.result);
+    for (const auto& [name, isChanged] : fields) {
+        names += isChanged ? (names.empty() ? "" : ", ") + std::string(name) : "";
+    }
     return names;
 }
 
@@ -96,7 +110,6 @@ std::string sendUnknown(const Examination& examination, Plugin& plugin, unsigned
 
     examination.step("message " + std::to_string(message));
     plugin.send(static_cast<Message>(message), parameter1, parameter2, buffer.size(), expected.result);
-    examination.step("");
     if (buffer != untouched) {
         return "written to where the result field points";
     }
@@ -109,7 +122,7 @@ std::string sendUnknown(const Examination& examination, Plugin& plugin, unsigned
 void examineLoading(Examination& examination)
 {
     examination.step("loading it");
-    const Plugin plugin(examination.settings().plugin);
+    const Plugin plugin(examination.options().plugin);
     examination.reach(Stage::loaded);
 }
 
@@ -140,7 +153,6 @@ void examineVersionRange(Examination& examination)
             throw;
         }
     }
-    examination.step("");
     for (const std::string& name : registeredNames()) {
         examination.fail("start-up registers " + name);
     }
@@ -149,12 +161,11 @@ void examineVersionRange(Examination& examination)
 void examineMessages(Examination& examination)
 {
     Plugin& plugin = examination.started();
-    for (const OptionalMessage& optional : optionalMessages) {
+    for (const auto& [message, option] : optionalMessages) {
         // What the preferences' message opens is a dialog.
-        if (optional.message != Message::preferences && asksFor(plugin, optional)) {
-            examination.step("message " + std::to_string(static_cast<unsigned>(optional.message)));
-            plugin.send(optional.message);
-            examination.step("");
+        if (message != Message::preferences && asksFor(plugin, option)) {
+            examination.step("message " + std::to_string(static_cast<unsigned>(message)));
+            plugin.send(message);
         }
     }
 }
@@ -165,15 +176,14 @@ void examineUnknownMessages(Examination& examination)
     const std::vector<std::string> before = registeredNames();
     // Those between the ones that FileMaker sends, all behind them, and those that this plug-in doesn't ask for.
     constexpr unsigned firstUnknown = 10;
-    std::vector<unsigned> messages{2, 3, 6};
-    for (const OptionalMessage& optional : optionalMessages) {
-        if (!asksFor(plugin, optional)) {
-            messages.push_back(static_cast<unsigned>(optional.message));
-        }
-    }
-    std::sort(messages.begin(), messages.end());
+    std::set<unsigned> messages{2, 3, 6};
     for (unsigned message = firstUnknown; message <= 255; ++message) {
-        messages.push_back(message);
+        messages.insert(message);
+    }
+    for (const auto& [message, option] : optionalMessages) {
+        if (!asksFor(plugin, option)) {
+            messages.insert(static_cast<unsigned>(message));
+        }
     }
     std::map<std::string, std::vector<unsigned>> messagesByFault;
     for (const unsigned message : messages) {
@@ -192,12 +202,9 @@ void examineUnknownMessages(Examination& examination)
 void examineShutDown(Examination& examination)
 {
     std::vector<unsigned> hosts = openDescriptors();
-    Plugin& plugin = examination.started();
+    examination.started();
     std::erase_if(hosts, [](unsigned descriptor) { return fcntl(static_cast<int>(descriptor), F_GETFD) == -1; });
-    examination.step("the shut-down message");
-    plugin.shutDown();
-    examination.reach(Stage::ended);
-    examination.step("");
+    examination.shutDown();
     reportClosed(examination, hosts);
     for (const std::string& name : registeredNames()) {
         examination.fail(name + " stays registered");
@@ -210,20 +217,11 @@ void examineReloading(Examination& examination)
     constexpr int rounds = 100;
     std::size_t first = 0;
     for (int round = 0; round <= rounds; ++round) {
-        examination.step("loading and starting it again");
-        Plugin plugin(examination.settings().plugin, examination.settings().apiVersion);
-        plugin.start();
-        examination.reach(Stage::started);
-        examination.step("shutting it down");
-        plugin.shutDown();
-        examination.reach(Stage::ended);
-        examination.step("unloading it");
-        plugin.unload();
-        if (round == 0) {
-            first = openDescriptors().size();
-        }
+        examination.started();
+        examination.shutDown();
+        examination.unload();
+        first = round == 0 ? openDescriptors().size() : first;
     }
-    examination.step("");
     const std::size_t last = openDescriptors().size();
     if (last >= first + rounds) {
         examination.fail("file descriptors stay open: " + std::to_string(last - first) + " more after " +

@@ -1,11 +1,12 @@
 // function-names, prototypes, descriptions, unique-ids: what it registers for calculations.
 #include "host/check/test.h"
 
-#include "host/calculation/source.h"
+#include "host/calculation/functions.h"
 
 #include <algorithm>
 #include <map>
 #include <stdexcept>
+#include <utility>
 
 namespace fmxhost::check {
 namespace {
@@ -17,10 +18,9 @@ std::vector<ExternalFunction> attemptedFunctions()
     return attempted(fmxkit::externalFunctions(), fmxkit::refusals().functions);
 }
 
-constexpr std::u16string_view blanks = u" \t\r\n\u00a0";
-
 std::u16string_view trimmed(std::u16string_view text)
 {
+    constexpr std::u16string_view blanks = u" \t\r\n\u00a0";
     const std::size_t begin = std::min(text.find_first_not_of(blanks), text.size());
     return text.substr(begin, text.find_last_not_of(blanks) + 1 - begin);
 }
@@ -67,15 +67,14 @@ void count(ParameterCounts& counts, std::u16string_view parameter, bool optional
 ParameterCounts readParameters(std::u16string_view rest)
 {
     ParameterCounts counts;
-    rest = trimmed(rest);
     if (rest.empty()) {
         return counts;
     }
     expect(rest.front() == u'(', "something other than \"(\" follows the name");
     int depth = 0;
     int sinceSeparator = 0; // parameters
-    bool separated = false;
-    for (char16_t mark = rest.front(); mark != u')';) {
+    int separators = 0;
+    for (char16_t mark = u'('; mark != u')';) {
         rest.remove_prefix(1);
         const std::size_t end = rest.find_first_of(u"(){};");
         expect(end != std::u16string_view::npos, "it has no closing parenthesis");
@@ -86,57 +85,38 @@ ParameterCounts readParameters(std::u16string_view rest)
         }
         rest.remove_prefix(end);
         expect(mark != u'(', "it has a parenthesis within a parenthesis");
-        if (mark == u'{') {
-            ++depth;
-        } else if (mark == u'}') {
-            expect(--depth >= 0, "it closes a brace that isn't open");
-        } else if (mark == u';') {
-            expect(sinceSeparator != 0, "it has a \";\" with no parameter before it");
-            sinceSeparator = 0;
-            separated = true;
+        depth += mark == u'{' ? 1 : mark == u'}' ? -1 : 0;
+        expect(depth >= 0, "it closes a brace that isn't open");
+        if (mark == u';') {
+            ++separators;
+            expect(std::exchange(sinceSeparator, 0) != 0, "it has a \";\" with no parameter before it");
         }
     }
     expect(depth == 0, "it has a brace that isn't closed");
-    expect(!separated || sinceSeparator != 0, "it has a \";\" with no parameter behind it");
+    expect(separators == 0 || sinceSeparator != 0, "it has a \";\" with no parameter behind it");
     expect(rest.size() == 1, "something follows its closing parenthesis");
     return counts;
 }
 
-// "1", "2 to 4", "1 or more".
-std::string rangeText(int least, int most, bool more)
-{
-    return std::to_string(least) + (more ? " or more" : most != least ? " to " + std::to_string(most) : "");
-}
-
-bool agree(const ParameterCounts& counts, const ExternalFunction& function)
-{
-    // A prototype may say "and so on" for many that are counted all the same.
-    const bool most = counts.more ? function.maximumArguments == -1 || function.maximumArguments >= counts.named
-                                  : function.maximumArguments == counts.named;
-    return most && counts.required == function.minimumArguments;
-}
-
-// What is wrong with the prototype: the rest of a sentence that begins with the function; "" when nothing is.
+// What is wrong with a prototype; "" when nothing is.
 std::string prototypeFault(const ExternalFunction& function)
 {
     const std::u16string_view prototype = function.prototype;
-    const std::string shown = ": the prototype " + inQuotes(prototype) + ": ";
-    if (prototype.empty()) {
-        return " has no prototype";
-    }
     if (!prototype.starts_with(function.name)) {
-        return shown + "it doesn't begin with the function's name";
+        return "it doesn't begin with the function's name";
     }
     try {
-        const ParameterCounts counts = readParameters(prototype.substr(function.name.size()));
-        if (agree(counts, function)) {
-            return "";
-        }
-        const std::string has = rangeText(counts.required, counts.named, counts.more);
-        return shown + "it has " + has + (has == "1" ? " parameter" : " parameters") + " but is registered with " +
-               rangeText(function.minimumArguments, function.maximumArguments, function.maximumArguments == -1);
+        const auto [required, named, more] = readParameters(trimmed(prototype.substr(function.name.size())));
+        // A prototype may say "and so on" for many that are counted all the same.
+        const bool agrees = more ? function.maximumArguments == -1 || function.maximumArguments >= named
+                                 : function.maximumArguments == named;
+        const std::string has = rangeText(required, more ? -1 : named);
+        return agrees && required == function.minimumArguments
+                   ? ""
+                   : "it has " + has + (has == "1" ? " parameter" : " parameters") + " but is registered with " +
+                         rangeText(function.minimumArguments, function.maximumArguments);
     } catch (const std::invalid_argument& error) {
-        return shown + error.what();
+        return error.what();
     }
 }
 
@@ -183,12 +163,14 @@ void examinePrototypes(Examination& examination)
 {
     examination.started();
     for (const ExternalFunction& function : attemptedFunctions()) {
-        // Without a name, of which function-names tells, there is nothing to begin with.
-        if (const std::string fault = prototypeFault(function); !function.name.empty() && !fault.empty()) {
-            examination.fail(nameOf(function) + fault);
-        }
         if (function.handler == nullptr) {
             examination.fail(nameOf(function) + " is registered without a function to call");
+        }
+        // Without a name, of which function-names tells, there is nothing to begin with.
+        if (function.prototype.empty()) {
+            examination.fail(nameOf(function) + " has no prototype");
+        } else if (const std::string fault = prototypeFault(function); !function.name.empty() && !fault.empty()) {
+            examination.fail(nameOf(function) + ": the prototype " + inQuotes(function.prototype) + ": " + fault);
         }
     }
 }
@@ -196,20 +178,18 @@ void examinePrototypes(Examination& examination)
 void examineDescriptions(Examination& examination)
 {
     constexpr std::int16_t descriptionsSince = 56;
-    if (examination.settings().apiVersion < descriptionsSince) {
+    if (examination.options().apiVersion < descriptionsSince) {
         throw Skipped("functions have descriptions from API version 56 on");
     }
     examination.started();
     for (const ExternalFunction& function : attemptedFunctions()) {
         const std::u16string_view description = function.description;
-        const std::size_t bar = description.find(u'|'); // behind the words by which it is found
+        const std::size_t begin = description.find(u'|') + 1; // behind the words by which it is found; npos + 1: 0
         if (description.empty()) {
             examination.fail(nameOf(function) + " has no description");
-        } else if (trimmed(description.substr(bar + 1)).empty()) { // npos + 1: from the start
-            examination.fail(nameOf(function) +
-                             (bar != std::u16string_view::npos ? ": nothing follows the words before \"|\" in "
-                                                               : ": there is nothing but blanks in the description ") +
-                             inQuotes(description));
+        } else if (trimmed(description.substr(begin)).empty()) {
+            examination.fail(nameOf(function) + ": there is no text" + (begin > 0 ? " behind \"|\"" : "") +
+                             " in the description " + inQuotes(description));
         }
     }
 }

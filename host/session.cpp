@@ -187,7 +187,7 @@ void Session::fail(std::string_view calculation, const Origin& origin, const Cal
         const std::string lines = pointAt(source, error.span());
         const std::size_t end = lines.find('\n');
         output_.report("  " + lines.substr(0, end) + "\n  " +
-                       styled(lines.substr(end + 1), Style::pointer, wantsColour(STDERR_FILENO)));
+                       styled(lines.substr(end + 1), Style::good, wantsColour(STDERR_FILENO)));
     }
 }
 

@@ -88,7 +88,7 @@ bool wantsColour(int descriptor)
 
 std::string styled(std::string_view text, Style style, bool colour)
 {
-    static constexpr std::array<std::string_view, 4> sequences{"\033[1;31m", "\033[1;32m", "\033[2m", "\033[1m"};
+    static constexpr std::array<std::string_view, 3> sequences{"\033[1;31m", "\033[1;32m", "\033[2m"};
     if (!colour) {
         return std::string(text);
     }

@@ -57,7 +57,7 @@ private:
 // stand-in fails as it would have.
 void reserveStandardDescriptors();
 
-enum class Style { error, pointer, faint, strong };
+enum class Style { error, good, faint };
 
 // Whether the descriptor leads to a terminal that understands escape sequences (TERM is set and isn't "dumb"), and
 // NO_COLOR isn't set to anything but an empty text (https://no-color.org).

@@ -17,7 +17,9 @@
 #include <array>
 #include <chrono>
 #include <fstream>
+#include <iterator>
 #include <map>
+#include <numeric>
 #include <sstream>
 #include <system_error>
 
@@ -74,45 +76,27 @@ const Test* findTest(std::string_view name)
     return found != std::end(tests) ? found : nullptr;
 }
 
-// What a plug-in keeps on purpose: findings that are no failures of it but notes.
-class Allowances {
-public:
-    // A line is "TEST: FINDING", with "*" for any text (fnmatch(3)); blank lines and those with "#" first say nothing.
-    explicit Allowances(const std::filesystem::path& file)
-    {
-        std::ifstream stream(file);
-        for (std::string line; std::getline(stream, line);) {
-            if (!line.empty() && line.front() != '#') {
-                patterns_.push_back(line);
-            }
-        }
-    }
-
-    void apply(const Test& test, Result& result) const
-    {
-        if (result.verdict != Verdict::fail) {
-            return;
-        }
-        std::erase_if(result.reasons, [&](const std::string& reason) {
+// Findings that a plug-in keeps on purpose: they are no failures of it but notes. A line of the file is
+// "TEST: FINDING", with "*" for any text (fnmatch(3)); blank lines and those with "#" first say nothing.
+void allow(const std::filesystem::path& file, const Test& test, Result& result)
+{
+    std::ifstream stream(file);
+    for (std::string line; result.verdict == Verdict::fail && std::getline(stream, line);) {
+        const auto isKept = [&](const std::string& reason) {
             const std::string finding = std::string(test.name) + ": " + reason;
-            const bool isAllowed = std::any_of(patterns_.begin(), patterns_.end(), [&](const std::string& pattern) {
-                return fnmatch(pattern.c_str(), finding.c_str(), FNM_NOESCAPE) == 0;
-            });
-            if (isAllowed) {
-                result.notes.push_back(reason + " (allowed)");
-            }
-            return isAllowed;
-        });
+            return line.starts_with('#') || fnmatch(line.c_str(), finding.c_str(), FNM_NOESCAPE) != 0;
+        };
+        const auto allowed = std::stable_partition(result.reasons.begin(), result.reasons.end(), isKept);
+        std::transform(allowed, result.reasons.end(), std::back_inserter(result.notes),
+                       [](const std::string& reason) { return reason + " (allowed)"; });
+        result.reasons.erase(allowed, result.reasons.end());
         result.verdict = result.reasons.empty() ? Verdict::note : Verdict::fail;
     }
-
-private:
-    std::vector<std::string> patterns_;
-};
+}
 
 class Suite {
 public:
-    explicit Suite(const Options& options) : options_(options), allowances_(options.allowances) {}
+    explicit Suite(const Options& options) : options_(options) {}
 
     // Errors: std::system_error when a process can't be started.
     Result run(const Test& test)
@@ -126,13 +110,10 @@ public:
             return all;
         }
         for (const std::int16_t version : versionsFor(test)) {
-            if (obstacleFor(test, version) != nullptr) {
-                continue;
-            }
             Options options = options_;
             options.apiVersion = version;
             Result result = runIsolated(test, options);
-            allowances_.apply(test, result);
+            allow(options.allowances, test, result);
             if (isFailure(result.verdict) && result.reached < test.needs) {
                 obstacles_.try_emplace(version, Obstacle{Stage(static_cast<int>(result.reached) + 1), &test});
             }
@@ -160,13 +141,15 @@ private:
         return found != obstacles_.end() && test.needs >= found->second.stage ? &found->second : nullptr;
     }
 
-    // The one that is played comes first: it decides whether other tests can be made.
+    // The one that is played comes first: it decides whether other tests can be made. Those that it is known not to get
+    // far enough on are left out.
     std::vector<std::int16_t> versionsFor(const Test& test) const
     {
         std::vector<std::int16_t> versions(test.apiVersions.begin(), test.apiVersions.end());
+        std::erase_if(versions, [&](std::int16_t version) { return obstacleFor(test, version) != nullptr; });
         std::stable_partition(versions.begin(), versions.end(),
                               [this](std::int16_t version) { return version == options_.apiVersion; });
-        return versions.empty() ? std::vector{options_.apiVersion} : versions;
+        return test.apiVersions.empty() ? std::vector{options_.apiVersion} : versions;
     }
 
     // What was found for the version that is played isn't said again for others.
@@ -181,7 +164,6 @@ private:
     }
 
     const Options& options_;
-    Allowances allowances_;
     std::map<std::int16_t, Obstacle> obstacles_; // by API version, the first of each
 };
 
@@ -192,99 +174,44 @@ std::string nameOf(Verdict verdict)
     return verdictNames.at(static_cast<std::size_t>(verdict));
 }
 
-std::string shownLine(std::string_view line)
+Json described(const Test& test, const Result& result, double seconds)
 {
-    return toUtf8(withoutControls(toUtf16(line), u' ')) + "\n";
+    Json object{{"name", test.name},
+                {"verdict", nameOf(result.verdict)},
+                {"reasons", result.reasons},
+                {"notes", result.notes},
+                {"seconds", seconds}};
+    if (isFailure(result.verdict)) {
+        object["output"] = result.output;
+    }
+    return object;
 }
 
-// What came of the tests, for people or as JSON, one object on one line:
-//   {"plugin": FILE, "api": N, "passed": BOOL, "counts": {VERDICT: N, …}, "tests": [{"name": NAME, "verdict": VERDICT,
-//    "reasons": [TEXT…], "notes": [TEXT…], "seconds": NUMBER, "output": what it wrote, of tests that failed}…]}
-class Report {
-public:
-    Report(Output& output, const Options& options) : output_(output), options_(options)
-    {
-        for (const char* name : verdictNames) {
-            counts_[name] = 0;
+std::string lineOf(const std::string& text)
+{
+    return toUtf8(withoutControls(toUtf16(text), u' ')) + "\n";
+}
+
+// For people. Errors: OutputError.
+void show(const Test& test, const Result& result, Output& output)
+{
+    const std::string indent(10, ' ');
+    const std::string verdict = nameOf(result.verdict);
+    const bool failed = isFailure(result.verdict);
+    const Style style = failed ? Style::error : result.verdict == Verdict::pass ? Style::good : Style::faint;
+    output.write(styled(verdict, style, wantsColour(output.descriptor())) + indent.substr(verdict.size()) + test.name +
+                 "\n");
+    for (const auto* texts : {&result.reasons, &result.notes}) {
+        for (const std::string& text : *texts) {
+            output.write(indent + lineOf(text));
         }
     }
-
-    // For people: written at once.
-    // Errors: OutputError.
-    void add(const Test& test, const Result& result, double seconds)
-    {
-        const bool failed = isFailure(result.verdict);
-        passed_ = passed_ && !failed;
-        counts_[nameOf(result.verdict)] = counts_[nameOf(result.verdict)].get<int>() + 1;
-        if (options_.onlyFailed && !failed) {
-            return;
-        }
-        if (!options_.json) {
-            write(test, result);
-            return;
-        }
-        tests_.push_back({{"name", test.name},
-                          {"verdict", nameOf(result.verdict)},
-                          {"reasons", result.reasons},
-                          {"notes", result.notes},
-                          {"seconds", seconds}});
-        if (failed) {
-            tests_.back()["output"] = result.output;
-        }
+    std::istringstream lines(failed ? result.output : "");
+    for (std::string line; std::getline(lines, line);) {
+        output.write(indent + "| " + lineOf(line));
     }
-
-    // The summary, or all of the JSON.
-    // Errors: OutputError.
-    void finish()
-    {
-        if (options_.json) {
-            const Json all{{"plugin", options_.plugin.string()},
-                           {"api", options_.apiVersion},
-                           {"passed", passed_},
-                           {"counts", counts_},
-                           {"tests", tests_}};
-            output_.write(all.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n");
-            return;
-        }
-        int all = 0;
-        std::string summary;
-        for (const auto& [name, count] : counts_.items()) {
-            all += count.get<int>();
-            summary += count == 0 ? "" : (summary.empty() ? "" : ", ") + count.dump() + " " + name;
-        }
-        output_.write(std::to_string(all) + (all == 1 ? " test: " : " tests: ") + summary + "\n");
-    }
-
-    bool passed() const { return passed_; }
-
-private:
-    void write(const Test& test, const Result& result)
-    {
-        constexpr std::size_t width = 10;
-        const std::string indent(width, ' ');
-        const std::string verdict = nameOf(result.verdict);
-        const bool failed = isFailure(result.verdict);
-        const Style style = failed ? Style::error : result.verdict == Verdict::pass ? Style::pointer : Style::faint;
-        output_.write(styled(verdict, style, wantsColour(output_.descriptor())) + indent.substr(verdict.size()) +
-                      test.name + "\n");
-        for (const auto* texts : {&result.reasons, &result.notes}) {
-            for (const std::string& text : *texts) {
-                output_.write(indent + shownLine(text));
-            }
-        }
-        std::istringstream lines(failed ? result.output : "");
-        for (std::string line; std::getline(lines, line);) {
-            output_.write(indent + "| " + shownLine(line));
-        }
-        output_.flush();
-    }
-
-    Output& output_;
-    const Options& options_;
-    bool passed_ = true;
-    Json counts_ = Json::object();
-    Json tests_ = Json::array();
-};
+    output.flush();
+}
 
 // Beside the program, or where it is installed to share/fmxhost; empty when it is in neither.
 std::filesystem::path listOfServerLibraries()
@@ -299,21 +226,50 @@ std::filesystem::path listOfServerLibraries()
     return {};
 }
 
+// Whether no test fails. For people results are written one after the other, as JSON in the end, as one line:
+//   {"plugin": FILE, "api": N, "passed": BOOL, "counts": {VERDICT: N, …}, "tests": [{"name": NAME, "verdict": VERDICT,
+//    "reasons": [TEXT…], "notes": [TEXT…], "seconds": NUMBER, "output": what it wrote, of tests that failed}…]}
 // Errors: std::system_error when a test can't be run or the output be written.
 bool runTests(const Options& options, Output& output)
 {
     Suite suite(options);
-    Report report(output, options);
+    bool passed = true;
+    std::array<int, verdictNames.size()> counts{};
+    Json all = Json::array();
     for (const Test& test : tests) {
-        const auto& names = options.tests;
-        if (names.empty() || std::find(names.begin(), names.end(), test.name) != names.end()) {
-            const auto begin = std::chrono::steady_clock::now();
-            const Result result = suite.run(test);
-            report.add(test, result, std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count());
+        if (!options.tests.empty() &&
+            std::find(options.tests.begin(), options.tests.end(), test.name) == options.tests.end()) {
+            continue;
+        }
+        const auto begin = std::chrono::steady_clock::now();
+        const Result result = suite.run(test);
+        const std::chrono::duration<double> time = std::chrono::steady_clock::now() - begin;
+        const bool failed = isFailure(result.verdict);
+        passed = passed && !failed;
+        ++counts.at(static_cast<std::size_t>(result.verdict));
+        if (options.json && (failed || !options.onlyFailed)) {
+            all.push_back(described(test, result, time.count()));
+        } else if (failed || !options.onlyFailed) {
+            show(test, result, output);
         }
     }
-    report.finish();
-    return report.passed();
+    Json namedCounts = Json::object();
+    std::string summary;
+    for (std::size_t index = 0; index < counts.size(); ++index) {
+        const std::string count = std::to_string(counts.at(index));
+        namedCounts[verdictNames.at(index)] = counts.at(index);
+        summary += count == "0" ? "" : (summary.empty() ? "" : ", ") + count + " " + verdictNames.at(index);
+    }
+    const int number = std::accumulate(counts.begin(), counts.end(), 0);
+    const Json report{{"plugin", options.plugin.string()},
+                      {"api", options.apiVersion},
+                      {"passed", passed},
+                      {"counts", namedCounts},
+                      {"tests", all}};
+    output.write((options.json ? report.dump(-1, ' ', false, Json::error_handler_t::replace)
+                               : std::to_string(number) + (number == 1 ? " test: " : " tests: ") + summary) +
+                 "\n");
+    return passed;
 }
 
 } // namespace

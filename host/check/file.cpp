@@ -140,7 +140,9 @@ std::map<std::string, std::string> readServer(const std::filesystem::path& list)
     for (std::string line; std::getline(stream, line);) {
         std::istringstream words(line.substr(0, line.find('#')));
         if (std::string name; words >> name) {
-            std::getline(words >> std::ws, server[name]);
+            std::string& versions = server[name];
+            std::getline(words >> std::ws, versions);
+            versions.erase(versions.find_last_not_of(' ') + 1);
         }
     }
     return server;
@@ -167,9 +169,7 @@ void examineExports(Examination& examination)
 {
     constexpr std::string_view entryPoint = "FMExternCallProc";
     std::vector<std::string> others = Library(examination).exports;
-    if (std::erase(others, entryPoint) == 0) {
-        examination.fail("it doesn't export " + std::string(entryPoint));
-    }
+    examination.expect(std::erase(others, entryPoint) > 0, "it doesn't export " + std::string(entryPoint));
     for (const std::string& name : others) {
         examination.fail("it exports " + name + ", which may take the place of another plug-in's");
     }
@@ -180,9 +180,7 @@ void examineLibraries(Examination& examination)
     const Library plugin(examination);
     const auto server = readServer(examination.options().libraries);
     for (const std::string& library : plugin.needed) {
-        if (!server.contains(library)) {
-            examination.fail("it needs " + library + ", which no plain server has");
-        }
+        examination.expect(server.contains(library), "it needs " + library + ", which no plain server has");
     }
     for (const auto& [library, version] : plugin.versions) {
         const auto known = server.find(library);

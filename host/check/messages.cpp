@@ -61,9 +61,7 @@ void reportClosed(const Examination& examination, const std::vector<unsigned>& b
     const std::vector<unsigned> now = openDescriptors();
     std::vector<unsigned> closed;
     std::set_difference(before.begin(), before.end(), now.begin(), now.end(), std::back_inserter(closed));
-    if (!closed.empty()) {
-        examination.fail("it closes file descriptors of the host's: " + numbersText(closed));
-    }
+    examination.expect(closed.empty(), "it closes file descriptors of the host's: " + numbersText(closed));
 }
 
 // Messages that FileMaker sends to those who ask for them in their options string, and where they ask.
@@ -132,10 +130,9 @@ void examineStartUp(Examination& examination)
     examination.started();
     reportClosed(examination, descriptors);
     const std::int64_t answer = examination.startUpAnswer();
-    if (answer < oldestApiVersion || answer > newestApiVersion) {
-        examination.fail("start-up answers " + std::to_string(answer) +
-                         "; expected: the SDK version that the plug-in was built for, 50 to 255");
-    }
+    examination.expect(answer >= oldestApiVersion && answer <= newestApiVersion,
+                       "start-up answers " + std::to_string(answer) +
+                           "; expected: the SDK version that the plug-in was built for, 50 to 255");
 }
 
 void examineVersionRange(Examination& examination)
@@ -194,9 +191,7 @@ void examineUnknownMessages(Examination& examination)
     for (const auto& [fault, numbers] : messagesByFault) {
         examination.fail("message " + numbersText(numbers) + ": " + fault);
     }
-    if (registeredNames() != before) {
-        examination.fail("they change what is registered");
-    }
+    examination.expect(registeredNames() == before, "they change what is registered");
 }
 
 void examineShutDown(Examination& examination)
@@ -223,10 +218,8 @@ void examineReloading(Examination& examination)
         first = round == 0 ? openDescriptors().size() : first;
     }
     const std::size_t last = openDescriptors().size();
-    if (last >= first + rounds) {
-        examination.fail("file descriptors stay open: " + std::to_string(last - first) + " more after " +
-                         std::to_string(rounds) + " rounds");
-    }
+    examination.expect(last < first + rounds, "file descriptors stay open: " + std::to_string(last - first) +
+                                                  " more after " + std::to_string(rounds) + " rounds");
 }
 
 } // namespace fmxhost::check

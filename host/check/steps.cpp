@@ -1,10 +1,9 @@
 // script-steps: what it registers for scripts.
 //
-// A definition is XML: a root element PluginStep with Parameter elements: Type (calc, bool, list, target), Label,
-// DataType, ShowInline, Default and, for all but targets, ID, a number that no other parameter has. Lists hold Value
-// elements, each with an ID of its own. One parameter at most is a target. Letter case doesn't matter.
-//
-// The definition is examined as it is read, an element where it begins and what it must hold where it ends.
+// A definition is XML: a root element PluginStep with Parameter elements, and in those of the type list Value elements.
+// `kinds` says what each may have; besides, IDs are numbers and unique, targets need none, one parameter at most is a
+// target, and a list has values. Letter case doesn't matter. Elements are examined as they are read; within one that
+// isn't known nothing is.
 #include "host/check/test.h"
 
 #include <expat.h>
@@ -17,6 +16,29 @@
 namespace fmxhost::check {
 namespace {
 
+struct Attribute {
+    bool isRequired = false;
+    std::set<std::string> words = {}; // that it may say; none: anything
+};
+struct Kind {
+    std::string name;
+    bool hasText;
+    std::map<std::string, Attribute> attributes;
+};
+// Each within the one before.
+const std::vector<Kind> kinds{
+    {"pluginstep", false, {}},
+    {"parameter",
+     false,
+     {{"type", {true, {"calc", "bool", "list", "target"}}},
+      {"id", {true}},
+      // Of what a calculation gives; "boolean" stands in older definitions.
+      {"datatype", {false, {"text", "number", "date", "time", "timestamp", "container", "binary", "boolean"}}},
+      {"label", {true}},
+      {"showinline", {false, {"true", "false"}}},
+      {"default", {}}}},
+    {"value", true, {{"id", {true}}}}};
+
 std::string lowered(std::string_view text)
 {
     std::string result(text);
@@ -25,21 +47,6 @@ std::string lowered(std::string_view text)
     });
     return result;
 }
-
-using Words = std::set<std::string_view>;
-// Attributes that are known, and what each may say in any letter case; no words: anything.
-using KnownAttributes = std::map<std::string_view, Words>;
-
-const KnownAttributes stepAttributes;
-const KnownAttributes parameterAttributes{
-    {"type", {"calc", "bool", "list", "target"}},
-    {"id", {}},
-    // Of what a calculation gives; "boolean" stands in older definitions.
-    {"datatype", {"text", "number", "date", "time", "timestamp", "container", "binary", "boolean"}},
-    {"label", {}},
-    {"showinline", {"true", "false"}},
-    {"default", {}}};
-const KnownAttributes valueAttributes{{"id", {}}};
 
 class DefinitionReader {
 public:
@@ -59,7 +66,10 @@ public:
             },
             [](void* reader, const char*) { static_cast<DefinitionReader*>(reader)->end(); });
         XML_SetCharacterDataHandler(parser.get(), [](void* reader, const char* text, int length) {
-            static_cast<DefinitionReader*>(reader)->text({text, static_cast<std::size_t>(length)});
+            const bool isBlank =
+                std::string_view(text, static_cast<std::size_t>(length)).find_first_not_of(" \t\r\n") ==
+                std::string_view::npos;
+            static_cast<DefinitionReader*>(reader)->open_.back().hasText |= !isBlank;
         });
         constexpr int isFinal = 1;
         if (XML_Parse(parser.get(), definition.data(), static_cast<int>(definition.size()), isFinal) != XML_STATUS_OK) {
@@ -72,18 +82,14 @@ public:
 
 private:
     struct Element {
-        std::string name;                              // in lower case
-        std::string shown;                             // in faults
-        std::map<std::string, std::string> attributes; // names in lower case
-        std::set<std::string> ids = {};                // of the elements within
-        bool hasParts = false;                         // such elements
-        bool hasText = false;                          // other than blanks
-        bool isKnown = true;                           // within what isn't known nothing is examined
+        const Kind* kind = nullptr; // null: it isn't known
+        std::string shown;
+        std::map<std::string, std::string> attributes = {}; // names in lower case
+        std::set<std::string> ids = {};                     // of the elements within
+        bool hasParts = false;
+        bool hasText = false; // other than blanks
 
-        std::string value(const std::string& attribute) const
-        {
-            return attributes.contains(attribute) ? attributes.at(attribute) : "";
-        }
+        std::string type() const { return attributes.contains("type") ? lowered(attributes.at("type")) : ""; }
     };
 
     void expect(bool condition, const std::string& fault)
@@ -95,49 +101,62 @@ private:
 
     void begin(const std::string& name, const char** attributes)
     {
-        Element element{lowered(name), "<" + name + ">", {}};
+        Element element{nullptr, "<" + name + ">"};
         for (; *attributes != nullptr; attributes += 2) {
             element.attributes[lowered(attributes[0])] = attributes[1];
         }
-        if (open_.empty()) {
-            expect(element.name == "pluginstep",
-                   "the definition has the root element " + element.shown + " instead of <PluginStep>");
-            expectOnly(stepAttributes, element);
-        } else if (open_.back().isKnown) {
-            beginWithin(open_.back(), element);
-        } else {
-            element.isKnown = false;
+        const std::size_t depth = open_.size();
+        const bool isKnown =
+            depth < kinds.size() && lowered(name) == kinds[depth].name && (depth < 2 || open_.back().type() == "list");
+        element.kind = isKnown ? &kinds[depth] : nullptr;
+        if (depth == 0) {
+            expect(isKnown, "the definition has the root element " + element.shown + " instead of <PluginStep>");
+        } else if (open_.back().kind != nullptr) {
+            const std::string type = open_.back().type();
+            expect(isKnown, "the definition has an element " + element.shown + " in <" + open_.back().kind->name + ">" +
+                                (type.empty() ? "" : " of type \"" + type + "\"") + " where none is known");
+        }
+        if (isKnown) {
+            nameForPeople(element);
+            examineAttributes(element);
         }
         open_.push_back(std::move(element));
     }
 
-    void beginWithin(Element& outer, Element& element)
+    void nameForPeople(Element& element)
     {
-        const std::string type = lowered(outer.value("type"));
-        if (open_.size() == 1 && element.name == "parameter") {
-            beginParameter(outer, element);
-        } else if (open_.size() == 2 && type == "list" && element.name == "value") {
-            element.shown = "a value of " + outer.shown;
-            expectOnly(valueAttributes, element);
-            expectId(outer, element);
-        } else {
-            element.isKnown = false;
-            faults_.push_back("the definition has an element " + element.shown + " in <" + outer.name + ">" +
-                              (outer.name == "parameter" ? " of type \"" + type + "\"" : "") + " where none is known");
+        const auto label = element.attributes.find("label");
+        if (open_.size() == 1) {
+            element.shown = "parameter " + std::to_string(++parameters_) +
+                            (label == element.attributes.end() ? "" : " \"" + label->second + "\"");
+        } else if (open_.size() == 2) {
+            element.shown = "a value of " + open_.back().shown;
         }
     }
 
-    void beginParameter(Element& outer, Element& parameter)
+    void examineAttributes(const Element& element)
     {
-        const std::string label = parameter.value("label");
-        const std::string type = lowered(parameter.value("type"));
-        parameter.shown = "parameter " + std::to_string(++parameters_) + (label.empty() ? "" : " \"" + label + "\"");
-        expectOnly(parameterAttributes, parameter);
-        expect(!type.empty(), parameter.shown + " has no type");
-        expect(!label.empty(), parameter.shown + " has no label");
-        expect(type != "target" || ++targets_ != 2, "the definition has more than one target");
-        if (type != "target" || parameter.attributes.contains("id")) {
-            expectId(outer, parameter);
+        for (const auto& [name, value] : element.attributes) {
+            const auto known = element.kind->attributes.find(name);
+            expect(known != element.kind->attributes.end(),
+                   element.shown + " has an attribute " + name + " that isn't known");
+            expect(known == element.kind->attributes.end() || known->second.words.empty() ||
+                       known->second.words.contains(lowered(value)),
+                   element.shown + ": its " + name + " \"" + value + "\" isn't known");
+        }
+        const bool isTarget = element.type() == "target";
+        for (const auto& [name, attribute] : element.kind->attributes) {
+            expect(!attribute.isRequired || element.attributes.contains(name) || (isTarget && name == "id"),
+                   element.shown + " has no " + name);
+        }
+        expect(!isTarget || ++targets_ != 2, "the definition has more than one target");
+        if (element.attributes.contains("id")) {
+            const std::string& id = element.attributes.at("id");
+            const bool isNumber = !id.empty() && id.find_first_not_of("0123456789") == std::string::npos;
+            const std::string digits = id.substr(std::min(id.find_first_not_of('0'), id.size()));
+            expect(isNumber, element.shown + ": its id \"" + id + "\" is no number");
+            expect(!isNumber || open_.back().ids.insert(digits).second,
+                   element.shown + ": its id \"" + id + "\" is taken");
         }
     }
 
@@ -145,47 +164,14 @@ private:
     {
         const Element element = std::move(open_.back());
         open_.pop_back();
-        if (!element.isKnown) {
-            return;
+        if (element.kind != nullptr) {
+            expect(!element.hasText || element.kind->hasText,
+                   "the definition has text in <" + element.kind->name + ">, where none is known");
+            expect(element.hasText || !element.kind->hasText, element.shown + " has no text");
+            expect(element.hasParts || element.type() != "list", element.shown + " is a list without values");
         }
-        if (element.name == "value") {
-            expect(element.hasText, element.shown + " has no text");
-        } else {
-            expect(!element.hasText, "the definition has text in <" + element.name + ">, where none is known");
-            expect(lowered(element.value("type")) != "list" || element.hasParts,
-                   element.shown + " is a list without values");
-        }
-    }
-
-    void text(std::string_view text)
-    {
-        open_.back().hasText = open_.back().hasText || text.find_first_not_of(" \t\r\n") != std::string_view::npos;
-    }
-
-    void expectOnly(const KnownAttributes& known, const Element& element)
-    {
-        for (const auto& [name, value] : element.attributes) {
-            const auto attribute = known.find(name);
-            if (attribute == known.end()) {
-                faults_.push_back(element.shown + " has an attribute " + name + " that isn't known");
-            } else {
-                const Words& words = attribute->second;
-                expect(words.empty() || words.contains(lowered(value)),
-                       element.shown + ": its " + name + " \"" + value + "\" isn't known");
-            }
-        }
-    }
-
-    // A number that no other element within the outer one has.
-    void expectId(Element& outer, const Element& element)
-    {
-        const std::string id = element.value("id");
-        const bool isNumber = !id.empty() && id.find_first_not_of("0123456789") == std::string::npos;
-        outer.hasParts = true;
-        expect(isNumber, element.shown + (id.empty() ? " has no ID" : ": its ID \"" + id + "\" is no number"));
-        if (isNumber) {
-            const bool isNew = outer.ids.insert(id.substr(std::min(id.find_first_not_of('0'), id.size()))).second;
-            expect(isNew, element.shown + ": its ID \"" + id + "\" is taken");
+        if (!open_.empty()) {
+            open_.back().hasParts = true;
         }
     }
 
@@ -206,12 +192,8 @@ void examineScriptSteps(Examination& examination)
     examination.started();
     for (const fmxkit::ScriptStep& step : attempted(fmxkit::scriptSteps(), fmxkit::refusals().scriptSteps)) {
         const std::string shown = nameOf(step);
-        if (step.name.empty()) {
-            examination.fail(shown + " has no name");
-        }
-        if (step.handler == nullptr) {
-            examination.fail(shown + " is registered without a function to call");
-        }
+        examination.expect(!step.name.empty(), shown + " has no name");
+        examination.expect(step.handler != nullptr, shown + " is registered without a function to call");
         if (step.definition.empty()) {
             examination.fail(shown + " has an empty definition; one without parameters is <PluginStep/>");
             continue;

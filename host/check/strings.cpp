@@ -90,47 +90,36 @@ void examineString(const Examination& examination, Plugin& plugin, const Request
 
 void examineOptionsText(const Examination& examination, std::u16string_view options)
 {
-    // What may stand at each position behind the four characters of the ID: "1"; whether the plug-in can be configured;
-    // "n" for new style functions; whether it wants start-up and shut-down, idle, and session and file shut-down
-    // messages; "n".
-    constexpr std::size_t idLength = 4;
-    constexpr std::array<std::u16string_view, 7> allowed{u"1", u"Yn", u"n", u"Yn", u"Yn", u"Yn", u"n"};
-    constexpr std::size_t length = idLength + allowed.size();
-    if (options.size() != length) {
+    // What may stand at each position: the ID; "1"; whether the plug-in can be configured; "n" for new style functions;
+    // whether it wants start-up and shut-down, idle, and session and file shut-down messages; "n".
+    constexpr std::u16string_view id = u""; // visible ASCII
+    constexpr std::array<std::u16string_view, 11> allowed{id, id, id, id, u"1", u"Yn", u"n", u"Yn", u"Yn", u"Yn", u"n"};
+    if (options.size() != allowed.size()) {
         examination.fail("the options string " + inQuotes(options) + " has " + std::to_string(options.size()) +
-                         " characters instead of " + std::to_string(length));
+                         " characters instead of " + std::to_string(allowed.size()));
         return;
     }
-    for (std::size_t index = 0; index < length; ++index) {
+    for (std::size_t index = 0; index < allowed.size(); ++index) {
+        const std::u16string_view expected = allowed.at(index);
         const char16_t unit = options[index];
-        const std::u16string_view expected = index < idLength ? u"" : allowed.at(index - idLength);
-        const bool isRight = expected.empty() ? unit > u' ' && unit <= u'~' : expected.find(unit) != expected.npos;
-        if (!isRight) {
-            examination.fail("character " + std::to_string(index + 1) + " of the options string " + inQuotes(options) +
-                             " is " + inQuotes(options.substr(index, 1)) +
-                             "; expected: " + (expected.empty() ? "visible ASCII" : "one of " + inQuotes(expected)));
-        }
+        examination.expect(expected.empty() ? unit > u' ' && unit <= u'~' : expected.find(unit) != expected.npos,
+                           "character " + std::to_string(index + 1) + " of the options string " + inQuotes(options) +
+                               " is " + inQuotes(options.substr(index, 1)) +
+                               "; expected: " + (expected.empty() ? "visible ASCII" : "one of " + inQuotes(expected)));
     }
-}
-
-// Four characters, the first one in the highest byte, in quotes.
-std::string idText(std::uint32_t id)
-{
-    std::u16string text;
-    for (int shift = 24; shift >= 0; shift -= 8) {
-        text.push_back(static_cast<char16_t>(id >> shift & 0xFF));
-    }
-    return inQuotes(text);
 }
 
 template <typename Entry>
-void examineIdOf(const Examination& examination, const std::vector<Entry>& entries, std::uint32_t id)
+void examineIdOf(const Examination& examination, const std::vector<Entry>& entries, Plugin& plugin)
 {
     for (const Entry& entry : entries) {
-        if (entry.pluginId != id) {
-            examination.fail(nameOf(entry) + " is registered under the ID " + idText(entry.pluginId) +
-                             ", the options string says " + idText(id));
+        std::u16string id;
+        for (int shift = 24; shift >= 0; shift -= 8) {
+            id.push_back(static_cast<char16_t>(entry.pluginId >> shift & 0xFF));
         }
+        examination.expect(entry.pluginId == plugin.id(), nameOf(entry) + " is registered under the ID " +
+                                                              inQuotes(id) + ", the options string says " +
+                                                              inQuotes(plugin.options().substr(0, id.size())));
     }
 }
 
@@ -155,8 +144,8 @@ void examineOptions(Examination& examination)
     examineOptionsText(examination, examination.loaded().options());
     Plugin& plugin = examination.started();
     if (plugin.id() != 0) { // too short a text is reported above
-        examineIdOf(examination, fmxkit::externalFunctions(), plugin.id());
-        examineIdOf(examination, fmxkit::scriptSteps(), plugin.id());
+        examineIdOf(examination, fmxkit::externalFunctions(), plugin);
+        examineIdOf(examination, fmxkit::scriptSteps(), plugin);
     }
 }
 

@@ -60,6 +60,13 @@ public:
     void step(std::string_view text) const { tell(Event::step, text); }
     void fail(std::string_view text) const { tell(Event::failure, text); }
     void note(std::string_view text) const { tell(Event::note, text); }
+    // A failure unless the condition holds.
+    void expect(bool condition, std::string_view fault) const
+    {
+        if (!condition) {
+            fail(fault);
+        }
+    }
     void reach(Stage stage) const { tell(Event::reached, std::to_string(static_cast<int>(stage))); }
 
     // The plug-in, loaded or started when first asked for. It is never unloaded unless a test does so: what unloading

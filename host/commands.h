@@ -27,6 +27,11 @@ ExitStatus runFile(Session& session, const std::string& file);
 // Answers the status of the first one that failed; without a line there is nothing to do.
 ExitStatus runPiped(Session& session);
 
+// prompt.cpp: reads calculations and commands at a terminal with editing, history and completion, and evaluates them
+// until Ctrl-D or "quit". An error in a calculation doesn't end it. Ctrl-C gives up what is being typed; while a
+// calculation is evaluated it goes to what the plug-in has started, and fmxhost stays. Call it once in the process.
+ExitStatus runPrompt(Session& session);
+
 constexpr const char* nothingToDo =
     "There is nothing to do: give -e, a command, or calculations on standard input, or start it at a terminal.\n"
     "fmxhost --help says how it is used.";

@@ -8,7 +8,6 @@
 //   prompt        the same at a terminal
 #include "host/check/check.h"
 #include "host/commands.h"
-#include "host/prompt.h"
 
 #include "host/base/unicode.h"
 
@@ -46,12 +45,14 @@ public:
     {
         app_.footer(footer);
         app_.set_version_flag("--version", "fmxhost " FMXHOST_VERSION);
-        app_.add_option("--plugin", plugin_, "The plug-in file")->type_name("FILE");
+        app_.add_option("--plugin", options_.pluginFile, "The plug-in file")->type_name("FILE");
         app_.add_option("--api", options_.apiVersion, "API version of the host that is played")
             ->type_name("N")
             ->capture_default_str();
         app_.add_flag("--json", options_.json, "Print JSON, one object a line");
-        app_.add_flag("--no-arity-check", noArityCheck_, "Let any number of arguments through to the plug-in");
+        app_.add_flag_callback(
+            "--no-arity-check", [this] { options_.parser.checkArgumentCounts = false; },
+            "Let any number of arguments through to the plug-in");
         app_.add_flag("--time", options_.time, "Show how long each calculation takes, on standard error");
         app_.add_option("--get", answers_,
                         "What Get ( NAME ) answers, such as ScriptParameter; may be given several times")
@@ -64,7 +65,11 @@ public:
                            ->allow_extra_args(false);
         app_.fallthrough();
         app_.require_subcommand(0, 1);
-        addRun();
+        CLI::App* run = addForSession("run", "Evaluate the calculations of a file",
+                                      [this](Session& session) { return runFile(session, file_); });
+        run->add_option("FILE", file_, "Calculations, each on a line or more; - is standard input")->required();
+        run->footer("A calculation goes on over several lines while a bracket or a text is open. Blank lines and lines "
+                    "that begin with # are skipped. The first calculation with an error ends the run.");
         addForSession("list", "List the functions that the plug-in registers", listFunctions);
         addForSession("steps", "List the script steps that the plug-in registers", listSteps);
         addForSession("strings", "Show what the plug-in answers to string requests", showStrings);
@@ -79,12 +84,10 @@ public:
         try {
             app_.parse(argumentCount, arguments);
         } catch (const CLI::ExtrasError&) {
-            return refuse(unknownWordText(argumentCount, arguments));
+            return refuse(unknownWordText());
         } catch (const CLI::ParseError& error) {
             return finishEarly(error);
         }
-        options_.pluginFile = plugin_;
-        options_.parser.checkArgumentCounts = !noArityCheck_;
         for (const std::string& answer : answers_) {
             const std::size_t equals = answer.find('=');
             if (equals == std::string::npos) {
@@ -102,22 +105,13 @@ private:
     CLI::App* add(const char* name, const char* summary, std::function<ExitStatus()> command)
     {
         CLI::App* arguments = app_.add_subcommand(name, summary);
-        commands_.emplace_back(arguments, std::move(command));
+        arguments->callback([this, command = std::move(command)] { command_ = command; });
         return arguments;
     }
 
     CLI::App* addForSession(const char* name, const char* summary, SessionCommand command)
     {
         return add(name, summary, [this, command = std::move(command)] { return inSession(command); });
-    }
-
-    void addRun()
-    {
-        CLI::App* run = addForSession("run", "Evaluate the calculations of a file",
-                                      [this](Session& session) { return runFile(session, file_); });
-        run->add_option("FILE", file_, "Calculations, each on a line or more; - is standard input")->required();
-        run->footer("A calculation goes on over several lines while a bracket or a text is open. Blank lines and lines "
-                    "that begin with # are skipped. The first calculation with an error ends the run.");
     }
 
     void addCheck()
@@ -172,50 +166,33 @@ private:
     }
 
     // About the first word that is no option, no command and no argument of one.
-    std::string unknownWordText(int argumentCount, const char* const* arguments) const
+    std::string unknownWordText() const
     {
-        const std::vector<std::string> unknown = app_.remaining(true);
-        const auto* const end = arguments + argumentCount;
-        const auto* const first = std::find_first_of(arguments, end, unknown.begin(), unknown.end());
-        const std::string word = first == end ? unknown.front() : *first;
-        if (word.starts_with('-')) {
-            return "There is no option " + word + "." + suggestion(word, optionNames());
-        }
-        if (!app_.get_subcommands().empty()) {
-            return "The argument " + word + " is one too many.";
-        }
+        const std::string word = app_.remaining(true).front();
+        const bool isOption = word.starts_with('-');
         const bool isWord = std::all_of(word.begin(), word.end(), [](unsigned char character) {
             return std::isalpha(character) != 0 || character == '-';
         });
-        std::vector<std::string> names;
-        std::transform(commands_.begin(), commands_.end(), std::back_inserter(names),
-                       [](const auto& command) { return command.first->get_name(); });
-        return "There is no command " + word + "." +
-               (isWord ? suggestion(word, names) : " A calculation is given with -e.");
-    }
-
-    static std::string suggestion(const std::string& word, const std::vector<std::string>& candidates)
-    {
-        std::vector<std::u16string> texts;
-        std::transform(candidates.begin(), candidates.end(), std::back_inserter(texts), toUtf16);
-        return didYouMean(nearest(toUtf16(word), {texts.begin(), texts.end()}));
-    }
-
-    // Of fmxhost itself and of the command that is given.
-    std::vector<std::string> optionNames() const
-    {
-        std::vector<const CLI::Option*> options = app_.get_options();
-        for (const CLI::App* command : app_.get_subcommands()) {
-            const auto more = command->get_options();
-            options.insert(options.end(), more.begin(), more.end());
+        if (!isOption && !app_.get_subcommands().empty()) {
+            return "The argument " + word + " is one too many.";
         }
-        std::vector<std::string> names;
-        for (const CLI::Option* option : options) {
-            for (const std::string& name : option->get_lnames()) {
-                names.push_back("--" + name);
+        std::vector<const CLI::App*> apps = app_.get_subcommands([](const CLI::App*) { return true; });
+        std::vector<std::u16string> known; // of the same kind
+        if (!isOption) {
+            std::transform(apps.begin(), apps.end(), std::back_inserter(known),
+                           [](const CLI::App* command) { return toUtf16(command->get_name()); });
+        }
+        apps.push_back(&app_);
+        for (const CLI::App* app : apps) {
+            for (const CLI::Option* option : app->get_options()) {
+                for (const std::string& name : isOption ? option->get_lnames() : std::vector<std::string>()) {
+                    known.push_back(toUtf16("--" + name));
+                }
             }
         }
-        return names;
+        return (isOption ? "There is no option " : "There is no command ") + word + "." +
+               (isOption || isWord ? didYouMean(nearest(toUtf16(word), {known.begin(), known.end()}))
+                                   : " A calculation is given with -e.");
     }
 
     // What a command throws becomes one line on standard error.
@@ -237,14 +214,13 @@ private:
     ExitStatus runGiven()
     {
         const std::vector<std::string> calculations = expressions_->results();
-        for (const auto& [arguments, command] : commands_) {
-            if (arguments->parsed() && !calculations.empty()) {
-                output_.reportError("-e can't be combined with the command " + arguments->get_name() + ".");
-                return ExitStatus::wrongUse;
-            }
-            if (arguments->parsed()) {
-                return command();
-            }
+        if (command_ && !calculations.empty()) {
+            output_.reportError("-e can't be combined with the command " + app_.get_subcommands().front()->get_name() +
+                                ".");
+            return ExitStatus::wrongUse;
+        }
+        if (command_) {
+            return command_();
         }
         if (!calculations.empty()) {
             return inSession([&](Session& session) { return evaluateAll(session, calculations); });
@@ -272,15 +248,13 @@ private:
     CLI::App app_{"Loads a FileMaker plug-in without FileMaker and evaluates calculations with its functions.",
                   "fmxhost"};
     Options options_;
-    std::string plugin_;
     std::vector<std::string> answers_;
-    bool noArityCheck_ = false;
     std::string file_;
     std::string word_;
     check::Options check_;
     CLI::App* listTests_ = nullptr;
     CLI::Option* expressions_ = nullptr;
-    std::vector<std::pair<CLI::App*, std::function<ExitStatus()>>> commands_;
+    std::function<ExitStatus()> command_; // that is given
 };
 
 // Line editing needs to know how the terminal's bytes make characters: what fmxhost writes is UTF-8 in any locale.

@@ -2,10 +2,9 @@
 // complete, and the loop that waits for keys is here, so that Ctrl-C is noticed between two of them and nothing has to
 // be jumped out of. While a line is edited libedit has the terminal and its own signal handlers, which put the terminal
 // right and then send the signal once more, to the handler of this file; between lines the terminal is as it was.
-#include "host/prompt.h"
+#include "host/commands.h"
 
 #include "host/base/unicode.h"
-#include "host/commands.h"
 
 // libedit's header needs this one before it.
 #include <cstdio>
@@ -157,84 +156,49 @@ std::vector<std::string> namesWithPrefix(const std::string& word)
     return names;
 }
 
-// What all candidates begin with, whatever their letter case, in the spelling of the first one.
-std::string commonPrefix(const std::vector<std::string>& candidates)
-{
-    std::u16string prefix = toUtf16(candidates.front());
-    for (const std::string& candidate : candidates) {
-        while (!foldCase(toUtf16(candidate)).starts_with(foldCase(prefix))) {
-            prefix.pop_back();
-        }
-    }
-    return toUtf8(prefix);
-}
-
-// As libedit wants it: first what stands for the word, then the candidates, then null, all for it to free.
 char** complete(const char* word, int, int)
 {
+    static std::vector<std::string> candidates;
+    static std::size_t next = 0;
     rl_attempted_completion_over = 1; // no names of files outside texts
     rl_completion_append_character = 0;
-    const bool inText = *wordBreaks() == '"';
-    const std::vector<std::string> candidates = inText ? pathsWithPrefix(word) : namesWithPrefix(word);
-    if (candidates.empty()) {
-        return nullptr;
-    }
+    candidates = *wordBreaks() == '"' ? pathsWithPrefix(word) : namesWithPrefix(word);
     if (candidates.size() > 1) {
         rl_completion_append_character = 0;
     }
-    auto** matches = static_cast<char**>(std::calloc(candidates.size() + 2, sizeof(char*)));
-    std::size_t count = 0;
-    matches[count++] = strdup(commonPrefix(candidates).c_str());
-    for (const std::string& candidate : candidates) {
-        matches[count++] = strdup(candidate.c_str());
-    }
-    return matches;
+    return rl_completion_matches(word, [](const char*, int state) {
+        next = state == 0 ? 0 : next;
+        return next < candidates.size() ? strdup(candidates[next++].c_str()) : nullptr; // for libedit to free
+    });
 }
 
-// Kept in $XDG_STATE_HOME, else in ~/.local/state (XDG Base Directory); not at all when neither variable names an
-// absolute path. For its owner alone: calculations may hold passwords.
-class History {
-public:
-    History()
-    {
-        const auto folderIn = [](const char* variable, const char* below) {
-            const char* value = std::getenv(variable);
-            return value != nullptr && *value == '/' ? fs::path(value) / below : fs::path();
-        };
-        fs::path folder = folderIn("XDG_STATE_HOME", "fmxhost");
-        folder = folder.empty() ? folderIn("HOME", ".local/state/fmxhost") : folder;
-        file_ = folder.empty() ? folder : folder / "history";
-        using_history();
-        stifle_history(historySize);
-        if (!file_.empty()) {
-            read_history(file_.c_str());
+// In $XDG_STATE_HOME, else in ~/.local/state (XDG Base Directory); not at all when neither variable names an absolute
+// path. For its owner alone: calculations may hold passwords.
+fs::path historyFile()
+{
+    for (const auto& [variable, below] : {std::pair{"XDG_STATE_HOME", ""}, std::pair{"HOME", ".local/state"}}) {
+        const char* value = std::getenv(variable);
+        if (value != nullptr && *value == '/') {
+            return fs::path(value) / below / "fmxhost/history";
         }
     }
+    return {};
+}
 
-    // False when it can't be saved. What begins with a blank isn't kept.
-    bool add(const std::string& line)
-    {
-        if (line.empty() || line == last_) {
-            return true;
-        }
-        last_ = line;
-        add_history(line.c_str());
-        if (file_.empty()) {
-            return true;
-        }
-        std::error_code error;
-        if (fs::create_directories(file_.parent_path(), error)) {
-            fs::permissions(file_.parent_path(), fs::perms::owner_all, error);
-        }
-        return write_history(file_.c_str()) == 0;
+// False when it can't be saved.
+bool addToHistory(const fs::path& file, const std::string& line)
+{
+    static std::string last;
+    if (line.empty() || line == std::exchange(last, line)) {
+        return true;
     }
-
-    const fs::path& file() const { return file_; }
-
-private:
-    fs::path file_;
-    std::string last_;
-};
+    add_history(line.c_str());
+    std::error_code error;
+    if (!file.empty() && fs::create_directories(file.parent_path(), error)) {
+        fs::permissions(file.parent_path(), fs::perms::owner_all, error);
+    }
+    return file.empty() || write_history(file.c_str()) == 0;
+}
 
 // Ctrl-D that was typed while something was evaluated reaches the line editor as a zero (Linux, n_tty).
 int endOfFile(int, int)
@@ -250,6 +214,8 @@ void setUpEditing()
     rl_completion_word_break_hook = wordBreaks;
     rl_attempted_completion_function = complete;
     rl_add_defun("typed-ahead-end", endOfFile, '\0');
+    using_history();
+    stifle_history(historySize);
 }
 
 std::string promptText(bool goesOn)
@@ -277,7 +243,10 @@ ExitStatus runPrompt(Session& session)
     served = &session;
     lines = &typed;
     setUpEditing();
-    History history;
+    const fs::path history = historyFile();
+    if (!history.empty()) {
+        read_history(history.c_str());
+    }
     handleInterrupts();
     bool warned = false;
     bool secret = false;
@@ -293,9 +262,9 @@ ExitStatus runPrompt(Session& session)
             }
             continue;
         }
-        secret = goesOn ? secret : line->starts_with(' ');
-        if (!secret && !history.add(*line) && !std::exchange(warned, true)) {
-            session.output().reportError("The history can't be saved in " + history.file().string());
+        secret = goesOn ? secret : line->starts_with(' '); // what begins with a blank isn't kept
+        if (!secret && !addToHistory(history, *line) && !std::exchange(warned, true)) {
+            session.output().reportError("The history can't be saved in " + history.string());
         }
         evaluating = 1;
         typed.take(std::move(*line));

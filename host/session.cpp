@@ -86,19 +86,11 @@ std::string jsonText(std::string_view calculation, const Evaluation& evaluation)
                        {"seconds", evaluation.seconds}});
 }
 
-// In a unit that suits it, such as "12.3 ms".
 std::string timeText(double seconds)
 {
-    constexpr double millisecond = 1e-3;
-    constexpr double microsecond = 1e-6;
+    constexpr double milliseconds = 1e3;
     char text[40];
-    if (seconds >= 1) {
-        std::snprintf(text, sizeof text, "%.2f s", seconds);
-    } else if (seconds >= millisecond) {
-        std::snprintf(text, sizeof text, "%.1f ms", seconds / millisecond);
-    } else {
-        std::snprintf(text, sizeof text, "%.0f µs", seconds / microsecond);
-    }
+    std::snprintf(text, sizeof text, "%.3f ms", seconds * milliseconds);
     return text;
 }
 

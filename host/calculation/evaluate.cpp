@@ -66,24 +66,6 @@ public:
 private:
     using Action = std::function<void(Scope&)>;
 
-    // Counts the nesting for as long as it lives.
-    class Nesting {
-    public:
-        explicit Nesting(Parser& parser) : parser_(parser)
-        {
-            if (parser_.nesting_ == maximumNesting) {
-                parser_.fail("This is nested too deeply: more than " + std::to_string(maximumNesting) + " levels.");
-            }
-            ++parser_.nesting_;
-        }
-        ~Nesting() { --parser_.nesting_; }
-        Nesting(const Nesting&) = delete;
-        Nesting& operator=(const Nesting&) = delete;
-
-    private:
-        Parser& parser_;
-    };
-
     // ---- Tokens
 
     const Token& current() const { return tokens_[position_]; }
@@ -142,20 +124,23 @@ private:
     // What is missing at the end is first of all the bracket that is open.
     [[noreturn]] void fail(const std::string& message) const
     {
-        if (current().kind == TokenKind::end && !open_.empty()) {
-            const Token& bracket = tokens_[open_.back()];
-            throw CalculationError(bracket.span, bracket.is(u"(") ? "There is no \")\" for this \"(\"."
-                                                                  : "There is no \"]\" for this \"[\".");
-        }
-        throw CalculationError(current().span, message);
+        const bool isOpen = current().kind == TokenKind::end && !open_.empty();
+        const Token& token = isOpen ? tokens_[open_.back()] : current();
+        throw CalculationError(token.span, isOpen ? lonelyText(token) : message);
     }
 
     [[noreturn]] void failAfterOperand() const
     {
-        if (current().is(u")") || current().is(u"]")) {
-            fail(current().is(u")") ? "There is no \"(\" for this \")\"." : "There is no \"[\" for this \"]\".");
-        }
-        fail("An operator (such as + - * / & =) is expected here.");
+        fail(current().is(u")") || current().is(u"]") ? lonelyText(current())
+                                                      : "An operator (such as + - * / & =) is expected here.");
+    }
+
+    // About a bracket.
+    static std::string lonelyText(const Token& token)
+    {
+        constexpr std::u16string_view brackets = u"()[]";
+        const std::size_t other = brackets.find(token.text) ^ 1U;
+        return "There is no \"" + toUtf8(brackets.substr(other, 1)) + "\" for this \"" + toUtf8(token.text) + "\".";
     }
 
     // ---- Operators and operands
@@ -201,7 +186,16 @@ private:
 
     Expression operand()
     {
-        const Nesting nesting(*this);
+        if (nesting_++ == maximumNesting) {
+            fail("This is nested too deeply: more than " + std::to_string(maximumNesting) + " levels.");
+        }
+        Expression result = nestedOperand();
+        --nesting_;
+        return result;
+    }
+
+    Expression nestedOperand()
+    {
         switch (current().kind) {
         case TokenKind::text:
             return constant(Value(take().text));

@@ -1,13 +1,6 @@
 // Results as text: what FileMaker shows, with its line ends (¶, line feed, or both in this order) as line feeds, so
-// that a list is one item a line. As JSON: one object on one line (RFC 8259) with these members:
-//   calculation  the text as it was given
-//   type         "text", "number", "timestamp", "empty"; of other plug-ins also "date", "time", "container"; "error"
-//   value        always a string: a text as it is, a number in decimal digits, a timestamp as YYYY-MM-DDTHH:MM:SS, a
-//                date or a time as the part of that; "" for the other types
-//   error        the code that a function returned; 1200 with the type "error", as FileMaker's EvaluationError has it
-//   seconds      how long the evaluation took
-//   message, line, column   with the type "error": what is wrong with the calculation, and where in it
-// Lone surrogates become U+FFFD.
+// that a list is one item a line. As JSON: the object that fmxhost(1) describes, in which a value is always a string,
+// and a date or a time the part of YYYY-MM-DDTHH:MM:SS.
 #include "host/session.h"
 
 #include "host/base/system.h"
@@ -31,22 +24,8 @@ Plugin& started(Plugin& plugin)
     return plugin;
 }
 
-// A short text as plug-ins answer it for a failure, such as "ERROR" or "$$ERROR", or FileMaker's own "?".
-bool looksLikeError(const Value& value)
-{
-    constexpr std::uint32_t longest = 20;
-    if (value.type() != ValueType::text || value.data().GetAsText().GetSize() > longest) {
-        return false;
-    }
-    const std::u16string text = value.text();
-    return text == u"?" || text.find(u"ERROR") != std::u16string::npos;
-}
-
 std::string plainText(const Value& value, int descriptor)
 {
-    if (looksLikeError(value)) {
-        return styled(value.utf8(), Style::error, wantsColour(descriptor));
-    }
     std::u16string text;
     char16_t before = u'\0';
     for (const char16_t unit : value.text()) {
@@ -58,30 +37,26 @@ std::string plainText(const Value& value, int descriptor)
     return toUtf8(isatty(descriptor) != 0 ? withoutControls(text, u'\uFFFD', u"\t\n") : text);
 }
 
-std::string jsonValue(const Value& value)
-{
-    constexpr std::size_t dateLength = 10;
-    switch (value.type()) {
-    case ValueType::text:
-    case ValueType::number:
-    case ValueType::time:
-        return value.utf8();
-    case ValueType::timestamp:
-        return isoText(value.timestamp());
-    case ValueType::date:
-        return isoText(value.timestamp()).substr(0, dateLength);
-    default:
-        return "";
-    }
-}
-
 std::string jsonText(std::string_view calculation, const Evaluation& evaluation)
 {
-    static constexpr std::array<const char*, 7> types{"empty", "text",      "number",   "date",
-                                                      "time",  "timestamp", "container"};
+    struct Type {
+        const char* name;
+        std::string (*text)(const Value& value);
+    };
+    constexpr auto nothing = [](const Value&) { return std::string(); };
+    constexpr auto whole = [](const Value& value) { return value.utf8(); };
+    static constexpr std::array<Type, 7> types{
+        {{"empty", nothing},
+         {"text", whole},
+         {"number", whole},
+         {"date", [](const Value& value) { return isoText(value.timestamp()).substr(0, 10); }},
+         {"time", whole},
+         {"timestamp", [](const Value& value) { return isoText(value.timestamp()); }},
+         {"container", nothing}}};
+    const Type& type = types.at(static_cast<std::size_t>(evaluation.value.type()));
     return jsonObject({{"calculation", std::string(calculation)},
-                       {"type", types.at(static_cast<std::size_t>(evaluation.value.type()))},
-                       {"value", jsonValue(evaluation.value)},
+                       {"type", type.name},
+                       {"value", type.text(evaluation.value)},
                        {"error", evaluation.error},
                        {"seconds", evaluation.seconds}});
 }

@@ -2,8 +2,8 @@
 
 #include "host/base/unicode.h"
 
-#include <algorithm>
 #include <cstdio>
+#include <map>
 #include <utility>
 
 namespace fmxhost {
@@ -13,28 +13,6 @@ namespace {
 const fmx::uint16* kitUnits(std::u16string_view text)
 {
     return reinterpret_cast<const fmx::uint16*>(text.data());
-}
-
-fmx::DataUniquePtr textData(const fmx::Text& text)
-{
-    const fmx::LocaleUniquePtr locale(fmx::Locale::kType_System);
-    fmx::DataUniquePtr data;
-    data->SetAsText(text, *locale);
-    return data;
-}
-
-fmx::DataUniquePtr textData(std::u16string_view text)
-{
-    const fmx::TextUniquePtr kitText;
-    kitText->AssignUnicodeWithLength(kitUnits(text), static_cast<fmx::uint32>(text.size()));
-    return textData(*kitText);
-}
-
-fmx::DataUniquePtr numberData(const fmx::FixPt& number)
-{
-    fmx::DataUniquePtr data;
-    data->SetAsNumber(number);
-    return data;
 }
 
 } // namespace
@@ -50,9 +28,12 @@ std::string isoText(const Timestamp& timestamp)
 
 Value::Value() : Value(fmx::DataUniquePtr()) {}
 
-Value::Value(std::u16string_view text) : Value(textData(text)) {}
-
-Value::Value(const fmx::Text& text) : Value(textData(text)) {}
+Value::Value(std::u16string_view text)
+{
+    const fmx::TextUniquePtr kitText;
+    kitText->AssignUnicodeWithLength(kitUnits(text), static_cast<fmx::uint32>(text.size()));
+    *this = Value(*kitText);
+}
 
 Value::Value(std::string_view utf8Text) : Value(toUtf16(utf8Text)) {}
 
@@ -82,35 +63,37 @@ Value::Value(const Timestamp& timestamp)
     *this = Value(std::move(data));
 }
 
-Value::Value(const fmx::FixPt& number) : Value(numberData(number)) {}
+Value::Value(const fmx::Text& text)
+{
+    fmx::DataUniquePtr data;
+    data->SetAsText(text, *fmx::LocaleUniquePtr(fmx::Locale::kType_System));
+    *this = Value(std::move(data));
+}
+
+Value::Value(const fmx::FixPt& number)
+{
+    fmx::DataUniquePtr data;
+    data->SetAsNumber(number);
+    *this = Value(std::move(data));
+}
 
 Value::Value(fmx::DataUniquePtr data) : data_(data.release()) {}
 
 ValueType Value::type() const
 {
+    using fmx::Data;
     const auto type = data_->GetNativeType();
-    if (type == fmx::Data::kDTText) {
-        return ValueType::text;
-    }
-    if (type == fmx::Data::kDTBinary) {
-        return ValueType::container;
-    }
-    if (data_->IsEmpty()) {
+    if (data_->IsEmpty() && type != Data::kDTText && type != Data::kDTBinary) {
         return ValueType::empty;
     }
-    switch (type) {
-    case fmx::Data::kDTNumber:
-    case fmx::Data::kDTBoolean:
-        return ValueType::number;
-    case fmx::Data::kDTDate:
-        return ValueType::date;
-    case fmx::Data::kDTTime:
-        return ValueType::time;
-    case fmx::Data::kDTTimeStamp:
-        return ValueType::timestamp;
-    default:
-        return ValueType::empty;
-    }
+    static const std::map<Data::DataType, ValueType> types{
+        {Data::kDTText, ValueType::text},           {Data::kDTBinary, ValueType::container},
+        {Data::kDTNumber, ValueType::number},       {Data::kDTBoolean, ValueType::number},
+        {Data::kDTDate, ValueType::date},           {Data::kDTTime, ValueType::time},
+        {Data::kDTTimeStamp, ValueType::timestamp},
+    };
+    const auto known = types.find(type);
+    return known != types.end() ? known->second : ValueType::empty;
 }
 
 std::u16string Value::text() const

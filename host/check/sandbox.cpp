@@ -37,16 +37,11 @@ using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 // descriptors.
 constexpr int eventsDescriptor = 100;
 
-[[noreturn]] void throwError(const char* what)
-{
-    throw std::system_error(errno, std::generic_category(), what);
-}
-
 File temporaryFile()
 {
     File file(std::tmpfile(), &std::fclose);
     if (!file) {
-        throwError("a temporary file");
+        throw std::system_error(errno, std::generic_category(), "a temporary file");
     }
     fcntl(fileno(file.get()), F_SETFD, FD_CLOEXEC);
     return file;
@@ -69,26 +64,24 @@ std::string endOf(const File& file, std::size_t bytes)
 }
 
 // Answers the process.
-pid_t start(const std::vector<std::string>& arguments, const File& events, const File& output)
+pid_t start(const Test& test, const Options& options, const File& events, const File& output)
 {
-    std::vector<char*> pointers(arguments.size() + 1, nullptr);
-    std::transform(arguments.begin(), arguments.end(), pointers.begin(),
-                   [](const std::string& argument) { return const_cast<char*>(argument.c_str()); });
     const std::string program = executableFile().string();
-    const int input = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    const std::string version = std::to_string(options.apiVersion);
+    const char* const more = options.libraries.empty() ? nullptr : "--libraries"; // null ends the arguments
     const pid_t child = fork();
     if (child == 0) {
         setpgid(0, 0);
-        dup2(input, STDIN_FILENO);
+        dup2(open("/dev/null", O_RDONLY | O_CLOEXEC), STDIN_FILENO);
         dup2(fileno(output.get()), STDOUT_FILENO);
         dup2(fileno(output.get()), STDERR_FILENO);
         dup2(fileno(events.get()), eventsDescriptor);
-        execv(program.c_str(), pointers.data());
+        execl(program.c_str(), "fmxhost", "--plugin", options.plugin.c_str(), "--api", version.c_str(), "check",
+              "--isolated", test.name, more, options.libraries.c_str(), nullptr);
         _exit(127);
     }
-    close(input);
     if (child < 0) {
-        throwError("fork");
+        throw std::system_error(errno, std::generic_category(), "fork");
     }
     return child;
 }
@@ -102,13 +95,6 @@ std::string endText(int status)
     return WEXITSTATUS(status) == eventsLostStatus
                ? "every file descriptor of the host's was closed"
                : "the process was ended with exit status " + std::to_string(WEXITSTATUS(status));
-}
-
-std::string timeOutText(double seconds)
-{
-    std::ostringstream text;
-    text << "no end after " << seconds << " s";
-    return text.str();
 }
 
 // `end`: how the process ended, in case the test didn't.
@@ -150,24 +136,13 @@ Result resultOf(std::istringstream events, const std::string& end, bool timedOut
 
 } // namespace
 
-bool isFailure(Verdict verdict)
-{
-    return verdict >= Verdict::fail;
-}
-
 Result runIsolated(const Test& test, const Options& options)
 {
     constexpr std::size_t mostOutput = std::size_t{64} * 1024 * 1024;
     constexpr std::size_t keptOutput = std::size_t{4} * 1024;
     const File events = temporaryFile();
     const File output = temporaryFile();
-    std::vector<std::string> arguments{
-        "fmxhost",    "--plugin", options.plugin.string(), "--api", std::to_string(options.apiVersion), "check",
-        "--isolated", test.name};
-    if (!options.libraries.empty()) {
-        arguments.insert(arguments.end(), {"--libraries", options.libraries.string()});
-    }
-    const pid_t child = start(arguments, events, output);
+    const pid_t child = start(test, options, events, output);
     const auto begin = Clock::now();
     std::string end;
     bool timedOut = false;
@@ -175,7 +150,9 @@ Result runIsolated(const Test& test, const Options& options)
         if (waitpid(child, &status, WNOHANG) != 0) {
             end = endText(status);
         } else if (std::chrono::duration<double>(Clock::now() - begin).count() > options.timeLimit) {
-            end = timeOutText(options.timeLimit);
+            std::ostringstream text;
+            text << "no end after " << options.timeLimit << " s";
+            end = text.str();
             timedOut = true;
         } else if (sizeOf(output) > mostOutput) {
             end = "it wrote more than 64 MiB";

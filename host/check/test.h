@@ -115,8 +115,10 @@ enum class Verdict {
     timeOut, // it was ended because the test took too long
 };
 
-// fail, crash, timeOut.
-bool isFailure(Verdict verdict);
+constexpr bool isFailure(Verdict verdict)
+{
+    return verdict >= Verdict::fail;
+}
 
 // What came of a test. Texts are UTF-8, where the plug-in's own are.
 struct Result {

@@ -40,7 +40,7 @@ steps and quit are commands too.
 // A line of output: the object or the text, as the options say.
 void show(Session& session, const std::vector<JsonMember>& object, const std::string& text)
 {
-    session.output().write((session.json() ? jsonObject(object) : text) + "\n");
+    print((session.json() ? jsonObject(object) : text) + "\n");
 }
 
 std::vector<JsonMember> described(const fmxkit::ExternalFunction& function)
@@ -122,7 +122,7 @@ ExitStatus runLines(Session& session, std::istream& stream, const std::string& n
     }
     // The stream over standard input keeps a read error to itself.
     if (stream.bad() || (&stream == &std::cin && std::ferror(stdin) != 0)) {
-        session.output().reportError(name + ": " + std::strerror(errno));
+        reportError(name + ": " + std::strerror(errno));
         note(ExitStatus::wrongUse);
     } else if (goesOn()) {
         note(lines.finish());
@@ -134,7 +134,7 @@ ExitStatus runLines(Session& session, std::istream& stream, const std::string& n
 
 ExitStatus listFunctions(Session& session)
 {
-    session.output().write(session.json() ? "" : "   ID  ARGUMENTS   FUNCTION\n");
+    print(session.json() ? "" : "   ID  ARGUMENTS   FUNCTION\n");
     for (const Function& function : session.functions().all()) {
         if (function.external == nullptr) {
             break;
@@ -149,7 +149,7 @@ ExitStatus listFunctions(Session& session)
 
 ExitStatus listSteps(Session& session)
 {
-    session.output().write(session.json() ? "" : "   ID  SCRIPT STEP, DEFINITION\n");
+    print(session.json() ? "" : "   ID  SCRIPT STEP, DEFINITION\n");
     for (const fmxkit::ScriptStep& step : session.plugin().scriptSteps()) {
         std::ostringstream lines;
         lines << std::setw(5) << step.id << "  " << toUtf8(step.name)
@@ -187,7 +187,7 @@ ExitStatus help(Session& session, std::string_view word)
 {
     const FunctionTable& functions = session.functions();
     if (word.empty()) {
-        session.output().write(languageHelp(functions));
+        print(languageHelp(functions));
         return ExitStatus::success;
     }
     const std::u16string name = toUtf16(word);
@@ -197,7 +197,7 @@ ExitStatus help(Session& session, std::string_view word)
         std::erase_if(found, [](const Function* function) { return function->external == nullptr; });
     }
     if (found.empty()) {
-        session.output().reportError(functions.unknownText(name));
+        reportError(functions.unknownText(name));
         return ExitStatus::wrongUse;
     }
     for (const Function* function : found) {
@@ -230,7 +230,7 @@ ExitStatus runFile(Session& session, const std::string& file)
         stream.open(file, std::ios::binary);
     }
     if (!stream.is_open()) {
-        session.output().reportError(file + ": " + std::strerror(errno));
+        reportError(file + ": " + std::strerror(errno));
         return ExitStatus::wrongUse;
     }
     return runLines(session, stream, file, false);
@@ -239,7 +239,7 @@ ExitStatus runFile(Session& session, const std::string& file)
 ExitStatus runPiped(Session& session)
 {
     if (std::cin.peek() == std::istream::traits_type::eof()) {
-        session.output().reportError(nothingToDo);
+        reportError(nothingToDo);
         return ExitStatus::wrongUse;
     }
     return runLines(session, std::cin, "standard input", true);
@@ -264,7 +264,7 @@ ExitStatus Lines::take(std::string line)
         ExitStatus status = ExitStatus::success;
         if (takesCommands_ &&
             isCommand(std::string_view(line).substr(first, line.find_last_not_of(blanks) + 1 - first), status)) {
-            session_.output().flush();
+            flush();
             return status;
         }
         firstLine_ = lines_;

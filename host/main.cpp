@@ -41,7 +41,7 @@ can't be loaded or refuses to start; 4 an exception left the plug-in; 5 the outp
 
 class CommandLine {
 public:
-    explicit CommandLine(Output& output) : output_(output)
+    CommandLine()
     {
         app_.footer(footer);
         app_.set_version_flag("--version", "fmxhost " FMXHOST_VERSION);
@@ -138,12 +138,12 @@ private:
     ExitStatus runCheck()
     {
         if (listTests_->parsed()) {
-            return check::listTests(options_.json, output_);
+            return check::listTests(options_.json);
         }
         check_.plugin = pluginFile(options_);
         check_.apiVersion = options_.apiVersion;
         check_.json = options_.json;
-        return check::run(check_, output_);
+        return check::run(check_);
     }
 
     // Help, version, and wrong use.
@@ -154,14 +154,14 @@ private:
         if (app_.exit(error, text, complaint) != 0) {
             return refuse(error.what());
         }
-        output_.write(text.str());
-        output_.flush();
+        print(text.str());
+        flush();
         return static_cast<int>(ExitStatus::success);
     }
 
     int refuse(const std::string& message)
     {
-        output_.reportError(message + "\nfmxhost --help says how it is used.");
+        reportError(message + "\nfmxhost --help says how it is used.");
         return static_cast<int>(ExitStatus::wrongUse);
     }
 
@@ -200,13 +200,13 @@ private:
     {
         try {
             const ExitStatus status = runGiven();
-            output_.flush();
+            flush();
             return status;
         } catch (const PluginError& error) {
-            output_.reportError(error.what());
+            reportError(error.what());
             return error.kind() == PluginError::Kind::exception ? ExitStatus::pluginThrew : ExitStatus::pluginUnusable;
         } catch (const std::bad_alloc&) {
-            output_.reportError("There isn't enough memory.");
+            reportError("There isn't enough memory.");
             return ExitStatus::calculationError;
         }
     }
@@ -215,8 +215,7 @@ private:
     {
         const std::vector<std::string> calculations = expressions_->results();
         if (command_ && !calculations.empty()) {
-            output_.reportError("-e can't be combined with the command " + app_.get_subcommands().front()->get_name() +
-                                ".");
+            reportError("-e can't be combined with the command " + app_.get_subcommands().front()->get_name() + ".");
             return ExitStatus::wrongUse;
         }
         if (command_) {
@@ -231,20 +230,19 @@ private:
         if (isatty(STDOUT_FILENO) != 0) {
             return inSession(runPrompt);
         }
-        output_.reportError(nothingToDo);
+        reportError(nothingToDo);
         return ExitStatus::wrongUse;
     }
 
     ExitStatus inSession(const SessionCommand& command)
     {
-        Session session(options_, output_);
+        Session session(options_);
         const ExitStatus status = command(session);
-        output_.flush();
+        flush();
         session.close();
         return status;
     }
 
-    Output& output_;
     CLI::App app_{"Loads a FileMaker plug-in without FileMaker and evaluates calculations with its functions.",
                   "fmxhost"};
     Options options_;
@@ -275,9 +273,8 @@ int main(int argumentCount, char** arguments)
     using namespace fmxhost;
     reserveStandardDescriptors();
     useUtf8();
-    Output output(STDOUT_FILENO);
     try {
-        return CommandLine(output).run(argumentCount, arguments);
+        return CommandLine().run(argumentCount, arguments);
     } catch (const OutputError& error) {
         // A reader that has seen enough, such as head(1), is no failure worth a message.
         if (error.code().value() != EPIPE) {

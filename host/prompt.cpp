@@ -228,10 +228,9 @@ std::string promptText(bool goesOn)
 void greet(Session& session)
 {
     const std::string name = toUtf8(session.plugin().string(PluginString::name));
-    session.output().write((name.empty() ? session.plugin().file().filename().string() : name) + ", " +
-                           std::to_string(session.plugin().functions().size()) +
-                           " functions. help explains, Ctrl-D ends.\n");
-    session.output().flush();
+    print((name.empty() ? session.plugin().file().filename().string() : name) + ", " +
+          std::to_string(session.plugin().functions().size()) + " functions. help explains, Ctrl-D ends.\n");
+    flush();
 }
 
 } // namespace
@@ -254,8 +253,8 @@ ExitStatus runPrompt(Session& session)
         const bool goesOn = !typed.begun().empty();
         std::optional<std::string> line = readLine(promptText(goesOn));
         if (!line) {
-            session.output().write("\n");
-            session.output().flush();
+            print("\n");
+            flush();
             typed.giveUp();
             if (interrupted == 0) { // Ctrl-D, or the terminal is gone
                 break;
@@ -264,7 +263,7 @@ ExitStatus runPrompt(Session& session)
         }
         secret = goesOn ? secret : line->starts_with(' '); // what begins with a blank isn't kept
         if (!secret && !addToHistory(history, *line) && !std::exchange(warned, true)) {
-            session.output().reportError("The history can't be saved in " + history.string());
+            reportError("The history can't be saved in " + history.string());
         }
         evaluating = 1;
         typed.take(std::move(*line));

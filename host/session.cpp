@@ -24,7 +24,7 @@ Plugin& started(Plugin& plugin)
     return plugin;
 }
 
-std::string plainText(const Value& value, int descriptor)
+std::string plainText(const Value& value)
 {
     std::u16string text;
     char16_t before = u'\0';
@@ -34,7 +34,7 @@ std::string plainText(const Value& value, int descriptor)
         }
         before = unit;
     }
-    return toUtf8(isatty(descriptor) != 0 ? withoutControls(text, u'\uFFFD', u"\t\n") : text);
+    return toUtf8(isatty(STDOUT_FILENO) != 0 ? withoutControls(text, u'\uFFFD', u"\t\n") : text);
 }
 
 std::string jsonText(std::string_view calculation, const Evaluation& evaluation)
@@ -103,9 +103,9 @@ fs::path pluginFile(const Options& options)
     return file;
 }
 
-Session::Session(const Options& options, Output& output)
-    : options_(options), output_(output), plugin_(pluginFile(options), options.apiVersion),
-      functions_(started(plugin_).functions()), evaluator_(functions_, options.parser)
+Session::Session(const Options& options)
+    : options_(options), plugin_(pluginFile(options), options.apiVersion), functions_(started(plugin_).functions()),
+      evaluator_(functions_, options.parser)
 {
 }
 
@@ -116,12 +116,10 @@ ExitStatus Session::run(std::string_view calculation, const Origin& origin)
             throw CalculationError({}, "The calculation isn't valid UTF-8.");
         }
         const Evaluation evaluation = evaluator_.evaluate(toUtf16(calculation));
-        output_.write(
-            (options_.json ? jsonText(calculation, evaluation) : plainText(evaluation.value, output_.descriptor())) +
-            "\n");
-        output_.flush();
+        print((options_.json ? jsonText(calculation, evaluation) : plainText(evaluation.value)) + "\n");
+        flush();
         if (options_.time) {
-            output_.report(styled(timeText(evaluation.seconds), Style::faint, wantsColour(STDERR_FILENO)));
+            report(styled(timeText(evaluation.seconds), Style::faint, STDERR_FILENO));
         }
         return ExitStatus::success;
     } catch (const PluginThrew& error) {
@@ -139,22 +137,21 @@ void Session::fail(std::string_view calculation, const Origin& origin, const Cal
     const std::u16string source = toUtf16(calculation);
     const Place place = placeOf(source, error.span().offset);
     if (options_.json) {
-        output_.write(jsonObject({{"calculation", std::string(calculation)},
-                                  {"type", "error"},
-                                  {"value", ""},
-                                  {"error", errorCode},
-                                  {"seconds", 0},
-                                  {"message", error.what()},
-                                  {"line", static_cast<std::int64_t>(place.line)},
-                                  {"column", static_cast<std::int64_t>(place.column)}}) +
-                      "\n");
+        print(jsonObject({{"calculation", std::string(calculation)},
+                          {"type", "error"},
+                          {"value", ""},
+                          {"error", errorCode},
+                          {"seconds", 0},
+                          {"message", error.what()},
+                          {"line", static_cast<std::int64_t>(place.line)},
+                          {"column", static_cast<std::int64_t>(place.column)}}) +
+              "\n");
     }
-    output_.reportError(originText(origin, place) + error.what());
+    reportError(originText(origin, place) + error.what());
     if (isValidUtf8(calculation)) {
         const std::string lines = pointAt(source, error.span());
         const std::size_t end = lines.find('\n');
-        output_.report("  " + lines.substr(0, end) + "\n  " +
-                       styled(lines.substr(end + 1), Style::good, wantsColour(STDERR_FILENO)));
+        report("  " + lines.substr(0, end) + "\n  " + styled(lines.substr(end + 1), Style::good, STDERR_FILENO));
     }
 }
 

@@ -35,11 +35,10 @@ struct Origin {
 
 class Session {
 public:
-    // Loads and starts the plug-in; it stays to the end. Options and output must outlive the session.
+    // Loads and starts the plug-in; it stays to the end. The options must outlive the session.
     // Errors: PluginError.
-    Session(const Options& options, Output& output);
+    explicit Session(const Options& options);
 
-    Output& output() { return output_; }
     Plugin& plugin() { return plugin_; }
     const FunctionTable& functions() const { return functions_; }
     Evaluator& evaluator() { return evaluator_; }
@@ -59,7 +58,6 @@ private:
     void fail(std::string_view calculation, const Origin& origin, const CalculationError& error);
 
     const Options& options_;
-    Output& output_;
     Plugin plugin_;
     FunctionTable functions_;
     Evaluator evaluator_;

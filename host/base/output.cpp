@@ -7,12 +7,12 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
+#include <iostream>
 
 namespace fmxhost {
 namespace {
-
-constexpr std::size_t bufferSize = std::size_t{64} * 1024;
 
 // Empty where the variable isn't set.
 std::string_view environment(const char* variable)
@@ -23,48 +23,29 @@ std::string_view environment(const char* variable)
 
 } // namespace
 
-void Output::write(std::string_view bytes)
+void print(std::string_view text)
 {
-    buffer_.append(bytes);
-    if (buffer_.size() >= bufferSize) {
-        flush();
+    if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size()) {
+        throw OutputError(errno, std::generic_category());
     }
 }
 
-void Output::flush()
+void flush()
 {
-    std::string_view rest = buffer_;
-    while (!rest.empty()) {
-        const ssize_t written = ::write(descriptor_, rest.data(), rest.size());
-        if (written < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            const int error = errno;
-            buffer_.clear();
-            throw OutputError(error, std::generic_category());
-        }
-        rest.remove_prefix(static_cast<std::size_t>(written));
+    if (std::fflush(stdout) != 0) {
+        throw OutputError(errno, std::generic_category());
     }
-    buffer_.clear();
 }
 
-void Output::report(std::string_view line)
+void report(std::string_view line)
 {
     flush();
-    Output error(STDERR_FILENO);
-    try {
-        error.write(line);
-        error.write("\n");
-        error.flush();
-    } catch (const OutputError&) {
-        // There is nowhere left to say it; the exit status does.
-    }
+    std::cerr << line << std::endl;
 }
 
-void Output::reportError(std::string_view message)
+void reportError(std::string_view message)
 {
-    report(styled("fmxhost:", Style::error, wantsColour(STDERR_FILENO)) + " " + std::string(message));
+    report(styled("fmxhost:", Style::error, STDERR_FILENO) + " " + std::string(message));
 }
 
 void reserveStandardDescriptors()
@@ -86,13 +67,11 @@ bool wantsColour(int descriptor)
     return isatty(descriptor) != 0 && !terminal.empty() && terminal != "dumb" && environment("NO_COLOR").empty();
 }
 
-std::string styled(std::string_view text, Style style, bool colour)
+std::string styled(std::string_view text, Style style, int descriptor)
 {
-    static constexpr std::array<std::string_view, 3> sequences{"\033[1;31m", "\033[1;32m", "\033[2m"};
-    if (!colour) {
-        return std::string(text);
-    }
-    return std::string(sequences.at(static_cast<std::size_t>(style))).append(text).append("\033[0m");
+    static constexpr std::array<const char*, 3> sequences{"\033[1;31m", "\033[1;32m", "\033[2m"};
+    const std::string plain(text);
+    return wantsColour(descriptor) ? sequences.at(static_cast<std::size_t>(style)) + plain + "\033[0m" : plain;
 }
 
 std::string jsonObject(const std::vector<JsonMember>& members)

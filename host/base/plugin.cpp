@@ -10,8 +10,6 @@
 #include <cstdlib>
 #include <exception>
 #include <memory>
-#include <numeric>
-#include <set>
 #include <typeinfo>
 #include <utility>
 
@@ -56,15 +54,6 @@ std::string messageName(Message message)
     default:
         return "message " + std::to_string(static_cast<int>(message));
     }
-}
-
-std::uint32_t idIn(std::u16string_view options)
-{
-    std::uint32_t id = 0;
-    for (const char16_t unit : options.substr(0, 4)) {
-        id = id << 8 | (unit & 0xFFU);
-    }
-    return options.size() < 4 ? 0 : id;
 }
 
 } // namespace
@@ -115,11 +104,6 @@ bool Plugin::wantsStartUp()
     return options().size() <= startUpOption || options()[startUpOption] != u'n';
 }
 
-std::uint32_t Plugin::id()
-{
-    return idIn(options());
-}
-
 std::int64_t Plugin::start()
 {
     if (!wantsStartUp()) {
@@ -158,27 +142,14 @@ std::size_t Plugin::unload()
             failure = std::current_exception();
         }
     }
-    const std::size_t left = releaseRegistered();
+    functions_.clear();
+    scriptSteps_.clear();
+    const std::size_t left = fmxkit::purge();
     library_.reset();
     if (failure) {
         std::rethrow_exception(failure);
     }
     return left;
-}
-
-std::size_t Plugin::releaseRegistered()
-{
-    functions_.clear();
-    scriptSteps_.clear();
-    std::set<std::uint32_t> ids{idIn(options_.value_or(u""))}; // also for what was registered in vain
-    for (const auto& function : fmxkit::externalFunctions()) {
-        ids.insert(function.pluginId);
-    }
-    for (const auto& step : fmxkit::scriptSteps()) {
-        ids.insert(step.pluginId);
-    }
-    return std::accumulate(ids.begin(), ids.end(), std::size_t{0},
-                           [](std::size_t left, std::uint32_t id) { return left + fmxkit::purge(id); });
 }
 
 std::u16string Plugin::string(PluginString number, std::uint32_t capacity)

@@ -93,12 +93,10 @@ public:
     // Errors: PluginError when an exception comes out.
     std::u16string string(PluginString number, std::uint32_t capacity = 1024);
 
-    // Its options string, asked for once; whether that asks for the start-up message; and the ID that it gives, first
-    // character in the highest byte, or 0.
+    // Its options string, asked for once, and whether that asks for the start-up message.
     // Errors: as string().
     const std::u16string& options();
     bool wantsStartUp();
-    std::uint32_t id();
 
     // Sends any message; `result` goes into the record beforehand. Answers the record's result field.
     // Errors: PluginError when an exception comes out.
@@ -125,8 +123,6 @@ public:
 
 private:
     using EntryPoint = void (*)(FMX_ExternCallPtr);
-
-    std::size_t releaseRegistered();
 
     std::filesystem::path file_;
     PluginFile onDisk_;

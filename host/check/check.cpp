@@ -193,24 +193,23 @@ std::string lineOf(const std::string& text)
 }
 
 // For people. Errors: OutputError.
-void show(const Test& test, const Result& result, Output& output)
+void show(const Test& test, const Result& result)
 {
     const std::string indent(10, ' ');
     const std::string verdict = nameOf(result.verdict);
     const bool failed = isFailure(result.verdict);
     const Style style = failed ? Style::error : result.verdict == Verdict::pass ? Style::good : Style::faint;
-    output.write(styled(verdict, style, wantsColour(output.descriptor())) + indent.substr(verdict.size()) + test.name +
-                 "\n");
+    print(styled(verdict, style, STDOUT_FILENO) + indent.substr(verdict.size()) + test.name + "\n");
     for (const auto* texts : {&result.reasons, &result.notes}) {
         for (const std::string& text : *texts) {
-            output.write(indent + lineOf(text));
+            print(indent + lineOf(text));
         }
     }
     std::istringstream lines(failed ? result.output : "");
     for (std::string line; std::getline(lines, line);) {
-        output.write(indent + "| " + lineOf(line));
+        print(indent + "| " + lineOf(line));
     }
-    output.flush();
+    flush();
 }
 
 // Beside the program, or where it is installed to share/fmxhost; empty when it is in neither.
@@ -230,7 +229,7 @@ std::filesystem::path listOfServerLibraries()
 //   {"plugin": FILE, "api": N, "passed": BOOL, "counts": {VERDICT: N, …}, "tests": [{"name": NAME, "verdict": VERDICT,
 //    "reasons": [TEXT…], "notes": [TEXT…], "seconds": NUMBER, "output": what it wrote, of tests that failed}…]}
 // Errors: std::system_error when a test can't be run or the output be written.
-bool runTests(const Options& options, Output& output)
+bool runTests(const Options& options)
 {
     Suite suite(options);
     bool passed = true;
@@ -250,7 +249,7 @@ bool runTests(const Options& options, Output& output)
         if (options.json && (failed || !options.onlyFailed)) {
             all.push_back(described(test, result, time.count()));
         } else if (failed || !options.onlyFailed) {
-            show(test, result, output);
+            show(test, result);
         }
     }
     Json namedCounts = Json::object();
@@ -266,15 +265,15 @@ bool runTests(const Options& options, Output& output)
                       {"passed", passed},
                       {"counts", namedCounts},
                       {"tests", all}};
-    output.write((options.json ? report.dump(-1, ' ', false, Json::error_handler_t::replace)
-                               : std::to_string(number) + (number == 1 ? " test: " : " tests: ") + summary) +
-                 "\n");
+    print((options.json ? report.dump(-1, ' ', false, Json::error_handler_t::replace)
+                        : std::to_string(number) + (number == 1 ? " test: " : " tests: ") + summary) +
+          "\n");
     return passed;
 }
 
 } // namespace
 
-ExitStatus run(Options options, Output& output)
+ExitStatus run(Options options)
 {
     options.plugin = std::filesystem::absolute(options.plugin);
     options.libraries = options.libraries.empty() ? listOfServerLibraries() : options.libraries;
@@ -282,37 +281,36 @@ ExitStatus run(Options options, Output& output)
         runHere(*test, options);
     }
     if (options.apiVersion < oldestApiVersion || options.apiVersion > newestApiVersion) {
-        output.reportError("check needs an API version from 50 to 255.");
+        reportError("check needs an API version from 50 to 255.");
         return ExitStatus::wrongUse;
     }
     for (const std::string& name : options.tests) {
         if (findTest(name) == nullptr) {
-            output.reportError("There is no test called " + name + ". fmxhost check list-tests shows them.");
+            reportError("There is no test called " + name + ". fmxhost check list-tests shows them.");
             return ExitStatus::wrongUse;
         }
     }
     if (std::error_code error; !std::filesystem::exists(options.plugin, error)) {
-        output.reportError("There is no plug-in file " + options.plugin.string());
+        reportError("There is no plug-in file " + options.plugin.string());
         return ExitStatus::pluginUnusable;
     }
     try {
-        return runTests(options, output) ? ExitStatus::success : ExitStatus::checkFailed;
+        return runTests(options) ? ExitStatus::success : ExitStatus::checkFailed;
     } catch (const OutputError&) {
         throw;
     } catch (const std::system_error& error) {
-        output.reportError(std::string("A test can't be run: ") + error.what());
+        reportError(std::string("A test can't be run: ") + error.what());
         return ExitStatus::checkFailed;
     }
 }
 
-ExitStatus listTests(bool json, Output& output)
+ExitStatus listTests(bool json)
 {
     for (const Test& test : tests) {
         constexpr std::size_t width = 18; // of the longest name, and two blanks
         std::string name = test.name;
         name.resize(width, ' ');
-        output.write((json ? jsonObject({{"name", test.name}, {"summary", test.summary}}) : name + test.summary) +
-                     "\n");
+        print((json ? jsonObject({{"name", test.name}, {"summary", test.summary}}) : name + test.summary) + "\n");
     }
     return ExitStatus::success;
 }

@@ -25,9 +25,9 @@ struct Options {
 extern const char* const footer; // of the command's help
 
 // Errors: OutputError.
-ExitStatus run(Options options, Output& output);
+ExitStatus run(Options options);
 
 // Names and summaries of the tests.
-ExitStatus listTests(bool json, Output& output);
+ExitStatus listTests(bool json);
 
 } // namespace fmxhost::check

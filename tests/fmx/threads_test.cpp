@@ -72,7 +72,7 @@ TEST(Threads, RegisterAtOnce)
         }
     });
     EXPECT_EQ(accepted, 100);
-    EXPECT_EQ(fmxkit::purge(plugin->GetMacType()), 100U);
+    EXPECT_EQ(fmxkit::purge(), 100U);
 }
 
 } // namespace

@@ -29,7 +29,6 @@ TEST(Plugin, StartsAndIsCalledByName)
     choose("");
     Plugin plugin(sample);
     EXPECT_EQ(plugin.options(), u"SMPL1nnYnnn");
-    EXPECT_EQ(plugin.id(), 0x534D504CU);
     EXPECT_TRUE(plugin.functions().empty());
     EXPECT_EQ(plugin.start(), 62);
     EXPECT_EQ(plugin.functions().size(), 8U);

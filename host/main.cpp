@@ -177,22 +177,20 @@ private:
             return "The argument " + word + " is one too many.";
         }
         std::vector<const CLI::App*> apps = app_.get_subcommands([](const CLI::App*) { return true; });
-        std::vector<std::u16string> known; // of the same kind
+        std::vector<std::string> known; // of the same kind
         if (!isOption) {
-            std::transform(apps.begin(), apps.end(), std::back_inserter(known),
-                           [](const CLI::App* command) { return toUtf16(command->get_name()); });
+            std::transform(apps.begin(), apps.end(), std::back_inserter(known), std::mem_fn(&CLI::App::get_name));
+            return "There is no command " + word + "." +
+                   (isWord ? suggestion(word, known) : " A calculation is given with -e.");
         }
         apps.push_back(&app_);
         for (const CLI::App* app : apps) {
             for (const CLI::Option* option : app->get_options()) {
-                for (const std::string& name : isOption ? option->get_lnames() : std::vector<std::string>()) {
-                    known.push_back(toUtf16("--" + name));
-                }
+                std::transform(option->get_lnames().begin(), option->get_lnames().end(), std::back_inserter(known),
+                               [](const std::string& name) { return "--" + name; });
             }
         }
-        return (isOption ? "There is no option " : "There is no command ") + word + "." +
-               (isOption || isWord ? didYouMean(nearest(toUtf16(word), {known.begin(), known.end()}))
-                                   : " A calculation is given with -e.");
+        return "There is no option " + word + "." + suggestion(word, known);
     }
 
     // What a command throws becomes one line on standard error.

@@ -218,13 +218,6 @@ void setUpEditing()
     stifle_history(historySize);
 }
 
-std::string promptText(bool goesOn)
-{
-    // libedit leaves out an escape sequence at the very end.
-    const std::string name = goesOn ? "     ..." : "fmxhost>";
-    return wantsColour(STDOUT_FILENO) ? "\1\033[1m\2" + name + "\1\033[0m\2 " : name + " ";
-}
-
 void greet(Session& session)
 {
     const std::string name = toUtf8(session.plugin().string(PluginString::name));
@@ -251,7 +244,7 @@ ExitStatus runPrompt(Session& session)
     bool secret = false;
     while (!typed.hasQuit()) {
         const bool goesOn = !typed.begun().empty();
-        std::optional<std::string> line = readLine(promptText(goesOn));
+        std::optional<std::string> line = readLine(goesOn ? "     ... " : "fmxhost> ");
         if (!line) {
             print("\n");
             flush();

@@ -61,14 +61,6 @@ std::string jsonText(std::string_view calculation, const Evaluation& evaluation)
                        {"seconds", evaluation.seconds}});
 }
 
-std::string timeText(double seconds)
-{
-    constexpr double milliseconds = 1e3;
-    char text[40];
-    std::snprintf(text, sizeof text, "%.3f ms", seconds * milliseconds);
-    return text;
-}
-
 // "FILE:LINE:COLUMN: ", "-e 2: " or nothing.
 std::string originText(const Origin& origin, const Place& place)
 {
@@ -119,7 +111,9 @@ ExitStatus Session::run(std::string_view calculation, const Origin& origin)
         print((options_.json ? jsonText(calculation, evaluation) : plainText(evaluation.value)) + "\n");
         flush();
         if (options_.time) {
-            report(styled(timeText(evaluation.seconds), Style::faint, STDERR_FILENO));
+            char text[40];
+            std::snprintf(text, sizeof text, "%.3f ms", evaluation.seconds * 1000);
+            report(styled(text, Style::faint, STDERR_FILENO));
         }
         return ExitStatus::success;
     } catch (const PluginThrew& error) {

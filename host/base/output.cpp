@@ -21,6 +21,12 @@ std::string_view environment(const char* variable)
     return value == nullptr ? std::string_view() : value;
 }
 
+bool wantsColour(int descriptor)
+{
+    const std::string_view terminal = environment("TERM");
+    return isatty(descriptor) != 0 && !terminal.empty() && terminal != "dumb" && environment("NO_COLOR").empty();
+}
+
 } // namespace
 
 void print(std::string_view text)
@@ -59,12 +65,6 @@ void reserveStandardDescriptors()
             }
         }
     }
-}
-
-bool wantsColour(int descriptor)
-{
-    const std::string_view terminal = environment("TERM");
-    return isatty(descriptor) != 0 && !terminal.empty() && terminal != "dumb" && environment("NO_COLOR").empty();
 }
 
 std::string styled(std::string_view text, Style style, int descriptor)

@@ -49,7 +49,6 @@ enum class Style { error, good, faint };
 // The text in the style, if the descriptor leads to a terminal that understands escape sequences (TERM is set and isn't
 // "dumb"), and NO_COLOR isn't set to anything but an empty text (https://no-color.org).
 std::string styled(std::string_view text, Style style, int descriptor);
-bool wantsColour(int descriptor);
 
 // A JSON object (RFC 8259) on one line, without a line end, with U+FFFD for what isn't valid UTF-8.
 using JsonMember = std::pair<std::string, std::variant<std::int64_t, double, std::string>>;

@@ -4,6 +4,8 @@
 #include <unicode/unistr.h>
 #include <unicode/utf16.h>
 
+#include <wchar.h> // NOLINT(modernize-deprecated-headers): wcwidth() is of POSIX
+
 #include <algorithm>
 #include <limits>
 #include <stdexcept>
@@ -31,20 +33,6 @@ icu::UnicodeString icuText(std::u16string_view text)
 std::u16string unitsOf(const icu::UnicodeString& text)
 {
     return {text.getBuffer(), static_cast<std::size_t>(text.length())};
-}
-
-std::size_t columnsOf(UChar32 character)
-{
-    switch (u_charType(character)) {
-    case U_NON_SPACING_MARK:
-    case U_ENCLOSING_MARK:
-    case U_FORMAT_CHAR:
-        return 0;
-    default:
-        break;
-    }
-    const auto width = static_cast<UEastAsianWidth>(u_getIntPropertyValue(character, UCHAR_EAST_ASIAN_WIDTH));
-    return width == U_EA_WIDE || width == U_EA_FULLWIDTH ? 2 : 1;
 }
 
 } // namespace
@@ -95,7 +83,8 @@ std::size_t displayWidth(std::u16string_view text)
     std::size_t columns = 0;
     for (std::size_t position = 0; position < text.size();) {
         const Character character = characterAt(text, position);
-        columns += columnsOf(static_cast<UChar32>(character.value));
+        const int width = ::wcwidth(static_cast<wchar_t>(character.value));
+        columns += static_cast<std::size_t>(std::max(width, 0));
         position += character.length;
     }
     return columns;

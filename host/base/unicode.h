@@ -35,6 +35,7 @@ struct Character {
 Character characterAt(std::u16string_view text, std::size_t position);
 
 // Columns that a terminal needs for the text: 2 for wide characters, 0 for combining ones and other invisible ones.
+// The locale must be one of UTF-8.
 std::size_t displayWidth(std::u16string_view text);
 
 } // namespace fmxhost

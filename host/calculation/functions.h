@@ -77,12 +77,9 @@ std::optional<Value> stateOf(std::u16string_view flag);
 // Whether FileMaker has a function of that name, in any letter case, that the host lacks.
 bool isFileMakersFunction(std::u16string_view name);
 
-// The candidate that was probably meant by a word, or an empty one. Letter case doesn't count, nor does a prefix that
-// ends with an underscore.
-std::u16string nearest(std::u16string_view word, const std::vector<std::u16string_view>& candidates);
-
-// " Did you mean x?", or nothing for an empty suggestion; UTF-8.
-std::string didYouMean(std::u16string_view suggestion);
+// " Did you mean x?" of the candidate that was probably meant by a word, or nothing. Letter case doesn't count, nor
+// does a prefix that ends with an underscore. All UTF-8.
+std::string suggestion(std::string_view word, const std::vector<std::string>& candidates);
 
 // Immutable once made.
 class FunctionTable {

@@ -3,10 +3,10 @@
 
 #include <fcntl.h>
 
-#include <algorithm>
 #include <array>
-#include <iterator>
+#include <functional>
 #include <map>
+#include <numeric>
 #include <set>
 #include <utility>
 
@@ -26,32 +26,24 @@ std::vector<std::string> registeredNames()
     return names;
 }
 
+bool isOpen(int descriptor)
+{
+    return fcntl(descriptor, F_GETFD) != -1;
+}
+
 // The lowest descriptors that are open: those that a host is likely to have.
-std::vector<unsigned> openDescriptors()
+std::vector<int> openDescriptors()
 {
-    constexpr int examined = 256;
-    std::vector<unsigned> open;
-    for (int descriptor = 0; descriptor < examined; ++descriptor) {
-        if (fcntl(descriptor, F_GETFD) != -1) {
-            open.push_back(static_cast<unsigned>(descriptor));
-        }
-    }
-    return open;
+    std::vector<int> descriptors(256);
+    std::iota(descriptors.begin(), descriptors.end(), 0);
+    std::erase_if(descriptors, std::not_fn(isOpen));
+    return descriptors;
 }
 
-std::string firstOf(const std::vector<unsigned>& numbers)
+void expectOpen(const Examination& examination, const std::vector<int>& hosts)
 {
-    return std::to_string(numbers.front()) +
-           (numbers.size() > 1 ? " and " + std::to_string(numbers.size() - 1) + " more" : "");
-}
-
-void reportClosed(const Examination& examination, const std::vector<unsigned>& before)
-{
-    const std::vector<unsigned> now = openDescriptors();
-    std::vector<unsigned> closed;
-    std::set_difference(before.begin(), before.end(), now.begin(), now.end(), std::back_inserter(closed));
-    if (!closed.empty()) {
-        examination.fail("it closes file descriptors of the host's: " + firstOf(closed));
+    for (const int descriptor : hosts) {
+        examination.expect(isOpen(descriptor), "it closes the host's file descriptor " + std::to_string(descriptor));
     }
 }
 
@@ -117,9 +109,9 @@ void examineLoading(Examination& examination)
 
 void examineStartUp(Examination& examination)
 {
-    const std::vector<unsigned> descriptors = openDescriptors();
+    const std::vector<int> hosts = openDescriptors();
     examination.started();
-    reportClosed(examination, descriptors);
+    expectOpen(examination, hosts);
     const std::int64_t answer = examination.startUpAnswer();
     examination.expect(answer >= oldestApiVersion && answer <= newestApiVersion,
                        "start-up answers " + std::to_string(answer) +
@@ -173,25 +165,24 @@ void examineUnknownMessages(Examination& examination)
             messages.insert(static_cast<unsigned>(message));
         }
     }
-    std::map<std::string, std::vector<unsigned>> messagesByFault;
+    std::map<std::string, unsigned> firstOfFault;
     for (const unsigned message : messages) {
-        if (std::string fault = sendUnknown(examination, plugin, message); !fault.empty()) {
-            messagesByFault[std::move(fault)].push_back(message);
-        }
+        firstOfFault.emplace(sendUnknown(examination, plugin, message), message);
     }
-    for (const auto& [fault, numbers] : messagesByFault) {
-        examination.fail("message " + firstOf(numbers) + ": " + fault);
+    firstOfFault.erase("");
+    for (const auto& [fault, message] : firstOfFault) {
+        examination.fail("message " + std::to_string(message) + ": " + fault);
     }
     examination.expect(registeredNames() == before, "they change what is registered");
 }
 
 void examineShutDown(Examination& examination)
 {
-    std::vector<unsigned> hosts = openDescriptors();
+    std::vector<int> hosts = openDescriptors();
     examination.started();
-    std::erase_if(hosts, [](unsigned descriptor) { return fcntl(static_cast<int>(descriptor), F_GETFD) == -1; });
+    std::erase_if(hosts, std::not_fn(isOpen));
     examination.shutDown();
-    reportClosed(examination, hosts);
+    expectOpen(examination, hosts);
     for (const std::string& name : registeredNames()) {
         examination.fail(name + " stays registered");
     }

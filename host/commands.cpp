@@ -100,11 +100,9 @@ std::vector<const Function*> functionsAbout(const FunctionTable& functions, std:
 {
     std::vector<const Function*> found;
     for (const Function& function : functions.all()) {
-        for (const std::u16string_view text : {function.name, function.description}) {
-            if (foldCase(text).find(foldCase(word)) != std::u16string::npos) {
-                found.push_back(&function);
-                break;
-            }
+        const std::u16string text = std::u16string(function.name) + u'\n' + std::u16string(function.description);
+        if (foldCase(text).find(foldCase(word)) != std::u16string::npos) {
+            found.push_back(&function);
         }
     }
     return found;
@@ -212,7 +210,7 @@ ExitStatus evaluateAll(Session& session, const std::vector<std::string>& calcula
     ExitStatus status = ExitStatus::success;
     for (std::size_t index = 0; index < calculations.size() && status == ExitStatus::success; ++index) {
         const std::string name = calculations.size() > 1 ? "-e " + std::to_string(index + 1) : "";
-        status = session.run(calculations[index], {name, std::nullopt});
+        status = session.run(calculations[index], name);
     }
     return status;
 }
@@ -276,9 +274,7 @@ ExitStatus Lines::take(std::string line)
 ExitStatus Lines::finish()
 {
     const std::string calculation = std::exchange(calculation_, {});
-    return calculation.empty()
-               ? ExitStatus::success
-               : session_.run(calculation, {name_, name_.empty() ? std::nullopt : std::optional(firstLine_)});
+    return calculation.empty() ? ExitStatus::success : session_.run(calculation, name_, firstLine_);
 }
 
 bool Lines::isCommand(std::string_view line, ExitStatus& status)

@@ -114,58 +114,42 @@ char* wordBreaks()
     return breaks.data();
 }
 
-// Names that a text could hold only with a backslash are left out.
-std::vector<std::string> pathsWithPrefix(const std::string& begun)
-{
-    std::vector<std::string> paths;
-    const std::size_t slash = begun.rfind('/');
-    const std::string folder = slash == std::string::npos ? "" : begun.substr(0, slash + 1);
-    const std::string name = begun.substr(folder.size());
-    std::error_code error;
-    for (fs::directory_iterator entry(folder.empty() ? "." : folder, error), end; !error && entry != end;
-         entry.increment(error)) {
-        const std::string candidate = entry->path().filename().string();
-        if (candidate.starts_with(name) && (!name.empty() || candidate.front() != '.') &&
-            candidate.find_first_of("\"\\") == std::string::npos) {
-            paths.push_back(folder + candidate + (entry->is_directory(error) ? "/" : ""));
-            error.clear();
-        }
-    }
-    return paths;
-}
-
+// Of variables and functions. A single function gets its parenthesis.
 std::vector<std::string> namesWithPrefix(const std::string& word)
 {
     std::vector<std::string> names;
-    if (word.starts_with('$')) {
-        for (const auto& [name, value] : served->evaluator().variables()) {
-            if (name.starts_with(foldCase(toUtf16(word)))) {
-                names.push_back(toUtf8(name));
-            }
+    const std::u16string prefix = foldCase(toUtf16(word));
+    for (const auto& [name, value] : served->evaluator().variables()) {
+        if (!prefix.empty() && name.starts_with(prefix)) {
+            names.push_back(toUtf8(name));
         }
-        return names;
     }
-    constexpr int parenthesis = '(';
     const bool isHelp = foldCase(toUtf16(std::string_view(rl_line_buffer).substr(0, 5))) == u"help ";
+    bool takesArguments = false;
     for (const Function& function : served->functions().all()) {
-        if (foldCase(function.name).starts_with(foldCase(toUtf16(word)))) {
+        if (foldCase(function.name).starts_with(prefix)) {
             names.push_back(toUtf8(function.name));
-            rl_completion_append_character = isHelp || function.maximumArguments == 0 ? 0 : parenthesis;
+            takesArguments = function.maximumArguments != 0;
         }
     }
+    rl_completion_append_character = names.size() == 1 && takesArguments && !isHelp ? '(' : 0;
     return names;
 }
 
+// A path in a text, a name elsewhere.
 char** complete(const char* word, int, int)
 {
     static std::vector<std::string> candidates;
     static std::size_t next = 0;
-    rl_attempted_completion_over = 1; // no names of files outside texts
+    rl_attempted_completion_over = 1;
     rl_completion_append_character = 0;
-    candidates = *wordBreaks() == '"' ? pathsWithPrefix(word) : namesWithPrefix(word);
-    if (candidates.size() > 1) {
-        rl_completion_append_character = 0;
+    if (*wordBreaks() == '"') {
+        char** paths = rl_completion_matches(word, rl_filename_completion_function);
+        std::error_code error;
+        rl_completion_append_character = paths != nullptr && fs::is_directory(paths[0], error) ? '/' : 0;
+        return paths;
     }
+    candidates = namesWithPrefix(word);
     return rl_completion_matches(word, [](const char*, int state) {
         next = state == 0 ? 0 : next;
         return next < candidates.size() ? strdup(candidates[next++].c_str()) : nullptr; // for libedit to free

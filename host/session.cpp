@@ -61,16 +61,6 @@ std::string jsonText(std::string_view calculation, const Evaluation& evaluation)
                        {"seconds", evaluation.seconds}});
 }
 
-// "FILE:LINE:COLUMN: ", "-e 2: " or nothing.
-std::string originText(const Origin& origin, const Place& place)
-{
-    if (origin.name.empty() || !origin.line) {
-        return origin.name + (origin.name.empty() ? "" : ": ");
-    }
-    return origin.name + ":" + std::to_string(*origin.line + place.line - 1) + ":" + std::to_string(place.column) +
-           ": ";
-}
-
 } // namespace
 
 fs::path pluginFile(const Options& options)
@@ -101,7 +91,7 @@ Session::Session(const Options& options)
 {
 }
 
-ExitStatus Session::run(std::string_view calculation, const Origin& origin)
+ExitStatus Session::run(std::string_view calculation, const std::string& origin, std::size_t line)
 {
     try {
         if (!isValidUtf8(calculation)) {
@@ -117,15 +107,16 @@ ExitStatus Session::run(std::string_view calculation, const Origin& origin)
         }
         return ExitStatus::success;
     } catch (const PluginThrew& error) {
-        fail(calculation, origin, error);
+        fail(calculation, origin, line, error);
         return ExitStatus::pluginThrew;
     } catch (const CalculationError& error) {
-        fail(calculation, origin, error);
+        fail(calculation, origin, line, error);
         return ExitStatus::calculationError;
     }
 }
 
-void Session::fail(std::string_view calculation, const Origin& origin, const CalculationError& error)
+void Session::fail(std::string_view calculation, const std::string& origin, std::size_t line,
+                   const CalculationError& error)
 {
     constexpr int errorCode = 1200;
     const std::u16string source = toUtf16(calculation);
@@ -141,7 +132,10 @@ void Session::fail(std::string_view calculation, const Origin& origin, const Cal
                           {"column", static_cast<std::int64_t>(place.column)}}) +
               "\n");
     }
-    reportError(originText(origin, place) + error.what());
+    const bool inFile = !origin.empty() && line > 0;
+    reportError(origin +
+                (inFile ? ":" + std::to_string(line + place.line - 1) + ":" + std::to_string(place.column) : "") +
+                (origin.empty() ? "" : ": ") + error.what());
     if (isValidUtf8(calculation)) {
         const std::string lines = pointAt(source, error.span());
         const std::size_t end = lines.find('\n');

@@ -8,7 +8,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
-#include <optional>
 #include <string>
 #include <string_view>
 
@@ -27,12 +26,6 @@ struct Options {
 // Errors: PluginError when that isn't there.
 std::filesystem::path pluginFile(const Options& options);
 
-// Where a calculation comes from, for error messages.
-struct Origin {
-    std::string name;                // the file, or "-e 2"; may be empty
-    std::optional<std::size_t> line; // of the file, from 1
-};
-
 class Session {
 public:
     // Loads and starts the plug-in; it stays to the end. The options must outlive the session.
@@ -50,12 +43,13 @@ public:
 
     // Evaluates a calculation and writes the result, as plain text or JSON as the options say, at once; with the option
     // `time` the time to standard error. An error in the calculation goes to standard error with the place pointed at,
-    // as JSON into the output too; the status says which kind it was.
+    // as JSON into the output too; the status says which kind it was. `origin` is where the calculation comes from: a
+    // file, "-e 2" or nothing, and its line in the file, from 1, or 0.
     // Errors: OutputError.
-    ExitStatus run(std::string_view calculation, const Origin& origin);
+    ExitStatus run(std::string_view calculation, const std::string& origin, std::size_t line = 0);
 
 private:
-    void fail(std::string_view calculation, const Origin& origin, const CalculationError& error);
+    void fail(std::string_view calculation, const std::string& origin, std::size_t line, const CalculationError& error);
 
     const Options& options_;
     Plugin plugin_;

@@ -192,7 +192,7 @@ void examineLibraries(Examination& examination)
     for (const std::string& folder : plugin.searchPaths) {
         if (!server.contains(folder)) {
             // What lies beside the plug-in may be there; "Install Plug-In File" copies the plug-in alone.
-            examination.tell(folder.starts_with('$') ? Event::note : Event::failure,
+            examination.find(folder.starts_with('$') ? Verdict::note : Verdict::fail,
                              "it looks for libraries in \"" + folder + "\" (RPATH), which no plain server has");
         }
     }

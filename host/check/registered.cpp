@@ -118,7 +118,7 @@ void examineFunctionNames(Examination& examination)
         examination.expect(first == shown, shown + " has the name of " + first);
     }
     if (attemptedFunctions().empty()) {
-        examination.note("it registers no functions");
+        examination.find(Verdict::note, "it registers no functions");
     }
 }
 

@@ -104,32 +104,22 @@ Result resultOf(std::istringstream events, const std::string& end, bool timedOut
     std::string step;
     bool done = false;
     for (std::string line; std::getline(events, line);) {
-        std::string text = line.substr(1);
-        switch (static_cast<Event>(line.front())) {
-        case Event::step:
+        const std::string text = line.substr(1);
+        if (line.front() == 's') {
             step = " at " + text;
-            break;
-        case Event::reached:
+        } else if (line.front() == 'r') {
             result.reached = std::max(result.reached, static_cast<Stage>(std::stoi(text)));
-            break;
-        case Event::failure:
-        case Event::skipped:
-            result.verdict = line.front() == static_cast<char>(Event::failure) ? Verdict::fail : Verdict::skipped;
-            result.reasons.push_back(std::move(text));
-            break;
-        case Event::note:
-            result.notes.push_back(std::move(text));
-            break;
-        case Event::done:
+        } else if (line.front() == 'd') {
             done = true;
-            break;
+        } else {
+            const auto verdict = static_cast<Verdict>(line.front());
+            result.verdict = std::max(result.verdict, verdict);
+            (verdict == Verdict::note ? result.notes : result.reasons).push_back(text);
         }
     }
     if (!done) {
         result.verdict = timedOut ? Verdict::timeOut : Verdict::crash;
         result.reasons.push_back(end + step);
-    } else if (result.verdict == Verdict::pass && !result.notes.empty()) {
-        result.verdict = Verdict::note;
     }
     return result;
 }
@@ -169,12 +159,12 @@ Result runIsolated(const Test& test, const Options& options)
 
 Examination::Examination(const Options& options, int events) : options_(options), events_(events), process_(getpid()) {}
 
-void Examination::tell(Event event, std::string_view text) const
+void Examination::tell(char kind, std::string_view text) const
 {
     if (getpid() != process_) {
         _exit(0);
     }
-    std::string line{static_cast<char>(event)};
+    std::string line{kind};
     line.append(text);
     std::replace(line.begin(), line.end(), '\n', ' ');
     line.push_back('\n');
@@ -246,13 +236,13 @@ void runHere(const Test& test, const Options& options)
     try {
         test.examine(examination);
     } catch (const Skipped& reason) {
-        examination.tell(Event::skipped, reason.what());
+        examination.find(Verdict::skipped, reason.what());
     } catch (const std::exception& error) {
         examination.fail(error.what());
     } catch (...) {
         examination.fail("an exception of an unknown kind came out");
     }
-    examination.tell(Event::done);
+    examination.done();
     _exit(0);
 }
 

@@ -84,7 +84,7 @@ void examineString(const Examination& examination, Plugin& plugin, const Request
         }
     }
     if (whole.empty()) {
-        examination.tell(request.required ? Event::failure : Event::note, label + " is empty");
+        examination.find(request.required ? Verdict::fail : Verdict::note, label + " is empty");
     }
 }
 

@@ -27,15 +27,19 @@ enum class Stage {
     ended,   // the shut-down message answered
 };
 
-// What a test tells the process that started it.
-enum class Event : char {
-    step = 's',    // what is being done from now on
-    reached = 'r', // a stage, as its number
-    failure = 'f',
-    note = 'n',
-    skipped = 'k',
-    done = 'd', // the test came to its end
+enum class Verdict {
+    pass,
+    note,    // passed, and there is something to know
+    skipped, // can't be made here, or a test before it failed at what it needs
+    fail,
+    crash,   // the process ended before the test did
+    timeOut, // it was ended because the test took too long
 };
+
+constexpr bool isFailure(Verdict verdict)
+{
+    return verdict >= Verdict::fail;
+}
 
 // A test that can't be made here; what() is the reason, for the user.
 class Skipped : public std::runtime_error {
@@ -52,14 +56,14 @@ public:
 
     const Options& options() const { return options_; }
 
-    // Ends the process where the plug-in has closed the descriptor, and in a copy of the process: a plug-in that forks
-    // and returns twice mustn't have the test made twice.
-    void tell(Event event, std::string_view text = "") const;
-
     // What is going to be done; names the place where the process crashes or hangs.
-    void step(std::string_view text) const { tell(Event::step, text); }
-    void fail(std::string_view text) const { tell(Event::failure, text); }
-    void note(std::string_view text) const { tell(Event::note, text); }
+    void step(std::string_view text) const { tell('s', text); }
+    void reach(Stage stage) const { tell('r', std::to_string(static_cast<int>(stage))); }
+    void done() const { tell('d', ""); }
+
+    // A finding. Of several the worst verdict counts.
+    void find(Verdict verdict, std::string_view text) const { tell(static_cast<char>(verdict), text); }
+    void fail(std::string_view text) const { find(Verdict::fail, text); }
     // A failure unless the condition holds.
     void expect(bool condition, std::string_view fault) const
     {
@@ -67,7 +71,6 @@ public:
             fail(fault);
         }
     }
-    void reach(Stage stage) const { tell(Event::reached, std::to_string(static_cast<int>(stage))); }
 
     // The plug-in, loaded or started when first asked for. It is never unloaded unless a test does so: what unloading
     // goes wrong with belongs to the tests of unloading.
@@ -83,6 +86,10 @@ public:
     void unload(); // it can be loaded again
 
 private:
+    // Ends the process where the plug-in has closed the descriptor, and in a copy of the process: a plug-in that forks
+    // and returns twice mustn't have the test made twice.
+    void tell(char kind, std::string_view text) const;
+
     const Options& options_;
     int events_;
     int process_;
@@ -105,20 +112,6 @@ struct Test {
 };
 
 // ---- Making a test in a process of its own, and knowing what came of it however that process ended: sandbox.cpp
-
-enum class Verdict {
-    pass,
-    note,    // passed, and there is something to know
-    skipped, // can't be made here, or a test before it failed at what it needs
-    fail,
-    crash,   // the process ended before the test did
-    timeOut, // it was ended because the test took too long
-};
-
-constexpr bool isFailure(Verdict verdict)
-{
-    return verdict >= Verdict::fail;
-}
 
 // What came of a test. Texts are UTF-8, where the plug-in's own are.
 struct Result {

@@ -22,7 +22,7 @@ SANITIZERS = "".join(sys.argv[7:])  # CMake passes no empty argument
 LINUX = sys.platform == "linux"
 
 def check(plugin, *arguments, told="", **variables):
-    environment = {**os.environ, "CHECK_PLUGIN": told, **variables}
+    environment = {**os.environ, "SAMPLE": told, **variables}
     return subprocess.run([HOST, "--plugin", plugin, "check", *arguments], capture_output=True, text=True, timeout=300,
                           env=environment)
 
@@ -160,7 +160,7 @@ class CommandLine(unittest.TestCase):
         self.assertEqual(start["output"].splitlines()[0], "going")  # an emulator adds words of its own
 
     def test_text(self):
-        fault = "script step 1 Good step has the ID of script step 1 Good step\n"
+        fault = "script step 1 Step has the ID of script step 1 Step\n"
         failed = f"fail      unique-ids\n          {fault}"
         for options, expected in (((), f"pass      load\n{failed}"), (("--only-failed",), failed)):
             result = check(PLUGIN, *options, "load", "unique-ids", told="step=1")

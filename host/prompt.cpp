@@ -144,7 +144,7 @@ char** complete(const char* word, int, int)
     rl_attempted_completion_over = 1;
     rl_completion_append_character = 0;
     if (*wordBreaks() == '"') {
-        char** paths = rl_completion_matches(word, rl_filename_completion_function);
+        char** paths = rl_completion_matches(word, filename_completion_function);
         std::error_code error;
         rl_completion_append_character = paths != nullptr && fs::is_directory(paths[0], error) ? '/' : 0;
         return paths;

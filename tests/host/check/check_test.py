@@ -8,7 +8,6 @@ sanitizers if any, whether Folidex is built over GNUstep.
 import concurrent.futures
 import json
 import os
-import pty
 import re
 import subprocess
 import sys
@@ -194,15 +193,6 @@ class CommandLine(unittest.TestCase):
             self.assertEqual((result.returncode, result.stdout), (status, ""))
             self.assertIn(text, result.stderr)
         self.assertEqual(check("/no/such.fmx").returncode, 3)
-
-    def test_colours_are_for_terminals(self):
-        for no_colour, coloured in (("", True), ("1", False)):
-            controller, terminal = pty.openpty()
-            subprocess.run([HOST, "--plugin", PLUGIN, "check", "load"], stdout=terminal, timeout=300, check=True,
-                           env={**os.environ, "TERM": "xterm", "NO_COLOR": no_colour})
-            os.close(terminal)
-            self.assertEqual(b"\033[" in os.read(controller, 4096), coloured)
-            os.close(controller)
 
 
 if __name__ == "__main__":

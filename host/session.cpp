@@ -49,9 +49,9 @@ std::string jsonText(std::string_view calculation, const Evaluation& evaluation)
         {{"empty", nothing},
          {"text", whole},
          {"number", whole},
-         {"date", [](const Value& value) { return isoText(value.timestamp()).substr(0, 10); }},
+         {"date", [](const Value& value) { return value.isoText().substr(0, 10); }},
          {"time", whole},
-         {"timestamp", [](const Value& value) { return isoText(value.timestamp()); }},
+         {"timestamp", [](const Value& value) { return value.isoText(); }},
          {"container", nothing}}};
     const Type& type = types.at(static_cast<std::size_t>(evaluation.value.type()));
     return jsonObject({{"calculation", std::string(calculation)},

@@ -1,7 +1,5 @@
 // Text conversions of the host: FileMaker's values are UTF-16, everything outside (arguments, files, terminal) is
 // UTF-8.
-//
-// Thread rule: every function here may be called from any thread.
 #pragma once
 
 #include <cstddef>

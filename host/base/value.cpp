@@ -17,15 +17,6 @@ const fmx::uint16* kitUnits(std::u16string_view text)
 
 } // namespace
 
-std::string isoText(const Timestamp& timestamp)
-{
-    char buffer[80];
-    const int length =
-        std::snprintf(buffer, sizeof buffer, "%04d-%02d-%02dT%02d:%02d:%02d", timestamp.year, timestamp.month,
-                      timestamp.day, timestamp.hour, timestamp.minute, timestamp.second);
-    return std::string(buffer, static_cast<std::size_t>(length));
-}
-
 Value::Value() : Value(fmx::DataUniquePtr()) {}
 
 Value::Value(std::u16string_view text)
@@ -42,25 +33,6 @@ Value::Value(std::int64_t number)
     const fmx::FixPtUniquePtr fixed;
     fixed->AssignInt64(static_cast<fmx::int64>(number));
     *this = Value(*fixed);
-}
-
-Value::Value(double number)
-{
-    const fmx::FixPtUniquePtr fixed;
-    fixed->AssignDouble(number);
-    *this = Value(*fixed);
-}
-
-Value::Value(const Timestamp& timestamp)
-{
-    const fmx::DateTimeUniquePtr time;
-    time->SetNormalizedDate(static_cast<fmx::int16>(timestamp.month), static_cast<fmx::int16>(timestamp.day),
-                            static_cast<fmx::int16>(timestamp.year));
-    time->SetNormalizedTime(timestamp.hour, static_cast<fmx::int16>(timestamp.minute),
-                            static_cast<fmx::int16>(timestamp.second));
-    fmx::DataUniquePtr data;
-    data->SetAsTimeStamp(*time);
-    *this = Value(std::move(data));
 }
 
 Value::Value(const fmx::Text& text)
@@ -121,10 +93,13 @@ bool Value::boolean() const
     return data_->GetAsBoolean();
 }
 
-Timestamp Value::timestamp() const
+std::string Value::isoText() const
 {
     const fmx::DateTime& time = data_->GetAsTimeStamp();
-    return {time.GetYear(), time.GetMonth(), time.GetDay(), time.GetHour(), time.GetMinute(), time.GetSec()};
+    char text[80];
+    std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d", time.GetYear(), time.GetMonth(), time.GetDay(),
+                  time.GetHour(), time.GetMinute(), time.GetSec());
+    return text;
 }
 
 std::u16string unitsOf(const fmx::Text& text)

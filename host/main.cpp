@@ -237,7 +237,7 @@ private:
         Session session(options_);
         const ExitStatus status = command(session);
         flush();
-        session.close();
+        session.plugin().unload();
         return status;
     }
 

@@ -37,10 +37,6 @@ public:
     Evaluator& evaluator() { return evaluator_; }
     bool json() const { return options_.json; }
 
-    // Shuts the plug-in down and unloads it. Afterwards only the destructor may be called.
-    // Errors: PluginError.
-    void close() { plugin_.unload(); }
-
     // Evaluates a calculation and writes the result, as plain text or JSON as the options say, at once; with the option
     // `time` the time to standard error. An error in the calculation goes to standard error with the place pointed at,
     // as JSON into the output too; the status says which kind it was. `origin` is where the calculation comes from: a

@@ -70,11 +70,6 @@ std::string rangeText(int least, int most)
     return std::to_string(least) + (most < 0 ? " or more" : most != least ? " to " + std::to_string(most) : "");
 }
 
-bool isFileMakersFunction(std::u16string_view name)
-{
-    return fileMakersFunctions.find(u' ' + foldCase(name) + u' ') != std::u16string_view::npos;
-}
-
 std::string suggestion(std::string_view word, const std::vector<std::string>& candidates)
 {
     constexpr std::size_t longestWord = 200;
@@ -112,7 +107,7 @@ const Function* FunctionTable::find(std::u16string_view name) const
 
 std::string FunctionTable::unknownText(std::u16string_view name, std::string_view kind) const
 {
-    if (isFileMakersFunction(name)) {
+    if (fileMakersFunctions.find(u' ' + foldCase(name) + u' ') != std::u16string_view::npos) {
         return toUtf8(name) + " is a function of FileMaker that fmxhost lacks.";
     }
     std::vector<std::string> names;

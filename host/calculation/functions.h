@@ -74,9 +74,6 @@ std::span<const Function> builtIns();
 // What Get ( flag ) answers, in any letter case; nothing for a flag that isn't known.
 std::optional<Value> stateOf(std::u16string_view flag);
 
-// Whether FileMaker has a function of that name, in any letter case, that the host lacks.
-bool isFileMakersFunction(std::u16string_view name);
-
 // " Did you mean x?" of the candidate that was probably meant by a word, or nothing. Letter case doesn't count, nor
 // does a prefix that ends with an underscore. All UTF-8.
 std::string suggestion(std::string_view word, const std::vector<std::string>& candidates);

@@ -18,10 +18,10 @@ namespace fmxhost {
 
 struct Operator {
     std::u16string_view symbol;
-    int level; // of binding, weakest first
+    int level;                     // of binding, weakest first
+    std::optional<bool> decidedBy; // the left operand that is the result whatever stands on the right
     // Errors: CalculationError at `place`.
     Value (*apply)(const Value& left, const Value& right, Span place);
-    std::optional<bool> decidedBy = std::nullopt; // the left operand that is the result whatever stands on the right
 };
 constexpr int strongestLevel = 5;
 std::span<const Operator> operators();

@@ -4,8 +4,6 @@
 
 #include "host/base/unicode.h"
 
-#include <compare>
-
 namespace fmxhost {
 namespace {
 
@@ -24,15 +22,15 @@ bool isNoNumber(const Value& value)
     return isText(value) && value.text().find_first_of(u"0123456789") == std::u16string::npos;
 }
 
-// See Evaluator::evaluate().
-std::weak_ordering compare(const Value& left, const Value& right)
+// Negative, 0 or positive; see Evaluator::evaluate().
+int compare(const Value& left, const Value& right)
 {
     if ((isText(left) && isText(right)) || isNoNumber(left) || isNoNumber(right)) {
-        return foldCase(left.text()).compare(foldCase(right.text())) <=> 0;
+        return foldCase(left.text()).compare(foldCase(right.text()));
     }
     const fmx::FixPt& a = left.data().GetAsNumber();
     const fmx::FixPt& b = right.data().GetAsNumber();
-    return a == b ? std::weak_ordering::equivalent : a < b ? std::weak_ordering::less : std::weak_ordering::greater;
+    return a == b ? 0 : a < b ? -1 : 1;
 }
 
 Value concatenated(const Value& left, const Value& right, Span)
@@ -65,20 +63,20 @@ Value divided(const Value& left, const Value& right, Span place)
 std::span<const Operator> operators()
 {
     static constexpr Operator table[] = {
-        {u"or", 0, [](const Value& a, const Value& b, Span) { return truth(a.boolean() || b.boolean()); }, true},
-        {u"xor", 0, [](const Value& a, const Value& b, Span) { return truth(a.boolean() != b.boolean()); }},
-        {u"and", 1, [](const Value& a, const Value& b, Span) { return truth(a.boolean() && b.boolean()); }, false},
-        {u"=", 2, [](const Value& a, const Value& b, Span) { return truth(compare(a, b) == 0); }},
-        {u"≠", 2, [](const Value& a, const Value& b, Span) { return truth(compare(a, b) != 0); }},
-        {u"<", 2, [](const Value& a, const Value& b, Span) { return truth(compare(a, b) < 0); }},
-        {u">", 2, [](const Value& a, const Value& b, Span) { return truth(compare(a, b) > 0); }},
-        {u"≤", 2, [](const Value& a, const Value& b, Span) { return truth(compare(a, b) <= 0); }},
-        {u"≥", 2, [](const Value& a, const Value& b, Span) { return truth(compare(a, b) >= 0); }},
-        {u"&", 3, concatenated},
-        {u"+", 4, calculated<&fmx::FixPt::Add>},
-        {u"-", 4, calculated<&fmx::FixPt::Subtract>},
-        {u"*", 5, calculated<&fmx::FixPt::Multiply>},
-        {u"/", 5, divided},
+        {u"or", 0, true, [](const Value& a, const Value& b, Span) { return truth(a.boolean() || b.boolean()); }},
+        {u"xor", 0, {}, [](const Value& a, const Value& b, Span) { return truth(a.boolean() != b.boolean()); }},
+        {u"and", 1, false, [](const Value& a, const Value& b, Span) { return truth(a.boolean() && b.boolean()); }},
+        {u"=", 2, {}, [](const Value& a, const Value& b, Span) { return truth(compare(a, b) == 0); }},
+        {u"≠", 2, {}, [](const Value& a, const Value& b, Span) { return truth(compare(a, b) != 0); }},
+        {u"<", 2, {}, [](const Value& a, const Value& b, Span) { return truth(compare(a, b) < 0); }},
+        {u">", 2, {}, [](const Value& a, const Value& b, Span) { return truth(compare(a, b) > 0); }},
+        {u"≤", 2, {}, [](const Value& a, const Value& b, Span) { return truth(compare(a, b) <= 0); }},
+        {u"≥", 2, {}, [](const Value& a, const Value& b, Span) { return truth(compare(a, b) >= 0); }},
+        {u"&", 3, {}, concatenated},
+        {u"+", 4, {}, calculated<&fmx::FixPt::Add>},
+        {u"-", 4, {}, calculated<&fmx::FixPt::Subtract>},
+        {u"*", 5, {}, calculated<&fmx::FixPt::Multiply>},
+        {u"/", 5, {}, divided},
     };
     return table;
 }

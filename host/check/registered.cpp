@@ -115,7 +115,7 @@ void examineFunctionNames(Examination& examination)
         }
         examination.expect(canBeCalled(function.name), shown + ": a calculation can't take this for a name");
         const std::string& first = firstOfName.emplace(foldCase(function.name), shown).first->second;
-        examination.expect(first == shown, shown + " has the name of " + first);
+        examination.expect(first == shown, std::string(shown).append(" has the name of ").append(first));
     }
     if (attemptedFunctions().empty()) {
         examination.find(Verdict::note, "it registers no functions");
@@ -132,7 +132,8 @@ void examinePrototypes(Examination& examination)
             examination.fail(shown + " has no prototype");
         } else if (!function.name.empty()) { // of that function-names tells
             const std::string fault = prototypeFault(function);
-            examination.expect(fault.empty(), shown + ": the prototype " + inQuotes(function.prototype) + ": " + fault);
+            const std::string quoted = ": the prototype " + inQuotes(function.prototype) + ": ";
+            examination.expect(fault.empty(), std::string(shown).append(quoted).append(fault));
         }
     }
 }

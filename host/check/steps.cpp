@@ -138,11 +138,12 @@ private:
     {
         for (const auto& [name, value] : element.attributes) {
             const auto known = element.kind->attributes.find(name);
-            expect(known != element.kind->attributes.end(),
-                   element.shown + " has an attribute " + name + " that isn't known");
-            expect(known == element.kind->attributes.end() || known->second.words.empty() ||
-                       known->second.words.contains(lowered(value)),
-                   element.shown + ": its " + name + " \"" + value + "\" isn't known");
+            if (known == element.kind->attributes.end()) {
+                faults_.push_back(element.shown + " has an attribute " + name + " that isn't known");
+            } else if (!known->second.words.empty() && !known->second.words.contains(lowered(value))) {
+                faults_.push_back(
+                    std::string(element.shown).append(": its " + name + " \"").append(value).append("\" isn't known"));
+            }
         }
         const bool isTarget = element.type() == "target";
         for (const auto& [name, attribute] : element.kind->attributes) {

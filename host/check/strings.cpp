@@ -92,7 +92,7 @@ void examineOptionsText(const Examination& examination, std::u16string_view opti
 {
     // What may stand at each position: the ID; "1"; whether the plug-in can be configured; "n" for new style functions;
     // whether it wants start-up and shut-down, idle, and session and file shut-down messages; "n".
-    constexpr std::u16string_view id = u""; // visible ASCII
+    constexpr std::u16string_view id; // visible ASCII
     constexpr std::array<std::u16string_view, 11> allowed{id, id, id, id, u"1", u"Yn", u"n", u"Yn", u"Yn", u"Yn", u"n"};
     if (options.size() != allowed.size()) {
         examination.fail("the options string " + inQuotes(options) + " has " + std::to_string(options.size()) +

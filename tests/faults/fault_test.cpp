@@ -265,7 +265,7 @@ CallResult ScenarioRun::call(const FaultPlan& plan) const
     result.report = disarmFaults();
     if (!result.threw) {
         const fmxhost::Value answer(std::move(value));
-        result.answer = answer.type() == fmxhost::ValueType::timestamp ? isoText(answer.timestamp()) : answer.utf8();
+        result.answer = answer.type() == fmxhost::ValueType::timestamp ? answer.isoText() : answer.utf8();
         result.isError = result.answer == "!!ERROR!!";
         result.code = plugin_.lastErrorNumber();
     }

@@ -30,7 +30,6 @@ public:
     std::string utf8() const { return outcome_.value.utf8(); }
     double number() const { return outcome_.value.number(); }
     std::int64_t integer() const { return outcome_.value.integer(); }
-    fmxhost::Timestamp timestamp() const { return outcome_.value.timestamp(); }
     const fmxhost::Value& value() const { return outcome_.value; }
 
     fmx::errcode errorCode() const { return outcome_.error; } // what the handler returned

@@ -45,7 +45,9 @@ int renameOverClaim(int fromFolder, const char* from, int toFolder, const char* 
         return 0;
     }
     error = error == 0 ? errno : error;
-    unlinkat(toFolder, to, isFolder ? AT_REMOVEDIR : 0);
+    for (int attempt = 0; attempt < 2 && unlinkat(toFolder, to, isFolder ? AT_REMOVEDIR : 0) != 0; ++attempt) {
+        // Again for what passes: the name must be free for another way.
+    }
     // A file system whose rename doesn't replace (SFTP servers) needs no claim.
     const bool mayNeverReplace = error == EEXIST || error == EPERM;
     return mayNeverReplace && renameat(fromFolder, from, toFolder, to) == 0 ? 0 : error;

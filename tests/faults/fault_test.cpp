@@ -12,6 +12,7 @@
 #include "support/scratch_folder.h"
 #include "support/tree_snapshot.h"
 
+#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -162,7 +163,7 @@ class ScenarioRun {
 public:
     ScenarioRun(const Scenario& scenario, const PluginUnderTest& plugin, Places places)
         : scenario_(scenario), plugin_(plugin), places_(std::move(places)),
-          function_(*plugin.plugin().find(fmxhost::Value("KORB_" + scenario.call[0]).text()))
+          function_(plugin.function("KORB_" + scenario.call[0]))
     {
         std::ifstream page(FOLIDEX_REFERENCE "/KORB_" + scenario.call[0] + ".md");
         page_.assign(std::istreambuf_iterator(page), {});
@@ -305,7 +306,7 @@ std::vector<Injection> ScenarioRun::injections(bool isFull) const
         }
         all = some;
     };
-    sample(list, scenario_.runsScript ? 6 : 40);
+    sample(list, scenario_.runsScript ? 6 : 80);
     sample(firsts, 2);
     for (const Injection& first : firsts) {
         addPairs(first, list);

@@ -75,6 +75,11 @@ protected:
         return plugin.call(call.function, arguments);
     }
 
+    const void* codeOf(const Arranged& call) const
+    {
+        return reinterpret_cast<const void*>(plugin.function(call.function).handler);
+    }
+
     // How many items there are whose names say that they are on their way.
     std::size_t hiddenItems() const
     {
@@ -92,8 +97,7 @@ protected:
                            const std::function<void(const Result&)>& judge)
     {
         FaultPlan plan{.lacks = lacks, .intrude = intrude};
-        plan.code =
-            reinterpret_cast<const void*>(plugin.plugin().find(fmxhost::Value(arranged.function).text())->handler);
+        plan.code = codeOf(arranged);
         unsigned calls = 7; // at least; fewer would mean that the calls aren't seen
         for (; plan.intrudeAt <= calls && !HasFailure(); ++plan.intrudeAt) {
             SCOPED_TRACE(std::string(arranged.function) + ", before call " + std::to_string(plan.intrudeAt));
@@ -278,8 +282,7 @@ TEST_F(Intrusions, ThatKillLeaveNothingHalfMade)
                                            std::pair(Arranged{"KORB_FolderMove", "tree", "away"}, "away/tree")}) {
         const fs::path copy = target[0] == 'a' ? away / (target + 5) : scratch / target;
         FaultPlan plan{.intrudeAt = 1, .intrude = [] { kill(getpid(), SIGKILL); }};
-        plan.code =
-            reinterpret_cast<const void*>(plugin.plugin().find(fmxhost::Value(arranged.function).text())->handler);
+        plan.code = codeOf(arranged);
         const auto killed = "child: ended by signal " + std::to_string(SIGKILL);
         for (std::string answer = killed; answer == killed; ++plan.intrudeAt) {
             renew();

@@ -116,7 +116,7 @@ TEST_F(Strange, XfsSharesDataAlsoBehindAGibibyte)
         std::string text = fallocate(file, 0, 0, size) == 0 && pwrite(file, "end", 3, size - 3) == 3 ? "" : "no file";
         close(file);
         const auto before = fs::space(mounted).free;
-        const auto* handler = reinterpret_cast<const void*>(plugin.plugin().find(u"KORB_FileCopy")->handler);
+        const auto* handler = reinterpret_cast<const void*>(plugin.function("KORB_FileCopy").handler);
         for (const Lacks& lacks : {Lacks(), Lacks{{"clone", EOPNOTSUPP}}}) {
             armFaults({.code = handler, .lacks = lacks});
             const std::string name = "copy " + std::to_string(lacks.size());

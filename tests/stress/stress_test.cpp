@@ -10,7 +10,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <malloc.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -240,22 +239,6 @@ TEST_F(Stress, ThreadsMixAllFunctions)
               heap + 64 * std::size_t{1024}); // what the C library keeps for threads varies a little
 #endif
     std::printf("%u calls in %d threads\n", made, callers);
-}
-
-TEST_F(Stress, NewItemsHaveTheUmask)
-{
-    const mode_t usual = umask(077);
-    const auto modeOf = [&](const char* name) {
-        struct stat status {};
-        return stat((scratch / name).c_str(), &status) == 0 ? status.st_mode & 07777U : 0;
-    };
-    scratch.write("a.txt", "content");
-    EXPECT_TRUE(succeeded(plugin, plugin.call("KORB_FolderCreate", {scratch.text("made/inner")})));
-    EXPECT_TRUE(succeeded(plugin, plugin.call("KORB_CompressFile", {scratch.text("a.txt"), scratch.text("a.zip")})));
-    EXPECT_EQ(modeOf("made"), 0700U);
-    EXPECT_EQ(modeOf("made/inner"), 0700U);
-    EXPECT_EQ(modeOf("a.zip"), 0600U);
-    umask(usual);
 }
 
 // The first program that the script looks for is one of ours, which writes down what is open in it.

@@ -298,16 +298,21 @@ std::vector<Injection> ScenarioRun::injections(bool isFull) const
             }
         }
     }
-    const auto sample = [&](std::vector<Injection>& all, std::size_t wanted) {
+    const auto sample = [&](std::vector<Injection>& all, std::size_t wanted, auto&& isKept) {
         const std::size_t step = isFull ? 1 : std::max<std::size_t>(all.size() / wanted, 1);
         std::vector<Injection> some;
-        for (std::size_t i = scenario_.name().size() % step; i < all.size(); i += step) {
-            some.push_back(all[i]);
+        for (std::size_t i = 0; i < all.size(); ++i) {
+            if (i % step == scenario_.name().size() % step || isKept(all[i])) {
+                some.push_back(all[i]);
+            }
         }
         all = some;
     };
-    sample(list, scenario_.runsScript ? 6 : 80);
-    sample(firsts, 2);
+    sample(list, scenario_.runsScript ? 6 : 50, [](const Injection& injection) { // each call of another name once
+        return injection.plan.at == 1 && injection.isOnce() &&
+               injection.fault.error == faultsOf(injection.plan.call)[0].error;
+    });
+    sample(firsts, 2, [](const Injection&) { return false; });
     for (const Injection& first : firsts) {
         addPairs(first, list);
     }

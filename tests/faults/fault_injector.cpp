@@ -74,8 +74,8 @@ bool fails(Call call, const void* caller, long* count = nullptr)
     return false;
 }
 
-// Whether nobody has been told yet, by an earlier close of the same file, that it was written well. A single byte is the
-// archive script's report, whose loss costs a line of the log.
+// Whether nobody has been told yet, by an earlier close of the same file, that it was written well. A single byte is
+// the archive script's report, whose loss costs a line of the log.
 bool isFirstCloseOfWritten(int file)
 {
     struct stat status {};
@@ -234,14 +234,14 @@ STAND_BEFORE(mkostemp64, {
 })
 
 // The time that flushing takes, and the archive functions' second, are spared.
-#define SPARED(name, call)                                                                                             \
+#define SPARED(name, call, isLong)                                                                                     \
     STAND_BEFORE(name, {                                                                                               \
         const bool failed = fails(call, caller);                                                                       \
-        return failed ? -1 : armed && isOurs(caller) ? 0 : next(a, b, c, d, e, f);                                     \
+        return failed ? -1 : armed && isOurs(caller) && (isLong) ? 0 : next(a, b, c, d, e, f);                         \
     })
-SPARED(fsync, Call::flush)
-SPARED(syncfs, Call::flush)
-SPARED(nanosleep, Call::none)
+SPARED(fsync, Call::flush, true)
+SPARED(syncfs, Call::flush, true)
+SPARED(nanosleep, Call::none, reinterpret_cast<const timespec*>(a)->tv_sec > 0)
 
 // The C library's own, which need no dlsym(3): that allocates itself.
 #define ALLOCATE(name, parameters, arguments)                                                                          \

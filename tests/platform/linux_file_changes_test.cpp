@@ -1,6 +1,7 @@
 // What the Linux implementation promises beyond the common contract: metadata, other file systems and missing system
 // calls, depth, mounts, late comers, and what a kill leaves.
 
+#include "platform/copy_record.h"
 #include "platform/file_manager.h"
 #include "platform/linux/remove_tree.h"
 #include "platform/linux/staged_copy.h"
@@ -33,10 +34,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <functional>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -603,6 +606,18 @@ TEST(LinuxMove, LeavesASourceThatIsBeingWritten)
     });
     const std::string each = "could not move " + scratch.text("tree/file") + ": the file is open for writing\n";
     EXPECT_EQ(answer, each + each);
+}
+
+// Times in whole seconds are FAT's, and those of many servers.
+TEST(LinuxMove, WaitsUntilAnotherChangeWouldShow)
+{
+    struct stat status {};
+    const time_t now = time(nullptr);
+    for (const auto& [seconds, nanoseconds, waits] :
+         {std::tuple{now + 1, 0L, true}, {now - 3, 0L, false}, {now - 1, 250'000'000L, false}, {now + 60, 0L, false}}) {
+        status.st_ctim = {seconds, nanoseconds};
+        EXPECT_EQ(platform::timeUntilNextStamp(status) > 0, waits) << seconds - now << " s " << nanoseconds;
+    }
 }
 
 // Whoever limits the size of files (setrlimit(2)) gets an error, not the end of the process.

@@ -131,7 +131,7 @@ remove_left_folder() {
 }
 
 empty_work_folder() {
-    remove tree out part.zip names survey early late message digest written probe
+    remove tree out part.zip names listing survey early late message digest written probe
     # Some file systems (NFS, FUSE) keep a file under another name while somebody has it open.
     exec 9<&-
     rm -f owner
@@ -219,7 +219,8 @@ run_bsdtar() {
     shift 2
     (
         [ "$1" = -c ] || umask "$user_mask"
-        LC_ALL=$utf8 exec bsdtar "$@" --no-acls --no-xattrs --no-fflags --no-mac-metadata
+        [ "$1" = -t ] || set -- "$@" --no-acls --no-xattrs --no-fflags --no-mac-metadata
+        LC_ALL=$utf8 exec bsdtar "$@"
     ) <"$input" 2>&5 4<&- 5>&- &
     children="$children $!" tar=$!
     # What it says stands at the end of a line, behind a name that could hold anything. The first line of the worst kind
@@ -453,7 +454,8 @@ unzip_verb() {
 # encrypted ones, for it might be forged.
 check_entries() {
     [ -z "$password" ] || list_encrypted >names || finish_full
-    listed=$({ LC_ALL=$utf8 bsdtar -t -vvv "$@" || echo; } | awk '
+    run_bsdtar 65 /dev/null -t -vvv "$@" >listing
+    listed=$(awk '
         NR > 1 {
             split(last, columns)
             if (last !~ /^[-dl]/) wrong = 1
@@ -461,8 +463,9 @@ check_entries() {
         }
         { last = $0 }
         END {
-            if (last ~ /^Archive Format: ZIP.*,  Compression: none$/ && !wrong && !((0 in seen) && (1 in seen))) print NR - 1
-        }')
+            if (last !~ /^Archive Format: ZIP.*,  Compression: none$/ || (0 in seen) && (1 in seen)) wrong = 1
+            if (!wrong) print NR - 1
+        }' listing)
     [ -n "$listed" ] && is_zip_count "$listed" || finish 65 'the archive is damaged, or hostile'
 }
 

@@ -13,9 +13,9 @@
 # written: full disk, quota; 77 (unzip) needs a password; 129, 130, 143 ended by HUP, INT, TERM. On any but 0 the
 # destination is as it was before; only an archive that is merged into folders that exist may fail half-way.
 #
-# It reads nothing from a terminal and writes nothing to stdout or stderr. Why it failed goes to the system log. A host
-# that wants to know puts the name of a file of its own into FOLIDEX_REPORT: that gets a line "status cause", and when
-# it held something already, the system log gets nothing.
+# It reads no terminal and prints nothing. Why it failed goes to the system log. A host that wants to know puts the name
+# of a file of its own into FOLIDEX_REPORT: that gets a line "status cause", and when it held something already, the
+# system log gets nothing.
 #
 # POSIX sh (dash, bash --posix, busybox sh) and POSIX utilities, with: mktemp -d, test -O and -ef, find -mmin, /dev/fd,
 # bsdtar, and openssl 3 or LibreSSL 3.3 (Debian, Ubuntu: packages libarchive-tools and openssl; macOS 13: all there).
@@ -26,8 +26,7 @@ trap 'finish 129 signal' HUP
 trap 'finish 130 signal' INT
 trap 'finish 143 signal' TERM
 
-# The only way out, with a status and its cause. A shell that gives up by itself leaves through the EXIT trap too, so
-# that its own 1 or 2 never reads as "wrong password".
+# The only way out. A shell that gives up by itself leaves through the EXIT trap too: its 1 never reads as a status.
 finish() { status=$1 cause=${2-} && exit "$1"; }
 finish_full() { finish 74 "the result can't be written"; }
 
@@ -52,14 +51,14 @@ report() {
 
 exec </dev/null >/dev/null 2>&1
 
-# What a service's environment may hold, and must not steer the tools. A working folder that can't be entered stops some.
+# The environment must not steer the tools. A working folder that can't be entered stops some.
 unset IFS CDPATH TAR_READER_OPTIONS TAR_WRITER_OPTIONS TAPE LD_LIBRARY_PATH DYLD_LIBRARY_PATH POSIXLY_CORRECT BASH_ENV ENV
 set -f && cd / && user_mask=$(umask) && umask 077
 PATH=${PATH:+$PATH:}/usr/bin:/bin:/usr/sbin:/sbin
 # glibc would return memory to the system for every file and ask for it again: most of the time of many small files.
 MALLOC_TRIM_THRESHOLD_=16777216 MALLOC_TOP_PAD_=4194304
 # Names are bytes, but bsdtar can't expand UTF-8 ones in the C locale. GNU's mv enters nothing that appears under the
-# target's name (-T), macOS' no link (-h). perl, which comes with macOS, flushes as that wants it (F_FULLFSYNC).
+# target's name (-T), macOS' no link (-h). macOS wants F_FULLFSYNC (51) to flush.
 LC_ALL=C utf8=C.UTF-8 rename='mv -fT' system=$(uname -sn)
 flush() { sync "$@"; }
 flush_all() { sync -f "$1"; }
@@ -95,10 +94,10 @@ open_pipe() {
 #
 # Everything is made in there under relative names: whoever renames the folder or puts another in its place changes
 # nothing, and ".." stays the destination, as nobody can move a folder that they can't write to out of its parent. The
-# file "owner" names the host, and is locked for as long as the script or one of its tools lives: what a killed script
-# left is known for certain, and the next call with the same destination removes it.
+# file "owner" names the host, and is locked for as long as the script or one of its tools lives: so the next call with
+# the same destination knows for certain what a killed script left, and removes it.
 
-# In the destination $1, which is then "..".
+# Makes it in $1, which is then "..".
 make_work_folder() {
     [ ! -r /etc/machine-id ] || read -r machine </etc/machine-id
     host="${system#* } ${machine-}"
@@ -113,12 +112,8 @@ make_work_folder() {
     if lock && ! echo "$host" >&9; then finish_full; fi
 }
 
-# Enters this user's folder $2, which is in $1, and not what others put in its place. Nobody else gets into it, unless the
-# file system keeps no permissions.
-enter_folder() {
-    cd -P "$2" && [ -O . ] && [ .. -ef "$1" ] || return
-    chmod 700 . || return 0
-}
+# Enters this user's folder $2, which is in $1, and not what others put in its place. (Some file systems keep no mode.)
+enter_folder() { cd -P "$2" && [ -O . ] && [ .. -ef "$1" ] && { chmod 700 . || :; }; }
 
 # Locks the file on descriptor 9: fails where somebody holds it, or the file system has no locks. macOS has no flock.
 lock() { flock -n 9 || perl -e 'open(F, "<&=9") && flock(F, 6) || exit 1'; }
@@ -133,8 +128,7 @@ remove_left_folder() {
 empty_work_folder() {
     remove tree out part.zip names listing survey early late message digest written probe
     # Some file systems (NFS, FUSE) keep a file under another name while somebody has it open.
-    exec 9<&-
-    rm -f owner
+    exec 9<&- && rm -f owner
 }
 
 # A tree that was expanded may hold folders that lock their owner out.
@@ -147,9 +141,9 @@ set_source() {
     source=$1$2 source_folder=$1 source_name=$2
 }
 
-# Makes the work folder beside the target, ../$target_name, which is a file that exists already or a new name; and "out",
-# the result, empty. Its descriptor, opened before anything is written, learns of every write that fails later, also of
-# one that the file system tells nobody but who closes the file.
+# Makes the work folder beside the target, ../$target_name, a file that exists or a new name; and "out", the result,
+# empty. Its descriptor, opened before anything is written, learns of every write that fails later, also of one that the
+# file system tells only who closes the file.
 set_target() {
     is_path "$1" "$2" && is_open_folder "$1" || finish 73 'the destination is no folder that can be written to'
     if [ -e "$1$2" ] && { [ ! -f "$1$2" ] || [ "$1$2" -ef "$source" ]; }; then
@@ -159,25 +153,20 @@ set_target() {
     make_work_folder "$1"
     if ! printf '' >out || ! exec 8<>out; then finish_full; fi
 }
-
 is_path() {
     case $2 in '' | . | .. | */*) return 1 ;; esac
     [ "$1" != "${1#/}" ]
 }
-
-# May entries be made in folder $1?
 is_open_folder() { [ -d "$1" ] && [ -w "$1" ] && [ -x "$1" ]; }
 
 # --- Results: as private as what they come from, flushed, looked at -------------------------------------------------
 
-# What there is in $1$2 that fulfils $3..., less work folders and the archive that is replaced. Names can hold newlines,
-# but nothing but the front of a path "//".
+# What there is in $1$2 that fulfils $3..., less work folders and the archive that is replaced. Only the front of a path
+# holds "//", whatever a name holds.
 find_in() {
     (cd "$1" && name=$2 && shift 2 && exec find -H ".//$name" \
         \( -name '.ZipFuncs.??????????' -o -path ".//$replaced" \) -prune -o "$@" -print)
 }
-
-# Is there any?
 any_in() { [ "$(find_in "$@" | head -c 1 | wc -c)" -gt 0 ]; }
 
 # Prints the mode of a result that nobody may read who can't read all that is in $1$2. Where that isn't all of the
@@ -224,8 +213,7 @@ run_bsdtar() {
     ) <"$input" 2>&5 4<&- 5>&- &
     children="$children $!" tar=$!
     # What it says stands at the end of a line, behind a name that could hold anything. The first line of the worst kind
-    # goes to the file "message". At a wrong password it is ended, which would try it on every other entry. 2: items
-    # that went.
+    # goes to "message". At a wrong password it is ended, which would try it on every other entry. 2: items that went.
     awk '
         function say(kind) { if (kind > worst) { worst = kind; line = $0 } }
         /: Incorrect passphrase(: Unknown error -1)?$/ && !/through symlink/ { say(9); exit }
@@ -268,8 +256,7 @@ zip_number='
     }'
 
 # Sets, for the archive $1: entries, counted modulo modulo; start and length of the directory; front, by which what stands
-# in front of the archive moves all offsets; end, where the end record lies, and plain, 1 if bsdtar finds it there. Fails
-# where there is no whole directory.
+# in front moves all offsets; end, where the end record lies; plain, 1 if bsdtar finds it. Fails without a whole directory.
 read_zip_structure() {
     size=$(wc -c <"$1") || return
     numbers=$(tail -c 140000 "$1" | od -An -v -tu1 | awk -v size="$((size))" "$zip_number"'
@@ -355,16 +342,14 @@ zip_verb() {
 }
 
 # An archive that is written below its own source doesn't pack what it replaces: sets replaced to its path, as a pattern.
-# (A source that is a file brings one that matches nothing.)
 set_replaced() {
     inside=$(cd -P .. && pwd -P)/$target_name outside=$(cd -P "$source" && pwd -P)/
-    if [ "${inside#"$outside"}" != "$inside" ]; then
+    [ "${inside#"$outside"}" = "$inside" ] ||
         replaced=$(printf '%s' "$source_name/${inside#"$outside"}" | sed 's/[][*?\\$^]/\\&/g')
-    fi
 }
 
-# Writes to the file "survey", beside bsdtar: how many items there are, the mode that they ask for, and whether any is of
-# a kind that bsdtar leaves out, has a time that zip can't hold, or a name that isn't UTF-8.
+# Writes to "survey", beside bsdtar: the number of items, the mode that they ask for, and whether any is of a kind that
+# bsdtar leaves out, has a time that zip can't hold, or a name that isn't UTF-8.
 survey() {
     touch -t 197001020000 early && touch -t 203801180000 late
     set -- "$source_folder" "$source_name"
@@ -442,7 +427,6 @@ unzip_verb() {
         flush_all .. || finish_full
     else
         flush_all . || finish_full
-        trap '' HUP INT TERM
         move_into_place
         flush .. || finish_full
     fi
@@ -450,8 +434,7 @@ unzip_verb() {
 }
 
 # Looks at the list of entries, with bsdtar's options $@: every entry that the end record counts is a file, a folder or a
-# link; bsdtar sees a plain zip (a tar or a disk image can look like one); no file with content stands unencrypted among
-# encrypted ones, for it might be forged.
+# link; bsdtar sees a plain zip (a tar can look like one); no content stands unencrypted, forged, among encrypted.
 check_entries() {
     [ -z "$password" ] || list_encrypted >names || finish_full
     run_bsdtar 65 /dev/null -t -vvv "$@" >listing
@@ -470,8 +453,7 @@ check_entries() {
 }
 
 # Prints for each entry, in bsdtar's order, whether it is encrypted (1) or not (0). bsdtar goes by the mark in the local
-# header. All bytes but those that such a header is known by are mapped to "o" (odd) and "e" (even), for tools that read
-# text.
+# header. For tools that read text, bytes become "o" (odd) and "e" (even), but for those that such a header begins with.
 list_encrypted() {
     tr '\000-\377' "$(awk 'BEGIN {
         for (i = 0; i < 255; i++) printf "%s", i == 3 || i == 4 ? i : i == 75 ? "K" : i == 80 ? "P" : i % 2 ? "o" : "e"
@@ -491,13 +473,14 @@ expand() {
 # else no folder. Sets merges to yes when a folder exists already.
 find_places() {
     merges=$(cd tree && find . ! -name . -exec sh -c '
+        is_folder() { [ -d "$1" ] && [ ! -L "$1" ]; }
         for item do
             place=../../$item
-            if [ -d "$place" ] && [ ! -L "$place" ]; then
-                [ -d "$item" ] && [ ! -L "$item" ] && [ -w "$place" ] && [ -x "$place" ] || echo blocked
-                echo yes
-            elif [ -e "$place" ] || [ -L "$place" ]; then
-                [ ! -d "$item" ] || [ -L "$item" ] || echo blocked
+            [ -e "$place" ] || [ -L "$place" ] || continue
+            if is_folder "$item"; then
+                is_folder "$place" && [ -w "$place" ] && [ -x "$place" ] && echo yes || echo blocked
+            elif is_folder "$place"; then
+                echo blocked
             fi
         done' sh {} + | sort -u)
     case $merges in blocked*) finish 73 'a link, a folder or something of another kind is in the way' ;; esac
@@ -505,12 +488,11 @@ find_places() {
 
 # From here on it is a matter of a few renames: see them through. A locked folder's move writes into the folder.
 move_into_place() {
-    (
-        cd tree || exit
-        find . ! -name . -prune -type d ! -perm -200 -exec sh -c '
-            chmod u+w "$1" && mv -f "$1" ../../ && chmod u-w "../../$1"' sh {} \; &&
-            find . ! -name . -prune -exec sh -c 'exec mv -f -- "$@" ../../' sh {} +
-    ) && rmdir tree || finish 73 "the result can't be moved into place"
+    trap '' HUP INT TERM
+    (cd tree && find . ! -name . -prune -type d ! -perm -200 -exec sh -c '
+        chmod u+w "$1" && mv -f "$1" ../../ && chmod u-w "../../$1"' sh {} \; &&
+        find . ! -name . -prune -exec sh -c 'exec mv -f -- "$@" ../../' sh {} +) && rmdir tree ||
+        finish 73 "the result can't be moved into place"
 }
 
 # --- Encrypted files (docs/encrypted-files.md) ----------------------------------------------------------------------
@@ -538,16 +520,16 @@ digest_of() {
     [ "${#digest}" -eq 64 ] || finish 69 "openssl can't hash"
 }
 
-# Sets derived to the 64 hexadecimal digits (upper case) of PBKDF2-HMAC-SHA256 over the line $1, the 8 bytes $2 and $3
-# rounds. A cipher with a 32-byte key and no IV makes openssl print just that.
+# Sets derived to PBKDF2-HMAC-SHA256, in hexadecimal digits, of the line $1, the 8 bytes $2 and $3 rounds. A cipher with a
+# 32-byte key and no IV makes openssl print just that.
 derive() {
     derived=$(printf '%s\n' "$1" | openssl enc -aes-256-ecb -pbkdf2 -md sha256 -iter "$3" -S "$2" -P -pass stdin |
         sed -n 's/^key=//p')
     [ "${#derived}" -eq 64 ] || finish 69 "openssl can't derive keys"
 }
 
-# Sets check, cipher_key and mac_key from password and salt, all hexadecimal. openssl takes a password of one line, at
-# most 1023 bytes, and 8 bytes of salt: the digest of the whole salt and the password stands in for it.
+# Sets check, cipher_key and mac_key from password and salt. openssl takes a line of at most 1023 bytes as password, and 8
+# bytes of salt: the digest of the whole salt and the password stands in for it.
 derive_keys() {
     digest_of put_salted_password
     derive "$digest" "${salt%????????????????}" 600000
@@ -562,28 +544,6 @@ derive_keys() {
 }
 put_salted_password() { put "$salt" && printf '%s' "$password"; }
 
-# HMAC-SHA256 of the digits $1 and of whatever is written to descriptor 7: starts it.
-start_mac() {
-    open_pipe 6 7
-    openssl dgst -sha256 <&6 >digest 6<&- 7>&- &
-    children="$children $!" hasher=$!
-    put_keyed 0x36 "$1" >&7 || finish_full
-}
-put_keyed() { put "$mac_key$zeros" "$1" && put "$2"; }
-
-# Sets digest to the MAC, once all writers have ended.
-finish_mac() {
-    wait_for "$hasher" && read -r inner <digest || finish_full
-    digest_of put_keyed 0x5c "${inner##* }"
-}
-
-# For a child. In counter mode -e and -d do the same, but -e writes and -d reads a header with the cipher's salt first.
-# The key waits in a pipe on descriptor 3.
-cipher() { exec openssl enc "$1" -aes-256-ctr -pbkdf2 -md sha256 -iter 1 -bufsize 1048576 -pass fd:3; }
-offer_cipher_key() { open_pipe 3 5 && printf '%s\n' "$cipher_key" >&5 && exec 5>&- || finish_full; }
-
-skip_head() { dd bs=64 count=1 >/dev/null; }
-
 file_verb() {
     need openssl
     set_source "$1" "$3"
@@ -594,36 +554,19 @@ file_verb() {
     publish
 }
 
-# The cipher writes straight to the result; what is there already is hashed beside it: reading it back is quicker than
-# sending all through one more pipe, and it is the result itself that is looked at.
 encrypt_file() {
     salt=$(openssl rand -hex 16) && derive_keys
-    put "$magic$salt$check$zeros" >out || finish_full
-    start_mac "$magic$salt$check"
-    offer_cipher_key
-    (cipher -e) <"$source" >>out 6<&- 7>&- &
-    children="$children $!" cipher=$!
-    exec 3<&-
-    (skip_head && follow) <out >&7 6<&- 7>&- &
-    children="$children $!" follower=$!
-    exec 6<&- 7>&-
-    wait_for "$cipher" || { check_disk && finish 70 'openssl failed'; }
-    printf '' >written && wait_for "$follower" || finish_full
+    head=$magic$salt$check
+    put "$head$zeros" >out || finish_full
+    run_cipher -e out
+    [ -z "$failed" ] || finish 70 'openssl or cat failed'
     [ "$(wc -c <out)" -ge "$((size + 80))" ] || finish 66 "the source can't be read, or shrank"
-    finish_mac
     # Over the placeholder; "<>" doesn't cut the file.
-    put "$magic$salt$check$digest" 1<>out || finish_full
-}
-
-# For a child: copies standard input, the result that is being written, until the file "written" says that it is whole.
-follow() {
-    until [ -e written ]; do
-        cat && sleep 0.1 && kill -0 "$$" || exit
-    done
-    exec cat
+    put "$head$digest" 1<>out || finish_full
 }
 
 decrypt_file() {
+    changed=$(time_of_change)
     # Magic and version (8 bytes), salt (16), check (8); MAC (32).
     claim=$(dd bs=64 count=1 <"$source" | od -An -v -tx1 | tr -d ' \n')
     head=$(printf '%.64s' "$claim")
@@ -632,23 +575,53 @@ decrypt_file() {
     salt=${salt%????????????????}
     derive_keys
     [ "$head" = "$magic$salt$check" ] || finish 1 'wrong password'
-    start_mac "$head"
-    offer_cipher_key
-    open_pipe 4 5
-    (cipher -d) <&4 >out 4<&- 5>&- 6<&- 7>&- &
-    children="$children $!" cipher=$!
-    # Read once, for somebody might change it between two readings.
-    (skip_head && exec tee /dev/fd/7) <"$source" >&5 3<&- 4<&- 5>&- 6<&- &
-    children="$children $!" reader=$!
-    exec 3<&- 4<&- 5>&- 6<&- 7>&-
-    failed=
-    wait_for "$reader" || failed=yes
-    wait_for "$cipher" || failed=yes
-    [ -z "$failed" ] || check_disk
-    finish_mac
+    run_cipher -d "$source"
     [ "$digest" = "$claim" ] || finish 65 'the file is damaged'
-    [ -z "$failed" ] || finish 70 'openssl or tee failed'
+    [ -z "$failed" ] || finish 70 'openssl or cat failed'
+    [ "$(time_of_change)" = "$changed" ] || finish 66 'the source changed'
 }
+time_of_change() { stat -L -c %z "$source" || stat -L -f %Fc "$source"; }
+
+# Sends the source through the cipher to the result, and sets digest to the MAC of $head and of what follows byte 64 in the
+# encrypted file $2. That is read beside the cipher, which is quicker than a pipe through both: the result as far as it is
+# written, or the source a second time (nobody can set its time of change).
+run_cipher() {
+    direction=$1
+    open_pipe 6 7
+    openssl dgst -sha256 <&6 >digest 6<&- 7>&- &
+    children="$children $!" hasher=$!
+    put_keyed 0x36 "$head" >&7 || finish_full
+    open_pipe 3 5 && printf '%s\n' "$cipher_key" >&5 && exec 5>&- || finish_full
+    cipher <"$source" >>out 6<&- 7>&- &
+    children="$children $!" cipher=$!
+    follow <"$2" >&7 3<&- 6<&- 7>&- &
+    children="$children $!" follower=$!
+    exec 3<&- 6<&- 7>&-
+    failed=
+    wait_for "$cipher" || failed=yes
+    printf '' >written && wait_for "$follower" || failed=yes
+    wait_for "$hasher" && read -r inner <digest || failed=yes
+    [ -z "$failed" ] || check_disk
+    digest_of put_keyed 0x5c "${inner##* }"
+}
+put_keyed() { put "$mac_key$zeros" "$1" && put "$2"; }
+
+# The next three are children. In counter mode -e and -d do the same, but -e writes and -d reads a header with the cipher's
+# salt first. The key waits in a pipe.
+cipher() {
+    [ "$direction" = -e ] || skip_head
+    exec openssl enc "$direction" -aes-256-ctr -pbkdf2 -md sha256 -iter 1 -bufsize 1048576 -pass fd:3
+}
+
+# Copies standard input until the file "written" says that it is whole.
+follow() {
+    skip_head
+    until [ -e written ]; do
+        cat && sleep 0.1 && kill -0 "$$" || exit
+    done
+    exec cat
+}
+skip_head() { dd bs=64 count=1 >/dev/null; }
 
 # --- Fields ---------------------------------------------------------------------------------------------------------
 

@@ -181,15 +181,14 @@ mode_like() {
     echo "$((0600 | given))"
 }
 
-# Puts "out" in the target's place.
+# Puts "out" in the target's place. While it is open, nothing else can get its inode.
 publish() {
     [ ! -f "../$target_name" ] || mode=$((mode & $(mode_like ../ "$target_name")))
     chmod "$(printf '%o' "$mode")" out
     dd if=/dev/null conv=fsync >&8 && flush out || finish_full
-    exec 8>&-
-    made_inode=$(inode out)
+    made=$(inode out)
     $rename out "../$target_name" || finish 73 "the target can't be replaced"
-    [ "$(inode "../$target_name")" = "$made_inode" ] || finish 73 'somebody else changes the destination'
+    [ "$(inode "../$target_name")" = "$made" ] || finish 73 'somebody else changes the destination'
     flush .. || finish_full
     finish 0
 }

@@ -331,10 +331,12 @@ class Failure(ScratchCase):
         self.zip("tree", "x.zip")
         self.write("open/tree/shut/file")
         os.chmod(self.path("open"), 0o777)
-        os.chmod(self.path("tree/shut"), 0o700)
         os.chmod(self.path("file"), 0o600)
-        with self.unchanged():
+        for folder_mode, file_mode in ((0o755, 0o600), (0o700, 0o644)):
+            os.chmod(self.path("tree/shut"), folder_mode)
+            os.chmod(self.path("tree/shut/file"), file_mode)
             self.zip("tree", "open/out", expect=66, prefix=NOBODY)
+        with self.unchanged():
             self.run_verb("encrypt", "file", "open/out", "pw", expect=66, prefix=NOBODY)
             self.unzip("x.zip", "open", expect=73, prefix=NOBODY)
             self.unzip("x.zip", "new", expect=73, prefix=NOBODY)
@@ -382,6 +384,7 @@ class Failure(ScratchCase):
                     self.unzip("aes.zip", "new", "pw", expect=failures, env=environment)
             os.remove(self.path("bin", tool))
             subprocess.run(["rm", "-rf", self.path("out"), self.path("new")], check=True)
+        self.zip("file", "out", expect=70, env=self.fake("bsdtar", 'case $2 in -c) set -- "$@" --exclude file ;; esac; exec "$@"'))
 
     def test_others_who_exchange_things_meanwhile(self):
         """What they might do at the worst moment is done by a tool that the script calls then."""
@@ -398,6 +401,18 @@ class Failure(ScratchCase):
                 self.run_verb(verb, source, "out/target", password, expect=expected, env=self.fake(tool, deed))
                 self.assertEqual(sorted(self.tree("elsewhere")), ["empty", "file"], deed)
                 subprocess.run(["sh", "-c", f"rm -rf {self.path('out')}/* {self.path('out')}/.Z*; rm {self.path('bin')}/*"], check=True)
+
+    @unittest.skipIf(sys.platform == "darwin", "macOS flushes otherwise")
+    def test_results_are_flushed_before_and_after_they_get_their_name(self):
+        log = self.path("log")
+        self.fake("mv", f'echo mv >>{log}; exec "$@"')
+        environment = self.fake("sync", f'shift; echo "$@" >>{log}; exec /bin/sync "$@"')
+        self.zip("file", "out", env=environment)
+        self.unzip("out", "new", env=environment)
+        self.write("in/file/inner")
+        self.zip("in", "out")
+        self.unzip("out", "in/..", env=environment)
+        self.assertEqual(self.read("log").split(b"\n")[:-1], [b"out", b"mv", b"..", b"-f .", b"mv", b"..", b"-f .."])
 
     def test_the_cause_is_told(self):
         for before, source, expected in (("\n", "missing", "66 zip: the source is missing"), ("", "file", "0 zip:")):

@@ -43,15 +43,12 @@ clean_up() {
 
 report() {
     cause=$(printf '%s' "${verb:-usage}: $cause" | tr '\000-\037\177' ' ')
-    if [ "$status" -ne 0 ] && [ ! -s "${FOLIDEX_REPORT-}" ]; then
-        logger -t Folidex -p user.err -- "ZipFuncs.sh: $status $cause"
-    fi
+    [ "$status" -eq 0 ] || [ -s "${FOLIDEX_REPORT-}" ] || logger -t Folidex -p user.err "ZipFuncs.sh: $status $cause"
     [ ! -f "${FOLIDEX_REPORT-}" ] || printf '\n%s %s\n' "$status" "$cause" >>"$FOLIDEX_REPORT"
 }
 
-exec </dev/null >/dev/null 2>&1
-
 # The environment must not steer the tools. A working folder that can't be entered stops some.
+exec </dev/null >/dev/null 2>&1
 unset IFS CDPATH TAR_READER_OPTIONS TAR_WRITER_OPTIONS TAPE LD_LIBRARY_PATH DYLD_LIBRARY_PATH POSIXLY_CORRECT BASH_ENV ENV
 set -f && cd / && user_mask=$(umask) && umask 077
 PATH=${PATH:+$PATH:}/usr/bin:/bin:/usr/sbin:/sbin
@@ -59,17 +56,13 @@ PATH=${PATH:+$PATH:}/usr/bin:/bin:/usr/sbin:/sbin
 MALLOC_TRIM_THRESHOLD_=16777216 MALLOC_TOP_PAD_=4194304
 # Names are bytes, but bsdtar can't expand UTF-8 ones in the C locale. GNU's mv enters nothing that appears under the
 # target's name (-T), macOS' no link (-h). macOS wants F_FULLFSYNC (51) to flush.
-LC_ALL=C utf8=C.UTF-8 rename='mv -fT' system=$(uname -sn)
+LC_ALL=C utf8=C.UTF-8 rename='mv -fT' flush_all='sync -f' system=$(uname -sn)
 flush() { sync "$@"; }
-flush_all() { sync -f "$1"; }
 if [ "${system% *}" = Darwin ]; then
-    utf8=en_US.UTF-8 rename='mv -fh'
+    utf8=en_US.UTF-8 rename='mv -fh' flush_all=sync
     flush() { perl -e 'for (@ARGV) { open(F, "<", $_) && fcntl(F, 51, 0) || exit 1 }' "$@" || sync; }
-    flush_all() { sync; }
 fi
 export PATH LC_ALL MALLOC_TRIM_THRESHOLD_ MALLOC_TOP_PAD_
-
-need() { command -v "$1" || finish 69 "$1 is missing"; }
 
 # Ends with the exit status of child $1.
 wait_for() {
@@ -80,11 +73,10 @@ wait_for() {
     return "$2"
 }
 
-# Opens a pipe for reading on descriptor $1 and for writing on $2: so the tools on both ends are direct children, with a
-# process ID for the TERM trap and an exit status. Not every destination can hold a pipe.
+# Opens a pipe for reading on descriptor $1, writing on $2: the tools on its ends are then direct children, with a process
+# ID for the TERM trap and an exit status. Not every destination can hold a pipe.
 open_pipe() {
-    pipes=$(mktemp -d "${TMPDIR:-/tmp}/ZipFuncs.XXXXXXXXXX" || mktemp -d /tmp/ZipFuncs.XXXXXXXXXX) &&
-        mkfifo "$pipes/pipe" || finish_full
+    pipes=$(mktemp -d /tmp/ZipFuncs.XXXXXXXXXX) && mkfifo "$pipes/pipe" || finish_full
     # Both directions first: neither end then waits for the other.
     eval "exec $2<>\"\$pipes/pipe\" $1<\"\$pipes/pipe\" $2>\"\$pipes/pipe\""
     rm -rf "$pipes" && pipes=
@@ -135,8 +127,9 @@ empty_work_folder() {
 remove() { rm -rf "$@" || { chmod -R u+rwx tree && rm -rf "$@"; }; }
 
 # --- Paths ----------------------------------------------------------------------------------------------------------
-
+# Sets source from a folder and a name, for the tool $3.
 set_source() {
+    command -v "$3" || finish 69 "$3 is missing"
     is_path "$1" "$2" && [ -r "$1$2" ] || finish 66 'the source is missing or not readable'
     source=$1$2 source_folder=$1 source_name=$2
 }
@@ -192,7 +185,6 @@ publish() {
     flush .. || finish_full
     finish 0
 }
-
 inode() { ls -di "$1" | sed -n '1s/^ *\([0-9]*\).*/\1/p'; }
 
 # Whatever a tool says: where a few bytes more can't be written, the disk is full (or gone).
@@ -234,10 +226,10 @@ run_bsdtar() {
     check_disk
     case $said$failed in
         270) return ;;
-        8*) finish 74 "$message" ;;
-        770) finish 66 "$message" ;;
-        765) finish 73 "$message" ;;
-        6*) finish 69 "$message" ;;
+        8*) failed=74 ;;
+        770) failed=66 ;;
+        765) failed=73 ;;
+        6*) failed=69 ;;
     esac
     finish "$failed" "$message"
 }
@@ -248,11 +240,10 @@ run_bsdtar() {
 # central directory for a whole one. So the end record is looked for here, and has to fit the directory before it.
 # Anything may stand behind it, and in front, as in archives that expand themselves.
 
-zip_number='
-    function number(at, bytes,    value) {
-        while (bytes-- > 0) value = value * 256 + byte[at + bytes]
-        return value
-    }'
+zip_number='function number(at, bytes,    value) {
+    while (bytes-- > 0) value = value * 256 + byte[at + bytes]
+    return value
+}'
 
 # Sets, for the archive $1: entries, counted modulo modulo; start and length of the directory; front, by which what stands
 # in front moves all offsets; end, where the end record lies; plain, 1 if bsdtar finds it. Fails without a whole directory.
@@ -280,9 +271,6 @@ read_zip_structure() {
         }') && eval "$numbers" || return
     [ "$length" -eq 0 ] || [ "$(od -An -v -tx1 -j "$start" -N4 "$1" | tr -d ' \n')" = 504b0102 ]
 }
-
-# Is $1 the number of entries that the archive tells?
-is_zip_count() { [ "$(($1 % modulo))" -eq "$entries" ]; }
 
 # A line for each entry in the directory of archive $1: the offset of its local header, that of its directory entry, and
 # 1 when the name is marked as UTF-8 but isn't.
@@ -313,28 +301,26 @@ list_zip_directory() {
 }
 
 # --- Zip ------------------------------------------------------------------------------------------------------------
-
 zip_verb() {
-    need bsdtar
-    set_source "$1" "$3"
+    set_source "$1" "$3" bsdtar
     [ -f "$source" ] || [ -d "$source" ] || finish 66 'the source is neither a file nor a folder'
     set_target "$2" "$4"
     set_replaced
     survey &
     children="$children $!" surveyor=$!
-    # In a list, for as operands "@x" and "-Cx" have meanings of their own. Backslashes without any "/" are read as
-    # those of a Windows path. -H: what the source itself links to. -P: a leading "\" or "c:" belongs to the name.
+    # In a list: "@x" and "-Cx" have meanings as operands. Backslashes without any "/" are read as those of a Windows
+    # path. -H: what the source itself links to. -P: a leading "\" or "c:" belongs to the name.
     case $source_name in *\\*) list=./$source_name ;; *) list=$source_name ;; esac
     printf '%s\0' "$list" >names || finish_full
     set -- -f out --format zip --options "zip:compression-level=3${password:+,zip:encryption=aes256}" \
         ${password:+--passphrase "$password"}
-    pack names "$@" -H -C "$source_folder" --null -T -
+    pack "$@" -H -C "$source_folder" --null -T -
     wait_for "$surveyor"
     read -r items mode odd times names <survey || finish_full
     [ "$odd" = no ] || finish 66 "a pipe, socket or device can't be packed"
     [ "$times" = no ] || pack_clamped "$@"
     read_zip_structure out || finish 70 'the archive came out damaged'
-    is_zip_count "$items" || any_in "$source_folder" "$source_name" -type d -newer "$work/owner" ||
+    [ "$((items % modulo))" -eq "$entries" ] || any_in "$source_folder" "$source_name" -type d -newer "$work/owner" ||
         finish 70 "not all of the $items items were packed"
     [ "$names" = no ] || unmark_names
     publish
@@ -360,16 +346,12 @@ survey() {
     echo "$items $(mode_like "$@") $odd $times $names" >survey
 }
 
-# Runs bsdtar on the source: $1 is its input, $2... are its options.
-pack() {
-    input=$1
-    shift
-    run_bsdtar 70 "$input" -c -P "$@" --exclude '.ZipFuncs.??????????' --exclude "^$replaced\$"
-}
+# Runs bsdtar on the source, with the list "names" as input.
+pack() { run_bsdtar 70 names -c -P "$@" --exclude '.ZipFuncs.??????????' --exclude "^$replaced\$"; }
 
 # bsdtar wraps times that zip can't hold, those outside 1970 to 2038: packs from a list in which they are the nearest.
 pack_clamped() {
-    pack names -f times --format mtree --options 'mtree:!all,mtree:type,mtree:mode,mtree:time,mtree:link' -H \
+    pack -f times --format mtree --options 'mtree:!all,mtree:type,mtree:mode,mtree:time,mtree:link' -H \
         -C "$source_folder" --null -T -
     awk '
         match($0, / time=[-0-9.]+/) {
@@ -378,25 +360,21 @@ pack_clamped() {
             $0 = substr($0, 1, RSTART + 5) time substr($0, RSTART + RLENGTH)
         }
         { print }' times >names || finish_full
-    pack names "$@" -s ',^\./,,SH' -C "$source_folder" @-
+    pack "$@" -s ',^\./,,SH' -C "$source_folder" @-
 }
 
 # bsdtar marks every name as UTF-8. One that isn't would make other tools refuse the whole archive: its mark goes.
 unmark_names() {
-    list_zip_directory out | sed -n 's/ 1$//p' >names
-    while read -r local_at directory_at; do
-        for at in "$((local_at + 7))" "$((directory_at + 9))"; do
-            printf '\0' | dd of=out bs=1 seek="$at" conv=notrunc || finish_full
-        done
+    list_zip_directory out | awk '$3 { printf "%.0f\n%.0f\n", $1 + 7, $2 + 9 }' >names
+    while read -r at; do
+        printf '\0' | dd of=out bs=1 seek="$at" conv=notrunc || finish_full
     done <names
 }
 
 # --- Unzip ----------------------------------------------------------------------------------------------------------
-
 unzip_verb() {
-    need bsdtar
     [ "$4" = expand ] || finish 64 'the fourth field isn'\''t "expand"'
-    set_source "$1" "$3"
+    set_source "$1" "$3" bsdtar
     [ -f "$source" ] || finish 66 "the archive can't be read"
     read_zip_structure "$source" || finish 65 'no zip archive, or it is cut'
     # What is missing of the destination is made in the work folder, and gets its place with all that is in it.
@@ -412,8 +390,8 @@ unzip_verb() {
     fi
     set -- --options 'zip:!mac-ext' --passphrase "${password:-no password was given}" -f "$source"
     check_entries "$@"
-    # bsdtar doesn't look at what close(2) answers, where quotas and network file systems tell of what they lost: a file
-    # of the script's own, written before and after the others, tells it too.
+    # bsdtar ignores what close(2) answers, where quotas and network file systems tell of what they lost. A file of the
+    # script's own, written before and after the others, tells it, too.
     check_disk
     (umask "$user_mask" && mkdir -p "tree/$missing") || finish_full
     expand "$@" -C "tree/$missing"
@@ -423,9 +401,9 @@ unzip_verb() {
         remove tree
         trap '' HUP INT TERM
         expand "$@" --safe-writes -C "../$missing"
-        flush_all .. || finish_full
+        $flush_all .. || finish_full
     else
-        flush_all . || finish_full
+        $flush_all . || finish_full
         move_into_place
         flush .. || finish_full
     fi
@@ -435,34 +413,37 @@ unzip_verb() {
 # Looks at the list of entries, with bsdtar's options $@: every entry that the end record counts is a file, a folder or a
 # link; bsdtar sees a plain zip (a tar can look like one); no content stands unencrypted, forged, among encrypted.
 check_entries() {
-    [ -z "$password" ] || list_encrypted >names || finish_full
+    printf '' >survey && printf '' >names || finish_full
+    [ -z "$password" ] || list_headers
     run_bsdtar 65 /dev/null -t -vvv "$@" >listing
     listed=$(awk '
-        NR > 1 {
+        FILENAME == "survey" { encrypted[$1]; next }
+        FILENAME == "names" { mark[FNR] = $1 in encrypted; next }
+        FNR > 1 {
             split(last, columns)
             if (last !~ /^[-dl]/) wrong = 1
-            if ((getline encrypted <"names") > 0 && last ~ /^-/ && columns[5] > 0) seen[encrypted]
+            if (last ~ /^-/ && columns[5] > 0) seen[mark[FNR - 1]]
         }
         { last = $0 }
         END {
             if (last !~ /^Archive Format: ZIP.*,  Compression: none$/ || (0 in seen) && (1 in seen)) wrong = 1
-            if (!wrong) print NR - 1
-        }' listing)
-    [ -n "$listed" ] && is_zip_count "$listed" || finish 65 'the archive is damaged, or hostile'
+            if (!wrong) print FNR - 1
+        }' survey names listing)
+    [ -n "$listed" ] && [ "$((listed % modulo))" -eq "$entries" ] || finish 65 'the archive is damaged, or hostile'
 }
 
-# Prints for each entry, in bsdtar's order, whether it is encrypted (1) or not (0). bsdtar goes by the mark in the local
-# header. For tools that read text, bytes become "o" (odd) and "e" (even), but for those that such a header begins with.
-list_encrypted() {
+# bsdtar takes entries in the order of their local headers, and for encrypted what those mark so: writes their offsets to
+# "names", and those of whatever looks like one that is marked to "survey". For tools that read text, all bytes but those
+# that such a header begins with become "o" (odd) and "e" (even).
+list_headers() {
+    list_zip_directory "$source" | sort -n >names || finish_full
     tr '\000-\377' "$(awk 'BEGIN {
         for (i = 0; i < 255; i++) printf "%s", i == 3 || i == 4 ? i : i == 75 ? "K" : i == 80 ? "P" : i % 2 ? "o" : "e"
-        printf "\\n" }')" <"$source" | grep -b -o 'PK34..[oK3]' | cut -d : -f 1 >survey
-    list_zip_directory "$source" | sort -n |
-        awk 'FILENAME == "survey" { encrypted[$1]; next } { print ($1 in encrypted) }' survey -
+        printf "\\n" }')" <"$source" | grep -b -o 'PK34..[oK3]' | cut -d : -f 1 >survey || finish_full
 }
 
 # No owners, no set-id or sticky bits, modes under the umask. bsdtar refuses to write to "..", which the first -s makes of
-# absolute names, too, and through a link. The second keeps the names that it would shorten.
+# absolute names, and through a link. The second -s keeps the names that it would shorten.
 expand() {
     run_bsdtar 65 /dev/null -x --no-same-owner --no-same-permissions -s ',^/,../,SH' -s ',^,./,SH' "$@"
     check_disk
@@ -519,33 +500,29 @@ digest_of() {
     [ "${#digest}" -eq 64 ] || finish 69 "openssl can't hash"
 }
 
-# Sets derived to PBKDF2-HMAC-SHA256, in hexadecimal digits, of the line $1, the 8 bytes $2 and $3 rounds. A cipher with a
-# 32-byte key and no IV makes openssl print just that.
+# Prints PBKDF2-HMAC-SHA256, in hexadecimal digits, of the line $1, the 8 bytes $2 and $3 rounds. A cipher with a 32-byte
+# key and no IV makes openssl print just that.
 derive() {
-    derived=$(printf '%s\n' "$1" | openssl enc -aes-256-ecb -pbkdf2 -md sha256 -iter "$3" -S "$2" -P -pass stdin |
-        sed -n 's/^key=//p')
-    [ "${#derived}" -eq 64 ] || finish 69 "openssl can't derive keys"
+    printf '%s\n' "$1" | openssl enc -aes-256-ecb -pbkdf2 -md sha256 -iter "$3" -S "$2" -P -pass stdin |
+        sed -n 's/^key=//p'
 }
 
 # Sets check, cipher_key and mac_key from password and salt. openssl takes a line of at most 1023 bytes as password, and 8
 # bytes of salt: the digest of the whole salt and the password stands in for it.
 derive_keys() {
     digest_of put_salted_password
-    derive "$digest" "${salt%????????????????}" 600000
-    set -- "$derived"
+    master=$(derive "$digest" "${salt%????????????????}" 600000)
     # The labels "verifier", "cryptkey" and "auth-key"; one round makes it HMAC-SHA256 of the label.
-    derive "$1" 7665726966696572 1
-    check=$(printf '%.16s' "$derived" | tr A-F a-f)
-    derive "$1" 63727970746b6579 1
-    cipher_key=$derived
-    derive "$1" 617574682d6b6579 1
-    mac_key=$derived
+    check=$(derive "$master" 7665726966696572 1 | tr A-F a-f)
+    cipher_key=$(derive "$master" 63727970746b6579 1)
+    mac_key=$(derive "$master" 617574682d6b6579 1)
+    [ "${#master}${#check}${#cipher_key}${#mac_key}" = 64646464 ] || finish 69 "openssl can't derive keys"
+    check=$(printf '%.16s' "$check")
 }
 put_salted_password() { put "$salt" && printf '%s' "$password"; }
 
 file_verb() {
-    need openssl
-    set_source "$1" "$3"
+    set_source "$1" "$3" openssl
     [ -f "$source" ] && size=$(wc -c <"$source") || finish 66 'the source is no file'
     set_target "$2" "$4"
     mode=$(mode_like "$source_folder" "$source_name")
@@ -605,13 +582,11 @@ run_cipher() {
 }
 put_keyed() { put "$mac_key$zeros" "$1" && put "$2"; }
 
-# The next three are children. In counter mode -e and -d do the same, but -e writes and -d reads a header with the cipher's
-# salt first. The key waits in a pipe.
+# These two are children. In counter mode -e and -d do the same, but -e writes and -d reads a header with a salt first.
 cipher() {
     [ "$direction" = -e ] || skip_head
     exec openssl enc "$direction" -aes-256-ctr -pbkdf2 -md sha256 -iter 1 -bufsize 1048576 -pass fd:3
 }
-
 # Copies standard input until the file "written" says that it is whole.
 follow() {
     skip_head

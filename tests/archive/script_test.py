@@ -204,11 +204,11 @@ class ArchivesOfOthers(ScratchCase):
         self.unzip("x.zip", folder, password, expect=expect)
 
     def test_valid_ones(self):
-        plain = zipped(("d/f", "x" * 99), ("d/twice", "1"), ("./d/./twice", "2"), ("__MACOSX/d/._f", "x"), ("d//g", ""))
+        plain = zipped(("d/f", "x" * 99, 0o100755), ("d/twice", "1"), ("./d/./twice", "2"), ("__MACOSX/d/._f", "x"), ("d//g", ""))
         for name, data in {"newline": plain + b"\n", "padded": plain + bytes(30_000), "program in front": b"MZ" + bytes(5000) + plain,
-                           "comment": zipped(("d/f", "x" * 99), comment=b"PK\5\6" * 9999)}.items():
+                           "comment": zipped(("d/f", "x" * 99, 0o100755), comment=b"PK\5\6" * 9999)}.items():
             self.expand(data, name)
-            self.assertEqual(self.read(name + "/d/f"), b"x" * 99)
+            self.assertEqual((self.read(name + "/d/f"), self.modes(name + "/d/f")), (b"x" * 99, [0o755]))
         self.expand(zipped(), "none")
 
     def test_many_entries_and_a_wrapped_count(self):
@@ -234,7 +234,7 @@ class ArchivesOfOthers(ScratchCase):
         changed, miscounted = bytearray(whole), bytearray(whole)
         changed[central // 2 + 20] ^= 4
         struct.pack_into("<HH", miscounted, end + 8, 19, 19)
-        damaged = [b"", b"PK\3\4" + bytes(100), tarred.getvalue(), tarred.getvalue() + whole, bytes(miscounted), bytes(changed),
+        damaged = [b"", b"PK\3\4" + bytes(100), tarred.getvalue(), tarred.getvalue() + zipped(("f", "x")), bytes(miscounted), bytes(changed),
                    f"#mtree\n./x type=file contents={self.path('victim')}\n".encode(), whole[:500] + whole[600:], whole[100:],
                    *[whole[:size] for size in (10, central, central + 30, end, len(whole) - 1)]]
         self.write("in/a")

@@ -1,22 +1,18 @@
 #!/bin/sh
-# shellcheck disable=SC2015,SC2086
+# shellcheck disable=SC2012,SC2015,SC2086,SC2094,SC2154,SC3013
 # ZipFuncs.sh - compress, expand, encrypt and decrypt for the plug-in's archive functions.
 #
 #   sh ZipFuncs.sh 'zip|source folder|destination folder|source name|archive name'           zipencrypt: + '|password'
 #   sh ZipFuncs.sh 'unzip|archive folder|destination folder|archive name|expand'           unzipdecrypt: + '|password'
 #   sh ZipFuncs.sh 'encrypt|source folder|destination folder|source name|destination name|password'       or decrypt
-#
 # One argument. Folders are absolute and end in "/", names hold none. A "|" ends a field, but not the password.
 #
-# Exit status: 0 done, whole and on the disk; 1 (decrypt), 82 (unzipdecrypt) wrong password; 64 usage; 65 damaged
-# input; 66 unusable source; 69 a tool is missing or can't do it; 70 a tool failed; 73 unusable destination; 74 not
-# written: full disk, quota; 77 (unzip) needs a password; 129, 130, 143 ended by HUP, INT, TERM. On any but 0 the
-# destination is as it was before; only an archive that is merged into folders that exist may fail half-way.
-#
-# It reads no terminal and prints nothing. Why it failed goes to the system log. A host that wants to know puts the name
-# of a file of its own into FOLIDEX_REPORT: that gets a line "status cause", and when it held something already, the
-# system log gets nothing.
-#
+# Exit status: 0 done, whole and on the disk; 1 (decrypt), 82 (unzipdecrypt) wrong password; 64 usage; 65 damaged input;
+# 66 unusable source; 69 a tool is missing or can't do it; 70 a tool failed; 73 unusable destination; 74 not written: full
+# disk, quota; 77 (unzip) needs a password; 129, 130, 143 ended by HUP, INT, TERM. On any but 0 the destination is as it
+# was before; only an archive that is merged into folders that exist may fail half-way.
+# It reads no terminal and prints nothing. Why it failed goes to the system log. A file that FOLIDEX_REPORT names gets a
+# line "status cause"; when it held something already, the system log gets nothing.
 # POSIX sh (dash, bash --posix, busybox sh) and POSIX utilities, with: mktemp -d, test -O and -ef, find -mmin, /dev/fd,
 # bsdtar, and openssl 3 or LibreSSL 3.3 (Debian, Ubuntu: packages libarchive-tools and openssl; macOS 13: all there).
 
@@ -91,8 +87,7 @@ open_pipe() {
 
 # Makes it in $1, which is then "..".
 make_work_folder() {
-    [ ! -r /etc/machine-id ] || read -r machine </etc/machine-id
-    host="${system#* } ${machine-}"
+    host="${system#* } $(cat /etc/machine-id)"
     set +f
     for left in "$1"/.ZipFuncs.??????????; do
         [ -L "$left" ] || [ ! -O "$left" ] || (remove_left_folder "$1" "$left")
@@ -106,11 +101,10 @@ make_work_folder() {
 
 # Enters this user's folder $2, which is in $1, and not what others put in its place. (Some file systems keep no mode.)
 enter_folder() { cd -P "$2" && [ -O . ] && [ .. -ef "$1" ] && { chmod 700 . || :; }; }
-
 # Locks the file on descriptor 9: fails where somebody holds it, or the file system has no locks. macOS has no flock.
 lock() { flock -n 9 || perl -e 'open(F, "<&=9") && flock(F, 6) || exit 1'; }
 
-# For a subshell. A folder that names no host was left, empty, or is being made.
+# For a subshell. One that names no host was left empty, or is being made.
 remove_left_folder() {
     enter_folder "$1" "$2" || exit
     [ "$(cat owner)" = "$host" ] || { [ ! -s owner ] && [ -n "$(find . -prune -mmin +60)" ]; } || exit
@@ -122,7 +116,6 @@ empty_work_folder() {
     # Some file systems (NFS, FUSE) keep a file under another name while somebody has it open.
     exec 9<&- && rm -f owner
 }
-
 # A tree that was expanded may hold folders that lock their owner out.
 remove() { rm -rf "$@" || { chmod -R u+rwx tree && rm -rf "$@"; }; }
 
@@ -139,9 +132,8 @@ set_source() {
 # file system tells only who closes the file.
 set_target() {
     is_path "$1" "$2" && is_open_folder "$1" || finish 73 'the destination is no folder that can be written to'
-    if [ -e "$1$2" ] && { [ ! -f "$1$2" ] || [ "$1$2" -ef "$source" ]; }; then
+    [ ! -e "$1$2" ] || { [ -f "$1$2" ] && ! [ "$1$2" -ef "$source" ]; } ||
         finish 73 'a folder, a device or the source itself is in the way'
-    fi
     target_name=$2
     make_work_folder "$1"
     if ! printf '' >out || ! exec 8<>out; then finish_full; fi
@@ -165,11 +157,10 @@ any_in() { [ "$(find_in "$@" | head -c 1 | wc -c)" -gt 0 ]; }
 # Prints the mode of a result that nobody may read who can't read all that is in $1$2. Where that isn't all of the
 # result's group, this and others get what both are given. What an access list (+) gives can't be told.
 mode_like() {
-    group=$(ls -n out | awk '{ print $4 }')
     given=$((044 & ~user_mask))
     ! any_in "$1" "$2" \( -type d ! -perm -050 -o -type f ! -perm -040 \) || given=$((given & 7))
     ! any_in "$1" "$2" \( -type d ! -perm -005 -o -type f ! -perm -004 \) || given=$((given & 070))
-    [ "$given" -eq 36 ] || ! any_in "$1" "$2" ! -type l ! -group "$group" || given=0
+    [ "$given" -eq 36 ] || ! any_in "$1" "$2" ! -type l ! -group "$(ls -n out | awk '{ print $4 }')" || given=0
     ! find_in "$1" "$2" -exec ls -ldnL {} + | grep -q '^[-d].\{9\}+' || given=0
     echo "$((0600 | given))"
 }
@@ -186,7 +177,6 @@ publish() {
     finish 0
 }
 inode() { ls -di "$1" | sed -n '1s/^ *\([0-9]*\).*/\1/p'; }
-
 # Whatever a tool says: where a few bytes more can't be written, the disk is full (or gone).
 check_disk() { dd if=/dev/zero bs=65536 count=1 conv=fsync >probe && rm probe || finish_full; }
 
@@ -239,7 +229,6 @@ run_bsdtar() {
 # bsdtar guesses formats, looks for the end record in the last 16 KiB only, and takes an archive that was cut within its
 # central directory for a whole one. So the end record is looked for here, and has to fit the directory before it.
 # Anything may stand behind it, and in front, as in archives that expand themselves.
-
 zip_number='function number(at, bytes,    value) {
     while (bytes-- > 0) value = value * 256 + byte[at + bytes]
     return value
@@ -272,8 +261,8 @@ read_zip_structure() {
     [ "$length" -eq 0 ] || [ "$(od -An -v -tx1 -j "$start" -N4 "$1" | tr -d ' \n')" = 504b0102 ]
 }
 
-# A line for each entry in the directory of archive $1: the offset of its local header, that of its directory entry, and
-# 1 when the name is marked as UTF-8 but isn't.
+# Prints, for each entry of archive $1, the offsets of its local header and of its place in the directory, and 1 when its
+# name is marked as UTF-8 but isn't.
 list_zip_directory() {
     tail -c "+$((start + 1))" "$1" | head -c "$length" | od -An -v -tu1 | awk \
         -v at="$start" -v front="$front" "$zip_number"'
@@ -288,16 +277,14 @@ list_zip_directory() {
             gsub(/[\360-\364][\200-\277][\200-\277][\200-\277]/, "x", text)
             return text !~ /[\200-\377]/
         }
-        {
-            for (i = 1; i <= NF; i++) {
-                byte[n++] = $i
-                if (n == 46) total = 46 + (name = number(28, 2)) + number(30, 2) + number(32, 2)
-                if (n < 46 || n < total) continue
-                printf "%.0f %.0f %d\n", local_offset() + front, at, int(byte[9] / 8) % 2 && !is_utf8()
-                at += total
-                n = 0
-            }
-        }'
+        { for (i = 1; i <= NF; i++) {
+            byte[n++] = $i
+            if (n == 46) total = 46 + (name = number(28, 2)) + number(30, 2) + number(32, 2)
+            if (n < 46 || n < total) continue
+            printf "%.0f %.0f %d\n", local_offset() + front, at, int(byte[9] / 8) % 2 && !is_utf8()
+            at += total
+            n = 0
+        } }'
 }
 
 # --- Zip ------------------------------------------------------------------------------------------------------------
@@ -315,8 +302,7 @@ zip_verb() {
     set -- -f out --format zip --options "zip:compression-level=3${password:+,zip:encryption=aes256}" \
         ${password:+--passphrase "$password"}
     pack "$@" -H -C "$source_folder" --null -T -
-    wait_for "$surveyor"
-    read -r items mode odd times names <survey || finish_full
+    wait_for "$surveyor" && read -r items mode odd times names <survey || finish_full
     [ "$odd" = no ] || finish 66 "a pipe, socket or device can't be packed"
     [ "$times" = no ] || pack_clamped "$@"
     read_zip_structure out || finish 70 'the archive came out damaged'
@@ -338,14 +324,12 @@ set_replaced() {
 survey() {
     touch -t 197001020000 early && touch -t 203801180000 late
     set -- "$source_folder" "$source_name"
-    items=$(find_in "$@" | grep -c '^\.//')
     odd=no times=no names=no
     ! any_in "$@" ! -type f ! -type d ! -type l || odd=yes
     ! any_in "$@" \( -newer "$work/late" -o ! -newer "$work/early" \) || times=yes
     find_in "$@" | iconv -f UTF-8 -t UTF-8 || names=yes
-    echo "$items $(mode_like "$@") $odd $times $names" >survey
+    echo "$(find_in "$@" | grep -c '^\.//') $(mode_like "$@") $odd $times $names" >survey
 }
-
 # Runs bsdtar on the source, with the list "names" as input.
 pack() { run_bsdtar 70 names -c -P "$@" --exclude '.ZipFuncs.??????????' --exclude "^$replaced\$"; }
 
@@ -457,11 +441,8 @@ find_places() {
         for item do
             place=../../$item
             [ -e "$place" ] || [ -L "$place" ] || continue
-            if is_folder "$item"; then
-                is_folder "$place" && [ -w "$place" ] && [ -x "$place" ] && echo yes || echo blocked
-            elif is_folder "$place"; then
-                echo blocked
-            fi
+            if is_folder "$item" && is_folder "$place" && [ -w "$place" ] && [ -x "$place" ]; then echo yes
+            elif is_folder "$item" || is_folder "$place"; then echo blocked; fi
         done' sh {} + | sort -u)
     case $merges in blocked*) finish 73 'a link, a folder or something of another kind is in the way' ;; esac
 }
@@ -479,9 +460,7 @@ move_into_place() {
 #
 # No key is ever an argument or in the environment: openssl gets them through pipes, and HMAC is built from its
 # definition (RFC 2104), as its options would take the key as an argument.
-
-magic=464f4c4944455801
-zeros=0000000000000000000000000000000000000000000000000000000000000000
+magic=464f4c4944455801 zeros=0000000000000000000000000000000000000000000000000000000000000000
 
 # Writes the bytes of the hexadecimal digits $1, each XORed with $2.
 put() {
@@ -507,8 +486,8 @@ derive() {
         sed -n 's/^key=//p'
 }
 
-# Sets check, cipher_key and mac_key from password and salt. openssl takes a line of at most 1023 bytes as password, and 8
-# bytes of salt: the digest of the whole salt and the password stands in for it.
+# Sets check, cipher_key and mac_key. openssl takes a line of at most 1023 bytes as password, and 8 bytes of salt: the
+# digest of the whole salt and the password stands in for it.
 derive_keys() {
     digest_of put_salted_password
     master=$(derive "$digest" "${salt%????????????????}" 600000)
@@ -548,8 +527,7 @@ decrypt_file() {
     head=$(printf '%.64s' "$claim")
     claim=${claim#"$head"} salt=${head#"$magic"}
     [ "${#claim}" -eq 64 ] && [ "$salt" != "$head" ] || finish 65 'no encrypted file of this kind'
-    salt=${salt%????????????????}
-    derive_keys
+    salt=${salt%????????????????} && derive_keys
     [ "$head" = "$magic$salt$check" ] || finish 1 'wrong password'
     run_cipher -d "$source"
     [ "$digest" = "$claim" ] || finish 65 'the file is damaged'

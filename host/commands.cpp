@@ -170,14 +170,14 @@ ExitStatus showStrings(Session& session)
                                                                  {PluginString::options, "options    "},
                                                                  {PluginString::helpLocation, "help       "}};
     std::vector<JsonMember> object;
-    std::string text;
+    std::ostringstream text;
     for (const auto& [request, label] : requests) {
         const std::string number = std::to_string(static_cast<int>(request));
         const std::string answer = toUtf8(session.plugin().string(request));
         object.emplace_back(number, answer);
-        text += (text.empty() ? "" : "\n") + number + "  " + label + "  " + answer;
+        text << (object.size() > 1 ? "\n" : "") << number << "  " << label << "  " << answer;
     }
-    show(session, object, text);
+    show(session, object, text.str());
     return ExitStatus::success;
 }
 
@@ -284,13 +284,11 @@ bool Lines::isCommand(std::string_view line, ExitStatus& status)
     const std::string_view rest = line.substr(std::min(line.find_first_not_of(blanks, end), line.size()));
     if (word == u"help") {
         status = help(session_, rest);
-    } else if (!rest.empty()) {
-        return false;
-    } else if (word == u"list") {
+    } else if (rest.empty() && word == u"list") {
         status = listFunctions(session_);
-    } else if (word == u"steps") {
+    } else if (rest.empty() && word == u"steps") {
         status = listSteps(session_);
-    } else if (word == u"quit" || word == u"exit") {
+    } else if (rest.empty() && (word == u"quit" || word == u"exit")) {
         hasQuit_ = true;
     } else {
         return false;

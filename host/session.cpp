@@ -76,7 +76,7 @@ fs::path pluginFile(const Options& options)
     std::error_code error;
     const fs::path executable = fs::canonical(executableFile(), error);
     const fs::path beside = executable.parent_path() / installed.filename();
-    const fs::path file = !error && fs::exists(beside, error) ? beside : installed;
+    fs::path file = !error && fs::exists(beside, error) ? beside : installed;
     if (!fs::exists(file, error)) {
         throw PluginError(PluginError::Kind::notLoaded,
                           "No plug-in was found: there is no file " + file.string() +

@@ -30,6 +30,7 @@ constexpr std::pair<std::u16string_view, const char*> mistakes[] = {
     {u"^", "fmxhost lacks the operator ^ (to the power of)."},
     {u"{}", "Braces only show in descriptions what may be left out."},
     {u"!", "\"Not equal\" is written ≠ or <>."},
+    {u":", "fmxhost has neither fields nor script steps: set a variable, $name = …"},
     {u"|", "\"Or\" is written or; in a text a bar needs quotation marks."},
 };
 

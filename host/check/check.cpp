@@ -21,6 +21,7 @@
 #include <map>
 #include <numeric>
 #include <sstream>
+#include <stdexcept>
 #include <system_error>
 
 namespace fmxhost::check {
@@ -76,27 +77,51 @@ const Test* findTest(std::string_view name)
     return found != std::end(tests) ? found : nullptr;
 }
 
-// Findings that a plug-in keeps on purpose: they are no failures of it but notes. A line of the file is
-// "TEST: FINDING", with "*" for any text (fnmatch(3)); blank lines and those with "#" first say nothing.
-void allow(const std::filesystem::path& file, const Test& test, Result& result)
+// The lines of a file of findings that a plug-in keeps on purpose, each "TEST: FINDING" with "*" for any text; blank
+// lines and those with "#" first say nothing. Errors: std::invalid_argument with a text for the user.
+std::vector<std::string> readAllowances(const std::filesystem::path& file)
 {
+    std::vector<std::string> lines;
     std::ifstream stream(file);
-    for (std::string line; result.verdict == Verdict::fail && std::getline(stream, line);) {
-        const auto isKept = [&](const std::string& reason) {
-            const std::string finding = std::string(test.name) + ": " + reason;
-            return line.starts_with('#') || fnmatch(line.c_str(), finding.c_str(), FNM_NOESCAPE) != 0;
-        };
-        const auto allowed = std::stable_partition(result.reasons.begin(), result.reasons.end(), isKept);
-        std::transform(allowed, result.reasons.end(), std::back_inserter(result.notes),
-                       [](const std::string& reason) { return reason + " (allowed)"; });
-        result.reasons.erase(allowed, result.reasons.end());
-        result.verdict = result.reasons.empty() ? Verdict::note : Verdict::fail;
+    int number = 0;
+    for (std::string line; std::getline(stream, line);) {
+        ++number;
+        if (line.empty() || line.starts_with('#')) {
+            continue;
+        }
+        const std::size_t end = line.find(": ");
+        if (end == std::string::npos || findTest(line.substr(0, end)) == nullptr) {
+            throw std::invalid_argument(file.string() + ":" + std::to_string(number) +
+                                        ": \"TEST: FINDING\" is expected, with a test's name.");
+        }
+        lines.push_back(line);
     }
+    return lines;
+}
+
+// What is allowed becomes a note (fnmatch(3)).
+void allow(const std::vector<std::string>& allowances, const Test& test, Result& result)
+{
+    const auto isKept = [&](const std::string& reason) {
+        const std::string finding = std::string(test.name) + ": " + reason;
+        return std::none_of(allowances.begin(), allowances.end(), [&](const std::string& line) {
+            return fnmatch(line.c_str(), finding.c_str(), FNM_NOESCAPE) == 0;
+        });
+    };
+    if (result.verdict != Verdict::fail) {
+        return;
+    }
+    const auto allowed = std::stable_partition(result.reasons.begin(), result.reasons.end(), isKept);
+    std::transform(allowed, result.reasons.end(), std::back_inserter(result.notes),
+                   [](const std::string& reason) { return reason + " (allowed)"; });
+    result.reasons.erase(allowed, result.reasons.end());
+    result.verdict = result.reasons.empty() ? Verdict::note : Verdict::fail;
 }
 
 class Suite {
 public:
-    explicit Suite(const Options& options) : options_(options) {}
+    // Errors: std::invalid_argument with a text for the user.
+    explicit Suite(const Options& options) : options_(options), allowances_(readAllowances(options.allowances)) {}
 
     // Errors: std::system_error when a process can't be started.
     Result run(const Test& test)
@@ -113,7 +138,7 @@ public:
             Options options = options_;
             options.apiVersion = version;
             Result result = runIsolated(test, options);
-            allow(options.allowances, test, result);
+            allow(allowances_, test, result);
             if (isFailure(result.verdict) && result.reached < test.needs) {
                 obstacles_.try_emplace(version, Obstacle{Stage(static_cast<int>(result.reached) + 1), &test});
             }
@@ -164,6 +189,7 @@ private:
     }
 
     const Options& options_;
+    std::vector<std::string> allowances_;
     std::map<std::int16_t, Obstacle> obstacles_; // by API version, the first of each
 };
 
@@ -228,7 +254,7 @@ std::filesystem::path listOfServerLibraries()
 // Whether no test fails. For people results are written one after the other, as JSON in the end, as one line:
 //   {"plugin": FILE, "api": N, "passed": BOOL, "counts": {VERDICT: N, …}, "tests": [{"name": NAME, "verdict": VERDICT,
 //    "reasons": [TEXT…], "notes": [TEXT…], "seconds": NUMBER, "output": what it wrote, of tests that failed}…]}
-// Errors: std::system_error when a test can't be run or the output be written.
+// Errors: std::system_error when a test can't be run or the output be written, std::invalid_argument as Suite has it.
 bool runTests(const Options& options)
 {
     Suite suite(options);
@@ -298,6 +324,9 @@ ExitStatus run(Options options)
         return runTests(options) ? ExitStatus::success : ExitStatus::checkFailed;
     } catch (const OutputError&) {
         throw;
+    } catch (const std::invalid_argument& error) {
+        reportError(error.what());
+        return ExitStatus::wrongUse;
     } catch (const std::system_error& error) {
         reportError(std::string("A test can't be run: ") + error.what());
         return ExitStatus::checkFailed;

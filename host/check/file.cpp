@@ -63,6 +63,9 @@ public:
                 read(section, elf_getdata(next, nullptr));
             }
         }
+        if (!isDynamic_) {
+            throw std::runtime_error("it is cut short, or damaged");
+        }
     }
 
     std::vector<std::string> exports; // without the names that the linker itself makes
@@ -75,6 +78,7 @@ private:
     {
         GElf_Dyn entry;
         for (int index = 0; section.sh_type == SHT_DYNAMIC && gelf_getdyn(data, index, &entry) != nullptr; ++index) {
+            isDynamic_ = true;
             readDynamic(entry);
         }
         GElf_Sym symbol;
@@ -126,7 +130,8 @@ private:
 
     std::string image_;
     std::unique_ptr<Elf, int (*)(Elf*)> elf_{nullptr, &elf_end};
-    std::size_t names_ = 0; // the section of the current one's names
+    bool isDynamic_ = false; // as every shared library is
+    std::size_t names_ = 0;  // the section of the current one's names
 };
 
 // What a plain server has: libraries with the newest versions of their symbols, and folders of libraries.
@@ -192,8 +197,10 @@ void examineLibraries(Examination& examination)
     for (const std::string& folder : plugin.searchPaths) {
         if (!server.contains(folder)) {
             // What lies beside the plug-in may be there; "Install Plug-In File" copies the plug-in alone.
-            examination.find(folder.starts_with('$') ? Verdict::note : Verdict::fail,
-                             "it looks for libraries in \"" + folder + "\" (RPATH), which no plain server has");
+            const bool isBeside = folder.starts_with('$');
+            examination.find(isBeside ? Verdict::note : Verdict::fail,
+                             "it looks for libraries in \"" + folder + "\" (RPATH), which " +
+                                 (isBeside ? "goes by the plug-in's own folder" : "no plain server has"));
         }
     }
 }

@@ -103,6 +103,10 @@ class Rules(unittest.TestCase):
             return {test["name"]: test["reasons"] for test in document["tests"]}
         everything = found()
         self.assertIn("libcheck_other_library.so", everything["load"][0])
+        with temporary("") as cut:
+            Path(cut.name).write_bytes(Path(FILE).read_bytes()[:9000])
+            self.assertEqual(found("exports", "libraries", file=cut.name),
+                             dict.fromkeys(("exports", "libraries"), ["it is cut short, or damaged"]))
         other = found("load", file=str(Path(FILE).parent / "libcheck_other_library.so"))
         self.assertIn("no entry point FMExternCallProc", other["load"][0])
         self.assertEqual(everything["exports"][:2], ["it doesn't export FMExternCallProc", "it exports exportedBesides, "
@@ -187,11 +191,13 @@ class CommandLine(unittest.TestCase):
         self.assertEqual([line.split()[0] for line in check("", "list-tests").stdout.splitlines()], names)
 
     def test_wrong_use(self):
-        for arguments, status, text in ((["nothing"], 2, "no test called nothing"), (["--timeout", "0"], 2, "--timeout"),
-                                        (["--api", "49"], 2, "50 to 255"), (["--allow", "/no/such"], 2, "/no/such"), (["--libraries", "/no/such"], 2, "/no/such")):
-            result = check(PLUGIN, *arguments)
-            self.assertEqual((result.returncode, result.stdout), (status, ""))
-            self.assertIn(text, result.stderr)
+        with temporary("# said\nload: *\nnosuch: *\n") as senseless:
+            for arguments, text in ((["nothing"], "no test called nothing"), (["--timeout", "0"], "--timeout"),
+                                    (["--api", "49"], "50 to 255"), (["--allow", "/no/such"], "/no/such"),
+                                    (["--libraries", "/no/such"], "/no/such"), (["--allow", senseless.name], senseless.name + ":3:")):
+                result = check(PLUGIN, *arguments)
+                self.assertEqual((result.returncode, result.stdout), (2, ""))
+                self.assertIn(text, result.stderr)
         self.assertEqual(check("/no/such.fmx").returncode, 3)
 
 

@@ -1,5 +1,5 @@
-// The host's reader of calculations: an error points into the text, and can be shown; what is open at the end is an error
-// as long as it is.
+// The host's reader of calculations: an error points into the text, and can be shown; what is open at the end is an
+// error as long as it is.
 #include "fuzz/target.h"
 
 #include "host/base/unicode.h"

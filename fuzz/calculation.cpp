@@ -41,7 +41,7 @@ void fuzz::test(std::string_view input)
 {
     const std::u16string source = anyUnits(input);
     try {
-        parse(source, table());
+        parse(source, table(), {});
         FUZZ_CHECK(!openAtEnd(source).isOpen);
     } catch (const CalculationError& error) {
         checkError(source, error);

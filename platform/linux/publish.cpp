@@ -155,7 +155,13 @@ bool isFlushedAsAWhole(int item)
 
 int flushFolder(int folder)
 {
-    return retried([=] { return fsync(folder); }) == 0 || errno == EINVAL ? 0 : errno;
+    if (retried([=] { return fsync(folder); }) != 0 && errno != EINVAL) {
+        return errno;
+    }
+    // XFS flushes a folder with success although it has shut itself down, as it does when its disk fails; it is opening
+    // that says so.
+    const Descriptor again(retried([=] { return openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+    return again ? 0 : errno;
 }
 
 int flushEntries(int folder, int inside)
@@ -163,6 +169,11 @@ int flushEntries(int folder, int inside)
     const Descriptor readable(retried([=] { return openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
     if (readable) {
         return flushFolder(readable.get());
+    }
+    if (inside < 0) {
+        const int error = errno;
+        sync();
+        return error == EACCES ? 0 : error;
     }
     return retried([=] { return syncfs(inside); }) == 0 ? 0 : errno;
 }

@@ -250,10 +250,14 @@ STAND_BEFORE(unlink, {
 })
 
 // The time that flushing takes, and the archive functions' second, are spared.
-#define SPARED(name, failure) STAND_BEFORE(name, return !isSeen(caller) ? next(a, b, c, d, e, f) : (failure) ? -1 : 0;)
-SPARED(fsync, fails("flush", caller))
-SPARED(syncfs, fails("flush", caller))
-SPARED(nanosleep, false)
+#define SPARED(name, failure, isLong)                                                                                  \
+    STAND_BEFORE(name, {                                                                                               \
+        const bool failed = isSeen(caller) && (failure);                                                               \
+        return failed ? -1 : isSeen(caller) && (isLong) ? 0 : next(a, b, c, d, e, f);                                  \
+    })
+SPARED(fsync, fails("flush", caller), true)
+SPARED(syncfs, fails("flush", caller), true)
+SPARED(nanosleep, false, reinterpret_cast<const timespec*>(a)->tv_sec > 0)
 
 // The C library's own, which need no dlsym(3): that allocates itself.
 #define ALLOCATE(name, parameters, arguments)                                                                          \

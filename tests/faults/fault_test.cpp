@@ -230,7 +230,7 @@ CallResult ScenarioRun::call(FaultPlan plan) const
     if (!result.threw) {
         const fmxhost::Value answer(std::move(value));
         const bool isDate = answer.type() == fmxhost::ValueType::timestamp;
-        result.answer = isDate ? isoText(answer.timestamp()) : answer.utf8();
+        result.answer = isDate ? answer.isoText() : answer.utf8();
         if (isDate && result.answer > "2002") {
             result.answer = "now";
         }

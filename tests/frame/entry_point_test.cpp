@@ -15,7 +15,6 @@
 
 namespace {
 
-constexpr std::uint32_t korb = 0x4B4F5242;
 
 class EntryPoint : public testing::Test {
 protected:
@@ -27,7 +26,7 @@ protected:
         ASSERT_NE(entryPoint_, nullptr);
     }
 
-    void TearDown() override { fmxkit::purge(korb); }
+    void TearDown() override { fmxkit::purge(); }
 
     void send(FMX_ExternCallStruct& record)
     {
@@ -82,7 +81,7 @@ TEST_F(EntryPoint, ShutDownLeaves201AndOldHostsKeepTheirSteps)
 {
     shutDown(62); // before any start-up: nothing
     EXPECT_EQ(startUp(50), 65);
-    fmxkit::purge(korb);
+    fmxkit::purge();
     EXPECT_EQ(startUp(62), 65);
     shutDown(56);
     ASSERT_EQ(fmxkit::externalFunctions().size(), 1u);
@@ -119,7 +118,7 @@ TEST_F(EntryPoint, FailedAllocationsLeaveAsBadAlloc)
     const std::uint32_t calls = fmxkit::callsSinceArmed();
     ASSERT_GT(calls, 41u);
     for (std::uint32_t n = 1; n <= calls; n += 7) {
-        fmxkit::purge(korb);
+        fmxkit::purge();
         fmxkit::failNthCall(n);
         EXPECT_THROW(startUp(62), std::bad_alloc) << n;
     }

@@ -1,6 +1,7 @@
 // What the Linux implementation promises beyond the common contract: metadata, other file systems, depth, mounts. What
 // it does without, who may come in between and what a kill leaves is in tests/faults.
 
+#include "platform/copy_record.h"
 #include "platform/file_manager.h"
 #include "platform/linux/tree_walk.h"
 #include "platform/unicode.h"
@@ -24,8 +25,10 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace {
@@ -405,6 +408,18 @@ TEST(LinuxTrees, AreLeftNowhereButWhereTheyWereEntered)
     }
     EXPECT_EQ(error, ESTALE);
     EXPECT_EQ(walk.path(), "/0/1/2/3/4");
+}
+
+// Times in whole seconds are FAT's, and those of many servers.
+TEST(LinuxMove, WaitsUntilAnotherChangeWouldShow)
+{
+    struct stat status {};
+    const time_t now = time(nullptr);
+    for (const auto& [seconds, nanoseconds, waits] :
+         {std::tuple{now + 1, 0L, true}, {now - 3, 0L, false}, {now - 1, 250'000'000L, false}, {now + 60, 0L, false}}) {
+        status.st_ctim = {seconds, nanoseconds};
+        EXPECT_EQ(platform::timeUntilNextStamp(status) > 0, waits) << seconds - now << " s " << nanoseconds;
+    }
 }
 
 // Whoever limits the size of files (setrlimit(2)) gets an error, not the end of the process.

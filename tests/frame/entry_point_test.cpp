@@ -15,7 +15,6 @@
 
 namespace {
 
-
 class EntryPoint : public testing::Test {
 protected:
     void SetUp() override

@@ -106,8 +106,9 @@ bool isFirstCloseOfWritten(int file)
            closedFiles.insert(status.st_ino).second;
 }
 
-CallName nameOfOpen(long flags)
+CallName nameOfOpen(long flags, const void* caller)
 {
+    report.inheritable = report.inheritable || (isSeen(caller) && (flags & O_CLOEXEC) == 0);
     if ((flags & O_TMPFILE) == O_TMPFILE) {
         return "unnamed";
     }
@@ -161,8 +162,8 @@ using namespace folidex::test;
 #define TRANSFER(name, call, count)                                                                                    \
     STAND_BEFORE(name, return fails(call, caller, &(count)) ? -1 : next(a, b, c, d, e, f);)
 
-CALL(open64, nameOfOpen(b))
-CALL(openat64, nameOfOpen(c))
+CALL(open64, nameOfOpen(b, caller))
+CALL(openat64, nameOfOpen(c, caller))
 TRANSFER(read, "read", c)
 TRANSFER(pread64, "read", c)
 TRANSFER(write, "write", c)
@@ -238,7 +239,7 @@ STAND_BEFORE(waitpid, {
 })
 
 STAND_BEFORE(mkostemp64, {
-    const long file = fails("create", caller) ? -1 : next(a, b, c, d, e, f);
+    const long file = fails(nameOfOpen(b | O_CREAT, caller), caller) ? -1 : next(a, b, c, d, e, f);
     report.temporaryFiles += isSeen(caller) && static_cast<int>(file) != -1;
     return file;
 })

@@ -33,11 +33,12 @@ struct FaultPlan {
 
 struct FaultReport {
     std::map<CallName, unsigned> calls{};
-    unsigned total = 0;      // of all but "malloc"
-    unsigned sinceFault = 0; // of those, after the first that failed
-    bool struck = false;     // whether the planned call, or both of them, were made and did fail
-    bool lostData = false;   // whether a close failed that was the first for a written file
-    int temporaryFiles = 0;  // made by mkostemp(3) and not removed
+    unsigned total = 0;       // of all but "malloc"
+    unsigned sinceFault = 0;  // of those, after the first that failed
+    bool struck = false;      // whether the planned call, or both of them, were made and did fail
+    bool lostData = false;    // whether a close failed that was the first for a written file
+    int temporaryFiles = 0;   // made by mkostemp(3) and not removed
+    bool inheritable = false; // whether something was opened without O_CLOEXEC
 };
 
 void armFaults(const FaultPlan& plan);

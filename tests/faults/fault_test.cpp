@@ -442,6 +442,9 @@ std::string ScenarioRun::attempt(const Injection& injection) const
     if (openDescriptors() != descriptors) {
         return "descriptors are left open";
     }
+    if (result.report.inheritable) {
+        return "a program that is started meanwhile would get a descriptor";
+    }
     if (waitpid(-1, nullptr, WNOHANG) != -1 || errno != ECHILD) {
         return "a child process is left";
     }

@@ -121,7 +121,8 @@ TEST_F(Strange, XfsSharesDataAlsoBehindAGibibyte)
             armFaults({.code = handler, .lacks = lacks});
             const std::string name = "copy " + std::to_string(lacks.size());
             text += plugin.call("KORB_FileCopy", {mounted / "file", mounted.string(), "", name}).utf8();
-            disarmFaults();
+            // The kernel's own copies are clones on XFS, too.
+            text += disarmFaults().calls.contains("copy_file_range") == lacks.empty() ? " not by a clone " : "";
             std::ifstream stream(mounted / name);
             std::string end;
             text += stream.seekg(size - 3) >> end ? end : "too short";

@@ -152,14 +152,26 @@ TEST(LinuxCopy, DropsSetIdBitsWithTheOwner)
     EXPECT_EQ(status.st_mode & 07777U, 0755U);
 }
 
+// Nothing is left of the copy, locked folders included.
 TEST(LinuxCopy, RefusesSocketsByName)
 {
     const ScratchFolder scratch;
-    scratch.write("tree/file", "f");
-    ASSERT_EQ(mknod((scratch / "tree/socket").c_str(), S_IFSOCK | 0600, 0), 0);
-    const std::string expected = "could not copy " + scratch.text("tree/socket") + ": a socket can't be copied";
-    EXPECT_EQ(copyIt(scratch / "tree", scratch / "copy"), expected);
-    EXPECT_EQ(copyIt(scratch / "tree/socket", scratch / "copy"), expected);
+    fs::permissions(scratch.path(), fs::perms::all);
+    for (const char* folder : {"a", "b", "socket's", "c", "d"}) {
+        scratch.write(fs::path("tree") / folder / "file", "f");
+        scratch.setMode(fs::path("tree") / folder, 0555);
+    }
+    const std::string socket = scratch.text("tree/socket's/socket");
+    scratch.setMode("tree/socket's", 0755);
+    ASSERT_EQ(mknod(socket.c_str(), S_IFSOCK | 0600, 0), 0);
+    const std::string expected = "could not copy " + socket + ": a socket can't be copied";
+    for (const fs::path& source : {scratch / "tree", fs::path(socket)}) {
+        const std::string answer = inChild([&] {
+            becomeOrdinaryUser();
+            return copyIt(source, scratch / "copy");
+        });
+        EXPECT_EQ(answer, expected);
+    }
     EXPECT_EQ(scratch.list(), std::vector<std::string>{"tree"});
 }
 

@@ -248,5 +248,17 @@ TEST_F(Stress, ScriptsGetNoDescriptors)
     }
 }
 
+// A process that has changed its user closes its descriptors to its children (proc(5), dumpable).
+TEST_F(Stress, ScriptsRunWhereChildrenAreShutOut)
+{
+    scratch.setMode("", 0777);
+    scratch.write("a.txt", "content");
+    const std::string answer = inChild([&] {
+        becomeOrdinaryUser();
+        return plugin.call("KORB_CompressFile", {scratch.text("a.txt"), scratch.text("a.zip")}).utf8();
+    });
+    EXPECT_EQ(answer, "0");
+}
+
 } // namespace
 } // namespace folidex::test

@@ -150,7 +150,8 @@ TEST(Writer, LosesNothingToAMove)
     const PluginUnderTest plugin;
     for (int round = 0; round < 50 && !testing::Test::HasFailure(); ++round) {
         for (int i = 0; i < 200; ++i) {
-            places.home->write("tree/d" + std::to_string(i % 10) + "/f" + std::to_string(i), std::string(20'000, '\n'));
+            places.home->write("tree/d" + std::to_string(i % 10) + "/f" + std::to_string(i),
+                               std::string(20'000, ' ') + "\n");
         }
         std::atomic<bool> isMoving = true;
         std::vector<std::pair<std::string, int>> written;

@@ -1,237 +1,210 @@
 #!/bin/sh
-# shellcheck disable=SC2012,SC2015,SC2016,SC2046,SC2059,SC2086,SC2094,SC2154,SC2317,SC3013,SC3067
+# shellcheck disable=SC2012,SC2015,SC2086,SC2094,SC2154,SC3013
 # ZipFuncs.sh - compress, expand, encrypt and decrypt for the plug-in's archive functions.
 #
-#   sh ZipFuncs.sh 'zip|source folder|destination folder|source name|archive name'                     zipencrypt: + '|password'
-#   sh ZipFuncs.sh 'unzip|archive folder|destination folder|archive name|expand'                     unzipdecrypt: + '|password'
-#   sh ZipFuncs.sh 'encrypt|source folder|destination folder|source name|destination name|password'                 or decrypt
-#
+#   sh ZipFuncs.sh 'zip|source folder|destination folder|source name|archive name'           zipencrypt: + '|password'
+#   sh ZipFuncs.sh 'unzip|archive folder|destination folder|archive name|expand'           unzipdecrypt: + '|password'
+#   sh ZipFuncs.sh 'encrypt|source folder|destination folder|source name|destination name|password'       or decrypt
 # One argument. Folders are absolute and end in "/", names hold none. A "|" ends a field, but not the password.
 #
 # Exit status: 0 done, whole and on the disk; 1 (decrypt), 82 (unzipdecrypt) wrong password; 64 usage; 65 damaged input;
 # 66 unusable source; 69 a tool is missing or can't do it; 70 a tool failed; 73 unusable destination; 74 not written: full
-# disk, quota; 77 (unzip) needs a password; 129, 130, 143 ended by HUP, INT, TERM. On any but 0 the destination is as it was
-# before. One exception: an archive that is merged into folders that exist is read once for nothing, and only then file after
-# file is replaced, each whole; a failure then leaves what is done.
-#
-# It reads nothing from a terminal and writes nothing to stdout or stderr. Why it failed goes to the system log. A host that
-# wants to know puts the name of a file of its own into FOLIDEX_REPORT: that gets a line "status cause", and when it held
-# something already, the system log gets nothing.
-#
-# POSIX sh (dash, bash --posix, busybox sh) and POSIX utilities, with: mktemp -d, test -O and -ef, bsdtar, and openssl 3 or
-# LibreSSL 3.3 (Debian, Ubuntu: packages libarchive-tools and openssl; macOS 13 and later: nothing to install).
+# disk, quota; 77 (unzip) needs a password; 129, 130, 143 ended by HUP, INT, TERM. On any but 0 the destination is as it
+# was before; only an archive that is merged into folders that exist may fail half-way.
+# It reads no terminal and prints nothing. Why it failed goes to the system log. A file that FOLIDEX_REPORT names gets a
+# line "status cause"; when it held something already, the system log gets nothing.
+# POSIX sh (dash, bash --posix, busybox sh) and POSIX utilities, with: mktemp -d, test -O and -ef, find -mmin, /dev/fd,
+# bsdtar, and openssl 3 or LibreSSL 3.3 (Debian, Ubuntu: packages libarchive-tools and openssl; macOS 13: all there).
 
-status=70 cause='something unforeseen' verb='' work='' pipes='' made='' children='' reaped=''
+status=70 cause='something unforeseen' verb='' work='' replaced=/ pipes='' children='' reaped=''
 trap 'clean_up; report; exit "$status"' EXIT
 trap 'finish 129 signal' HUP
 trap 'finish 130 signal' INT
 trap 'finish 143 signal' TERM
 
-# The only way out, with a status and its cause. A shell that gives up by itself leaves through the EXIT trap too, so that
-# its own 1 or 2 never reads as "wrong password".
+# The only way out. A shell that gives up by itself leaves through the EXIT trap too: its 1 never reads as a status.
 finish() { status=$1 cause=${2-} && exit "$1"; }
-finish_full() { finish 74 'the result can'\''t be written'; }
+finish_full() { finish 74 "the result can't be written"; }
 
 clean_up() {
     trap '' HUP INT TERM
-    # A child that a signal found just started is in $! alone. KILL: a shell still, it might throw away any other signal.
+    # A child that a signal found just started is in $! alone. KILL: a shell still, it might throw away any other.
     [ "$!" = "$reaped" ] || children="$children $!"
     kill -s KILL $children
     exec 3<&- 4<&- 5>&- 6<&- 7>&- 8>&-
     wait
     [ -z "$pipes" ] || rm -rf "$pipes"
     [ -z "$work" ] || { empty_work_folder && cd / && rmdir "$work"; }
-    # The folders that were made for the destination, from the innermost on.
-    while [ "$status" -ne 0 ] && [ -n "$made" ] && rmdir "$destination" && [ "$destination" != "$made" ]; do
-        destination=${destination%/*}
-    done
 }
 
 report() {
     cause=$(printf '%s' "${verb:-usage}: $cause" | tr '\000-\037\177' ' ')
-    [ "$status" -eq 0 ] || [ -s "${FOLIDEX_REPORT-}" ] || logger -t Folidex -p user.err -- "ZipFuncs.sh: $status $cause"
+    [ "$status" -eq 0 ] || [ -s "${FOLIDEX_REPORT-}" ] || logger -t Folidex -p user.err "ZipFuncs.sh: $status $cause"
     [ ! -f "${FOLIDEX_REPORT-}" ] || printf '\n%s %s\n' "$status" "$cause" >>"$FOLIDEX_REPORT"
 }
 
+# The environment must not steer the tools. A working folder that can't be entered stops some.
 exec </dev/null >/dev/null 2>&1
-
-# What a service's environment may hold, and must not steer the tools. A working folder that can't be entered stops some.
-unset CDPATH TAR_READER_OPTIONS TAR_WRITER_OPTIONS TAPE LD_LIBRARY_PATH DYLD_LIBRARY_PATH POSIXLY_CORRECT BASH_ENV ENV
-IFS=' 	
-'
+unset IFS CDPATH TAR_READER_OPTIONS TAR_WRITER_OPTIONS TAPE LD_LIBRARY_PATH DYLD_LIBRARY_PATH POSIXLY_CORRECT BASH_ENV ENV
 set -f && cd / && user_mask=$(umask) && umask 077
 PATH=${PATH:+$PATH:}/usr/bin:/bin:/usr/sbin:/sbin
-# glibc would return memory to the system for every file and ask for it again: most of the time of a folder of small files.
+# glibc would return memory to the system for every file and ask for it again: most of the time of many small files.
 MALLOC_TRIM_THRESHOLD_=16777216 MALLOC_TOP_PAD_=4194304
-# bsdtar can't expand UTF-8 names in the C locale. GNU's mv enters nothing that appears under the target's name (-T), macOS'
-# no link (-h). perl, which comes with macOS, flushes as that wants it (F_FULLFSYNC).
-LC_ALL=C.UTF-8 rename='mv -fT' system=$(uname -sn)
+# Names are bytes, but bsdtar can't expand UTF-8 ones in the C locale. GNU's mv enters nothing that appears under the
+# target's name (-T), macOS' no link (-h). macOS wants F_FULLFSYNC (51) to flush.
+LC_ALL=C utf8=C.UTF-8 rename='mv -fT' flush_all='sync -f' system=$(uname -sn)
 flush() { sync "$@"; }
-flush_all() { sync -f "$1"; }
 if [ "${system% *}" = Darwin ]; then
-    LC_ALL=en_US.UTF-8 rename='mv -fh'
+    utf8=en_US.UTF-8 rename='mv -fh' flush_all=sync
     flush() { perl -e 'for (@ARGV) { open(F, "<", $_) && fcntl(F, 51, 0) || exit 1 }' "$@" || sync; }
-    flush_all() { sync; }
 fi
 export PATH LC_ALL MALLOC_TRIM_THRESHOLD_ MALLOC_TOP_PAD_
-
-need() { command -v "$1" || finish 69 "$1 is missing"; }
 
 # Ends with the exit status of child $1.
 wait_for() {
     wait "$1"
     set -- "$1" "$?" "$children "
     [ "$1" != "$!" ] || reaped=$1
-    children=${3%%" $1 "*}${3#*" $1"} && return "$2"
+    children=${3%%" $1 "*}${3#*" $1"}
+    return "$2"
 }
 
-# Opens a pipe for reading on descriptor $1 and for writing on $2. Unlike those of a pipeline, the tools on both ends can
-# then be direct children, with a process ID for the TERM trap and an exit status. Not every destination can hold a pipe.
+# Opens a pipe for reading on descriptor $1, writing on $2: the tools on its ends are then direct children, with a process
+# ID for the TERM trap and an exit status. Not every destination can hold a pipe.
 open_pipe() {
-    pipes=$(mktemp -d "${TMPDIR:-/tmp}/ZipFuncs.XXXXXXXXXX" || mktemp -d /tmp/ZipFuncs.XXXXXXXXXX) &&
-        mkfifo "$pipes/pipe" || finish_full
+    pipes=$(mktemp -d /tmp/ZipFuncs.XXXXXXXXXX) && mkfifo "$pipes/pipe" || finish_full
     # Both directions first: neither end then waits for the other.
     eval "exec $2<>\"\$pipes/pipe\" $1<\"\$pipes/pipe\" $2>\"\$pipes/pipe\""
     rm -rf "$pipes" && pipes=
 }
 
-# --- The work folder: private, in the destination, entered for good ---------------------------------------------------
+# --- The work folder: private, in the destination, entered for good -------------------------------------------------
 #
-# Everything is made in there under relative names: whoever renames the folder or puts another in its place changes nothing,
-# and ".." stays the destination, as nobody can move a folder that they can't write to out of its parent. The file "owner"
-# names the host and is locked (on macOS: open) for as long as the script or one of its tools lives: what a killed script left
-# is known for certain, and the next call with the same destination removes it.
+# Everything is made in there under relative names: whoever renames the folder or puts another in its place changes
+# nothing, and ".." stays the destination, as nobody can move a folder that they can't write to out of its parent. The
+# file "owner" names the host, and is locked for as long as the script or one of its tools lives: so the next call with
+# the same destination knows for certain what a killed script left, and removes it.
 
-# In the destination $1, which is then "..".
+# Makes it in $1, which is then "..".
 make_work_folder() {
-    [ ! -r /etc/machine-id ] || read -r machine </etc/machine-id
-    host="${system#* } ${machine-}"
+    host="${system#* } $(cat /etc/machine-id)"
     set +f
     for left in "$1"/.ZipFuncs.??????????; do
-        [ -L "$left" ] || [ ! -O "$left" ] || (remove_left_folder "$left")
+        [ -L "$left" ] || [ ! -O "$left" ] || (remove_left_folder "$1" "$left")
     done
     set -f
     work=$(mktemp -d "$1/.ZipFuncs.XXXXXXXXXX") || finish 73 'no folder can be made in the destination'
-    # Another one of this user's, put there by others, would be neither empty nor private.
-    enter_private "$work" && [ -z "$(ls -A)" ] || { work= && finish 73 'somebody else changes the destination'; }
-    if ! printf '' >owner || ! exec 9<>owner || ! lock || ! echo "$host" >owner; then finish_full; fi
+    enter_folder "$1" "$work" && [ -z "$(ls -A)" ] || { work= && finish 73 'somebody else changes the destination'; }
+    if ! printf '' >owner || ! exec 9<>owner; then finish_full; fi
+    if lock && ! echo "$host" >&9; then finish_full; fi
 }
 
-enter_private() {
-    cd -P "$1" || return
-    case $(ls -ldn .) in drwx------*) [ -O . ] ;; *) return 1 ;; esac
-}
+# Enters this user's folder $2, which is in $1, and not what others put in its place. (Some file systems keep no mode.)
+enter_folder() { cd -P "$2" && [ -O . ] && [ .. -ef "$1" ] && { chmod 700 . || :; }; }
+# Locks the file on descriptor 9: fails where somebody holds it, or the file system has no locks. macOS has no flock.
+lock() { flock -n 9 || perl -e 'open(F, "<&=9") && flock(F, 6) || exit 1'; }
 
-lock() { ! command -v flock || flock -n 9; }
-
-# For a subshell. macOS has no flock: there only counts what fuser is seen to see.
+# For a subshell. One that names no host was left empty, or is being made.
 remove_left_folder() {
-    enter_private "$1" && [ "$(cat owner)" = "$host" ] && exec 9<owner || exit
-    command -v flock || { [ -n "$(fuser owner)" ] && exec 9<&- && [ -z "$(fuser owner)" ]; } || exit
-    lock && empty_work_folder
-    cd / && rmdir "$1"
+    enter_folder "$1" "$2" || exit
+    [ "$(cat owner)" = "$host" ] || { [ ! -s owner ] && [ -n "$(find . -prune -mmin +60)" ]; } || exit
+    exec 9<>owner && lock && empty_work_folder && cd / && rmdir "$2"
 }
 
 empty_work_folder() {
-    set -- tree out part.zip names times survey early late message digest written probe
-    # A tree that was expanded may hold folders that lock their owner out.
-    rm -rf "$@" || { chmod -R u+rwx tree && rm -rf "$@"; }
+    remove tree out part.zip names listing survey early late message digest written probe
     # Some file systems (NFS, FUSE) keep a file under another name while somebody has it open.
-    exec 9<&-
-    rm -f owner
+    exec 9<&- && rm -f owner
 }
+# A tree that was expanded may hold folders that lock their owner out.
+remove() { rm -rf "$@" || { chmod -R u+rwx tree && rm -rf "$@"; }; }
 
-# --- Paths ------------------------------------------------------------------------------------------------------------
-
+# --- Paths ----------------------------------------------------------------------------------------------------------
+# Sets source from a folder and a name, for the tool $3.
 set_source() {
+    command -v "$3" || finish 69 "$3 is missing"
     is_path "$1" "$2" && [ -r "$1$2" ] || finish 66 'the source is missing or not readable'
     source=$1$2 source_folder=$1 source_name=$2
 }
 
-# Makes the work folder beside the target, which is then ../$target_name: a file that exists already, or a name in a folder
-# that does; and "out", the result, empty. Its descriptor, opened before anything is written, learns of every write that
-# fails later, also of one that the file system tells nobody but who closes the file.
+# Makes the work folder beside the target, ../$target_name, a file that exists or a new name; and "out", the result,
+# empty. Its descriptor, opened before anything is written, learns of every write that fails later, also of one that the
+# file system tells only who closes the file.
 set_target() {
     is_path "$1" "$2" && is_open_folder "$1" || finish 73 'the destination is no folder that can be written to'
-    if [ -e "$1$2" ] && { [ ! -f "$1$2" ] || [ "$1$2" -ef "$source" ]; }; then
+    [ ! -e "$1$2" ] || { [ -f "$1$2" ] && ! [ "$1$2" -ef "$source" ]; } ||
         finish 73 'a folder, a device or the source itself is in the way'
-    fi
     target_name=$2
     make_work_folder "$1"
     if ! printf '' >out || ! exec 8<>out; then finish_full; fi
 }
-
 is_path() {
     case $2 in '' | . | .. | */*) return 1 ;; esac
     [ "$1" != "${1#/}" ]
 }
-
-# May entries be made in folder $1?
 is_open_folder() { [ -d "$1" ] && [ -w "$1" ] && [ -x "$1" ]; }
 
-# --- Results: as private as what they come from, flushed, looked at ---------------------------------------------------
+# --- Results: as private as what they come from, flushed, looked at -------------------------------------------------
 
-# What there is in $1$2 that fulfils $3..., less work folders and the archive that is replaced. Names can hold newlines, but
-# nothing but the front of a path "//".
+# What there is in $1$2 that fulfils $3..., less work folders and the archive that is replaced. Only the front of a path
+# holds "//", whatever a name holds.
 find_in() {
     (cd "$1" && name=$2 && shift 2 && exec find -H ".//$name" \
-        \( -name '.ZipFuncs.??????????' -o -path "${replaced:-.//.}" \) -prune -o "$@" -print)
+        \( -name '.ZipFuncs.??????????' -o -path ".//$replaced" \) -prune -o "$@" -print)
 }
-
-# Is there any?
 any_in() { [ "$(find_in "$@" | head -c 1 | wc -c)" -gt 0 ]; }
 
-# Prints the mode of a result that nobody may read who can't read all that is in $1$2. Where that isn't all of the result's
-# group, this and others get what both are given. What an access list (+) gives can't be told.
+# Prints the mode of a result that nobody may read who can't read all that is in $1$2. Where that isn't all of the
+# result's group, this and others get what both are given. What an access list (+) gives can't be told.
 mode_like() {
-    group=$(ls -n out | awk '{ print $4 }')
-    case $(ls -ldnL "$1$2") in ??????????+*) echo 0600 && return ;; esac
     given=$((044 & ~user_mask))
     ! any_in "$1" "$2" \( -type d ! -perm -050 -o -type f ! -perm -040 \) || given=$((given & 7))
     ! any_in "$1" "$2" \( -type d ! -perm -005 -o -type f ! -perm -004 \) || given=$((given & 070))
-    [ "$given" -eq 36 ] || ! any_in "$1" "$2" ! -type l ! -group "$group" || given=0
+    [ "$given" -eq 36 ] || ! any_in "$1" "$2" ! -type l ! -group "$(ls -n out | awk '{ print $4 }')" || given=0
+    ! find_in "$1" "$2" -exec ls -ldnL {} + | grep -q '^[-d].\{9\}+' || given=0
     echo "$((0600 | given))"
 }
 
-# Puts "out" in the target's place.
+# Puts "out" in the target's place. While it is open, nothing else can get its inode.
 publish() {
     [ ! -f "../$target_name" ] || mode=$((mode & $(mode_like ../ "$target_name")))
-    chmod "$(printf '%o' "$mode")" out && dd if=/dev/null conv=fsync >&8 && flush out || finish_full
-    exec 8>&-
-    set_inode out && set -- "$inode"
-    $rename out "../$target_name" || finish 73 'the target can'\''t be replaced'
-    set_inode "../$target_name"
-    [ "$inode" = "$1" ] || finish 73 'somebody else changes the destination'
+    chmod "$(printf '%o' "$mode")" out
+    dd if=/dev/null conv=fsync >&8 && flush out || finish_full
+    made=$(inode out)
+    $rename out "../$target_name" || finish 73 "the target can't be replaced"
+    [ "$(inode "../$target_name")" = "$made" ] || finish 73 'somebody else changes the destination'
     flush .. || finish_full
     finish 0
 }
-
-set_inode() { inode=$(ls -di "$1" | sed -n '1s/^ *\([0-9]*\).*/\1/p'); }
-
+inode() { ls -di "$1" | sed -n '1s/^ *\([0-9]*\).*/\1/p'; }
 # Whatever a tool says: where a few bytes more can't be written, the disk is full (or gone).
 check_disk() { dd if=/dev/zero bs=65536 count=1 conv=fsync >probe && rm probe || finish_full; }
 
-# --- bsdtar -----------------------------------------------------------------------------------------------------------
+# --- bsdtar ---------------------------------------------------------------------------------------------------------
 
 # Runs it with the options $3... and the file $2 as input. $1 is the status of a failure of which nothing is known.
 run_bsdtar() {
     open_pipe 4 5
     failed=$1 input=$2
     shift 2
-    ([ "$1" = -c ] || umask "$user_mask"
-    exec bsdtar "$@" --no-acls --no-xattrs --no-fflags --no-mac-metadata) <"$input" 2>&5 4<&- 5>&- &
+    (
+        [ "$1" = -c ] || umask "$user_mask"
+        [ "$1" = -t ] || set -- "$@" --no-acls --no-xattrs --no-fflags --no-mac-metadata
+        LC_ALL=$utf8 exec bsdtar "$@"
+    ) <"$input" 2>&5 4<&- 5>&- &
     children="$children $!" tar=$!
-    # What it says stands at the end of a line, behind a name that could hold anything. The first line of the worst kind goes
-    # to the file "message". At a wrong password it is ended, which would try it on every other entry. 2: items that went.
-    LC_ALL=C awk '
-        function say(kind) { if (kind > seen) { seen = kind; line = $0 } }
+    # What it says stands at the end of a line, behind a name that could hold anything. The first line of the worst kind
+    # goes to "message". At a wrong password it is ended, which would try it on every other entry. 2: items that went.
+    awk '
+        function say(kind) { if (kind > worst) { worst = kind; line = $0 } }
         /: Incorrect passphrase(: Unknown error -1)?$/ && !/through symlink/ { say(9); exit }
         /: (No space left on device|Disk quota exceeded|File too large|Read-only file system)$/ { say(8); next }
-        /: (Permission denied|Operation not permitted|Input\/output error|File name too long)$|: Couldn.t visit directory/ { say(7); next }
+        /: (Permission denied|Operation not permitted|Input\/output error|File name too long)$/ { say(7); next }
+        /: Couldn.t visit directory/ { say(7); next }
         /[Uu]nsupported|[Uu]nknown option|[Uu]nrecognized option|Undefined option|not supported/ { say(6); next }
         /: No such file or directory$|[Ff]ile (may have )?(grown|shrunk|shrank)/ { say(2); next }
         !/Error exit delayed/ { say(3) }
-        END { if (seen) print line >"message"; exit seen }' <&4 4<&- 5>&- 9>&- &
+        END { if (worst) print line >"message"; exit worst }' <&4 4<&- 5>&- 9>&- &
     children="$children $!"
     exec 4<&- 5>&-
     wait_for "$!"
@@ -243,64 +216,56 @@ run_bsdtar() {
     check_disk
     case $said$failed in
         270) return ;;
-        8*) finish 74 "$message" ;;
-        770) finish 66 "$message" ;;
-        765) finish 73 "$message" ;;
-        6*) finish 69 "$message" ;;
+        8*) failed=74 ;;
+        770) failed=66 ;;
+        765) failed=73 ;;
+        6*) failed=69 ;;
     esac
     finish "$failed" "$message"
 }
 
-# --- The structure of zip archives ------------------------------------------------------------------------------------
+# --- The structure of zip archives ----------------------------------------------------------------------------------
 #
 # bsdtar guesses formats, looks for the end record in the last 16 KiB only, and takes an archive that was cut within its
-# central directory for a whole one. So the end record is looked for here, and has to fit the directory before it. Anything
-# may stand behind it, and in front, as in archives that expand themselves.
+# central directory for a whole one. So the end record is looked for here, and has to fit the directory before it.
+# Anything may stand behind it, and in front, as in archives that expand themselves.
+zip_number='function number(at, bytes,    value) {
+    while (bytes-- > 0) value = value * 256 + byte[at + bytes]
+    return value
+}'
 
-zip_number='
-    function number(at, bytes,    value) { while (bytes-- > 0) value = value * 256 + byte[at + bytes]; return value }'
-
-# Sets, for the archive $1: zip_entries, counted modulo zip_modulo; zip_start and zip_length of the directory;
-# zip_shift, by which what stands in front moves all offsets; zip_end, where the end record lies, and zip_plain, 1 if bsdtar
-# finds it there. Fails where there is no whole directory.
+# Sets, for the archive $1: entries, counted modulo modulo; start and length of the directory; front, by which what stands
+# in front moves all offsets; end, where the end record lies; plain, 1 if bsdtar finds it. Fails without a whole directory.
 read_zip_structure() {
     size=$(wc -c <"$1") || return
-    for tail in 1024 70000 1200000; do
-        zip=$(tail -c "$tail" "$1" | od -An -v -tu1 | LC_ALL=C awk -v size="$((size))" "$zip_number"'
-            function is(at, mark) { return at >= 0 && number(at, 4) == 19280 + 65536 * mark }
-            function fits(at,    big) {
-                if (at + 22 + number(at + 20, 2) > n || number(at + 4, 4) != 0) return 0
-                entries = number(at + 10, 2); length_ = number(at + 12, 4); start = number(at + 16, 4); big = at; modulo = 65536
-                if (is(at - 20, 1798)) {
-                    for (big = at - 76; big >= 0 && !is(big, 1542); ) big--
-                    entries = number(big + 32, 8); length_ = number(big + 40, 8); start = number(big + 48, 8); modulo = 2 ^ 40
-                }
-                shift_ = size - n + big - length_ - start
-                return big >= 0 && shift_ >= 0
+    numbers=$(tail -c 140000 "$1" | od -An -v -tu1 | awk -v size="$((size))" "$zip_number"'
+        function is_mark(at, kind) { return at >= 0 && number(at, 4) == 19280 + 65536 * kind }
+        function is_end(at,    big) {
+            if (!is_mark(at, 1541) || at + 22 + number(at + 20, 2) > n || number(at + 4, 4) != 0) return 0
+            entries = number(at + 10, 2); bytes = number(at + 12, 4); start = number(at + 16, 4); modulo = 65536
+            big = at
+            if (is_mark(at - 20, 1798)) {
+                for (big = at - 76; big >= 0 && !is_mark(big, 1542); ) big--
+                entries = number(big + 32, 8); bytes = number(big + 40, 8); start = number(big + 48, 8); modulo = 2 ^ 40
             }
-            { for (i = 1; i <= NF; i++) byte[n++] = $i }
-            END {
-                for (at = n - 22; at >= 0 && !(is(at, 1541) && fits(at)); at--) if (is(at, 1541)) misled = 1
-                if (at < 0) exit 1
-                printf "%.0f %.0f %.0f %.0f %.0f %.0f %d", entries, modulo, start + shift_, length_, shift_, size - n + at,
-                    !misled && n - at < 16384 && (at > 0 || size == 22)
-            }') && break
-        [ "$size" -gt "$tail" ] || return
-    done
-    set -- "$1" $zip
-    [ "$#" -eq 8 ] || return
-    zip_entries=$2 zip_modulo=$3 zip_start=$4 zip_length=$5 zip_shift=$6 zip_end=$7 zip_plain=$8
-    [ "$zip_length" -eq 0 ] || [ "$(od -An -v -tx1 -j "$zip_start" -N4 "$1" | tr -d ' \n')" = 504b0102 ]
+            front = size - n + big - bytes - start
+            return big >= 0 && front >= 0
+        }
+        { for (i = 1; i <= NF; i++) byte[n++] = $i }
+        END {
+            for (at = n - 22; at >= 0 && !is_end(at); at--) misled = misled || is_mark(at, 1541)
+            if (at < 0) exit 1
+            printf "entries=%.0f modulo=%.0f start=%.0f length=%.0f front=%.0f end=%.0f plain=%d", entries, modulo,
+                start + front, bytes, front, size - n + at, !misled && n - at < 16384 && (at > 0 || size == 22)
+        }') && eval "$numbers" || return
+    [ "$length" -eq 0 ] || [ "$(od -An -v -tx1 -j "$start" -N4 "$1" | tr -d ' \n')" = 504b0102 ]
 }
 
-# Is $1 the number of entries that the structure tells?
-is_zip_count() { [ "$(($1 % zip_modulo))" -eq "$zip_entries" ]; }
-
-# A line for each entry in the directory of archive $1: the offset of its local header, that of its directory entry, and 1
-# when the name is marked as UTF-8 but isn't.
+# Prints, for each entry of archive $1, the offsets of its local header and of its place in the directory, and 1 when its
+# name is marked as UTF-8 but isn't.
 list_zip_directory() {
-    tail -c "+$((zip_start + 1))" "$1" | head -c "$zip_length" | od -An -v -tu1 | LC_ALL=C awk \
-        -v at="$zip_start" -v shift_="$zip_shift" "$zip_number"'
+    tail -c "+$((start + 1))" "$1" | head -c "$length" | od -An -v -tu1 | awk \
+        -v at="$start" -v front="$front" "$zip_number"'
         function local_offset(    extra) {
             if (number(42, 4) != 4294967295) return number(42, 4)
             for (extra = 46 + name; extra < total && number(extra, 2) != 1; ) extra += 4 + number(extra + 2, 2)
@@ -308,352 +273,309 @@ list_zip_directory() {
         }
         function is_utf8(    text, i) {
             for (i = 46; i < 46 + name; i++) text = text sprintf("%c", byte[i])
-            return text ~ /^([\001-\177]|[\302-\337][\200-\277]|[\340-\357][\200-\277][\200-\277]|[\360-\364][\200-\277][\200-\277][\200-\277])*$/
+            gsub(/[\302-\337][\200-\277]|[\340-\357][\200-\277][\200-\277]/, "x", text)
+            gsub(/[\360-\364][\200-\277][\200-\277][\200-\277]/, "x", text)
+            return text !~ /[\200-\377]/
         }
         { for (i = 1; i <= NF; i++) {
             byte[n++] = $i
             if (n == 46) total = 46 + (name = number(28, 2)) + number(30, 2) + number(32, 2)
             if (n < 46 || n < total) continue
-            printf "%.0f %.0f %d\n", local_offset() + shift_, at, int(byte[9] / 8) % 2 && !is_utf8()
-            at += total; n = 0
+            printf "%.0f %.0f %d\n", local_offset() + front, at, int(byte[9] / 8) % 2 && !is_utf8()
+            at += total
+            n = 0
         } }'
 }
 
-# --- Zip --------------------------------------------------------------------------------------------------------------
-
+# --- Zip ------------------------------------------------------------------------------------------------------------
 zip_verb() {
-    need bsdtar
-    set_source "$1" "$3"
+    set_source "$1" "$3" bsdtar
     [ -f "$source" ] || [ -d "$source" ] || finish 66 'the source is neither a file nor a folder'
     set_target "$2" "$4"
     set_replaced
     survey &
     children="$children $!" surveyor=$!
-    # In a list, for as operands "@x" and "-Cx" have meanings of their own. Backslashes without any "/" are read as those of a
-    # Windows path. -H: what the source itself links to. -P: a leading "\" or "c:" belongs to the name.
+    # In a list: "@x" and "-Cx" have meanings as operands. Backslashes without any "/" are read as those of a Windows
+    # path. -H: what the source itself links to. -P: a leading "\" or "c:" belongs to the name.
     case $source_name in *\\*) list=./$source_name ;; *) list=$source_name ;; esac
     printf '%s\0' "$list" >names || finish_full
     set -- -f out --format zip --options "zip:compression-level=3${password:+,zip:encryption=aes256}" \
         ${password:+--passphrase "$password"}
-    pack names "$@" -H -C "$source_folder" --null -T -
-    wait_for "$surveyor"
-    read -r items mode odd times names <survey || finish_full
-    [ "$odd" = no ] || finish 66 'a pipe, socket or device can'\''t be packed'
+    pack "$@" -H -C "$source_folder" --null -T -
+    wait_for "$surveyor" && read -r items mode odd times names <survey || finish_full
+    [ "$odd" = no ] || finish 66 "a pipe, socket or device can't be packed"
     [ "$times" = no ] || pack_clamped "$@"
     read_zip_structure out || finish 70 'the archive came out damaged'
-    is_zip_count "$items" || any_in "$source_folder" "$source_name" -type d -newer "$work/owner" ||
+    [ "$((items % modulo))" -eq "$entries" ] || any_in "$source_folder" "$source_name" -type d -newer "$work/owner" ||
         finish 70 "not all of the $items items were packed"
     [ "$names" = no ] || unmark_names
     publish
 }
 
-# An archive that is written below its own source doesn't pack what it replaces: sets replaced to its path as find sees it,
-# and replaced_pattern for bsdtar.
+# An archive that is written below its own source doesn't pack what it replaces: sets replaced to its path, as a pattern.
 set_replaced() {
-    replaced=.//. replaced_pattern='^/$'
-    [ -d "$source" ] || return 0
-    inner=$(cd -P .. && pwd -P && echo .) && inner=${inner%??}/
-    outer=$(cd -P "$source" && pwd -P && echo .) && outer=${outer%??}/
-    [ "${inner#"$outer"}" != "$inner" ] || return 0
-    replaced=$(printf '%s.' "$source_name/${inner#"$outer"}$target_name" | sed 's/[][*?\\]/\\&/g')
-    replaced_pattern="^$(printf '%s' "${replaced%.}" | sed 's/[$^]/\\&/g')\$" replaced=.//${replaced%.}
+    inside=$(cd -P .. && pwd -P)/$target_name outside=$(cd -P "$source" && pwd -P)/
+    [ "${inside#"$outside"}" = "$inside" ] ||
+        replaced=$(printf '%s' "$source_name/${inside#"$outside"}" | sed 's/[][*?\\$^]/\\&/g')
 }
 
-# Writes to the file "survey", beside bsdtar: how many items there are, the mode that they ask for, and whether any is of a
-# kind that bsdtar leaves out, has a time that zip can't hold, or a name that isn't UTF-8.
+# Writes to "survey", beside bsdtar: the number of items, the mode that they ask for, and whether any is of a kind that
+# bsdtar leaves out, has a time that zip can't hold, or a name that isn't UTF-8.
 survey() {
     touch -t 197001020000 early && touch -t 203801180000 late
     set -- "$source_folder" "$source_name"
-    items=$(find_in "$@" | LC_ALL=C grep -c '^\.//')
     odd=no times=no names=no
     ! any_in "$@" ! -type f ! -type d ! -type l || odd=yes
     ! any_in "$@" \( -newer "$work/late" -o ! -newer "$work/early" \) || times=yes
     find_in "$@" | iconv -f UTF-8 -t UTF-8 || names=yes
-    echo "$items $(mode_like "$@") $odd $times $names" >survey
+    echo "$(find_in "$@" | grep -c '^\.//') $(mode_like "$@") $odd $times $names" >survey
 }
+# Runs bsdtar on the source, with the list "names" as input.
+pack() { run_bsdtar 70 names -c -P "$@" --exclude '.ZipFuncs.??????????' --exclude "^$replaced\$"; }
 
-# Runs bsdtar on the source: $1 is its input, $2... are its options.
-pack() {
-    input=$1 && shift
-    run_bsdtar 70 "$input" -c -P "$@" --exclude '.ZipFuncs.??????????' --exclude "$replaced_pattern"
-}
-
-# bsdtar wraps times that zip can't hold, those outside 1970 to 2038: packs from a list in which they are the nearest ones.
+# bsdtar wraps times that zip can't hold, those outside 1970 to 2038: packs from a list in which they are the nearest.
 pack_clamped() {
-    pack names -f times --format mtree --options 'mtree:!all,mtree:type,mtree:mode,mtree:time,mtree:link' -H \
+    pack -f times --format mtree --options 'mtree:!all,mtree:type,mtree:mode,mtree:time,mtree:link' -H \
         -C "$source_folder" --null -T -
-    LC_ALL=C awk '
+    awk '
         match($0, / time=[-0-9.]+/) {
-            time = substr($0, RSTART + 6, RLENGTH - 6); time = time < 0 ? 0 : time > 2147483647 ? 2147483647 : time
+            time = substr($0, RSTART + 6, RLENGTH - 6)
+            time = time < 0 ? 0 : time > 2147483647 ? 2147483647 : time
             $0 = substr($0, 1, RSTART + 5) time substr($0, RSTART + RLENGTH)
         }
-        { print $0 (/ type=file/ ? " contents=" $1 : "") }' times >names || finish_full
-    pack names "$@" -s ',^\./,,SH' -C "$source_folder" @-
+        { print }' times >names || finish_full
+    pack "$@" -s ',^\./,,SH' -C "$source_folder" @-
 }
 
 # bsdtar marks every name as UTF-8. One that isn't would make other tools refuse the whole archive: its mark goes.
 unmark_names() {
-    list_zip_directory out | sed -n 's/ 1$//p' >names
-    while read -r local_at directory_at; do
-        printf '\0' | dd of=out bs=1 seek="$((local_at + 7))" conv=notrunc &&
-            printf '\0' | dd of=out bs=1 seek="$((directory_at + 9))" conv=notrunc || finish_full
+    list_zip_directory out | awk '$3 { printf "%.0f\n%.0f\n", $1 + 7, $2 + 9 }' >names
+    while read -r at; do
+        printf '\0' | dd of=out bs=1 seek="$at" conv=notrunc || finish_full
     done <names
 }
 
-# --- Unzip ------------------------------------------------------------------------------------------------------------
-
+# --- Unzip ----------------------------------------------------------------------------------------------------------
 unzip_verb() {
-    need bsdtar
     [ "$4" = expand ] || finish 64 'the fourth field isn'\''t "expand"'
-    set_source "$1" "$3"
-    [ -f "$source" ] || finish 66 'the archive can'\''t be read'
+    set_source "$1" "$3" bsdtar
+    [ -f "$source" ] || finish 66 "the archive can't be read"
     read_zip_structure "$source" || finish 65 'no zip archive, or it is cut'
-    make_destination "$2"
-    make_work_folder "$destination"
-    if [ "$zip_plain" -eq 0 ]; then
-        { head -c "$((zip_end + 20))" "$source" && printf '\0\0'; } >part.zip && source=part.zip || finish_full
+    # What is missing of the destination is made in the work folder, and gets its place with all that is in it.
+    folder=${2%"${2##*[!/]}"} missing=
+    while [ -n "$folder" ] && [ ! -e "$folder" ] && [ ! -L "$folder" ]; do
+        missing=${folder##*/}/$missing
+        folder=${folder%/*}
+    done
+    [ "$2" != "${2#/}" ] && is_open_folder "$folder/" || finish 73 'the destination is no folder that can be written to'
+    make_work_folder "$folder/"
+    if [ "$plain" -eq 0 ]; then
+        { head -c "$((end + 20))" "$source" && printf '\0\0'; } >part.zip && source=part.zip || finish_full
     fi
     set -- --options 'zip:!mac-ext' --passphrase "${password:-no password was given}" -f "$source"
-    plan_expansion "$@"
-    [ -z "$password" ] || check_encryption
-    # bsdtar doesn't look at what close(2) answers, where quotas and network file systems tell of what they lost: a file of the
-    # script's own, written before and after the others, tells it too.
+    check_entries "$@"
+    # bsdtar ignores what close(2) answers, where quotas and network file systems tell of what they lost. A file of the
+    # script's own, written before and after the others, tells it, too.
     check_disk
-    # No owners, no set-id or sticky bits, modes under the umask. -s: keeps the names that bsdtar would shorten.
-    set -- -x --no-same-owner --no-same-permissions -s ',^,./,SH' "$@"
-    if [ "$merge" = yes ]; then
-        # Folders of the archive exist already: reads it for nothing, then lets bsdtar replace file after file in place.
-        free=$(df -Pk .. | awk 'NR == 2 { print $4 }')
-        [ "$free" -gt "$kilobytes" ] || finish 74 'the disk has no room for it'
-        run_bsdtar 65 /dev/null "$@" -O
+    (umask "$user_mask" && mkdir -p "tree/$missing") || finish_full
+    expand "$@" -C "tree/$missing"
+    find_places
+    if [ "$merges" = yes ]; then
+        # Now that all is known to be well, and to find room, bsdtar replaces file after file in place.
+        remove tree
         trap '' HUP INT TERM
-        run_bsdtar 65 /dev/null "$@" --safe-writes -C ..
-        check_disk
-        flush_all .. || finish_full
-        finish 0
+        expand "$@" --safe-writes -C "../$missing"
+        $flush_all .. || finish_full
+    else
+        $flush_all . || finish_full
+        move_into_place
+        flush .. || finish_full
     fi
-    mkdir tree || finish_full
-    run_bsdtar 65 /dev/null "$@" -C tree
+    finish 0
+}
+
+# Looks at the list of entries, with bsdtar's options $@: every entry that the end record counts is a file, a folder or a
+# link; bsdtar sees a plain zip (a tar can look like one); no content stands unencrypted, forged, among encrypted.
+check_entries() {
+    printf '' >survey && printf '' >names || finish_full
+    [ -z "$password" ] || list_headers
+    run_bsdtar 65 /dev/null -t -vvv "$@" >listing
+    listed=$(awk '
+        FILENAME == "survey" { encrypted[$1]; next }
+        FILENAME == "names" { mark[FNR] = $1 in encrypted; next }
+        FNR > 1 {
+            split(last, columns)
+            if (last !~ /^[-dl]/) wrong = 1
+            if (last ~ /^-/ && columns[5] > 0) seen[mark[FNR - 1]]
+        }
+        { last = $0 }
+        END {
+            if (last !~ /^Archive Format: ZIP.*,  Compression: none$/ || (0 in seen) && (1 in seen)) wrong = 1
+            if (!wrong) print FNR - 1
+        }' survey names listing)
+    [ -n "$listed" ] && [ "$((listed % modulo))" -eq "$entries" ] || finish 65 'the archive is damaged, or hostile'
+}
+
+# bsdtar takes entries in the order of their local headers, and for encrypted what those mark so: writes their offsets to
+# "names", and those of whatever looks like one that is marked to "survey". For tools that read text, all bytes but those
+# that such a header begins with become "o" (odd) and "e" (even).
+list_headers() {
+    list_zip_directory "$source" | sort -n >names || finish_full
+    tr '\000-\377' "$(awk 'BEGIN {
+        for (i = 0; i < 255; i++) printf "%s", i == 3 || i == 4 ? i : i == 75 ? "K" : i == 80 ? "P" : i % 2 ? "o" : "e"
+        printf "\\n" }')" <"$source" | grep -b -o 'PK34..[oK3]' | cut -d : -f 1 >survey || finish_full
+}
+
+# No owners, no set-id or sticky bits, modes under the umask. bsdtar refuses to write to "..", which the first -s makes of
+# absolute names, and through a link. The second -s keeps the names that it would shorten.
+expand() {
+    run_bsdtar 65 /dev/null -x --no-same-owner --no-same-permissions -s ',^/,../,SH' -s ',^,./,SH' "$@"
     check_disk
-    flush_all . || finish_full
-    # From here on it is a matter of a few renames: see them through. A locked folder's move writes into the folder.
+}
+
+# Does each item of the tree find its place free? A folder may meet a folder that can be written to, no link; anything
+# else no folder. Sets merges to yes when a folder exists already.
+find_places() {
+    merges=$(cd tree && find . ! -name . -exec sh -c '
+        is_folder() { [ -d "$1" ] && [ ! -L "$1" ]; }
+        for item do
+            place=../../$item
+            [ -e "$place" ] || [ -L "$place" ] || continue
+            if is_folder "$item" && is_folder "$place" && [ -w "$place" ] && [ -x "$place" ]; then echo yes
+            elif is_folder "$item" || is_folder "$place"; then echo blocked; fi
+        done' sh {} + | sort -u)
+    case $merges in blocked*) finish 73 'a link, a folder or something of another kind is in the way' ;; esac
+}
+
+# From here on it is a matter of a few renames: see them through. A locked folder's move writes into the folder.
+move_into_place() {
     trap '' HUP INT TERM
     (cd tree && find . ! -name . -prune -type d ! -perm -200 -exec sh -c '
         chmod u+w "$1" && mv -f "$1" ../../ && chmod u-w "../../$1"' sh {} \; &&
         find . ! -name . -prune -exec sh -c 'exec mv -f -- "$@" ../../' sh {} +) && rmdir tree ||
-        finish 73 'the result can'\''t be moved into place'
-    flush .. || finish_full
-    finish 0
+        finish 73 "the result can't be moved into place"
 }
 
-# Makes the missing folders of the destination $1 and remembers them: a failure removes them again.
-make_destination() {
-    destination=$1
-    [ "$1" != "${1#/}" ] || finish 73 'no path of a destination'
-    while [ "$destination" != "${destination%/}" ]; do destination=${destination%/}; done
-    set -- "$destination"
-    while [ ! -e "$1" ] && [ ! -L "$1" ] && [ -n "$1" ]; do made=$1 && set -- "${1%/*}"; done
-    (umask "$user_mask" && mkdir -p "$destination/") && is_open_folder "$destination/" ||
-        finish 73 'the destination can'\''t be made or written to'
-}
-
-# Reads the list of entries, with bsdtar's options $@: every entry that the end record counts is a file, folder or link, none
-# has an absolute name or "..", and bsdtar sees a plain zip (a tar or a disk image can look like one). Each finds its place
-# free: a folder meets a folder that can be written to, no link; anything else meets no folder. Sets merge to yes when a
-# folder exists already. Writes to "times", for each entry, 1 when it is a file with content, else 0.
-plan_expansion() {
-    plan=$({ bsdtar -t -vvv "$@" || echo '!'; } | LC_ALL=C awk '
-        function word(kind, name) { gsub(/[^a-zA-Z0-9_.\/]/, "\\\\&", name); print kind name } # for xargs
-        function check(line,    kind, folder, at, length_) {
-            kind = substr(line, 1, 1); split(line, columns); total += columns[5]
-            print (kind == "-" && columns[5] > 0) >"times"
-            # Mode, links, owner, group, size, and three of the date stand before the name.
-            if (kind !~ /[-dl]/ || !sub(/^[^ ]+ +[^ ]+ +[^ ]+ +[^ ]+ +[^ ]+ +[^ ]+ +[^ ]+ +[^ ]+ /, "", line)) wrong = 1
-            if (kind == "l") sub(/ -> .*/, "", line)
-            if (line ~ /^\// || ("/" line "/") ~ /\/\.\.\//) wrong = 1
-            while (sub(/^\.?\/+/, "", line) || sub(/\/(\.?\/)+/, "/", line) || sub(/\/\.?$/, "", line)) continue
-            # Octal escapes as printf %b wants them.
-            gsub(/\\[0-7][0-7][0-7]/, "\001&", line) && gsub(/\001\\/, "\\0", line)
-            folder = line
-            if (kind != "d" && !sub(/\/[^\/]*$/, "", folder)) folder = ""
-            for (at = 1; folder != last_folder && (length_ = index(substr(folder "/", at), "/")) > 1; at += length_)
-                word("d", substr(folder, 1, at + length_ - 2))
-            last_folder = folder
-            if (kind != "d") word("f", line)
-        }
-        NR > 1 { check(last) }
-        { last = $0 }
-        END {
-            if (wrong || last !~ /^Archive Format: ZIP.*,  Compression: none$/) print "!"
-            printf "n%d\nk%.0f\n", NR - 1, total / 1024
-        }' | LC_ALL=C xargs sh -c '
-        for word do
-            place=../${word#?}
-            case $word in *\\*) place=$(printf %b. "$place") && place=${place%.} ;; esac
-            case $word in
-                !) echo damaged ;;
-                n*) echo "entries=${word#n}" ;;
-                k*) echo "kilobytes=${word#k}" ;;
-                d*) if [ ! -L "$place" ] && [ -d "$place" ] && [ -w "$place" ] && [ -x "$place" ]; then echo merge=yes
-                    elif [ -L "$place" ] || [ -e "$place" ]; then echo blocked; fi ;;
-                f*) [ ! -d "$place" ] || [ -L "$place" ] || echo blocked ;;
-            esac
-        done' sh | sort -u)
-    merge=no entries=-1
-    for word in $plan; do case $word in *=*) eval "$word" ;; esac; done
-    [ "$plan" = "${plan#*damaged}" ] && is_zip_count "$entries" || finish 65 'the archive is damaged, or hostile'
-    [ "$plan" = "${plan#*blocked}" ] || finish 73 'a link, a folder or something of another kind is in the way'
-}
-
-# An archive that holds encrypted files holds no others: they might be forged. bsdtar goes by the mark in the local headers,
-# so each file with content needs one there. All bytes but those that such a header is known by are mapped to "o" (odd) and
-# "e" (even), for tools that read text.
-check_encryption() {
-    LC_ALL=C tr '\000-\377' "$(LC_ALL=C awk 'BEGIN {
-        for (i = 0; i < 255; i++) printf "%s", i == 3 || i == 4 ? i : i == 75 ? "K" : i == 80 ? "P" : i % 2 ? "o" : "e"
-        printf "\\n" }')" <"$source" | LC_ALL=C grep -b -o 'PK34..[oK3]' | cut -d : -f 1 >survey || finish_full
-    list_zip_directory "$source" | sort -n | LC_ALL=C awk '
-        FILENAME == "survey" { encrypted[$1]; next }
-        { getline content <"times"; if (content + 0) seen[$1 in encrypted] }
-        END { exit (0 in seen) && (1 in seen) }' survey - || finish 65 'files that aren'\''t encrypted stand among those that are'
-}
-
-# --- Encrypted files (docs/encrypted-files.md) ------------------------------------------------------------------------
+# --- Encrypted files (docs/encrypted-files.md) ----------------------------------------------------------------------
 #
-# No key is ever an argument or in the environment: openssl gets them through pipes, and HMAC is built from its definition
-# (RFC 2104), as its options would take the key as an argument.
-#
-# The cipher writes the result straight to its file. Beside it, what is in that file already is hashed: reading it back is
-# quicker than sending all through one more pipe, and it is the result itself that is looked at. When decrypting it is
-# encrypted again for that: the source, which might change between two readings, is read once.
-
-magic=464f4c4944455801
-zeros=0000000000000000000000000000000000000000000000000000000000000000
+# No key is ever an argument or in the environment: openssl gets them through pipes, and HMAC is built from its
+# definition (RFC 2104), as its options would take the key as an argument.
+magic=464f4c4944455801 zeros=0000000000000000000000000000000000000000000000000000000000000000
 
 # Writes the bytes of the hexadecimal digits $1, each XORed with $2.
 put() {
     rest=$1 octets=
     while [ -n "$rest" ]; do
-        byte=$((0x${rest%"${rest#??}"} ^ ${2:-0})) rest=${rest#??}
-        octets="$octets\\$((byte >> 6))$((byte >> 3 & 7))$((byte & 7))"
+        byte=$((0x${rest%"${rest#??}"} ^ ${2:-0}))
+        rest=${rest#??}
+        octets="$octets\\0$((byte >> 6))$((byte >> 3 & 7))$((byte & 7))"
     done
-    printf "$octets"
+    printf %b "$octets"
 }
 
 # Sets digest to the SHA-256, hexadecimal, of what the command $@ writes.
 digest_of() {
     digest=$("$@" | openssl dgst -sha256) && digest=${digest##* }
-    [ "${#digest}" -eq 64 ] || finish 69 'openssl can'\''t hash'
+    [ "${#digest}" -eq 64 ] || finish 69 "openssl can't hash"
 }
 
-# Sets derived to the 64 hexadecimal digits (upper case) of PBKDF2-HMAC-SHA256 over the line $1, the 8 bytes $2 and $3
-# rounds. A cipher with a 32-byte key and no IV makes openssl print just that.
+# Prints PBKDF2-HMAC-SHA256, in hexadecimal digits, of the line $1, the 8 bytes $2 and $3 rounds. A cipher with a 32-byte
+# key and no IV makes openssl print just that.
 derive() {
-    derived=$(printf '%s\n' "$1" | openssl enc -aes-256-ecb -pbkdf2 -md sha256 -iter "$3" -S "$2" -P -pass stdin |
-        sed -n 's/^key=//p')
-    [ "${#derived}" -eq 64 ] || finish 69 'openssl can'\''t derive keys'
+    printf '%s\n' "$1" | openssl enc -aes-256-ecb -pbkdf2 -md sha256 -iter "$3" -S "$2" -P -pass stdin |
+        sed -n 's/^key=//p'
 }
 
-put_salted_password() { put "$salt" && printf '%s' "$password"; }
-# Sets check, cipher_key and mac_key from password and salt, all hexadecimal. openssl takes a password of one line, at most
-# 1023 bytes, and 8 bytes of salt: the digest of the whole salt and the password stands in for it.
+# Sets check, cipher_key and mac_key. openssl takes a line of at most 1023 bytes as password, and 8 bytes of salt: the
+# digest of the whole salt and the password stands in for it.
 derive_keys() {
     digest_of put_salted_password
-    derive "$digest" "${salt%????????????????}" 600000
-    set -- "$derived"
+    master=$(derive "$digest" "${salt%????????????????}" 600000)
     # The labels "verifier", "cryptkey" and "auth-key"; one round makes it HMAC-SHA256 of the label.
-    derive "$1" 7665726966696572 1 && check=$(printf '%.16s' "$derived" | tr A-F a-f)
-    derive "$1" 63727970746b6579 1 && cipher_key=$derived
-    derive "$1" 617574682d6b6579 1 && mac_key=$derived
+    check=$(derive "$master" 7665726966696572 1 | tr A-F a-f)
+    cipher_key=$(derive "$master" 63727970746b6579 1)
+    mac_key=$(derive "$master" 617574682d6b6579 1)
+    [ "${#master}${#check}${#cipher_key}${#mac_key}" = 64646464 ] || finish 69 "openssl can't derive keys"
+    check=$(printf '%.16s' "$check")
 }
-
-# The cipher's key waits in a pipe on descriptor 3.
-offer_cipher_key() { open_pipe 3 5 && printf '%s\n' "$cipher_key" >&5 && exec 5>&- || finish_full; }
-
-# For a child. In counter mode -e and -d do the same, but -e writes and -d reads a header with the cipher's salt first.
-cipher() { exec openssl enc "$1" -aes-256-ctr -pbkdf2 -md sha256 -iter 1 -bufsize 1048576 -pass fd:3; }
-
-# For a child: copies standard input, the result that is being written, until the file "written" says that it is whole.
-follow() {
-    while [ ! -e written ]; do
-        cat || exit
-        [ -e written ] || sleep 0.1 || sleep 1
-        kill -0 "$$" || exit
-    done
-    exec cat
-}
-
-skip_head() { dd bs=64 count=1 >/dev/null; }
-put_inner() { put "$mac_key" 0x36 && put "$zeros" 0x36 && put "$1"; }
-put_outer() { put "$mac_key" 0x5c && put "$zeros" 0x5c && put "$inner"; }
-
-# When the cipher, the child $2, has written the result, of $1 bytes at least, and the children $3... have read it: sets
-# digest to the MAC.
-await_mac() {
-    least=$1 failed=
-    shift
-    for child do
-        wait_for "$child" || failed=yes
-        printf '' >written || finish_full
-    done
-    size=$(wc -c <out)
-    [ -z "$failed" ] || { check_disk && finish 70 'openssl or cat failed'; }
-    [ "$size" -ge "$least" ] || { check_disk && finish 66 'the source can'\''t be read, or changed'; }
-    read -r inner <digest && inner=${inner##* } || finish_full
-    digest_of put_outer
-}
+put_salted_password() { put "$salt" && printf '%s' "$password"; }
 
 file_verb() {
-    need openssl
-    set_source "$1" "$3"
+    set_source "$1" "$3" openssl
     [ -f "$source" ] && size=$(wc -c <"$source") || finish 66 'the source is no file'
     set_target "$2" "$4"
     mode=$(mode_like "$source_folder" "$source_name")
-    if [ "$verb" = encrypt ]; then
-        salt=$(openssl rand -hex 16) && derive_keys
-        claim=$zeros head=$magic$salt$check body=
-        put "$head$zeros" >out || finish_full
-    else
-        # Magic and version (8 bytes), salt (16), check (8); MAC (32); the header of openssl's output (16).
-        body=$(dd bs=80 count=1 <"$source" | od -An -v -tx1 | tr -d ' \n')
-        head=$(printf '%.64s' "$body") body=${body#"$(printf '%.64s' "$body")"}
-        claim=$(printf '%.64s' "$body") body=${body#"$(printf '%.64s' "$body")"}
-        [ "${#body}" -eq 32 ] && [ "${head#"$magic"}" != "$head" ] || finish 65 'no encrypted file of this kind'
-        salt=${head#"$magic"} && salt=${salt%????????????????} && derive_keys
-        [ "$head" = "$magic$salt$check" ] || finish 1 'wrong password'
-        [ "${body#53616c7465645f5f}" != "$body" ] || finish 65 'the file is damaged'
-    fi
-    offer_cipher_key
-    if [ "$verb" = encrypt ]; then (cipher -e) <"$source" >>out & else (skip_head && cipher -d) <"$source" >out & fi
-    children="$children $!" cipher=$! checker=
-    exec 3<&-
-    open_pipe 6 7
-    put_inner "$head$body" >&7 || finish_full
-    if [ "$verb" = encrypt ]; then
-        size=$((size + 80))
-        (skip_head && follow) <out >&7 6<&- 7>&- &
-        children="$children $!" follower=$!
-    else
-        size=$((size - 80))
-        offer_cipher_key
-        open_pipe 4 5
-        (put "$body" && follow) <out >&5 3<&- 4<&- 5>&- 6<&- 7>&- &
-        children="$children $!" follower=$!
-        (cipher -d) <&4 >&7 4<&- 5>&- 6<&- 7>&- &
-        children="$children $!" checker=$!
-        exec 3<&- 4<&- 5>&-
-    fi
-    openssl dgst -sha256 <&6 >digest 6<&- 7>&- &
-    children="$children $!"
-    exec 6<&- 7>&-
-    await_mac "$size" "$cipher" "$follower" $checker "$!"
-    # Over the placeholder; "<>" doesn't cut the file.
-    if [ "$verb" = encrypt ]; then { put "$head$digest"; } 1<>out || finish_full
-    else [ "$digest" = "$claim" ] || finish 65 'the file is damaged'; fi
+    "${verb}_file"
     publish
 }
 
-# --- Fields -----------------------------------------------------------------------------------------------------------
+encrypt_file() {
+    salt=$(openssl rand -hex 16) && derive_keys
+    head=$magic$salt$check
+    put "$head$zeros" >out || finish_full
+    run_cipher -e out
+    [ -z "$failed" ] || finish 70 'openssl or cat failed'
+    [ "$(wc -c <out)" -ge "$((size + 80))" ] || finish 66 "the source can't be read, or shrank"
+    # Over the placeholder; "<>" doesn't cut the file.
+    put "$head$digest" 1<>out || finish_full
+}
+
+decrypt_file() {
+    changed=$(time_of_change)
+    # Magic and version (8 bytes), salt (16), check (8); MAC (32).
+    claim=$(dd bs=64 count=1 <"$source" | od -An -v -tx1 | tr -d ' \n')
+    head=$(printf '%.64s' "$claim")
+    claim=${claim#"$head"} salt=${head#"$magic"}
+    [ "${#claim}" -eq 64 ] && [ "$salt" != "$head" ] || finish 65 'no encrypted file of this kind'
+    salt=${salt%????????????????} && derive_keys
+    [ "$head" = "$magic$salt$check" ] || finish 1 'wrong password'
+    run_cipher -d "$source"
+    [ "$digest" = "$claim" ] || finish 65 'the file is damaged'
+    [ -z "$failed" ] || finish 70 'openssl or cat failed'
+    [ "$(time_of_change)" = "$changed" ] || finish 66 'the source changed'
+}
+time_of_change() { stat -L -c %z "$source" || stat -L -f %Fc "$source"; }
+
+# Sends the source through the cipher to the result, and sets digest to the MAC of $head and of what follows byte 64 in the
+# encrypted file $2. That is read beside the cipher, which is quicker than a pipe through both: the result as far as it is
+# written, or the source a second time (nobody can set its time of change).
+run_cipher() {
+    direction=$1
+    open_pipe 6 7
+    openssl dgst -sha256 <&6 >digest 6<&- 7>&- &
+    children="$children $!" hasher=$!
+    put_keyed 0x36 "$head" >&7 || finish_full
+    open_pipe 3 5 && printf '%s\n' "$cipher_key" >&5 && exec 5>&- || finish_full
+    cipher <"$source" >>out 6<&- 7>&- &
+    children="$children $!" cipher=$!
+    follow <"$2" >&7 3<&- 6<&- 7>&- &
+    children="$children $!" follower=$!
+    exec 3<&- 6<&- 7>&-
+    failed=
+    wait_for "$cipher" || failed=yes
+    printf '' >written && wait_for "$follower" || failed=yes
+    wait_for "$hasher" && read -r inner <digest || failed=yes
+    [ -z "$failed" ] || check_disk
+    digest_of put_keyed 0x5c "${inner##* }"
+}
+put_keyed() { put "$mac_key$zeros" "$1" && put "$2"; }
+
+# These two are children. In counter mode -e and -d do the same, but -e writes and -d reads a header with a salt first.
+cipher() {
+    [ "$direction" = -e ] || skip_head
+    exec openssl enc "$direction" -aes-256-ctr -pbkdf2 -md sha256 -iter 1 -bufsize 1048576 -pass fd:3
+}
+# Copies standard input until the file "written" says that it is whole.
+follow() {
+    skip_head
+    until [ -e written ]; do
+        cat && sleep 0.1 && kill -0 "$$" || exit
+    done
+    exec cat
+}
+skip_head() { dd bs=64 count=1 >/dev/null; }
+
+# --- Fields ---------------------------------------------------------------------------------------------------------
 
 [ "$#" -eq 1 ] || finish 64 'not one argument'
 verb=${1%%"|"*}
@@ -662,8 +584,7 @@ password=${1#*"|"*"|"*"|"*"|"*"|"}
 fields="$1|."
 IFS='|'
 set -- $fields
-IFS=' 	
-'
+unset IFS
 case $verb:$# in
     zip:6 | unzip:6) password= ;;
     zip:* | unzip:* | *:[1-6]) finish 64 'wrong number of fields' ;;

@@ -46,7 +46,7 @@ int renameOverClaim(int fromFolder, const char* from, int toFolder, const char* 
     }
     error = error == 0 ? errno : error;
     for (int attempt = 0; attempt < 2 && unlinkat(toFolder, to, isFolder ? AT_REMOVEDIR : 0) != 0; ++attempt) {
-        // Once more, for what passes: the claim would be in the way of the move's next attempt.
+        // Again for what passes: the name must be free for another way.
     }
     // A file system whose rename doesn't replace (SFTP servers) needs no claim.
     const bool mayNeverReplace = error == EEXIST || error == EPERM;

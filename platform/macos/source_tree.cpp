@@ -91,7 +91,7 @@ Outcome walk(Entry entry, const Steps& steps)
 Outcome because(std::string_view action, const std::string& path, std::string_view reason)
 {
     return Outcome::failure(
-        std::string("could not ").append(action).append(" ").append(path).append(": ").append(reason));
+        std::string("could not ").append(action).append(" ").append(shortened(path)).append(": ").append(reason));
 }
 
 constexpr std::string_view changedMeanwhile = "it was changed while it was being moved";

@@ -224,8 +224,8 @@ int flushVolume([[maybe_unused]] const std::string& path, [[maybe_unused]] int i
 Outcome posixFailure(std::string_view action, const std::string& path, int error)
 {
     std::string words = "could not ";
-    words.append(action).append(" ").append(path).append(": ").append(std::generic_category().message(error));
-    return Outcome::failure(std::move(words));
+    words.append(action).append(" ").append(shortened(path)).append(": ");
+    return Outcome::failure(words.append(std::generic_category().message(error)));
 }
 
 Outcome findItem(std::string_view action, PathView path, Item& item)
@@ -264,7 +264,7 @@ Outcome findTarget(std::string_view action, const Item& source, PathView path, E
         return posixFailure(verb, target, ENOTDIR);
     }
     if (liesInside(target, source.status).value_or(false)) {
-        return Outcome::failure("could not " + std::string(action) + " " + source.path +
+        return Outcome::failure("could not " + std::string(action) + " " + shortened(source.path) +
                                 ": a folder can't be put into itself");
     }
     return Outcome::success();

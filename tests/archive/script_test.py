@@ -309,6 +309,7 @@ class Failure(ScratchCase):
         for content in changed:
             self.write("x.enc", content)
             self.run_verb("decrypt", "x.enc", "new", "pw", expect=65)
+        self.run_verb("decrypt", "sealed", "new", "pw", expect=66, env=self.fake("cat", f'touch {self.path("sealed")}; exec "$@"'))
         self.assertFalse(os.path.exists(self.path("new")))
 
     def test_unusable_sources_and_destinations(self):

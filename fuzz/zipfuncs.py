@@ -80,6 +80,7 @@ def main():
             sys.exit(f"{fault}\nagain: fuzz/zipfuncs.py --seed {options.seed} --case {number}")
         number += 1
         if options.case is not None or time.monotonic() > end:
+            print(f"stat::number_of_executed_units: {number - (options.case or 0)}")  # as libFuzzer says it
             return
 
 

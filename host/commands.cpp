@@ -2,15 +2,14 @@
 
 #include "host/base/unicode.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <iomanip>
 #include <iostream>
+#include <sstream>
 #include <system_error>
 #include <utility>
 
@@ -18,7 +17,7 @@ namespace fmxhost {
 namespace {
 
 constexpr std::size_t helpWidth = 96;
-constexpr std::size_t helpIndent = 2;
+constexpr std::string_view helpIndent = "  ";
 constexpr std::string_view blanks = " \t";
 
 constexpr std::string_view languageText =
@@ -38,220 +37,180 @@ written in any letter case. help FUNCTION says more about one function, help WOR
 steps and quit are commands too.
 )";
 
-// Pads to a width in terminal columns.
-std::string padded(std::string text, std::size_t width)
+// A line of output: the object or the text, as the options say.
+void show(Session& session, const std::vector<JsonMember>& object, const std::string& text)
 {
-    const std::size_t columns = displayWidth(toUtf16(text));
-    return text.append(width > columns ? width - columns : 0, ' ');
+    print((session.json() ? jsonObject(object) : text) + "\n");
 }
 
-std::string idColumn(int id)
+std::vector<JsonMember> described(const fmxkit::ExternalFunction& function)
 {
-    constexpr std::size_t idWidth = 5;
-    const std::string digits = std::to_string(id);
-    return std::string(idWidth - std::min(idWidth, digits.size()), ' ') + digits;
-}
-
-std::string describe(const fmxkit::ExternalFunction& function)
-{
-    return jsonObject({{"id", function.id},
-                       {"name", toUtf8(function.name)},
-                       {"prototype", toUtf8(function.prototype)},
-                       {"description", toUtf8(function.description)},
-                       {"min", function.minimumArguments},
-                       {"max", function.maximumArguments},
-                       {"flags", function.flags}}) +
-           "\n";
-}
-
-std::string describe(const fmxkit::ScriptStep& step)
-{
-    return jsonObject({{"id", step.id},
-                       {"name", toUtf8(step.name)},
-                       {"definition", toUtf8(step.definition)},
-                       {"description", toUtf8(step.description)},
-                       {"flags", step.flags}}) +
-           "\n";
+    return {{"id", function.id},
+            {"name", toUtf8(function.name)},
+            {"prototype", toUtf8(function.prototype)},
+            {"description", toUtf8(function.description)},
+            {"min", function.minimumArguments},
+            {"max", function.maximumArguments},
+            {"flags", function.flags}};
 }
 
 // "none", "1", "0 to 1", "2 or more".
 std::string argumentCounts(const Function& function)
 {
-    const std::string minimum = std::to_string(minimumArguments(function));
-    const int maximum = maximumArguments(function);
-    if (maximum == anyNumberOfArguments) {
-        return minimum + " or more";
-    }
-    if (maximum == 0) {
-        return "none";
-    }
-    return minimum == std::to_string(maximum) ? minimum : minimum + " to " + std::to_string(maximum);
+    return function.maximumArguments == 0 ? "none" : rangeText(function.minimumArguments, function.maximumArguments);
 }
 
 // The text broken into lines where blanks allow, each one indented, with a line end.
 std::string wrapped(std::u16string_view text)
 {
+    std::istringstream words(toUtf8(text));
     std::string result;
-    std::size_t columns = 0;
-    while (!text.empty()) {
-        const std::size_t end = std::min(text.find(u' '), text.size());
-        const std::u16string_view word = text.substr(0, end);
-        text.remove_prefix(std::min(end + 1, text.size()));
-        if (word.empty()) {
-            continue;
-        }
-        const bool first = result.empty();
-        if (first || columns + 1 + displayWidth(word) > helpWidth) {
-            result.append(first ? "" : "\n").append(helpIndent, ' ');
-            columns = helpIndent;
-        } else {
-            result += ' ';
-            ++columns;
-        }
-        result += toUtf8(word);
-        columns += displayWidth(word);
+    std::size_t columns = helpWidth;
+    for (std::string word; words >> word;) {
+        const std::size_t width = displayWidth(toUtf16(word));
+        const bool fits = columns + 1 + width <= helpWidth;
+        columns = (fits ? columns + 1 : helpIndent.size()) + width;
+        result.append(fits || result.empty() ? "" : "\n").append(fits ? " " : helpIndent).append(word);
     }
     return result + "\n";
 }
 
 std::string functionHelp(const Function& function)
 {
-    const auto* external = std::get_if<const fmxkit::ExternalFunction*>(&function);
-    std::string text = toUtf8(prototypeOf(function)) + "\n\n";
-    if (!descriptionOf(function).empty()) {
-        text += wrapped(descriptionOf(function)) + "\n";
-    }
-    return text + "  Arguments: " + argumentCounts(function) + "\n" +
-           (external != nullptr ? "  Function ID: " + std::to_string((*external)->id) + "\n"
-                                : "  Built into fmxhost, as in FileMaker\n");
+    const std::u16string_view description = function.description.substr(function.description.find(u'|') + 1);
+    return toUtf8(function.prototype) + "\n\n" + (description.empty() ? "" : wrapped(description) + "\n") +
+           "  Arguments: " + argumentCounts(function) + "\n" +
+           (function.external != nullptr ? "  Function ID: " + std::to_string(function.external->id)
+                                         : "  Built into fmxhost, as in FileMaker");
 }
 
 std::string languageHelp(const FunctionTable& functions)
 {
-    std::array<std::u16string, 2> names; // of the plug-in, built in
-    for (const Function& function : functions.withPrefix(u"")) {
-        names.at(function.index() == 0 ? 1 : 0).append(nameOf(function)).append(u" ");
+    std::u16string external;
+    std::u16string builtIn;
+    for (const Function& function : functions.all()) {
+        (function.external != nullptr ? external : builtIn).append(function.name).append(u" ");
     }
-    return std::string(languageText) + "\nFunctions of the plug-in:\n" + wrapped(names[0]) + "\nBuilt-in functions:\n" +
-           wrapped(names[1]);
+    return std::string(languageText) + "\nFunctions of the plug-in:\n" + wrapped(external) + "\nBuilt-in functions:\n" +
+           wrapped(builtIn);
 }
 
-// The line after its first word, where that is the command's.
-bool isWord(std::string_view line, std::string_view word, std::string_view& rest)
+// Those that have the word in their names or descriptions, in any letter case.
+std::vector<const Function*> functionsAbout(const FunctionTable& functions, std::u16string_view word)
 {
-    const std::size_t end = std::min(line.find_first_of(blanks), line.size());
-    if (foldCase(toUtf16(line.substr(0, end))) != toUtf16(word)) {
-        return false;
+    std::vector<const Function*> found;
+    for (const Function& function : functions.all()) {
+        const std::u16string text = std::u16string(function.name) + u'\n' + std::u16string(function.description);
+        if (foldCase(text).find(foldCase(word)) != std::u16string::npos) {
+            found.push_back(&function);
+        }
     }
-    rest = line.substr(std::min(line.find_first_not_of(blanks, end), line.size()));
-    return true;
+    return found;
 }
 
-ExitStatus runLines(Session& session, std::istream& stream, const std::string& name)
+// `asTyped`: with commands, and on behind an error. Answers the status of the first one.
+ExitStatus runLines(Session& session, std::istream& stream, const std::string& name, bool asTyped)
 {
-    Lines lines(session, name, false);
-    ExitStatus status = ExitStatus::success;
-    for (std::string line; status == ExitStatus::success && std::getline(stream, line);) {
-        status = lines.take(std::move(line));
-    }
-    if (status != ExitStatus::success) {
-        return status;
+    Lines lines(session, name, asTyped);
+    ExitStatus first = ExitStatus::success;
+    const auto goesOn = [&] { return !lines.hasQuit() && (asTyped || first == ExitStatus::success); };
+    const auto note = [&](ExitStatus status) { first = first == ExitStatus::success ? status : first; };
+    for (std::string line; goesOn() && std::getline(stream, line);) {
+        note(lines.take(std::move(line)));
     }
     // The stream over standard input keeps a read error to itself.
     if (stream.bad() || (&stream == &std::cin && std::ferror(stdin) != 0)) {
-        session.output().reportError(name + ": " + std::strerror(errno));
-        return ExitStatus::wrongUse;
+        reportError(name + ": " + std::strerror(errno));
+        note(ExitStatus::wrongUse);
+    } else if (goesOn()) {
+        note(lines.finish());
     }
-    return lines.finish();
+    return first;
 }
 
 } // namespace
 
 ExitStatus listFunctions(Session& session)
 {
-    constexpr std::size_t countsWidth = 10;
-    Output& output = session.output();
-    const auto& functions = session.plugin().functions();
-    output.write(session.options().json ? "" : "   ID  " + padded("ARGUMENTS", countsWidth) + "  FUNCTION\n");
-    for (const fmxkit::ExternalFunction& function : functions) {
-        output.write(session.options().json
-                         ? describe(function)
-                         : idColumn(function.id) + "  " + padded(argumentCounts(&function), countsWidth) + "  " +
-                               toUtf8(function.prototype) + "\n");
+    print(session.json() ? "" : "   ID  ARGUMENTS   FUNCTION\n");
+    for (const Function& function : session.functions().all()) {
+        if (function.external == nullptr) {
+            break;
+        }
+        std::ostringstream line;
+        line << std::setw(5) << function.external->id << "  " << std::left << std::setw(10) << argumentCounts(function)
+             << "  " << toUtf8(function.prototype);
+        show(session, described(*function.external), line.str());
     }
     return ExitStatus::success;
 }
 
 ExitStatus listSteps(Session& session)
 {
-    Output& output = session.output();
-    const auto& steps = session.plugin().scriptSteps();
-    output.write(session.options().json ? "" : "   ID  SCRIPT STEP, DEFINITION\n");
-    for (const fmxkit::ScriptStep& step : steps) {
-        output.write(session.options().json ? describe(step) : idColumn(step.id) + "  " + toUtf8(step.name) + "\n");
-        if (!session.options().json && !step.definition.empty()) {
-            output.write("       " + toUtf8(step.definition) + "\n");
-        }
+    print(session.json() ? "" : "   ID  SCRIPT STEP, DEFINITION\n");
+    for (const fmxkit::ScriptStep& step : session.plugin().scriptSteps()) {
+        std::ostringstream lines;
+        lines << std::setw(5) << step.id << "  " << toUtf8(step.name)
+              << (step.definition.empty() ? "" : "\n       " + toUtf8(step.definition));
+        show(session,
+             {{"id", step.id},
+              {"name", toUtf8(step.name)},
+              {"definition", toUtf8(step.definition)},
+              {"description", toUtf8(step.description)},
+              {"flags", step.flags}},
+             lines.str());
     }
     return ExitStatus::success;
 }
 
 ExitStatus showStrings(Session& session)
 {
-    constexpr std::size_t labelWidth = 11;
-    Plugin& plugin = session.plugin();
-    const std::string name = toUtf8(plugin.string(PluginString::name));
-    const std::string preferences = toUtf8(plugin.string(PluginString::preferences));
-    const std::string options = toUtf8(plugin.string(PluginString::options));
-    const std::string address = toUtf8(plugin.string(PluginString::helpLocation));
-    if (session.options().json) {
-        session.output().write(jsonObject({{"128", name}, {"129", preferences}, {"131", options}, {"132", address}}) +
-                               "\n");
-        return ExitStatus::success;
+    constexpr std::pair<PluginString, const char*> requests[] = {{PluginString::name, "name       "},
+                                                                 {PluginString::preferences, "preferences"},
+                                                                 {PluginString::options, "options    "},
+                                                                 {PluginString::helpLocation, "help       "}};
+    std::vector<JsonMember> object;
+    std::ostringstream text;
+    for (const auto& [request, label] : requests) {
+        const std::string number = std::to_string(static_cast<int>(request));
+        const std::string answer = toUtf8(session.plugin().string(request));
+        object.emplace_back(number, answer);
+        text << (object.size() > 1 ? "\n" : "") << number << "  " << label << "  " << answer;
     }
-    session.output().write("128  " + padded("name", labelWidth) + "  " + name + "\n129  " +
-                           padded("preferences", labelWidth) + "  " + preferences + "\n131  " +
-                           padded("options", labelWidth) + "  " + options + "\n132  " + padded("help", labelWidth) +
-                           "  " + address + "\n");
+    show(session, object, text.str());
     return ExitStatus::success;
 }
 
 ExitStatus help(Session& session, std::string_view word)
 {
-    Output& output = session.output();
     const FunctionTable& functions = session.functions();
     if (word.empty()) {
-        output.write(languageHelp(functions));
+        print(languageHelp(functions));
         return ExitStatus::success;
     }
     const std::u16string name = toUtf16(word);
-    const std::optional<Function> named = functions.find(name);
-    std::vector<Function> found = named ? std::vector{*named} : functions.about(name);
-    if (session.options().json) { // of the plug-in's functions
-        std::erase_if(found, [](const Function& function) { return function.index() == 0; });
+    const Function* named = functions.find(name);
+    std::vector<const Function*> found = named != nullptr ? std::vector{named} : functionsAbout(functions, name);
+    if (session.json()) { // of the plug-in's functions
+        std::erase_if(found, [](const Function* function) { return function->external == nullptr; });
     }
     if (found.empty()) {
-        output.reportError(isFileMakersFunction(name)
-                               ? std::string(word) + " is a function of FileMaker that fmxhost lacks."
-                               : "There is no function called " + std::string(word) + "." +
-                                     didYouMean(functions.suggestionFor(name)));
+        reportError(functions.unknownText(name));
         return ExitStatus::wrongUse;
     }
-    for (const Function& function : found) {
-        output.write(session.options().json ? describe(*std::get<const fmxkit::ExternalFunction*>(function))
-                     : named                ? functionHelp(function)
-                                            : toUtf8(prototypeOf(function)) + "\n");
+    for (const Function* function : found) {
+        show(session, function->external != nullptr ? described(*function->external) : std::vector<JsonMember>(),
+             named != nullptr ? functionHelp(*function) : toUtf8(function->prototype));
     }
     return ExitStatus::success;
 }
 
 ExitStatus evaluateAll(Session& session, const std::vector<std::string>& calculations)
 {
-    session.plugin();
     ExitStatus status = ExitStatus::success;
     for (std::size_t index = 0; index < calculations.size() && status == ExitStatus::success; ++index) {
         const std::string name = calculations.size() > 1 ? "-e " + std::to_string(index + 1) : "";
-        status = session.run(calculations[index], {name, std::nullopt});
+        status = session.run(calculations[index], name);
     }
     return status;
 }
@@ -259,8 +218,7 @@ ExitStatus evaluateAll(Session& session, const std::vector<std::string>& calcula
 ExitStatus runFile(Session& session, const std::string& file)
 {
     if (file == "-") {
-        session.plugin();
-        return runLines(session, std::cin, "standard input");
+        return runLines(session, std::cin, "standard input", false);
     }
     std::error_code error;
     std::ifstream stream;
@@ -270,11 +228,19 @@ ExitStatus runFile(Session& session, const std::string& file)
         stream.open(file, std::ios::binary);
     }
     if (!stream.is_open()) {
-        session.output().reportError(file + ": " + std::strerror(errno));
+        reportError(file + ": " + std::strerror(errno));
         return ExitStatus::wrongUse;
     }
-    session.plugin();
-    return runLines(session, stream, file);
+    return runLines(session, stream, file, false);
+}
+
+ExitStatus runPiped(Session& session)
+{
+    if (std::cin.peek() == std::istream::traits_type::eof()) {
+        reportError(nothingToDo);
+        return ExitStatus::wrongUse;
+    }
+    return runLines(session, std::cin, "standard input", true);
 }
 
 ExitStatus Lines::take(std::string line)
@@ -286,7 +252,9 @@ ExitStatus Lines::take(std::string line)
     if (line.ends_with('\r')) {
         line.pop_back();
     }
-    if (calculation_.empty()) {
+    if (!calculation_.empty()) {
+        calculation_ += "\n" + line;
+    } else {
         const std::size_t first = line.find_first_not_of(blanks);
         if (first == std::string::npos || line[first] == '#') {
             return ExitStatus::success;
@@ -294,61 +262,38 @@ ExitStatus Lines::take(std::string line)
         ExitStatus status = ExitStatus::success;
         if (takesCommands_ &&
             isCommand(std::string_view(line).substr(first, line.find_last_not_of(blanks) + 1 - first), status)) {
+            flush();
             return status;
         }
         firstLine_ = lines_;
         calculation_ = std::move(line);
-    } else {
-        calculation_ += "\n" + line;
     }
-    return openAtEnd(toUtf16(calculation_)).isOpen ? ExitStatus::success : runBegun();
+    return openAtEnd(toUtf16(calculation_)).isOpen ? ExitStatus::success : finish();
 }
 
 ExitStatus Lines::finish()
 {
-    return calculation_.empty() ? ExitStatus::success : runBegun();
-}
-
-ExitStatus Lines::runBegun()
-{
     const std::string calculation = std::exchange(calculation_, {});
-    return session_.run(calculation, {name_, name_.empty() ? std::nullopt : std::optional(firstLine_)});
+    return calculation.empty() ? ExitStatus::success : session_.run(calculation, name_, firstLine_);
 }
 
 bool Lines::isCommand(std::string_view line, ExitStatus& status)
 {
-    std::string_view rest;
-    if (isWord(line, "help", rest)) {
+    const std::size_t end = std::min(line.find_first_of(blanks), line.size());
+    const std::u16string word = foldCase(toUtf16(line.substr(0, end)));
+    const std::string_view rest = line.substr(std::min(line.find_first_not_of(blanks, end), line.size()));
+    if (word == u"help") {
         status = help(session_, rest);
-    } else if (isWord(line, "list", rest) && rest.empty()) {
+    } else if (rest.empty() && word == u"list") {
         status = listFunctions(session_);
-    } else if (isWord(line, "steps", rest) && rest.empty()) {
+    } else if (rest.empty() && word == u"steps") {
         status = listSteps(session_);
-    } else if ((isWord(line, "quit", rest) || isWord(line, "exit", rest)) && rest.empty()) {
+    } else if (rest.empty() && (word == u"quit" || word == u"exit")) {
         hasQuit_ = true;
     } else {
         return false;
     }
-    session_.output().flush();
     return true;
-}
-
-ExitStatus runPiped(Session& session)
-{
-    std::string line;
-    if (!std::getline(std::cin, line)) {
-        session.output().reportError(nothingToDo);
-        return ExitStatus::wrongUse;
-    }
-    session.plugin();
-    Lines lines(session, "standard input", true);
-    ExitStatus first = ExitStatus::success;
-    const auto note = [&first](ExitStatus status) { first = first == ExitStatus::success ? status : first; };
-    do {
-        note(lines.take(line));
-    } while (!lines.hasQuit() && std::getline(std::cin, line));
-    note(lines.finish());
-    return first;
 }
 
 } // namespace fmxhost

@@ -1,11 +1,12 @@
 // What fmxhost can be asked to do. Answers of exit status; errors go to standard error.
-// Errors, of each: PluginError when the plug-in isn't loaded yet and can't be; OutputError.
+// Errors, of each: PluginError when an exception leaves the plug-in; OutputError.
 #pragma once
 
 #include "host/session.h"
 
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace fmxhost {
@@ -21,6 +22,19 @@ ExitStatus help(Session& session, std::string_view word);
 // The calculations of -e; of a file, where "-" is standard input. The first one with an error is the last.
 ExitStatus evaluateAll(Session& session, const std::vector<std::string>& calculations);
 ExitStatus runFile(Session& session, const std::string& file);
+
+// Standard input, which isn't a terminal, as if it were typed at the prompt: an error in a calculation doesn't end it.
+// Answers the status of the first one that failed; without a line there is nothing to do.
+ExitStatus runPiped(Session& session);
+
+// prompt.cpp: reads calculations and commands at a terminal with editing, history and completion, and evaluates them
+// until Ctrl-D or "quit". An error in a calculation doesn't end it. Ctrl-C gives up what is being typed; while a
+// calculation is evaluated it goes to what the plug-in has started, and fmxhost stays. Call it once in the process.
+ExitStatus runPrompt(Session& session);
+
+constexpr const char* nothingToDo =
+    "There is nothing to do: give -e, a command, or calculations on standard input, or start it at a terminal.\n"
+    "fmxhost --help says how it is used.";
 
 // Calculations from lines: one goes on over the following lines while brackets, a text or a comment are open. Between
 // them blank lines and those that begin with "#" are left out.
@@ -46,7 +60,6 @@ public:
 
 private:
     bool isCommand(std::string_view line, ExitStatus& status);
-    ExitStatus runBegun();
 
     Session& session_;
     std::string name_;
@@ -56,13 +69,5 @@ private:
     std::size_t firstLine_ = 0;
     bool hasQuit_ = false;
 };
-
-constexpr const char* nothingToDo =
-    "There is nothing to do: give -e, a command, or calculations on standard input, or start it at a terminal.\n"
-    "fmxhost --help says how it is used.";
-
-// Standard input, which isn't a terminal, as if it were typed at the prompt: an error in a calculation doesn't end it.
-// Answers the status of the first one that failed; without a line there is nothing to do.
-ExitStatus runPiped(Session& session);
 
 } // namespace fmxhost

@@ -8,7 +8,6 @@
 //   prompt        the same at a terminal
 #include "host/check/check.h"
 #include "host/commands.h"
-#include "host/prompt.h"
 
 #include "host/base/unicode.h"
 
@@ -17,6 +16,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <clocale>
 #include <functional>
@@ -39,20 +39,20 @@ that matters. The first calculation of -e or run with an error ends the run.
 Exit status: 0; 1 a calculation can't be parsed or evaluated, or a test of check fails; 2 wrong use; 3 the plug-in
 can't be loaded or refuses to start; 4 an exception left the plug-in; 5 the output can't be written.)";
 
-using Command = std::function<ExitStatus(Session&)>;
-
 class CommandLine {
 public:
-    explicit CommandLine(Output& output) : output_(output)
+    CommandLine()
     {
         app_.footer(footer);
         app_.set_version_flag("--version", "fmxhost " FMXHOST_VERSION);
-        app_.add_option("--plugin", plugin_, "The plug-in file")->type_name("FILE");
+        app_.add_option("--plugin", options_.pluginFile, "The plug-in file")->type_name("FILE");
         app_.add_option("--api", options_.apiVersion, "API version of the host that is played")
             ->type_name("N")
             ->capture_default_str();
         app_.add_flag("--json", options_.json, "Print JSON, one object a line");
-        app_.add_flag("--no-arity-check", noArityCheck_, "Let any number of arguments through to the plug-in");
+        app_.add_flag_callback(
+            "--no-arity-check", [this] { options_.parser.checkArgumentCounts = false; },
+            "Let any number of arguments through to the plug-in");
         app_.add_flag("--time", options_.time, "Show how long each calculation takes, on standard error");
         app_.add_option("--get", answers_,
                         "What Get ( NAME ) answers, such as ScriptParameter; may be given several times")
@@ -65,12 +65,16 @@ public:
                            ->allow_extra_args(false);
         app_.fallthrough();
         app_.require_subcommand(0, 1);
-        addRun();
-        add("list", "List the functions that the plug-in registers", listFunctions);
-        add("steps", "List the script steps that the plug-in registers", listSteps);
-        add("strings", "Show what the plug-in answers to string requests", showStrings);
-        add("help", "Explain a function, find one by a word, or say how calculations are written",
-            [this](Session& session) { return help(session, word_); })
+        CLI::App* run = addForSession("run", "Evaluate the calculations of a file",
+                                      [this](Session& session) { return runFile(session, file_); });
+        run->add_option("FILE", file_, "Calculations, each on a line or more; - is standard input")->required();
+        run->footer("A calculation goes on over several lines while a bracket or a text is open. Blank lines and lines "
+                    "that begin with # are skipped. The first calculation with an error ends the run.");
+        addForSession("list", "List the functions that the plug-in registers", listFunctions);
+        addForSession("steps", "List the script steps that the plug-in registers", listSteps);
+        addForSession("strings", "Show what the plug-in answers to string requests", showStrings);
+        addForSession("help", "Explain a function, find one by a word, or say how calculations are written",
+                      [this](Session& session) { return help(session, word_); })
             ->add_option("FUNCTION", word_, "In any letter case; or a word; nothing: how calculations are written");
         addCheck();
     }
@@ -80,12 +84,10 @@ public:
         try {
             app_.parse(argumentCount, arguments);
         } catch (const CLI::ExtrasError&) {
-            return refuse(unknownWordText(argumentCount, arguments));
+            return refuse(unknownWordText());
         } catch (const CLI::ParseError& error) {
             return finishEarly(error);
         }
-        options_.pluginFile = plugin_;
-        options_.parser.checkArgumentCounts = !noArityCheck_;
         for (const std::string& answer : answers_) {
             const std::size_t equals = answer.find('=');
             if (equals == std::string::npos) {
@@ -98,32 +100,25 @@ public:
     }
 
 private:
-    CLI::App* add(const char* name, const char* summary, Command command)
+    using SessionCommand = std::function<ExitStatus(Session&)>;
+
+    CLI::App* add(const char* name, const char* summary, std::function<ExitStatus()> command)
     {
         CLI::App* arguments = app_.add_subcommand(name, summary);
-        commands_.emplace_back(arguments, std::move(command));
+        arguments->callback([this, command = std::move(command)] { command_ = command; });
         return arguments;
     }
 
-    void addRun()
+    CLI::App* addForSession(const char* name, const char* summary, SessionCommand command)
     {
-        CLI::App* run = add("run", "Evaluate the calculations of a file",
-                            [this](Session& session) { return runFile(session, file_); });
-        run->add_option("FILE", file_, "Calculations, each on a line or more; - is standard input")->required();
-        run->footer("A calculation goes on over several lines while a bracket or a text is open. Blank lines and lines "
-                    "that begin with # are skipped. The first calculation with an error ends the run.");
+        return add(name, summary, [this, command = std::move(command)] { return inSession(command); });
     }
 
     void addCheck()
     {
-        CLI::App* check = add("check", "Examine whether the plug-in keeps the rules of FileMaker's interface", {});
-        CLI::App* list = check->add_subcommand("list-tests", "List the tests");
-        commands_.back().second = [this, list](Session& session) {
-            check_.plugin = session.pluginFile();
-            check_.apiVersion = options_.apiVersion;
-            check_.json = options_.json;
-            return list->parsed() ? check::listTests(check_.json, output_) : check::run(check_, output_);
-        };
+        CLI::App* check = add("check", "Examine whether the plug-in keeps the rules of FileMaker's interface",
+                              [this] { return runCheck(); });
+        listTests_ = check->add_subcommand("list-tests", "List the tests");
         check->footer(check::footer);
         check->add_option("TEST", check_.tests, "Names of tests")->type_name("");
         check->add_flag("--only-failed", check_.onlyFailed, "Show only the tests that fail");
@@ -140,6 +135,17 @@ private:
         check->add_option("--isolated", check_.isolated)->group(""); // how it starts itself for one test
     }
 
+    ExitStatus runCheck()
+    {
+        if (listTests_->parsed()) {
+            return check::listTests(options_.json);
+        }
+        check_.plugin = pluginFile(options_);
+        check_.apiVersion = options_.apiVersion;
+        check_.json = options_.json;
+        return check::run(check_);
+    }
+
     // Help, version, and wrong use.
     int finishEarly(const CLI::ParseError& error)
     {
@@ -148,119 +154,103 @@ private:
         if (app_.exit(error, text, complaint) != 0) {
             return refuse(error.what());
         }
-        output_.write(text.str());
-        output_.flush();
+        print(text.str());
+        flush();
         return static_cast<int>(ExitStatus::success);
     }
 
     int refuse(const std::string& message)
     {
-        output_.reportError(message + "\nfmxhost --help says how it is used.");
+        reportError(message + "\nfmxhost --help says how it is used.");
         return static_cast<int>(ExitStatus::wrongUse);
     }
 
     // About the first word that is no option, no command and no argument of one.
-    std::string unknownWordText(int argumentCount, const char* const* arguments) const
+    std::string unknownWordText() const
     {
-        const std::vector<std::string> unknown = app_.remaining(true);
-        const auto* const end = arguments + argumentCount;
-        const auto* const first = std::find_first_of(arguments, end, unknown.begin(), unknown.end());
-        const std::string word = first == end ? unknown.front() : *first;
-        if (word.starts_with('-')) {
-            return "There is no option " + word + "." + suggestion(word, optionNames());
-        }
-        if (!app_.get_subcommands().empty()) {
+        const std::string word = app_.remaining(true).front();
+        const bool isOption = word.starts_with('-');
+        const bool isWord = std::all_of(word.begin(), word.end(), [](unsigned char character) {
+            return std::isalpha(character) != 0 || character == '-';
+        });
+        if (!isOption && !app_.get_subcommands().empty()) {
             return "The argument " + word + " is one too many.";
         }
-        const bool isWord =
-            word.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ-") == word.npos;
-        std::vector<std::string> names;
-        std::transform(commands_.begin(), commands_.end(), std::back_inserter(names),
-                       [](const auto& command) { return command.first->get_name(); });
-        return "There is no command " + word + "." +
-               (isWord ? suggestion(word, names) : " A calculation is given with -e.");
-    }
-
-    static std::string suggestion(const std::string& word, const std::vector<std::string>& candidates)
-    {
-        std::vector<std::u16string> texts;
-        std::transform(candidates.begin(), candidates.end(), std::back_inserter(texts), toUtf16);
-        return didYouMean(nearest(toUtf16(word), {texts.begin(), texts.end()}));
-    }
-
-    // Of fmxhost itself and of the command that is given.
-    std::vector<std::string> optionNames() const
-    {
-        std::vector<const CLI::Option*> options = app_.get_options();
-        for (const CLI::App* command : app_.get_subcommands()) {
-            const auto more = command->get_options();
-            options.insert(options.end(), more.begin(), more.end());
+        std::vector<const CLI::App*> apps = app_.get_subcommands([](const CLI::App*) { return true; });
+        std::vector<std::string> known; // of the same kind
+        if (!isOption) {
+            std::transform(apps.begin(), apps.end(), std::back_inserter(known), std::mem_fn(&CLI::App::get_name));
+            return "There is no command " + word + "." +
+                   (isWord ? suggestion(word, known) : " A calculation is given with -e.");
         }
-        std::vector<std::string> names;
-        for (const CLI::Option* option : options) {
-            for (const std::string& name : option->get_lnames()) {
-                names.push_back("--" + name);
+        apps.push_back(&app_);
+        for (const CLI::App* app : apps) {
+            for (const CLI::Option* option : app->get_options()) {
+                std::transform(option->get_lnames().begin(), option->get_lnames().end(), std::back_inserter(known),
+                               [](const std::string& name) { return "--" + name; });
             }
         }
-        return names;
-    }
-
-    ExitStatus dispatch()
-    {
-        const std::vector<std::string> calculations = expressions_->results();
-        for (const auto& [arguments, command] : commands_) {
-            if (!arguments->parsed()) {
-                continue;
-            }
-            if (!calculations.empty()) {
-                output_.reportError("-e can't be combined with the command " + arguments->get_name() + ".");
-                return ExitStatus::wrongUse;
-            }
-            return guarded(command);
-        }
-        if (!calculations.empty()) {
-            return guarded([&](Session& session) { return evaluateAll(session, calculations); });
-        }
-        if (isatty(STDIN_FILENO) == 0) {
-            return guarded(runPiped);
-        }
-        if (isatty(STDOUT_FILENO) != 0) {
-            return guarded(runPrompt);
-        }
-        output_.reportError(nothingToDo);
-        return ExitStatus::wrongUse;
+        return "There is no option " + word + "." + suggestion(word, known);
     }
 
     // What a command throws becomes one line on standard error.
-    ExitStatus guarded(const Command& command)
+    ExitStatus dispatch()
     {
-        Session session(options_, output_);
         try {
-            const ExitStatus status = command(session);
-            output_.flush();
-            session.close();
+            const ExitStatus status = runGiven();
+            flush();
             return status;
         } catch (const PluginError& error) {
-            output_.reportError(error.what());
+            reportError(error.what());
             return error.kind() == PluginError::Kind::exception ? ExitStatus::pluginThrew : ExitStatus::pluginUnusable;
         } catch (const std::bad_alloc&) {
-            output_.reportError("There isn't enough memory.");
+            reportError("There isn't enough memory.");
             return ExitStatus::calculationError;
         }
     }
 
-    Output& output_;
+    ExitStatus runGiven()
+    {
+        const std::vector<std::string> calculations = expressions_->results();
+        if (command_ && !calculations.empty()) {
+            reportError("-e can't be combined with the command " + app_.get_subcommands().front()->get_name() + ".");
+            return ExitStatus::wrongUse;
+        }
+        if (command_) {
+            return command_();
+        }
+        if (!calculations.empty()) {
+            return inSession([&](Session& session) { return evaluateAll(session, calculations); });
+        }
+        if (isatty(STDIN_FILENO) == 0) {
+            return inSession(runPiped);
+        }
+        if (isatty(STDOUT_FILENO) != 0) {
+            return inSession(runPrompt);
+        }
+        reportError(nothingToDo);
+        return ExitStatus::wrongUse;
+    }
+
+    ExitStatus inSession(const SessionCommand& command)
+    {
+        Session session(options_);
+        const ExitStatus status = command(session);
+        flush();
+        session.plugin().unload();
+        return status;
+    }
+
     CLI::App app_{"Loads a FileMaker plug-in without FileMaker and evaluates calculations with its functions.",
                   "fmxhost"};
     Options options_;
-    std::string plugin_;
     std::vector<std::string> answers_;
-    bool noArityCheck_ = false;
     std::string file_;
     std::string word_;
-    check::Arguments check_;
+    check::Options check_;
+    CLI::App* listTests_ = nullptr;
     CLI::Option* expressions_ = nullptr;
-    std::vector<std::pair<CLI::App*, Command>> commands_;
+    std::function<ExitStatus()> command_; // that is given
 };
 
 // Line editing needs to know how the terminal's bytes make characters: what fmxhost writes is UTF-8 in any locale.
@@ -281,9 +271,8 @@ int main(int argumentCount, char** arguments)
     using namespace fmxhost;
     reserveStandardDescriptors();
     useUtf8();
-    Output output(STDOUT_FILENO);
     try {
-        return CommandLine(output).run(argumentCount, arguments);
+        return CommandLine().run(argumentCount, arguments);
     } catch (const OutputError& error) {
         // A reader that has seen enough, such as head(1), is no failure worth a message.
         if (error.code().value() != EPIPE) {

@@ -2,10 +2,9 @@
 // complete, and the loop that waits for keys is here, so that Ctrl-C is noticed between two of them and nothing has to
 // be jumped out of. While a line is edited libedit has the terminal and its own signal handlers, which put the terminal
 // right and then send the signal once more, to the handler of this file; between lines the terminal is as it was.
-#include "host/prompt.h"
+#include "host/commands.h"
 
 #include "host/base/unicode.h"
-#include "host/commands.h"
 
 // libedit's header needs this one before it.
 #include <cstdio>
@@ -115,124 +114,75 @@ char* wordBreaks()
     return breaks.data();
 }
 
-// Names that a text could hold only with a backslash are left out.
-std::vector<std::string> pathsWithPrefix(const std::string& begun)
-{
-    std::vector<std::string> paths;
-    const std::size_t slash = begun.rfind('/');
-    const std::string folder = slash == std::string::npos ? "" : begun.substr(0, slash + 1);
-    const std::string name = begun.substr(folder.size());
-    std::error_code error;
-    for (fs::directory_iterator entry(folder.empty() ? "." : folder, error), end; !error && entry != end;
-         entry.increment(error)) {
-        const std::string candidate = entry->path().filename().string();
-        if (candidate.starts_with(name) && (!name.empty() || candidate.front() != '.') &&
-            candidate.find_first_of("\"\\") == std::string::npos) {
-            paths.push_back(folder + candidate + (entry->is_directory(error) ? "/" : ""));
-            error.clear();
-        }
-    }
-    return paths;
-}
-
+// Of variables and functions. A single function gets its parenthesis.
 std::vector<std::string> namesWithPrefix(const std::string& word)
 {
     std::vector<std::string> names;
-    if (word.starts_with('$')) {
-        for (const auto& [name, value] : served->evaluator().variables()) {
-            if (name.starts_with(foldCase(toUtf16(word)))) {
-                names.push_back(toUtf8(name));
-            }
+    const std::u16string prefix = foldCase(toUtf16(word));
+    for (const auto& [name, value] : served->evaluator().variables()) {
+        if (!prefix.empty() && name.starts_with(prefix)) {
+            names.push_back(toUtf8(name));
         }
-        return names;
     }
-    constexpr int parenthesis = '(';
     const bool isHelp = foldCase(toUtf16(std::string_view(rl_line_buffer).substr(0, 5))) == u"help ";
-    for (const Function& function : served->functions().withPrefix(toUtf16(word))) {
-        names.push_back(toUtf8(nameOf(function)));
-        rl_completion_append_character = isHelp || maximumArguments(function) == 0 ? 0 : parenthesis;
+    bool takesArguments = false;
+    for (const Function& function : served->functions().all()) {
+        if (foldCase(function.name).starts_with(prefix)) {
+            names.push_back(toUtf8(function.name));
+            takesArguments = function.maximumArguments != 0;
+        }
     }
+    rl_completion_append_character = names.size() == 1 && takesArguments && !isHelp ? '(' : 0;
     return names;
 }
 
-// What all candidates begin with, whatever their letter case, in the spelling of the first one.
-std::string commonPrefix(const std::vector<std::string>& candidates)
-{
-    std::u16string prefix = toUtf16(candidates.front());
-    for (const std::string& candidate : candidates) {
-        while (!foldCase(toUtf16(candidate)).starts_with(foldCase(prefix))) {
-            prefix.pop_back();
-        }
-    }
-    return toUtf8(prefix);
-}
-
-// As libedit wants it: first what stands for the word, then the candidates, then null, all for it to free.
+// A path in a text, a name elsewhere.
 char** complete(const char* word, int, int)
 {
-    rl_attempted_completion_over = 1; // no names of files outside texts
+    static std::vector<std::string> candidates;
+    static std::size_t next = 0;
+    rl_attempted_completion_over = 1;
     rl_completion_append_character = 0;
-    const bool inText = *wordBreaks() == '"';
-    const std::vector<std::string> candidates = inText ? pathsWithPrefix(word) : namesWithPrefix(word);
-    if (candidates.empty()) {
-        return nullptr;
+    if (*wordBreaks() == '"') {
+        char** paths = rl_completion_matches(word, filename_completion_function);
+        std::error_code error;
+        rl_completion_append_character = paths != nullptr && fs::is_directory(paths[0], error) ? '/' : 0;
+        return paths;
     }
-    if (candidates.size() > 1) {
-        rl_completion_append_character = 0;
-    }
-    auto** matches = static_cast<char**>(std::calloc(candidates.size() + 2, sizeof(char*)));
-    std::size_t count = 0;
-    matches[count++] = strdup(commonPrefix(candidates).c_str());
-    for (const std::string& candidate : candidates) {
-        matches[count++] = strdup(candidate.c_str());
-    }
-    return matches;
+    candidates = namesWithPrefix(word);
+    return rl_completion_matches(word, [](const char*, int state) {
+        next = state == 0 ? 0 : next;
+        return next < candidates.size() ? strdup(candidates[next++].c_str()) : nullptr; // for libedit to free
+    });
 }
 
-// Kept in $XDG_STATE_HOME, else in ~/.local/state (XDG Base Directory); not at all when neither variable names an
-// absolute path. For its owner alone: calculations may hold passwords.
-class History {
-public:
-    History()
-    {
-        const auto folderIn = [](const char* variable, const char* below) {
-            const char* value = std::getenv(variable);
-            return value != nullptr && *value == '/' ? fs::path(value) / below : fs::path();
-        };
-        fs::path folder = folderIn("XDG_STATE_HOME", "fmxhost");
-        folder = folder.empty() ? folderIn("HOME", ".local/state/fmxhost") : folder;
-        file_ = folder.empty() ? folder : folder / "history";
-        using_history();
-        stifle_history(historySize);
-        if (!file_.empty()) {
-            read_history(file_.c_str());
+// In $XDG_STATE_HOME, else in ~/.local/state (XDG Base Directory); not at all when neither variable names an absolute
+// path. For its owner alone: calculations may hold passwords.
+fs::path historyFile()
+{
+    for (const auto& [variable, below] : {std::pair{"XDG_STATE_HOME", ""}, std::pair{"HOME", ".local/state"}}) {
+        const char* value = std::getenv(variable);
+        if (value != nullptr && *value == '/') {
+            return fs::path(value) / below / "fmxhost/history";
         }
     }
+    return {};
+}
 
-    // False when it can't be saved. What begins with a blank isn't kept.
-    bool add(const std::string& line)
-    {
-        if (line.empty() || line == last_) {
-            return true;
-        }
-        last_ = line;
-        add_history(line.c_str());
-        if (file_.empty()) {
-            return true;
-        }
-        std::error_code error;
-        if (fs::create_directories(file_.parent_path(), error)) {
-            fs::permissions(file_.parent_path(), fs::perms::owner_all, error);
-        }
-        return write_history(file_.c_str()) == 0;
+// False when it can't be saved.
+bool addToHistory(const fs::path& file, const std::string& line)
+{
+    static std::string last;
+    if (line.empty() || line == std::exchange(last, line)) {
+        return true;
     }
-
-    const fs::path& file() const { return file_; }
-
-private:
-    fs::path file_;
-    std::string last_;
-};
+    add_history(line.c_str());
+    std::error_code error;
+    if (!file.empty() && fs::create_directories(file.parent_path(), error)) {
+        fs::permissions(file.parent_path(), fs::perms::owner_all, error);
+    }
+    return file.empty() || write_history(file.c_str()) == 0;
+}
 
 // Ctrl-D that was typed while something was evaluated reaches the line editor as a zero (Linux, n_tty).
 int endOfFile(int, int)
@@ -248,22 +198,16 @@ void setUpEditing()
     rl_completion_word_break_hook = wordBreaks;
     rl_attempted_completion_function = complete;
     rl_add_defun("typed-ahead-end", endOfFile, '\0');
-}
-
-std::string promptText(bool goesOn)
-{
-    // libedit leaves out an escape sequence at the very end.
-    const std::string name = goesOn ? "     ..." : "fmxhost>";
-    return wantsColour(STDOUT_FILENO) ? "\1\033[1m\2" + name + "\1\033[0m\2 " : name + " ";
+    using_history();
+    stifle_history(historySize);
 }
 
 void greet(Session& session)
 {
     const std::string name = toUtf8(session.plugin().string(PluginString::name));
-    session.output().write((name.empty() ? session.pluginFile().filename().string() : name) + ", " +
-                           std::to_string(session.plugin().functions().size()) +
-                           " functions. help explains, Ctrl-D ends.\n");
-    session.output().flush();
+    print((name.empty() ? session.plugin().file().filename().string() : name) + ", " +
+          std::to_string(session.plugin().functions().size()) + " functions. help explains, Ctrl-D ends.\n");
+    flush();
 }
 
 } // namespace
@@ -275,25 +219,28 @@ ExitStatus runPrompt(Session& session)
     served = &session;
     lines = &typed;
     setUpEditing();
-    History history;
+    const fs::path history = historyFile();
+    if (!history.empty()) {
+        read_history(history.c_str());
+    }
     handleInterrupts();
     bool warned = false;
     bool secret = false;
     while (!typed.hasQuit()) {
         const bool goesOn = !typed.begun().empty();
-        std::optional<std::string> line = readLine(promptText(goesOn));
+        std::optional<std::string> line = readLine(goesOn ? "     ... " : "fmxhost> ");
         if (!line) {
-            session.output().write("\n");
-            session.output().flush();
+            print("\n");
+            flush();
             typed.giveUp();
             if (interrupted == 0) { // Ctrl-D, or the terminal is gone
                 break;
             }
             continue;
         }
-        secret = goesOn ? secret : line->starts_with(' ');
-        if (!secret && !history.add(*line) && !std::exchange(warned, true)) {
-            session.output().reportError("The history can't be saved in " + history.file().string());
+        secret = goesOn ? secret : line->starts_with(' '); // what begins with a blank isn't kept
+        if (!secret && !addToHistory(history, *line) && !std::exchange(warned, true)) {
+            reportError("The history can't be saved in " + history.string());
         }
         evaluating = 1;
         typed.take(std::move(*line));

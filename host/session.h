@@ -5,10 +5,9 @@
 #include "host/base/plugin.h"
 #include "host/calculation/evaluate.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
-#include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
 
@@ -22,47 +21,36 @@ struct Options {
     ParserOptions parser;
 };
 
-// Where a calculation comes from, for error messages.
-struct Origin {
-    std::string name;                // the file, or "-e 2"; may be empty
-    std::optional<std::size_t> line; // of the file, from 1
-};
+// The one that the options name, else that of the variable FMXHOST_PLUGIN, else the default: by its file name beside
+// fmxhost, where there is one, else where an installation puts it.
+// Errors: PluginError when that isn't there.
+std::filesystem::path pluginFile(const Options& options);
 
 class Session {
 public:
-    Session(Options options, Output& output) : options_(std::move(options)), output_(output) {}
-
-    const Options& options() const { return options_; }
-    Output& output() { return output_; }
-
-    // The one that the options name, else that of the variable FMXHOST_PLUGIN, else the default: by its file name
-    // beside fmxhost, where there is one, else where an installation puts it, whether or not it is there.
-    std::filesystem::path pluginFile() const;
-
-    // Loaded and started when it is first asked for; it stays to the end.
+    // Loads and starts the plug-in; it stays to the end. The options must outlive the session.
     // Errors: PluginError.
-    Plugin& plugin();
-    const FunctionTable& functions();
-    Evaluator& evaluator();
+    explicit Session(const Options& options);
 
-    // Shuts the plug-in down and unloads it, if it was ever loaded.
-    // Errors: PluginError.
-    void close();
+    Plugin& plugin() { return plugin_; }
+    const FunctionTable& functions() const { return functions_; }
+    Evaluator& evaluator() { return evaluator_; }
+    bool json() const { return options_.json; }
 
     // Evaluates a calculation and writes the result, as plain text or JSON as the options say, at once; with the option
     // `time` the time to standard error. An error in the calculation goes to standard error with the place pointed at,
-    // as JSON into the output too; the status says which kind it was.
-    // Errors: PluginError when the plug-in isn't loaded yet and can't be; OutputError.
-    ExitStatus run(std::string_view calculation, const Origin& origin);
+    // as JSON into the output too; the status says which kind it was. `origin` is where the calculation comes from: a
+    // file, "-e 2" or nothing, and its line in the file, from 1, or 0.
+    // Errors: OutputError.
+    ExitStatus run(std::string_view calculation, const std::string& origin, std::size_t line = 0);
 
 private:
-    void fail(std::string_view calculation, const Origin& origin, const std::exception& error, Span span);
+    void fail(std::string_view calculation, const std::string& origin, std::size_t line, const CalculationError& error);
 
-    Options options_;
-    Output& output_;
-    std::unique_ptr<Plugin> plugin_;
-    std::optional<FunctionTable> functions_;
-    std::optional<Evaluator> evaluator_;
+    const Options& options_;
+    Plugin plugin_;
+    FunctionTable functions_;
+    Evaluator evaluator_;
 };
 
 } // namespace fmxhost

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <ctime>
 #include <functional>
 
 namespace platform {
@@ -67,6 +68,24 @@ bool CopyRecord::holds(std::string_view path, const struct stat& status) const
         return std::binary_search(prints_.begin(), prints_.end(), fingerprint(path, status, withChange));
     };
     return has(true) || has(false);
+}
+
+std::int64_t timeUntilNextStamp(const struct stat& status)
+{
+#ifdef __linux__
+    constexpr clockid_t clock = CLOCK_REALTIME_COARSE; // which stamps files
+#else
+    constexpr clockid_t clock = CLOCK_REALTIME;
+#endif
+    constexpr std::int64_t second = 1'000'000'000;
+    constexpr std::int64_t tick = 10'000'000; // the longest, of a kernel with 100 a second
+    const timespec& last = change(status);
+    const std::int64_t precision = last.tv_nsec == 0 ? 2 * second : last.tv_nsec % tick == 0 ? tick : 1;
+    timespec now{};
+    clock_gettime(clock, &now);
+    const std::int64_t age = (now.tv_sec - last.tv_sec) * second + now.tv_nsec - last.tv_nsec;
+    // A time in the future is another clock's.
+    return age >= precision || age < -precision - tick ? 0 : precision - age + tick;
 }
 
 } // namespace platform

@@ -28,4 +28,9 @@ private:
     std::vector<std::uint64_t> prints_;
 };
 
+// How long a further change of the item could still get the time of its last one, in nanoseconds; 0: not any more. Goes
+// by the precision that the time shows: two seconds are FAT's, one SFTP's and HFS+'s, 10 ms exFAT's; else a tick of the
+// kernel's clock.
+std::int64_t timeUntilNextStamp(const struct stat& status);
+
 } // namespace platform

@@ -39,6 +39,7 @@ def path_of(text):
 STEPS = {
     "#": (89, lambda text="": within("Text", escape(text))),
     "Commit Records/Requests": (75, lambda _: on("NoInteract")),
+    "Delete Record/Request": (9, lambda _: on("NoInteract")),
     "Else": (69, None),
     "Else If": (125, calculation),
     "End If": (70, None),

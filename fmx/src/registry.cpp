@@ -130,14 +130,12 @@ Refusals refusals()
     return registry().refused;
 }
 
-std::size_t purge(std::uint32_t pluginId)
+std::size_t purge()
 {
-    const auto ofPlugin = [&](const auto& entry) { return entry.pluginId == pluginId; };
     auto& all = registry();
     const std::lock_guard lock(all.mutex);
-    std::erase_if(all.refused.functions, ofPlugin);
-    std::erase_if(all.refused.scriptSteps, ofPlugin);
-    return std::erase_if(all.functions, ofPlugin) + std::erase_if(all.steps, ofPlugin);
+    all.refused = {};
+    return std::exchange(all.functions, {}).size() + std::exchange(all.steps, {}).size();
 }
 
 } // namespace fmxkit

@@ -7,12 +7,12 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
+#include <iostream>
 
 namespace fmxhost {
 namespace {
-
-constexpr std::size_t bufferSize = std::size_t{64} * 1024;
 
 // Empty where the variable isn't set.
 std::string_view environment(const char* variable)
@@ -21,50 +21,37 @@ std::string_view environment(const char* variable)
     return value == nullptr ? std::string_view() : value;
 }
 
+bool wantsColour(int descriptor)
+{
+    const std::string_view terminal = environment("TERM");
+    return isatty(descriptor) != 0 && !terminal.empty() && terminal != "dumb" && environment("NO_COLOR").empty();
+}
+
 } // namespace
 
-void Output::write(std::string_view bytes)
+void print(std::string_view text)
 {
-    buffer_.append(bytes);
-    if (buffer_.size() >= bufferSize) {
-        flush();
+    if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size()) {
+        throw OutputError(errno, std::generic_category());
     }
 }
 
-void Output::flush()
+void flush()
 {
-    std::string_view rest = buffer_;
-    while (!rest.empty()) {
-        const ssize_t written = ::write(descriptor_, rest.data(), rest.size());
-        if (written < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            const int error = errno;
-            buffer_.clear();
-            throw OutputError(error, std::generic_category());
-        }
-        rest.remove_prefix(static_cast<std::size_t>(written));
+    if (std::fflush(stdout) != 0) {
+        throw OutputError(errno, std::generic_category());
     }
-    buffer_.clear();
 }
 
-void Output::report(std::string_view line)
+void report(std::string_view line)
 {
     flush();
-    Output error(STDERR_FILENO);
-    try {
-        error.write(line);
-        error.write("\n");
-        error.flush();
-    } catch (const OutputError&) {
-        // There is nowhere left to say it; the exit status does.
-    }
+    std::cerr << line << std::endl;
 }
 
-void Output::reportError(std::string_view message)
+void reportError(std::string_view message)
 {
-    report(styled("fmxhost:", Style::error, wantsColour(STDERR_FILENO)) + " " + std::string(message));
+    report(styled("fmxhost:", Style::error, STDERR_FILENO) + " " + std::string(message));
 }
 
 void reserveStandardDescriptors()
@@ -80,35 +67,20 @@ void reserveStandardDescriptors()
     }
 }
 
-bool wantsColour(int descriptor)
+std::string styled(std::string_view text, Style style, int descriptor)
 {
-    const std::string_view terminal = environment("TERM");
-    return isatty(descriptor) != 0 && !terminal.empty() && terminal != "dumb" && environment("NO_COLOR").empty();
+    static constexpr std::array<const char*, 3> sequences{"\033[1;31m", "\033[1;32m", "\033[2m"};
+    const std::string plain(text);
+    return wantsColour(descriptor) ? sequences.at(static_cast<std::size_t>(style)) + plain + "\033[0m" : plain;
 }
 
-std::string styled(std::string_view text, Style style, bool colour)
+std::string jsonObject(const std::vector<JsonMember>& members)
 {
-    static constexpr std::array<std::string_view, 4> sequences{"\033[1;31m", "\033[1;32m", "\033[2m", "\033[1m"};
-    if (!colour) {
-        return std::string(text);
-    }
-    return std::string(sequences.at(static_cast<std::size_t>(style))).append(text).append("\033[0m");
-}
-
-std::string jsonString(std::string_view utf8)
-{
-    return nlohmann::json(utf8).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
-}
-
-std::string jsonObject(std::initializer_list<JsonMember> members)
-{
-    std::string text = "{";
+    nlohmann::ordered_json object = nlohmann::ordered_json::object();
     for (const auto& [name, value] : members) {
-        text += (&name == &members.begin()->first ? "" : ",") + jsonString(name) + ":";
-        const auto* number = std::get_if<std::int64_t>(&value);
-        text += number != nullptr ? std::to_string(*number) : jsonString(std::get<std::string>(value));
+        std::visit([&object, &name = name](const auto& plain) { object[name] = plain; }, value);
     }
-    return text + "}";
+    return object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
 } // namespace fmxhost

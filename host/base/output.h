@@ -1,14 +1,15 @@
-// What fmxhost writes: bytes to a file descriptor that let no failed write pass, terminal styles, JSON texts.
+// What fmxhost writes: standard output, of which no failed write passes, messages, terminal styles, JSON objects.
+//
+// Thread rule: one thread at a time.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
-#include <initializer_list>
 #include <string>
 #include <string_view>
 #include <system_error>
 #include <utility>
 #include <variant>
+#include <vector>
 
 namespace fmxhost {
 
@@ -29,48 +30,28 @@ public:
     using std::system_error::system_error;
 };
 
-// Buffered. Thread rule: one thread at a time.
-class Output {
-public:
-    // The descriptor stays open and belongs to the caller.
-    explicit Output(int descriptor) : descriptor_(descriptor) {}
-    Output(const Output&) = delete;
-    Output& operator=(const Output&) = delete;
+// To standard output, through C's buffer.
+// Errors: OutputError. Whether all of it was written is known after flush().
+void print(std::string_view text);
+void flush();
 
-    // Errors: OutputError. What is still in the buffer when the object goes is lost: flush() is how to know.
-    void write(std::string_view bytes);
-    void flush();
-
-    // One line on standard error, after what was written so far; of an error with the program's name before it.
-    // Errors: OutputError, of this output; what can't be said on standard error isn't.
-    void report(std::string_view line);
-    void reportError(std::string_view message);
-
-    int descriptor() const { return descriptor_; }
-
-private:
-    int descriptor_;
-    std::string buffer_;
-};
+// One line on standard error, after what was printed so far; of an error with the program's name before it.
+// Errors: OutputError, of standard output; what can't be said on standard error isn't.
+void report(std::string_view line);
+void reportError(std::string_view message);
 
 // Opens what stands in for closed standard descriptors, so that no file of the plug-in gets their numbers. Writing to a
 // stand-in fails as it would have.
 void reserveStandardDescriptors();
 
-enum class Style { error, pointer, faint, strong };
+enum class Style { error, good, faint };
 
-// Whether the descriptor leads to a terminal that understands escape sequences (TERM is set and isn't "dumb"), and
-// NO_COLOR isn't set to anything but an empty text (https://no-color.org).
-bool wantsColour(int descriptor);
+// The text in the style, if the descriptor leads to a terminal that understands escape sequences (TERM is set and isn't
+// "dumb"), and NO_COLOR isn't set to anything but an empty text (https://no-color.org).
+std::string styled(std::string_view text, Style style, int descriptor);
 
-// The text in the style, or as it is when `colour` is false.
-std::string styled(std::string_view text, Style style, bool colour);
-
-// A JSON string with its quotation marks (RFC 8259), with U+FFFD for what isn't valid UTF-8.
-std::string jsonString(std::string_view utf8);
-
-// A JSON object on one line, without a line end.
-using JsonMember = std::pair<std::string_view, std::variant<std::int64_t, std::string>>;
-std::string jsonObject(std::initializer_list<JsonMember> members);
+// A JSON object (RFC 8259) on one line, without a line end, with U+FFFD for what isn't valid UTF-8.
+using JsonMember = std::pair<std::string, std::variant<std::int64_t, double, std::string>>;
+std::string jsonObject(const std::vector<JsonMember>& members);
 
 } // namespace fmxhost

@@ -5,12 +5,11 @@
 #include <cxxabi.h>
 #include <dlfcn.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <exception>
 #include <memory>
-#include <numeric>
-#include <set>
 #include <typeinfo>
 #include <utility>
 
@@ -59,24 +58,28 @@ std::string messageName(Message message)
 
 } // namespace
 
-Plugin::Plugin(const std::filesystem::path& file, std::int16_t apiVersion) : file_(std::filesystem::absolute(file))
+Plugin::Plugin(const std::filesystem::path& file, std::int16_t apiVersion)
+    : file_(std::filesystem::absolute(file)), onDisk_(file_)
 {
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(onDisk_.library(), error)) {
+        throw PluginError(PluginError::Kind::notLoaded, "There is no plug-in file " + file_.string());
+    }
+    library_.reset(dlopen(onDisk_.library().c_str(), RTLD_NOW | RTLD_LOCAL));
+    if (!library_) {
+        const char* reason = dlerror();
+        throw PluginError(PluginError::Kind::notLoaded,
+                          "The plug-in can't be loaded: " + (reason != nullptr ? std::string(reason) : file_.string()));
+    }
+    entryPoint_ = reinterpret_cast<EntryPoint>(dlsym(library_.get(), "FMExternCallProc"));
+    if (entryPoint_ == nullptr) {
+        throw PluginError(PluginError::Kind::notLoaded,
+                          file_.string() + " is not a plug-in: it has no entry point FMExternCallProc");
+    }
     record_.extnVersion = apiVersion;
     record_.unusedID = -1;
-    openLibrary();
-    try {
-        takeId();
-    } catch (...) {
-        closeLibrary();
-        throw;
-    }
-}
-
-void Plugin::tryLoading(const std::filesystem::path& file)
-{
-    Plugin plugin;
-    plugin.file_ = std::filesystem::absolute(file);
-    plugin.openLibrary();
+    record_.entryPoint = entryPoint_;
+    record_.instanceID = onDisk_.instance();
 }
 
 Plugin::~Plugin()
@@ -88,50 +91,17 @@ Plugin::~Plugin()
     }
 }
 
-void Plugin::openLibrary()
+const std::u16string& Plugin::options()
 {
-    onDisk_ = PluginFile(file_);
-    std::error_code error;
-    if (!std::filesystem::is_regular_file(onDisk_.library(), error)) {
-        throw PluginError(PluginError::Kind::notLoaded, "There is no plug-in file " + file_.string());
+    if (!options_) {
+        options_ = string(PluginString::options);
     }
-    library_ = dlopen(onDisk_.library().c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (library_ == nullptr) {
-        const char* reason = dlerror();
-        throw PluginError(PluginError::Kind::notLoaded,
-                          "The plug-in can't be loaded: " + (reason != nullptr ? std::string(reason) : file_.string()));
-    }
-    entryPoint_ = reinterpret_cast<EntryPoint>(dlsym(library_, "FMExternCallProc"));
-    if (entryPoint_ == nullptr) {
-        closeLibrary();
-        throw PluginError(PluginError::Kind::notLoaded,
-                          file_.string() + " is not a plug-in: it has no entry point FMExternCallProc");
-    }
-    record_.entryPoint = entryPoint_;
-    record_.instanceID = onDisk_.instance();
+    return *options_;
 }
 
-void Plugin::closeLibrary() noexcept
+bool Plugin::wantsStartUp()
 {
-    if (library_ != nullptr) {
-        dlclose(library_);
-    }
-    library_ = nullptr;
-    entryPoint_ = nullptr;
-}
-
-void Plugin::takeId()
-{
-    options_ = string(PluginString::options);
-    constexpr std::size_t idLength = 4;
-    for (std::size_t index = 0; index < idLength && options_.size() >= idLength; ++index) {
-        id_ = id_ << 8 | (options_[index] & 0xFFU);
-    }
-}
-
-bool Plugin::wantsStartUp() const
-{
-    return options_.size() <= startUpOption || options_[startUpOption] != u'n';
+    return options().size() <= startUpOption || options()[startUpOption] != u'n';
 }
 
 std::int64_t Plugin::start()
@@ -144,9 +114,6 @@ std::int64_t Plugin::start()
         static_cast<std::int64_t>(send(Message::startUp, 0, reinterpret_cast<fmx::ptrtype>(applicationVersion.data())));
     functions_ = fmxkit::externalFunctions();
     scriptSteps_ = fmxkit::scriptSteps();
-    for (std::size_t index = 0; index < functions_.size(); ++index) {
-        indexByFoldedName_.emplace(foldCase(functions_[index].name), index);
-    }
     if (answer < 0) {
         throw PluginError(PluginError::Kind::refused, "The plug-in refuses to start on API version " +
                                                           std::to_string(record_.extnVersion) + " (it answers " +
@@ -164,7 +131,7 @@ void Plugin::shutDown()
 
 std::size_t Plugin::unload()
 {
-    if (library_ == nullptr) {
+    if (!library_) {
         return 0;
     }
     std::exception_ptr failure;
@@ -175,37 +142,24 @@ std::size_t Plugin::unload()
             failure = std::current_exception();
         }
     }
-    const std::size_t left = releaseRegistered();
-    closeLibrary();
+    functions_.clear();
+    scriptSteps_.clear();
+    const std::size_t left = fmxkit::purge();
+    library_.reset();
     if (failure) {
         std::rethrow_exception(failure);
     }
     return left;
 }
 
-std::size_t Plugin::releaseRegistered()
-{
-    functions_.clear();
-    scriptSteps_.clear();
-    indexByFoldedName_.clear();
-    std::set<std::uint32_t> ids{id_}; // also for what was registered in vain
-    for (const auto& function : fmxkit::externalFunctions()) {
-        ids.insert(function.pluginId);
-    }
-    for (const auto& step : fmxkit::scriptSteps()) {
-        ids.insert(step.pluginId);
-    }
-    return std::accumulate(ids.begin(), ids.end(), std::size_t{0},
-                           [](std::size_t left, std::uint32_t id) { return left + fmxkit::purge(id); });
-}
-
-std::u16string Plugin::string(std::uint8_t number, std::uint32_t capacity)
+std::u16string Plugin::string(PluginString number, std::uint32_t capacity)
 {
     constexpr fmx::ptrtype english = 0;
     // Plug-ins write a zero even into a capacity of 0, and bad ones a little beside their buffer.
     constexpr std::size_t margin = 64;
     std::u16string buffer(margin + capacity + margin, u'\0');
-    send(Message::stringRequest, number, english, capacity, reinterpret_cast<fmx::ptrtype>(buffer.data() + margin));
+    send(Message::stringRequest, static_cast<std::uint8_t>(number), english, capacity,
+         reinterpret_cast<fmx::ptrtype>(buffer.data() + margin));
     const std::u16string_view answer(buffer.data() + margin, capacity);
     return std::u16string(answer.substr(0, answer.find(u'\0')));
 }
@@ -229,8 +183,10 @@ fmx::ptrtype Plugin::send(Message message, std::uint8_t parameter1, fmx::ptrtype
 
 const fmxkit::ExternalFunction* Plugin::find(std::u16string_view name) const
 {
-    const auto found = indexByFoldedName_.find(foldCase(name));
-    return found != indexByFoldedName_.end() ? &functions_[found->second] : nullptr;
+    const std::u16string folded = foldCase(name);
+    const auto found = std::find_if(functions_.begin(), functions_.end(),
+                                    [&](const auto& function) { return foldCase(function.name) == folded; });
+    return found != functions_.end() ? &*found : nullptr;
 }
 
 CallOutcome Plugin::call(const fmxkit::ExternalFunction& function, const std::vector<Value>& arguments)

@@ -10,9 +10,11 @@
 
 #include <fmxkit/registry.h>
 
+#include <dlfcn.h>
+
 #include <cstdint>
 #include <filesystem>
-#include <map>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -64,16 +66,12 @@ struct CallOutcome {
 // One at a time in a process: whatever is registered with the kit is taken for its own.
 class Plugin {
 public:
-    // Loads the file and asks for its options string; start() does the rest.
+    // Loads the file and looks for its entry point, all without a message; start() does the rest.
     // Errors: PluginError.
     explicit Plugin(const std::filesystem::path& file, std::int16_t apiVersion = defaultApiVersion);
     ~Plugin(); // unload(), without exceptions
     Plugin(const Plugin&) = delete;
     Plugin& operator=(const Plugin&) = delete;
-
-    // Loads the file, looks for its entry point and unloads it, all without a message.
-    // Errors: PluginError.
-    static void tryLoading(const std::filesystem::path& file);
 
     // Sends the start-up message, unless the options say that the plug-in doesn't want it, and takes over what it
     // registered. Answers what the plug-in answered: the SDK version that it was built for.
@@ -93,8 +91,12 @@ public:
     // The plug-in's answer to a string request, up to its first zero; empty when it gave none.
     // `capacity`: units that the plug-in is told it may write, its terminating zero included.
     // Errors: PluginError when an exception comes out.
-    std::u16string string(std::uint8_t number, std::uint32_t capacity = 1024);
-    std::u16string string(PluginString number) { return string(static_cast<std::uint8_t>(number)); }
+    std::u16string string(PluginString number, std::uint32_t capacity = 1024);
+
+    // Its options string, asked for once, and whether that asks for the start-up message.
+    // Errors: as string().
+    const std::u16string& options();
+    bool wantsStartUp();
 
     // Sends any message; `result` goes into the record beforehand. Answers the record's result field.
     // Errors: PluginError when an exception comes out.
@@ -118,36 +120,21 @@ public:
     const std::filesystem::path& file() const { return file_; }
     // The call record as the last message left it.
     const FMX_ExternCallStruct& record() const { return record_; }
-    // Whether the options string asks for the start-up message.
-    bool wantsStartUp() const;
-    const std::u16string& options() const { return options_; }
-
-    // The ID of the options string, first character in the highest byte; 0 when it gives none.
-    std::uint32_t id() const { return id_; }
 
 private:
     using EntryPoint = void (*)(FMX_ExternCallPtr);
 
-    Plugin() = default;
-
-    void openLibrary();
-    void closeLibrary() noexcept;
-    void takeId();
-    std::size_t releaseRegistered();
-
     std::filesystem::path file_;
     PluginFile onDisk_;
-    void* library_ = nullptr;
+    std::unique_ptr<void, int (*)(void*)> library_{nullptr, &dlclose};
     // Plug-ins keep the record's address and read the API version through it later, so it lives as long as the plug-in
     // and its version is written once.
     FMX_ExternCallStruct record_{};
     EntryPoint entryPoint_ = nullptr;
     bool running_ = false;
-    std::u16string options_;
-    std::uint32_t id_ = 0;
+    std::optional<std::u16string> options_;
     std::vector<fmxkit::ExternalFunction> functions_;
     std::vector<fmxkit::ScriptStep> scriptSteps_;
-    std::map<std::u16string, std::size_t> indexByFoldedName_;
 };
 
 } // namespace fmxhost

@@ -14,7 +14,6 @@ class PluginFile {
 public:
     using Instance = std::remove_pointer_t<decltype(FMX_ExternCallStruct::instanceID)>;
 
-    PluginFile() = default;
     explicit PluginFile(const std::filesystem::path& file);
 
     // What the dynamic loader is to load; the file itself where it isn't a bundle, whether or not it is there.

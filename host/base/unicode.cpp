@@ -1,79 +1,71 @@
 #include "host/base/unicode.h"
 
 #include <unicode/uchar.h>
-#include <unicode/ustring.h>
+#include <unicode/unistr.h>
 #include <unicode/utf16.h>
 
+#include <wchar.h> // NOLINT(modernize-deprecated-headers): wcwidth() is of POSIX
+
+#include <algorithm>
 #include <limits>
 #include <stdexcept>
 
 namespace fmxhost {
 namespace {
 
-constexpr UChar32 replacementCharacter = 0xFFFD;
-
 // ICU counts in signed 32 bits.
-std::int32_t icuLength(std::size_t length)
+template <typename Unit>
+std::int32_t icuLength(std::basic_string_view<Unit> text)
 {
-    if (length > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max() / 4)) {
+    if (text.size() > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max() / 4)) {
         throw std::length_error("the text is too long to be converted");
     }
-    return static_cast<std::int32_t>(length);
+    return static_cast<std::int32_t>(text.size());
 }
 
-std::size_t columnsOf(UChar32 character)
+// Shares the text's units.
+icu::UnicodeString icuText(std::u16string_view text)
 {
-    switch (u_charType(character)) {
-    case U_NON_SPACING_MARK:
-    case U_ENCLOSING_MARK:
-    case U_FORMAT_CHAR:
-        return 0;
-    default:
-        break;
-    }
-    const auto width = static_cast<UEastAsianWidth>(u_getIntPropertyValue(character, UCHAR_EAST_ASIAN_WIDTH));
-    return width == U_EA_WIDE || width == U_EA_FULLWIDTH ? 2 : 1;
+    constexpr UBool isTerminated = 0;
+    return {isTerminated, text.data(), icuLength(text)};
+}
+
+std::u16string unitsOf(const icu::UnicodeString& text)
+{
+    return {text.getBuffer(), static_cast<std::size_t>(text.length())};
 }
 
 } // namespace
 
 std::string toUtf8(std::u16string_view text)
 {
-    std::string result(text.size() * 3, '\0'); // a UTF-16 unit needs 3 bytes at most
-    std::int32_t length = 0;
-    UErrorCode status = U_ZERO_ERROR;
-    u_strToUTF8WithSub(result.data(), icuLength(result.size()), &length, text.data(), icuLength(text.size()),
-                       replacementCharacter, nullptr, &status);
-    result.resize(static_cast<std::size_t>(length));
-    return result;
+    std::string result;
+    return icuText(text).toUTF8String(result);
 }
 
 std::u16string toUtf16(std::string_view text)
 {
-    std::u16string result(text.size(), u'\0'); // no byte makes more than one unit
-    std::int32_t length = 0;
-    UErrorCode status = U_ZERO_ERROR;
-    u_strFromUTF8WithSub(result.data(), icuLength(result.size()), &length, text.data(), icuLength(text.size()),
-                         replacementCharacter, nullptr, &status);
-    result.resize(static_cast<std::size_t>(length));
-    return result;
+    return unitsOf(icu::UnicodeString::fromUTF8({text.data(), icuLength(text)}));
 }
 
 bool isValidUtf8(std::string_view text)
 {
-    std::int32_t length = 0;
-    UErrorCode status = U_ZERO_ERROR;
-    u_strFromUTF8(nullptr, 0, &length, text.data(), icuLength(text.size()), &status);
-    return status != U_INVALID_CHAR_FOUND;
+    return toUtf8(toUtf16(text)) == text;
 }
 
 std::u16string foldCase(std::u16string_view text)
 {
-    std::u16string result(text.size() * 3, u'\0'); // full folding makes three units of one at most
-    UErrorCode status = U_ZERO_ERROR;
-    const std::int32_t length = u_strFoldCase(result.data(), icuLength(result.size()), text.data(),
-                                              icuLength(text.size()), U_FOLD_CASE_DEFAULT, &status);
-    result.resize(static_cast<std::size_t>(length));
+    icu::UnicodeString result(text.data(), icuLength(text)); // of its own, which it changes
+    return unitsOf(result.foldCase());
+}
+
+std::u16string withoutControls(std::u16string_view text, char16_t replacement, std::u16string_view kept)
+{
+    std::u16string result(text);
+    std::replace_if(
+        result.begin(), result.end(),
+        [kept](char16_t unit) { return u_isISOControl(unit) != 0 && kept.find(unit) == std::u16string_view::npos; },
+        replacement);
     return result;
 }
 
@@ -91,7 +83,8 @@ std::size_t displayWidth(std::u16string_view text)
     std::size_t columns = 0;
     for (std::size_t position = 0; position < text.size();) {
         const Character character = characterAt(text, position);
-        columns += columnsOf(static_cast<UChar32>(character.value));
+        const int width = ::wcwidth(static_cast<wchar_t>(character.value));
+        columns += static_cast<std::size_t>(std::max(width, 0));
         position += character.length;
     }
     return columns;

@@ -1,7 +1,5 @@
 // Text conversions of the host: FileMaker's values are UTF-16, everything outside (arguments, files, terminal) is
 // UTF-8.
-//
-// Thread rule: every function here may be called from any thread.
 #pragma once
 
 #include <cstddef>
@@ -23,6 +21,10 @@ bool isValidUtf8(std::string_view text);
 // function have the same folded form.
 std::u16string foldCase(std::u16string_view text);
 
+// The text with the replacement for each control character but those that are kept: nothing in it moves a terminal's
+// cursor or changes its colours.
+std::u16string withoutControls(std::u16string_view text, char16_t replacement, std::u16string_view kept = {});
+
 // The character at a position inside a text; a lone surrogate counts as one.
 struct Character {
     char32_t value;
@@ -31,6 +33,7 @@ struct Character {
 Character characterAt(std::u16string_view text, std::size_t position);
 
 // Columns that a terminal needs for the text: 2 for wide characters, 0 for combining ones and other invisible ones.
+// The locale must be one of UTF-8.
 std::size_t displayWidth(std::u16string_view text);
 
 } // namespace fmxhost

@@ -2,8 +2,8 @@
 
 #include "host/base/unicode.h"
 
-#include <algorithm>
 #include <cstdio>
+#include <map>
 #include <utility>
 
 namespace fmxhost {
@@ -15,44 +15,16 @@ const fmx::uint16* kitUnits(std::u16string_view text)
     return reinterpret_cast<const fmx::uint16*>(text.data());
 }
 
-fmx::DataUniquePtr textData(const fmx::Text& text)
-{
-    const fmx::LocaleUniquePtr locale(fmx::Locale::kType_System);
-    fmx::DataUniquePtr data;
-    data->SetAsText(text, *locale);
-    return data;
-}
-
-fmx::DataUniquePtr textData(std::u16string_view text)
-{
-    const fmx::TextUniquePtr kitText;
-    kitText->AssignUnicodeWithLength(kitUnits(text), static_cast<fmx::uint32>(text.size()));
-    return textData(*kitText);
-}
-
-fmx::DataUniquePtr numberData(const fmx::FixPt& number)
-{
-    fmx::DataUniquePtr data;
-    data->SetAsNumber(number);
-    return data;
-}
-
 } // namespace
-
-std::string isoText(const Timestamp& timestamp)
-{
-    char buffer[80];
-    const int length =
-        std::snprintf(buffer, sizeof buffer, "%04d-%02d-%02dT%02d:%02d:%02d", timestamp.year, timestamp.month,
-                      timestamp.day, timestamp.hour, timestamp.minute, timestamp.second);
-    return std::string(buffer, static_cast<std::size_t>(length));
-}
 
 Value::Value() : Value(fmx::DataUniquePtr()) {}
 
-Value::Value(std::u16string_view text) : Value(textData(text)) {}
-
-Value::Value(const fmx::Text& text) : Value(textData(text)) {}
+Value::Value(std::u16string_view text)
+{
+    const fmx::TextUniquePtr kitText;
+    kitText->AssignUnicodeWithLength(kitUnits(text), static_cast<fmx::uint32>(text.size()));
+    *this = Value(*kitText);
+}
 
 Value::Value(std::string_view utf8Text) : Value(toUtf16(utf8Text)) {}
 
@@ -63,54 +35,37 @@ Value::Value(std::int64_t number)
     *this = Value(*fixed);
 }
 
-Value::Value(double number)
+Value::Value(const fmx::Text& text)
 {
-    const fmx::FixPtUniquePtr fixed;
-    fixed->AssignDouble(number);
-    *this = Value(*fixed);
-}
-
-Value::Value(const Timestamp& timestamp)
-{
-    const fmx::DateTimeUniquePtr time;
-    time->SetNormalizedDate(static_cast<fmx::int16>(timestamp.month), static_cast<fmx::int16>(timestamp.day),
-                            static_cast<fmx::int16>(timestamp.year));
-    time->SetNormalizedTime(timestamp.hour, static_cast<fmx::int16>(timestamp.minute),
-                            static_cast<fmx::int16>(timestamp.second));
     fmx::DataUniquePtr data;
-    data->SetAsTimeStamp(*time);
+    data->SetAsText(text, *fmx::LocaleUniquePtr(fmx::Locale::kType_System));
     *this = Value(std::move(data));
 }
 
-Value::Value(const fmx::FixPt& number) : Value(numberData(number)) {}
+Value::Value(const fmx::FixPt& number)
+{
+    fmx::DataUniquePtr data;
+    data->SetAsNumber(number);
+    *this = Value(std::move(data));
+}
 
 Value::Value(fmx::DataUniquePtr data) : data_(data.release()) {}
 
 ValueType Value::type() const
 {
+    using fmx::Data;
     const auto type = data_->GetNativeType();
-    if (type == fmx::Data::kDTText) {
-        return ValueType::text;
-    }
-    if (type == fmx::Data::kDTBinary) {
-        return ValueType::container;
-    }
-    if (data_->IsEmpty()) {
+    if (data_->IsEmpty() && type != Data::kDTText && type != Data::kDTBinary) {
         return ValueType::empty;
     }
-    switch (type) {
-    case fmx::Data::kDTNumber:
-    case fmx::Data::kDTBoolean:
-        return ValueType::number;
-    case fmx::Data::kDTDate:
-        return ValueType::date;
-    case fmx::Data::kDTTime:
-        return ValueType::time;
-    case fmx::Data::kDTTimeStamp:
-        return ValueType::timestamp;
-    default:
-        return ValueType::empty;
-    }
+    static const std::map<Data::DataType, ValueType> types{
+        {Data::kDTText, ValueType::text},           {Data::kDTBinary, ValueType::container},
+        {Data::kDTNumber, ValueType::number},       {Data::kDTBoolean, ValueType::number},
+        {Data::kDTDate, ValueType::date},           {Data::kDTTime, ValueType::time},
+        {Data::kDTTimeStamp, ValueType::timestamp},
+    };
+    const auto known = types.find(type);
+    return known != types.end() ? known->second : ValueType::empty;
 }
 
 std::u16string Value::text() const
@@ -138,25 +93,19 @@ bool Value::boolean() const
     return data_->GetAsBoolean();
 }
 
-Timestamp Value::timestamp() const
+std::string Value::isoText() const
 {
     const fmx::DateTime& time = data_->GetAsTimeStamp();
-    return {time.GetYear(), time.GetMonth(), time.GetDay(), time.GetHour(), time.GetMinute(), time.GetSec()};
+    char text[80];
+    std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d", time.GetYear(), time.GetMonth(), time.GetDay(),
+                  time.GetHour(), time.GetMinute(), time.GetSec());
+    return text;
 }
 
 std::u16string unitsOf(const fmx::Text& text)
 {
-    return unitsOf(text, 0, text.GetSize());
-}
-
-std::u16string unitsOf(const fmx::Text& text, std::uint32_t position, std::uint32_t size)
-{
-    const std::uint32_t total = text.GetSize();
-    if (position >= total) {
-        return {};
-    }
-    std::u16string units(std::min(size, total - position), u'\0');
-    text.GetUnicode(reinterpret_cast<fmx::uint16*>(units.data()), position, static_cast<fmx::uint32>(units.size()));
+    std::u16string units(text.GetSize(), u'\0');
+    text.GetUnicode(reinterpret_cast<fmx::uint16*>(units.data()), 0, text.GetSize());
     return units;
 }
 

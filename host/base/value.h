@@ -13,21 +13,6 @@ namespace fmxhost {
 
 enum class ValueType { empty, text, number, date, time, timestamp, container };
 
-// A point in local time, to the second.
-struct Timestamp {
-    int year = 0;
-    int month = 0; // 1 to 12
-    int day = 0;   // 1 to 31
-    int hour = 0;
-    int minute = 0;
-    int second = 0;
-
-    friend bool operator==(const Timestamp&, const Timestamp&) = default;
-};
-
-// "YYYY-MM-DDTHH:MM:SS", as ISO 8601 writes a local time.
-std::string isoText(const Timestamp& timestamp);
-
 // An immutable value; copies share it, so a long text is copied at no cost.
 //
 // Thread rule: one Value object and its copies belong to one thread at a time, because the conversions of fmx::Data
@@ -45,8 +30,6 @@ public:
     Value(const std::filesystem::path& path) : Value(std::string_view(path.native())) {}
     Value(std::int32_t number) : Value(static_cast<std::int64_t>(number)) {}
     Value(std::int64_t number);
-    Value(double number);
-    Value(const Timestamp& timestamp);
     explicit Value(const fmx::Text& text); // shares the text's buffer
     explicit Value(const fmx::FixPt& number);
     explicit Value(fmx::DataUniquePtr data); // must not be null
@@ -65,15 +48,14 @@ public:
     double number() const;
     bool boolean() const;
 
-    // Meaningful for dates, times and timestamps.
-    Timestamp timestamp() const;
+    // Of a date, a time or a timestamp: "YYYY-MM-DDTHH:MM:SS", as ISO 8601 writes a local time.
+    std::string isoText() const;
 
 private:
     std::shared_ptr<const fmx::Data> data_;
 };
 
-// The units of a kit text, or of the part of it from `position` on, at most `size` units of it.
+// The units of a kit text.
 std::u16string unitsOf(const fmx::Text& text);
-std::u16string unitsOf(const fmx::Text& text, std::uint32_t position, std::uint32_t size);
 
 } // namespace fmxhost

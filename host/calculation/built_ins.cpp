@@ -227,7 +227,7 @@ Value sortValues(const Arguments& arguments)
     return {result};
 }
 
-// Paths. FileMaker begins those of macOS with the volume, those of Windows with the drive; Linux has neither.
+// Paths. FileMaker begins those of macOS with the volume.
 constexpr std::string_view bootVolume = "/Macintosh HD";
 #ifdef __APPLE__
 constexpr std::string_view ownVolume = bootVolume;
@@ -236,94 +236,37 @@ constexpr std::string_view ownVolume;
 #endif
 constexpr std::string_view volumes = "/Volumes/";
 
-bool hasDrive(std::string_view path) // "C:…"
+bool isPosixPath(const Value& format)
 {
-    return path.size() > 1 && std::isalpha(static_cast<unsigned char>(path[0])) != 0 && path[1] == ':';
-}
-
-std::string replaced(std::string text, char wanted, char replacement)
-{
-    std::replace(text.begin(), text.end(), wanted, replacement);
-    return text;
-}
-
-std::string percentEncoded(std::string_view path)
-{
-    constexpr std::string_view plain = "-._~/:";
-    std::string result;
-    for (const char byte : path) {
-        const auto value = static_cast<unsigned char>(byte);
-        if (std::isalnum(value) != 0 || plain.find(byte) != std::string_view::npos) {
-            result += byte;
-        } else {
-            constexpr std::string_view digits = "0123456789ABCDEF";
-            result.append(1, '%').append(1, digits[value / 16]).append(1, digits[value % 16]);
-        }
-    }
-    return result;
-}
-
-std::string percentDecoded(std::string_view text)
-{
-    std::string result;
-    for (std::size_t at = 0; at < text.size(); ++at) {
-        const std::string digits(text.substr(std::min(at + 1, text.size()), 2));
-        if (text[at] == '%' && digits.size() == 2 &&
-            digits.find_first_not_of("0123456789abcdefABCDEF") == digits.npos) {
-            result += static_cast<char>(std::stoi(digits, nullptr, 16));
-            at += 2;
-        } else {
-            result += text[at];
-        }
-    }
-    return result;
-}
-
-// Without "file:", "filemac:", "imagelinux:" and the like.
-std::string_view withoutKind(std::string_view path, bool& ofMac)
-{
-    const std::size_t colon = path.find(':');
-    const std::size_t slash = path.find('/');
-    if (colon == std::string_view::npos || colon == 1 || slash < colon) {
-        return path;
-    }
-    ofMac = path.substr(0, colon).ends_with("mac");
-    return path.substr(colon + 1);
+    return foldCase(format.text()) == u"posixpath";
 }
 
 Value convertFromFileMakerPath(const Arguments& arguments)
 {
+    std::string path = arguments[0].utf8();
     bool ofMac = !ownVolume.empty();
-    const std::string given = arguments[0].utf8();
-    std::string path(withoutKind(given, ofMac));
-    const std::string format = arguments[1].utf8();
-    const bool ofWindows = path.starts_with("//") || (path.starts_with('/') && hasDrive(path.substr(1)));
-    if (format == "WinPath") {
-        return {replaced(path.starts_with('/') && hasDrive(path.substr(1)) ? path.substr(1) : path, '/', '\\')};
+    const std::size_t colon = path.find(':'); // behind "file", "filemac", "imagelinux" and the like
+    if (colon < path.find('/')) {
+        ofMac = path.substr(0, colon).ends_with("mac");
+        path.erase(0, colon + 1);
     }
     if (path == bootVolume || path.starts_with(std::string(bootVolume) + "/")) {
         path = path.size() == bootVolume.size() ? "/" : path.substr(bootVolume.size());
-    } else if (ofMac && !ofWindows && path.starts_with('/') && !path.starts_with(volumes)) {
+    } else if (ofMac && path.starts_with('/') && !path.starts_with(volumes)) {
         path = std::string(volumes) + path.substr(1);
     }
-    return {format == "URLPath" ? "file://" + percentEncoded(path) : path};
+    return isPosixPath(arguments[1]) ? Value(path) : Value(u"?");
 }
 
 Value convertToFileMakerPath(const Arguments& arguments)
 {
     std::string path = arguments[0].utf8();
-    const std::string format = arguments[1].utf8();
-    if (format == "URLPath" && path.starts_with("file://")) {
-        path = percentDecoded(path.substr(std::string_view("file://").size()));
-    }
-    if (format == "WinPath") {
-        path = (hasDrive(path) ? "/" : "") + replaced(path, '\\', '/');
-    } else if (!ownVolume.empty() && path.starts_with(volumes)) {
+    if (!ownVolume.empty() && path.starts_with(volumes)) {
         path.erase(0, volumes.size() - 1);
     } else if (path.starts_with('/')) {
         path.insert(0, ownVolume);
     }
-    return {"file:" + path};
+    return isPosixPath(arguments[1]) ? Value("file:" + path) : Value(u"?");
 }
 
 // A folder as Get answers it: FileMaker's path, with a "/" at its end.
@@ -335,7 +278,7 @@ Value folder(const char* variable, const char* below)
 }
 
 template <fmx::Data::DataType type>
-Value now(const Arguments&)
+Value now()
 {
     const fmx::DateTimeUniquePtr time;
     time->Now();
@@ -347,40 +290,41 @@ Value now(const Arguments&)
 
 } // namespace
 
-const BuiltIn* getFunction(std::u16string_view flag)
+std::optional<Value> stateOf(std::u16string_view flag)
 {
-    constexpr auto nothing = [](const Arguments&) { return Value(u""); };
-    static constexpr std::array<BuiltIn, 11> table{{
-        {u"Get ( CurrentDate )", u"", 0, 0, now<fmx::Data::kDTDate>},
-        {u"Get ( CurrentHostTimestamp )", u"", 0, 0, now<fmx::Data::kDTTimeStamp>},
-        {u"Get ( CurrentTime )", u"", 0, 0, now<fmx::Data::kDTTime>},
-        {u"Get ( CurrentTimestamp )", u"", 0, 0, now<fmx::Data::kDTTimeStamp>},
-        {u"Get ( DesktopPath )", u"", 0, 0, [](const Arguments&) { return folder("HOME", "Desktop/"); }},
-        {u"Get ( DocumentsPath )", u"", 0, 0, [](const Arguments&) { return folder("HOME", "Documents/"); }},
-        {u"Get ( LastError )", u"", 0, 0, [](const Arguments&) { return Value(0); }},
-        {u"Get ( ScriptParameter )", u"", 0, 0, nothing},
-        {u"Get ( ScriptResult )", u"", 0, 0, nothing},
-        {u"Get ( SystemPlatform )", u"", 0, 0, [](const Arguments&) { return Value(ownVolume.empty() ? 5 : 1); }},
-        {u"Get ( TemporaryPath )", u"", 0, 0, [](const Arguments&) { return folder("TMPDIR", ""); }},
-    }};
-    const auto* found = std::find_if(table.begin(), table.end(), [&](const BuiltIn& candidate) {
-        return foldCase(candidate.prototype) == u"get ( " + foldCase(flag) + u" )";
-    });
-    return found != table.end() ? found : nullptr;
+    constexpr auto nothing = [] { return Value(u""); };
+    static constexpr std::pair<std::u16string_view, Value (*)()> states[] = {
+        {u"currentdate", now<fmx::Data::kDTDate>},
+        {u"currenthosttimestamp", now<fmx::Data::kDTTimeStamp>},
+        {u"currenttime", now<fmx::Data::kDTTime>},
+        {u"currenttimestamp", now<fmx::Data::kDTTimeStamp>},
+        {u"desktoppath", [] { return folder("HOME", "Desktop/"); }},
+        {u"documentspath", [] { return folder("HOME", "Documents/"); }},
+        {u"lasterror", [] { return Value(0); }},
+        {u"scriptparameter", nothing},
+        {u"scriptresult", nothing},
+        {u"systemplatform", [] { return Value(ownVolume.empty() ? 5 : 1); }},
+        {u"temporarypath", [] { return folder("TMPDIR", ""); }},
+    };
+    for (const auto& [name, answer] : states) {
+        if (foldCase(flag) == name) {
+            return answer();
+        }
+    }
+    return std::nullopt;
 }
 
-std::span<const BuiltIn> builtIns()
+std::span<const Function> builtIns()
 {
-    static constexpr BuiltIn table[] = {
+    static constexpr Function table[] = {
         {u"Case ( test1 ; result1 { ; test2 ; result2 ; … ; default } )",
-         u"The result of the first test that is true, else the default.", 2, anyNumberOfArguments, nullptr},
+         u"The result of the first test that is true, else the default.", 2, Function::anyNumber, nullptr},
         {u"Char ( number )", u"The character with this Unicode number; 10 is a line feed, 13 a ¶.", 1, 1, characterOf},
         {u"Code ( text )", u"The Unicode number of the first character.", 1, 1, codeOf},
         {u"ConvertFromFileMakerPath ( fileMakerPath ; format )",
-         u"A path as FileMaker writes it in another format: PosixPath, WinPath or URLPath.", 2, 2,
-         convertFromFileMakerPath},
-        {u"ConvertToFileMakerPath ( path ; format )",
-         u"A path in the format PosixPath, WinPath or URLPath as FileMaker writes it.", 2, 2, convertToFileMakerPath},
+         u"A path as FileMaker writes it in the format PosixPath.", 2, 2, convertFromFileMakerPath},
+        {u"ConvertToFileMakerPath ( path ; format )", u"A path in the format PosixPath as FileMaker writes it.", 2, 2,
+         convertToFileMakerPath},
         {u"DayOfWeek ( date )", u"1 for a Sunday to 7 for a Saturday.", 1, 1, dayOfWeek},
         {u"Evaluate ( expression )", u"The result of a text that is a calculation, \"?\" if it isn't one.", 1, 1,
          nullptr},
@@ -409,7 +353,7 @@ std::span<const BuiltIn> builtIns()
          [](const Arguments& in) { return Value(std::int64_t{in[0].data().GetAsText().GetSize()}); }},
         {u"Let ( [ name1 = value1 ; $name2 = value2 ; … ] ; calculation )",
          u"Names values for a calculation; those with $ stay set for the calculations that follow.", 2, 2, nullptr},
-        {u"List ( value1 { ; value2 ; … } )", u"The values that aren't empty, separated by ¶.", 1, anyNumberOfArguments,
+        {u"List ( value1 { ; value2 ; … } )", u"The values that aren't empty, separated by ¶.", 1, Function::anyNumber,
          list},
         {u"Lower ( text )", u"The text in lower case.", 1, 1,
          [](const Arguments& in) { return inCase(in[0], &fmx::Text::Lowercase); }},
@@ -418,7 +362,7 @@ std::span<const BuiltIn> builtIns()
          patternCount},
         {u"Position ( text ; searchString ; start ; occurrence )",
          u"Where a text stands in another one, in any letter case; 0 when it isn't there.", 4, 4, position},
-        {u"PosixPath", u"A format for the conversions of paths.", 0, 0,
+        {u"PosixPath", u"The format of paths that the conversions know.", 0, 0,
          [](const Arguments&) { return Value(u"PosixPath"); }},
         {u"Quote ( text )", u"The text as a calculation would write it, in quotation marks.", 1, 1, quote},
         {u"Right ( text ; numberOfCharacters )", u"The end of a text.", 2, 2, right},
@@ -434,14 +378,10 @@ std::span<const BuiltIn> builtIns()
         {u"True", u"The number 1.", 0, 0, [](const Arguments&) { return Value(1); }},
         {u"Upper ( text )", u"The text in upper case.", 1, 1,
          [](const Arguments& in) { return inCase(in[0], &fmx::Text::Uppercase); }},
-        {u"URLPath", u"A format for the conversions of paths.", 0, 0,
-         [](const Arguments&) { return Value(u"URLPath"); }},
         {u"ValueCount ( text )", u"How many values a list separated by ¶ has.", 1, 1,
          [](const Arguments& in) { return Value(static_cast<std::int64_t>(valuesOf(in[0]).size())); }},
         {u"While ( [ name1 = value1 ; … ] ; condition ; [ name1 = value2 ; … ] ; result )",
          u"Sets the second list's names over and over while the condition is true.", 4, 4, nullptr},
-        {u"WinPath", u"A format for the conversions of paths.", 0, 0,
-         [](const Arguments&) { return Value(u"WinPath"); }},
     };
     return table;
 }

@@ -1,299 +1,488 @@
-// Walks the tree that the parser made. Values are the kit's, and so are the conversions and the decimal arithmetic;
-// what stands here is how FileMaker's operators choose between text and number, and the forms that evaluate only a part
-// of what they are given. The parser has limited the depth of the recursion.
+// The way of a calculation: tokenize() cuts the text into tokens, and Parser reads them by recursive descent, one level
+// of operators calling the next stronger one. What it makes of each part is a function that evaluates that part, and
+// calls those that it has made of the parts within. A chain of operators of one level is one of them, so that only
+// nesting, which is limited, needs the stack. Names of Let and While are numbered as they are read and never looked for
+// again.
 #include "host/calculation/evaluate.h"
 
 #include "host/base/plugin.h"
 #include "host/base/unicode.h"
 
 #include <algorithm>
+#include <array>
 #include <chrono>
-#include <compare>
 #include <exception>
+#include <iterator>
 #include <new>
-#include <utility>
 
 namespace fmxhost {
 namespace {
 
-bool isText(const Value& value)
-{
-    return value.type() == ValueType::text || value.type() == ValueType::empty;
-}
-
-bool hasDigit(std::u16string_view text)
-{
-    return std::any_of(text.begin(), text.end(), [](char16_t unit) { return unit >= u'0' && unit <= u'9'; });
-}
-
-Value concatenated(const Value& left, const Value& right)
-{
-    const fmx::TextUniquePtr text;
-    text->SetText(left.data().GetAsText());
-    text->AppendText(right.data().GetAsText());
-    return Value(*text);
-}
-
-Value calculated(Operator operation, const Value& left, const Value& right, Span place)
-{
-    const fmx::FixPt& a = left.data().GetAsNumber();
-    const fmx::FixPt& b = right.data().GetAsNumber();
-    const fmx::FixPtUniquePtr result;
-    switch (operation) {
-    case Operator::add:
-        a.Add(b, *result);
-        break;
-    case Operator::subtract:
-        a.Subtract(b, *result);
-        break;
-    case Operator::multiply:
-        a.Multiply(b, *result);
-        break;
-    default:
-        if (a.Divide(b, *result) != 0) {
-            throw CalculationError(place, "A number can't be divided by zero.");
-        }
-        break;
-    }
-    return Value(*result);
-}
-
-Value truth(bool holds)
-{
-    return {holds ? 1 : 0};
-}
-
-// See Evaluator::evaluate().
-std::weak_ordering compare(const Value& left, const Value& right)
-{
-    const bool asTexts = (isText(left) && isText(right)) || (isText(left) && !hasDigit(left.text())) ||
-                         (isText(right) && !hasDigit(right.text()));
-    if (asTexts) {
-        return foldCase(left.text()).compare(foldCase(right.text())) <=> 0;
-    }
-    const fmx::FixPt& a = left.data().GetAsNumber();
-    const fmx::FixPt& b = right.data().GetAsNumber();
-    if (a == b) {
-        return std::weak_ordering::equivalent;
-    }
-    return a < b ? std::weak_ordering::less : std::weak_ordering::greater;
-}
-
-// The result of a binary operator, `logicalAnd` and `logicalOr` without their short cut.
-Value apply(Operator operation, const Value& left, const Value& right, Span place)
-{
-    switch (operation) {
-    case Operator::logicalOr:
-        return truth(left.boolean() || right.boolean());
-    case Operator::logicalXor:
-        return truth(left.boolean() != right.boolean());
-    case Operator::logicalAnd:
-        return truth(left.boolean() && right.boolean());
-    case Operator::equal:
-        return truth(std::is_eq(compare(left, right)));
-    case Operator::notEqual:
-        return truth(std::is_neq(compare(left, right)));
-    case Operator::less:
-        return truth(std::is_lt(compare(left, right)));
-    case Operator::greater:
-        return truth(std::is_gt(compare(left, right)));
-    case Operator::lessOrEqual:
-        return truth(std::is_lteq(compare(left, right)));
-    case Operator::greaterOrEqual:
-        return truth(std::is_gteq(compare(left, right)));
-    case Operator::concatenate:
-        return concatenated(left, right);
-    default:
-        return calculated(operation, left, right, place);
-    }
-}
-
-Value negated(const Value& value)
-{
-    const fmx::FixPtUniquePtr result;
-    const fmx::FixPtUniquePtr zero;
-    zero->Subtract(value.data().GetAsNumber(), *result);
-    return Value(*result);
-}
+constexpr const char* tooFewParameters = "There are too few parameters in this function.";
+constexpr const char* tooManyParameters = "There are too many parameters in this function.";
 
 // A function answered an error code: what is still to do in this calculation is left out.
 struct FunctionFailed {
     fmx::errcode error;
 };
 
-class Walker {
+Value called(const fmxkit::ExternalFunction& function, const std::vector<Value>& arguments, Span span)
+{
+    CallOutcome outcome = Plugin::call(function, arguments);
+    if (outcome.exception) {
+        throw PluginThrew(span, "An exception left " + toUtf8(function.name) + ": " + *outcome.exception);
+    }
+    if (outcome.error != 0) {
+        throw FunctionFailed{outcome.error};
+    }
+    return std::move(outcome.value);
+}
+
+class Parser {
 public:
-    Walker(const FunctionTable& functions, const ParserOptions& options, std::map<std::u16string, Value>& variables)
-        : functions_(functions), options_(options), variables_(variables)
+    Parser(std::u16string_view source, const FunctionTable& functions, const ParserOptions& options)
+        : tokens_(tokenize(source)), functions_(functions), options_(options)
     {
     }
 
-    Value evaluate(const Expression& expression)
+    Calculation run()
     {
-        return std::visit([&](const auto& form) { return evaluate(form, expression.span); }, expression.form);
+        Calculation calculation;
+        if (current().kind == TokenKind::end) {
+            fail("There is nothing to calculate.");
+        }
+        if (current().kind == TokenKind::variable && tokens_[position_ + 1].is(u"=")) {
+            calculation.assignedVariable = foldCase(take().text);
+            take();
+        }
+        calculation.expression = expression();
+        if (current().kind != TokenKind::end) {
+            failAfterOperand();
+        }
+        calculation.locals = localCount_;
+        return calculation;
     }
 
 private:
-    static Value evaluate(const Literal& literal, Span) { return literal.value; }
+    using Action = std::function<void(Scope&)>;
 
-    Value evaluate(const VariableReference& reference, Span) const
+    // ---- Tokens
+
+    const Token& current() const { return tokens_[position_]; }
+    Token take() { return std::move(tokens_[position_++]); } // never the last one, of kind `end`
+
+    bool takeIf(std::u16string_view symbol)
     {
-        const auto found = variables_.find(reference.name);
-        return found != variables_.end() ? found->second : Value();
+        if (!current().is(symbol)) {
+            return false;
+        }
+        if (symbol == u"(" || symbol == u"[") {
+            open_.push_back(position_);
+        } else if ((symbol == u")" || symbol == u"]") && !open_.empty()) {
+            open_.pop_back();
+        }
+        ++position_;
+        return true;
     }
 
-    Value evaluate(const LocalReference& reference, Span) const
+    // What ends an operand, or something in a list where ";" could go on with it.
+    void expect(std::u16string_view symbol, bool inList = false)
     {
-        const auto found = std::find_if(locals_.rbegin(), locals_.rend(),
-                                        [&](const auto& local) { return local.first == reference.name; });
-        return found->second; // the parser lets only names through that are defined here
+        if (takeIf(symbol)) {
+            return;
+        }
+        if (current().kind != TokenKind::end && current().kind != TokenKind::symbol) {
+            failAfterOperand();
+        }
+        fail((inList ? "\";\" or \"" : "\"") + toUtf8(symbol) + "\" is expected here.");
     }
 
-    Value evaluate(const Call& call, Span span)
+    // The ";" before a part that must be there.
+    void separator()
     {
-        std::vector<Value> arguments;
-        arguments.reserve(call.arguments.size());
-        for (const ExpressionPtr& argument : call.arguments) {
-            arguments.push_back(evaluate(*argument));
+        if (current().is(u")")) {
+            fail(tooFewParameters);
         }
-        if (const auto* builtIn = std::get_if<const BuiltIn*>(&call.function)) {
-            return (*builtIn)->evaluate(arguments);
-        }
-        const auto& function = *std::get<const fmxkit::ExternalFunction*>(call.function);
-        CallOutcome outcome = Plugin::call(function, arguments);
-        if (outcome.exception) {
-            throw PluginThrew(span, "An exception left " + toUtf8(function.name) + ": " + *outcome.exception);
-        }
-        if (outcome.error != 0) {
-            throw FunctionFailed{outcome.error};
-        }
-        return std::move(outcome.value);
+        expect(u";");
     }
 
-    Value evaluate(const OperatorChain& chain, Span)
+    void closeForm()
     {
-        Value result = evaluate(*chain.first);
-        for (const OperatorChain::Link& link : chain.links) {
-            // As in FileMaker, "and" and "or" leave out what can't change the result.
-            const bool decided = (link.operation == Operator::logicalAnd && !result.boolean()) ||
-                                 (link.operation == Operator::logicalOr && result.boolean());
-            result = decided ? Value(result.boolean() ? 1 : 0)
-                             : apply(link.operation, result, evaluate(*link.operand), link.place);
+        if (current().is(u";")) {
+            fail(tooManyParameters);
         }
+        expect(u")");
+    }
+
+    // From there to the last token that was taken.
+    Span spanFrom(std::size_t offset) const
+    {
+        const Span& last = tokens_[position_ - 1].span;
+        return {offset, last.offset + last.length - offset};
+    }
+
+    // What is missing at the end is first of all the bracket that is open.
+    [[noreturn]] void fail(const std::string& message) const
+    {
+        const bool isOpen = current().kind == TokenKind::end && !open_.empty();
+        const Token& token = isOpen ? tokens_[open_.back()] : current();
+        throw CalculationError(token.span, isOpen ? lonelyText(token) : message);
+    }
+
+    [[noreturn]] void failAfterOperand() const
+    {
+        fail(current().is(u")") || current().is(u"]") ? lonelyText(current())
+                                                      : "An operator (such as + - * / & =) is expected here.");
+    }
+
+    // About a bracket.
+    static std::string lonelyText(const Token& token)
+    {
+        constexpr std::u16string_view brackets = u"()[]";
+        const std::size_t other = brackets.find(token.text) ^ 1U;
+        return "There is no \"" + toUtf8(brackets.substr(other, 1)) + "\" for this \"" + toUtf8(token.text) + "\".";
+    }
+
+    // ---- Operators and operands
+
+    Expression expression(int level = 0)
+    {
+        struct Link {
+            const Operator* operation;
+            Span place; // of the operator
+            Expression operand;
+        };
+        if (level > strongestLevel) {
+            return operand();
+        }
+        Expression first = expression(level + 1);
+        std::vector<Link> links;
+        while (const Operator* operation = operatorOf(level)) {
+            const Span place = take().span;
+            links.push_back({operation, place, expression(level + 1)});
+        }
+        if (links.empty()) {
+            return first;
+        }
+        return [first = std::move(first), links = std::move(links)](Scope& scope) {
+            Value result = first(scope);
+            for (const auto& [operation, place, operand] : links) {
+                const auto& decidedBy = operation->decidedBy;
+                result = decidedBy && *decidedBy == result.boolean() ? Value(*decidedBy ? 1 : 0)
+                                                                     : operation->apply(result, operand(scope), place);
+            }
+            return result;
+        };
+    }
+
+    const Operator* operatorOf(int level) const
+    {
+        const auto all = operators();
+        const auto found = std::find_if(all.begin(), all.end(), [&](const Operator& entry) {
+            return entry.level == level && current().is(entry.symbol);
+        });
+        return found != all.end() ? &*found : nullptr;
+    }
+
+    Expression operand()
+    {
+        if (nesting_++ == maximumNesting) {
+            fail("This is nested too deeply: more than " + std::to_string(maximumNesting) + " levels.");
+        }
+        Expression result = nestedOperand();
+        --nesting_;
         return result;
     }
 
-    Value evaluate(const UnaryOperation& unary, Span)
+    Expression nestedOperand()
     {
-        const Value operand = evaluate(*unary.operand);
-        switch (unary.operation) {
-        case UnaryOperator::logicalNot:
-            return {operand.boolean() ? 0 : 1};
-        case UnaryOperator::minus:
-            return negated(operand);
+        switch (current().kind) {
+        case TokenKind::text:
+            return constant(Value(take().text));
+        case TokenKind::number:
+            return constant(Value(Value(take().text).data().GetAsNumber()));
+        case TokenKind::variable:
+            return [name = foldCase(take().text)](Scope& scope) {
+                const auto found = scope.variables.find(name);
+                return found != scope.variables.end() ? found->second : Value();
+            };
+        case TokenKind::name:
+            return named();
         default:
-            return Value(operand.data().GetAsNumber());
+            break;
         }
-    }
-
-    Value evaluate(const Let& let, Span)
-    {
-        const std::size_t outer = locals_.size();
-        bind(let.bindings, outer);
-        return leave(outer, evaluate(*let.body));
-    }
-
-    Value evaluate(const While& loop, Span span)
-    {
-        constexpr int maximumRounds = 50000; // FileMaker's, unless SetRecursion says otherwise
-        const std::size_t outer = locals_.size();
-        bind(loop.bindings, outer);
-        for (int round = 0; evaluate(*loop.condition).boolean(); ++round) {
-            if (round == maximumRounds) {
-                throw CalculationError(span, "While goes round more than 50000 times.");
-            }
-            bind(loop.logic, outer);
+        if (takeIf(u"(")) {
+            Expression inner = expression();
+            expect(u")");
+            return inner;
         }
-        return leave(outer, evaluate(*loop.result));
-    }
-
-    // Names that are bound here already get a new value.
-    void bind(const std::vector<Binding>& bindings, std::size_t outer)
-    {
-        for (const Binding& binding : bindings) {
-            Value value = evaluate(*binding.value);
-            if (binding.isVariable) {
-                variables_.insert_or_assign(binding.name, std::move(value));
-                continue;
-            }
-            const auto own = std::find_if(locals_.begin() + static_cast<std::ptrdiff_t>(outer), locals_.end(),
-                                          [&](const auto& local) { return local.first == binding.name; });
-            if (own != locals_.end()) {
-                own->second = std::move(value);
-            } else {
-                locals_.emplace_back(binding.name, std::move(value));
+        for (const Sign& sign : signs()) {
+            if (takeIf(sign.symbol)) {
+                return [apply = sign.apply, inner = operand()](Scope& scope) { return apply(inner(scope)); };
             }
         }
+        fail("A number, a text, a function, a variable or \"(\" is expected here.");
     }
 
-    Value leave(std::size_t outer, Value result)
+    static Expression constant(Value value)
     {
-        locals_.erase(locals_.begin() + static_cast<std::ptrdiff_t>(outer), locals_.end());
-        return result;
+        return [value = std::move(value)](Scope&) { return value; };
     }
 
-    // "?" for a text that is no calculation, as in FileMaker. Names that Let defines outside aren't known inside.
-    Value evaluate(const Evaluated& form, Span span)
+    Expression named()
     {
-        constexpr int maximumDepth = 10;
-        const std::u16string text = evaluate(*form.text).text();
-        if (depth_ == maximumDepth) {
-            throw CalculationError(span, "Evaluate is nested too deeply: more than 10 levels.");
+        const std::u16string name = foldCase(current().text);
+        const bool isCall = tokens_[position_ + 1].is(u"(");
+        const auto local = std::find_if(names_.rbegin(), names_.rend(), [&](const auto& n) { return n.first == name; });
+        if (!isCall && local != names_.rend()) {
+            take();
+            return [number = local->second](Scope& scope) { return scope.locals[number]; };
         }
-        Calculation calculation;
-        try {
-            calculation = parse(text, functions_, options_);
-        } catch (const CalculationError&) {
-            return {u"?"};
+        const auto* form = std::find_if(forms.begin(), forms.end(), [&](const Form& f) { return f.name == name; });
+        if (isCall && form != forms.end()) {
+            const std::size_t offset = take().span.offset;
+            takeIf(u"(");
+            return (this->*form->read)(offset);
         }
-        Walker inner(functions_, options_, variables_);
-        inner.depth_ = depth_ + 1;
-        try {
-            return inner.evaluate(*calculation.expression);
-        } catch (const CalculationError&) {
-            return {u"?"};
-        } catch (const PluginThrew& error) {
-            throw PluginThrew(span, error.what());
+        const Function* function = functions_.find(current().text);
+        if (function == nullptr) {
+            fail(functions_.unknownText(current().text, isCall ? "function" : "function or Let name"));
         }
+        return call(*function);
     }
 
-    Value evaluate(const Choice& choice, Span)
+    // ---- Calls
+
+    Expression call(const Function& function)
     {
-        for (const auto& [condition, result] : choice.branches) {
-            if (evaluate(*condition).boolean()) {
-                return evaluate(*result);
+        const Span name = take().span;
+        const bool isChecked = options_.checkArgumentCounts || function.external == nullptr;
+        std::vector<Expression> arguments;
+        if (takeIf(u"(") && !takeIf(u")")) {
+            do {
+                if (current().is(u"[") && function.name == u"Substitute" && arguments.size() % 2 == 1) {
+                    pair(arguments);
+                    continue;
+                }
+                if (isChecked && !function.takes(arguments.size() + 1)) {
+                    fail(tooManyParameters);
+                }
+                arguments.push_back(expression());
+            } while (takeIf(u";"));
+            expect(u")", true);
+        }
+        if (isChecked && arguments.size() < static_cast<std::size_t>(function.minimumArguments)) {
+            throw CalculationError(name, tooFewParameters);
+        }
+        if (function.evaluate == nullptr && function.external == nullptr) {
+            return choice(std::move(arguments));
+        }
+        return [&function, arguments = std::move(arguments), span = spanFrom(name.offset)](Scope& scope) {
+            std::vector<Value> values;
+            std::transform(arguments.begin(), arguments.end(), std::back_inserter(values),
+                           [&scope](const Expression& argument) { return argument(scope); });
+            return function.external == nullptr ? function.evaluate(values) : called(*function.external, values, span);
+        };
+    }
+
+    // [ searchString ; replaceString ]
+    void pair(std::vector<Expression>& arguments)
+    {
+        takeIf(u"[");
+        arguments.push_back(expression());
+        separator();
+        arguments.push_back(expression());
+        expect(u"]");
+    }
+
+    // If ( condition ; result {; otherwise} ) and Case ( condition ; result {; condition ; result …} {; otherwise} ):
+    // only the branch that is chosen is evaluated.
+    static Expression choice(std::vector<Expression> parts)
+    {
+        return [parts = std::move(parts)](Scope& scope) {
+            std::size_t index = 0;
+            while (index + 1 < parts.size() && !parts[index](scope).boolean()) {
+                index += 2;
+            }
+            const std::size_t chosen = index + 1 < parts.size() ? index + 1 : index;
+            return chosen < parts.size() ? parts[chosen](scope) : Value();
+        };
+    }
+
+    // ---- What looks like a call and is more than one. Each reads on behind its "(".
+
+    // Let ( name = … ; body ) or Let ( [ name = … ; name = … ] ; body )
+    Expression let(std::size_t)
+    {
+        const std::size_t outer = names_.size();
+        Action bind = bindings(outer);
+        separator();
+        Expression body = expression();
+        closeForm();
+        names_.resize(outer);
+        return [bind = std::move(bind), body = std::move(body)](Scope& scope) {
+            bind(scope);
+            return body(scope);
+        };
+    }
+
+    // While ( [ name = … ] ; condition ; [ name = … ] ; result )
+    Expression loop(std::size_t offset)
+    {
+        const std::size_t outer = names_.size();
+        const std::size_t firstLocal = localCount_;
+        Action bind = bindings(outer);
+        separator();
+        Expression condition = expression();
+        separator();
+        Action logic = bindings(outer);
+        separator();
+        Expression result = expression();
+        closeForm();
+        names_.resize(outer);
+        return [=, lastLocal = localCount_, span = spanFrom(offset)](Scope& scope) {
+            constexpr int maximumRounds = 50000; // FileMaker's, unless SetRecursion says otherwise
+            std::fill(&scope.locals[firstLocal], scope.locals.data() + lastLocal, Value()); // of the last time
+            bind(scope);
+            for (int round = 0; condition(scope).boolean(); ++round) {
+                if (round == maximumRounds) {
+                    throw CalculationError(span, "While goes round more than 50000 times.");
+                }
+                logic(scope);
+            }
+            return result(scope);
+        };
+    }
+
+    // Get ( flag ): the flag is a word, no expression.
+    Expression get(std::size_t)
+    {
+        if (current().kind != TokenKind::name) {
+            fail("The name of what is asked for is expected here, such as CurrentDate.");
+        }
+        const Token flag = take();
+        const auto answer = options_.getAnswers.find(foldCase(flag.text));
+        if (answer == options_.getAnswers.end() && !stateOf(flag.text)) {
+            const std::string name = toUtf8(flag.text);
+            throw CalculationError(flag.span,
+                                   "What Get ( " + name + " ) answers is said by the option --get " + name + "=….");
+        }
+        closeForm();
+        if (answer != options_.getAnswers.end()) {
+            return constant(answer->second);
+        }
+        return [name = flag.text](Scope&) { return *stateOf(name); };
+    }
+
+    // A text that is a calculation; "?" for one that is none, as in FileMaker. Names that Let defines outside aren't
+    // known inside.
+    Expression evaluated(std::size_t offset)
+    {
+        Expression text = expression();
+        closeForm();
+        return [&functions = functions_, &options = options_, text = std::move(text),
+                span = spanFrom(offset)](Scope& scope) -> Value {
+            constexpr int maximumDepth = 10;
+            const std::u16string source = text(scope).text();
+            try {
+                const Calculation calculation = parse(source, functions, options);
+                Scope inner{scope.variables, std::vector<Value>(calculation.locals), scope.depth + 1};
+                return inner.depth > maximumDepth ? Value(u"?") : calculation.expression(inner);
+            } catch (const PluginThrew& error) {
+                throw PluginThrew(span, error.what());
+            } catch (const CalculationError&) {
+                return {u"?"};
+            }
+        };
+    }
+
+    // One binding or a list of them, of a form whose own names begin at `outer`.
+    Action bindings(std::size_t outer)
+    {
+        std::vector<Action> all;
+        if (!takeIf(u"[")) {
+            return binding(outer);
+        }
+        while (!takeIf(u"]")) {
+            all.push_back(binding(outer));
+            if (!current().is(u"]") && !takeIf(u";")) {
+                expect(u"]", true);
             }
         }
-        return choice.otherwise ? evaluate(*choice.otherwise) : Value();
+        return [all = std::move(all)](Scope& scope) {
+            for (const Action& bind : all) {
+                bind(scope);
+            }
+        };
     }
 
+    Action binding(std::size_t outer)
+    {
+        const bool isVariable = current().kind == TokenKind::variable;
+        if (current().kind != TokenKind::name && !isVariable) {
+            fail("A name or a $variable is expected here.");
+        }
+        const std::u16string name = foldCase(take().text);
+        if (!takeIf(u"=")) {
+            fail("\"=\" is expected here.");
+        }
+        Expression value = expression();
+        if (isVariable) {
+            return [name, value](Scope& scope) { scope.variables.insert_or_assign(name, value(scope)); };
+        }
+        // A name that is bound here already gets a new value.
+        auto own = std::find_if(names_.begin() + static_cast<std::ptrdiff_t>(outer), names_.end(),
+                                [&](const auto& bound) { return bound.first == name; });
+        if (own == names_.end()) {
+            own = names_.insert(own, {name, localCount_++});
+        }
+        return [number = own->second, value](Scope& scope) { scope.locals[number] = value(scope); };
+    }
+
+    struct Form {
+        std::u16string_view name; // case-folded
+        Expression (Parser::*read)(std::size_t offset);
+    };
+    static constexpr std::array<Form, 4> forms{
+        {{u"let", &Parser::let}, {u"while", &Parser::loop}, {u"get", &Parser::get}, {u"evaluate", &Parser::evaluated}}};
+
+    std::vector<Token> tokens_;
     const FunctionTable& functions_;
     const ParserOptions& options_;
-    std::map<std::u16string, Value>& variables_;
-    std::vector<std::pair<std::u16string, Value>> locals_;
-    int depth_ = 0; // of Evaluate
+    std::size_t position_ = 0;
+    int nesting_ = 0;
+    std::vector<std::size_t> open_;                             // positions of the brackets that are open
+    std::vector<std::pair<std::u16string, std::size_t>> names_; // that are known here, case-folded, with their numbers
+    std::size_t localCount_ = 0;
 };
 
 } // namespace
+
+Calculation parse(std::u16string_view source, const FunctionTable& functions, const ParserOptions& options)
+{
+    return Parser(source, functions, options).run();
+}
 
 Evaluation Evaluator::evaluate(std::u16string_view source)
 {
     const Span whole{0, source.size()};
     try {
-        return evaluateUnguarded(source);
+        const Calculation calculation = parse(source, functions_, options_);
+        Scope scope{variables_, std::vector<Value>(calculation.locals)};
+        Evaluation evaluation;
+        const auto start = std::chrono::steady_clock::now();
+        try {
+            evaluation.value = calculation.expression(scope);
+        } catch (const FunctionFailed& failure) {
+            evaluation.value = Value(u"?");
+            evaluation.error = failure.error;
+        }
+        evaluation.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        if (calculation.assignedVariable) {
+            variables_.insert_or_assign(*calculation.assignedVariable, evaluation.value);
+        }
+        return evaluation;
     } catch (const CalculationError&) {
-        throw;
-    } catch (const PluginThrew&) {
         throw;
     } catch (const std::bad_alloc&) {
         throw CalculationError(whole, "There isn't enough memory for this calculation.");
@@ -301,24 +490,6 @@ Evaluation Evaluator::evaluate(std::u16string_view source)
         // The kit's one kind of failure: a number of more than 400 digits, or a text of 4 Gi units.
         throw CalculationError(whole, "A value in this calculation is too large.");
     }
-}
-
-Evaluation Evaluator::evaluateUnguarded(std::u16string_view source)
-{
-    const Calculation calculation = parse(source, functions_, options_);
-    Evaluation evaluation;
-    const auto start = std::chrono::steady_clock::now();
-    try {
-        evaluation.value = Walker(functions_, options_, variables_).evaluate(*calculation.expression);
-    } catch (const FunctionFailed& failure) {
-        evaluation.value = Value(u"?");
-        evaluation.error = failure.error;
-    }
-    evaluation.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    if (calculation.assignedVariable) {
-        variables_.insert_or_assign(*calculation.assignedVariable, evaluation.value);
-    }
-    return evaluation;
 }
 
 } // namespace fmxhost

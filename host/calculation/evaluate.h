@@ -3,15 +3,52 @@
 
 #include "host/base/value.h"
 #include "host/calculation/functions.h"
-#include "host/calculation/parse.h"
+#include "host/calculation/source.h"
 
+#include <cstddef>
+#include <functional>
 #include <map>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace fmxhost {
+
+// How deep parentheses, calls and signs may be nested. Deeper ones are an error instead of an exhausted stack.
+constexpr int maximumNesting = 200;
+
+struct ParserOptions {
+    bool checkArgumentCounts = true; // of the plug-in's functions; FileMaker's are always checked
+    // What Get answers, by the case-folded name of what is asked for; before what the host knows by itself.
+    std::map<std::u16string, Value> getAnswers;
+};
+
+// What a calculation works with while it is evaluated.
+struct Scope {
+    std::map<std::u16string, Value>& variables; // by case-folded name with its $; they outlive the calculation
+    std::vector<Value> locals;                  // of Let and While, one for each name in each of them
+    int depth = 0;                              // of Evaluate
+};
+
+using Expression = std::function<Value(Scope& scope)>;
+
+// A whole calculation: an expression, or one whose value a variable gets.
+struct Calculation {
+    std::optional<std::u16string> assignedVariable; // case-folded
+    Expression expression;
+    std::size_t locals = 0; // that its scope needs
+};
+
+// Binding strength, strongest first: signs and "not"; * /; + -; &; = ≠ < > ≤ ≥; and; or xor. Operators of one strength
+// go from left to right. "$name = …" as a whole calculation assigns; in parentheses it compares.
+//
+// Functions and options must outlive what is made of them.
+// Errors: CalculationError at the first place that is wrong, unknown names and wrong argument counts included: nothing
+// of a calculation with an error in it is ever evaluated.
+Calculation parse(std::u16string_view source, const FunctionTable& functions, const ParserOptions& options);
 
 // What a whole calculation brought.
 struct Evaluation {
@@ -21,13 +58,9 @@ struct Evaluation {
 };
 
 // An exception came out of a function of the plug-in. what() names the function and the exception, in UTF-8.
-class PluginThrew : public std::runtime_error {
+class PluginThrew : public CalculationError {
 public:
-    PluginThrew(Span span, const std::string& message) : std::runtime_error(message), span_(span) {}
-    Span span() const { return span_; } // the call
-
-private:
-    Span span_;
+    using CalculationError::CalculationError; // the span is the call's
 };
 
 // Thread rule: one thread at a time.
@@ -41,15 +74,12 @@ public:
 
     // Texts compare without letter case, numbers by value; a text that has no digit isn't equal to any number.
     // A variable that was never set is empty.
-    // Errors: CalculationError, PluginThrew.
+    // Errors: CalculationError, PluginThrew among them.
     Evaluation evaluate(std::u16string_view source);
 
-    const FunctionTable& functions() const { return functions_; }
     const std::map<std::u16string, Value>& variables() const { return variables_; } // by case-folded name with its $
 
 private:
-    Evaluation evaluateUnguarded(std::u16string_view source);
-
     const FunctionTable& functions_;
     ParserOptions options_;
     std::map<std::u16string, Value> variables_;

@@ -14,32 +14,30 @@ constexpr std::u16string_view fileMakersFunctions =
     u" abs acos asin atan average base64decode base64encode base64encoderfc case ceiling char choose code combination"
     u" convertfromfilemakerpath converttofilemakerpath cos count cryptauthcode cryptdecrypt cryptdecryptbase64"
     u" cryptdigest cryptencrypt cryptencryptbase64 cryptgeneratesignature cryptverifysignature databasenames date day"
-    u" dayname daynamej dayofweek dayofyear degrees div evaluate evaluationerror exact executesql executesqle exp "
-    u"extend"
-    u" factorial fieldbounds fieldcomment fieldids fieldnames fieldrepetitions fieldstyle fieldtype filter filtervalues"
-    u" findwordpartsinmodel floor fv get getaddontablename getasboolean getascss getasdate getasnumber getassvg"
-    u" getastext getastime getastimestamp getasurlencoded getavplayerattribute getbasetablename getcontainerattribute"
-    u" getfield getfieldname getfieldsonlayout getheight getlayoutobjectattribute getlivetext getlivetextasjson"
-    u" getmodelattributes getnextserialvalue getnthrecord getrecordids getrecordidsfromfoundset getrepetition"
-    u" getsensor getsummary gettableddl getthumbnail gettokencount getvalue getwidth hexdecode hexencode hiragana hour"
-    u" if int isempty isvalid isvalidexpression jsondeleteelement jsonformatelements jsongetelement"
+    u" dayname daynamej dayofweek dayofyear degrees div evaluate evaluationerror exact executesql executesqle exp"
+    u" extend factorial fieldbounds fieldcomment fieldids fieldnames fieldrepetitions fieldstyle fieldtype filter"
+    u" filtervalues findwordpartsinmodel floor fv get getaddontablename getasboolean getascss getasdate getasnumber"
+    u" getassvg getastext getastime getastimestamp getasurlencoded getavplayerattribute getbasetablename"
+    u" getcontainerattribute getfield getfieldname getfieldsonlayout getheight getlayoutobjectattribute getlivetext"
+    u" getlivetextasjson getmodelattributes getnextserialvalue getnthrecord getrecordids getrecordidsfromfoundset"
+    u" getrepetition getsensor getsummary gettableddl getthumbnail gettokencount getvalue getwidth hexdecode hexencode"
+    u" hiragana hour if int isempty isvalid isvalidexpression jsondeleteelement jsonformatelements jsongetelement"
     u" jsongetelementtype jsonlistkeys jsonlistvalues jsonmakearray jsonparse jsonparsedstate jsonsetelement"
     u" kanahankaku kanazenkaku kanjinumeral katakana last layoutids layoutnames layoutobjectnames left leftvalues"
     u" leftwords length let lg list ln location locationvalues log lookup lookupnext lower max middle middlevalues"
     u" middlewords min minute mod month monthname monthnamej normalizeembedding npv numtojtext patterncount pi pmt"
     u" position proper pv quote radians random relationinfo replace rgb right rightvalues rightwords romanhankaku"
-    u" romanzenkaku round samplingrate scriptids scriptnames second self serialincrement setprecision setrecursion sign"
-    u" sin sortvalues sqrt stdev stdevp substitute sum tableids tablenames tan textcolor textcolorremove textdecode"
-    u" textencode textfont textfontremove textformatremove textsize textsizeremove textstyleadd textstyleremove time"
-    u" timestamp trim trimall truncate uniquevalues upper valuecount valuelistids valuelistitems valuelistnames "
-    u"variance"
-    u" variancep verifycontainer weekofyear weekofyearfiscal while windownames wordcount year yearname ";
+    u" romanzenkaku round samplingrate scriptids scriptnames second self serialincrement setprecision setrecursion"
+    u" sign sin sortvalues sqrt stdev stdevp substitute sum tableids tablenames tan textcolor textcolorremove"
+    u" textdecode textencode textfont textfontremove textformatremove textsize textsizeremove textstyleadd"
+    u" textstyleremove time timestamp trim trimall truncate uniquevalues upper urlpath valuecount valuelistids"
+    u" valuelistitems valuelistnames variance variancep verifycontainer weekofyear weekofyearfiscal while windownames"
+    u" winpath wordcount year yearname ";
 
 // Without the prefix that all functions of a plug-in share, which says nothing about which one is meant.
-std::u16string_view withoutPrefix(std::u16string_view name)
+std::u16string withoutPrefix(const std::u16string& name)
 {
-    const std::size_t underscore = name.find(u'_');
-    return underscore == std::u16string_view::npos ? name : name.substr(underscore + 1);
+    return name.substr(name.find(u'_') + 1); // npos + 1: all of it
 }
 
 // How many insertions, deletions, substitutions and swaps of neighbours make one text of the other (optimal string
@@ -67,115 +65,56 @@ std::size_t editDistance(std::u16string_view a, std::u16string_view b)
 
 } // namespace
 
-bool isFileMakersFunction(std::u16string_view name)
+std::string rangeText(int least, int most)
 {
-    return fileMakersFunctions.find(u' ' + foldCase(name) + u' ') != std::u16string_view::npos;
+    return std::to_string(least) + (most < 0 ? " or more" : most != least ? " to " + std::to_string(most) : "");
 }
 
-std::u16string_view nameOf(const Function& function)
-{
-    return std::visit([](const auto* entry) { return std::u16string_view(entry->name); }, function);
-}
-
-std::u16string_view prototypeOf(const Function& function)
-{
-    return std::visit([](const auto* entry) { return std::u16string_view(entry->prototype); }, function);
-}
-
-std::u16string_view descriptionOf(const Function& function)
-{
-    return std::visit([](const auto* entry) { return descriptionText(entry->description); }, function);
-}
-
-int minimumArguments(const Function& function)
-{
-    return std::visit([](const auto* entry) { return static_cast<int>(entry->minimumArguments); }, function);
-}
-
-int maximumArguments(const Function& function)
-{
-    const int maximum =
-        std::visit([](const auto* entry) { return static_cast<int>(entry->maximumArguments); }, function);
-    return maximum < 0 ? anyNumberOfArguments : maximum;
-}
-
-std::u16string_view descriptionText(std::u16string_view description)
-{
-    const std::size_t bar = description.find(u'|');
-    return bar == std::u16string_view::npos ? description : description.substr(bar + 1);
-}
-
-std::u16string nearest(std::u16string_view word, const std::vector<std::u16string_view>& candidates)
+std::string suggestion(std::string_view word, const std::vector<std::string>& candidates)
 {
     constexpr std::size_t longestWord = 200;
-    if (word.size() > longestWord) {
-        return {};
-    }
-    const std::u16string given = foldCase(word);
-    std::u16string_view best;
-    std::size_t bestDistance = std::max<std::size_t>(1, withoutPrefix(given).size() / 3) + 1;
-    for (const std::u16string_view candidate : candidates) {
-        const std::u16string folded = foldCase(candidate);
-        const std::size_t distance =
-            std::min(editDistance(given, folded), editDistance(withoutPrefix(given), withoutPrefix(folded)));
+    const std::u16string given = withoutPrefix(foldCase(toUtf16(word)));
+    std::string best;
+    std::size_t bestDistance = std::max<std::size_t>(1, given.size() / 3) + 1;
+    for (const std::string& candidate : candidates) {
+        const std::u16string folded = withoutPrefix(foldCase(toUtf16(candidate)));
+        const std::size_t distance = given.size() > longestWord ? bestDistance : editDistance(given, folded);
         if (distance < bestDistance) {
-            best = candidate;
+            best = " Did you mean " + candidate + "?";
             bestDistance = distance;
         }
     }
-    return std::u16string(best);
-}
-
-std::string didYouMean(std::u16string_view suggestion)
-{
-    return suggestion.empty() ? std::string() : " Did you mean " + toUtf8(suggestion) + "?";
+    return best;
 }
 
 FunctionTable::FunctionTable(const std::vector<fmxkit::ExternalFunction>& functions)
 {
-    for (const BuiltIn& builtIn : builtIns()) {
-        byFoldedName_.emplace(foldCase(builtIn.name), &builtIn);
-    }
     for (const fmxkit::ExternalFunction& function : functions) {
-        functions_.emplace_back(&function);
-        byFoldedName_.emplace(foldCase(function.name), &function);
+        functions_.emplace_back(function);
     }
-    for (const BuiltIn& builtIn : builtIns()) {
-        functions_.emplace_back(&builtIn);
+    functions_.insert(functions_.end(), builtIns().begin(), builtIns().end());
+    for (const Function& function : functions_) {
+        const Function*& known = byFoldedName_[foldCase(function.name)];
+        known = known == nullptr || function.external == nullptr ? &function : known;
     }
 }
 
-std::optional<Function> FunctionTable::find(std::u16string_view name) const
+const Function* FunctionTable::find(std::u16string_view name) const
 {
     const auto found = byFoldedName_.find(foldCase(name));
-    return found != byFoldedName_.end() ? std::optional(found->second) : std::nullopt;
+    return found != byFoldedName_.end() ? found->second : nullptr;
 }
 
-std::u16string FunctionTable::suggestionFor(std::u16string_view name) const
+std::string FunctionTable::unknownText(std::u16string_view name, std::string_view kind) const
 {
-    std::vector<std::u16string_view> names;
-    std::transform(functions_.begin(), functions_.end(), std::back_inserter(names), nameOf);
-    return nearest(name, names);
-}
-
-std::vector<Function> FunctionTable::withPrefix(std::u16string_view prefix) const
-{
-    std::vector<Function> found;
-    std::copy_if(functions_.begin(), functions_.end(), std::back_inserter(found),
-                 [&](const Function& function) { return foldCase(nameOf(function)).starts_with(foldCase(prefix)); });
-    return found;
-}
-
-std::vector<Function> FunctionTable::about(std::u16string_view word) const
-{
-    std::vector<Function> found;
-    std::copy_if(functions_.begin(), functions_.end(), std::back_inserter(found), [&](const Function& function) {
-        const std::u16string_view description =
-            std::visit([](const auto* entry) { return std::u16string_view(entry->description); }, function);
-        return foldCase(nameOf(function)).find(foldCase(word)) != std::u16string::npos ||
-               foldCase(description).find(foldCase(word)) != std::u16string::npos;
-    });
-    return found;
+    if (fileMakersFunctions.find(u' ' + foldCase(name) + u' ') != std::u16string_view::npos) {
+        return toUtf8(name) + " is a function of FileMaker that fmxhost lacks.";
+    }
+    std::vector<std::string> names;
+    for (const Function& function : functions_) {
+        names.push_back(toUtf8(function.name));
+    }
+    return "There is no " + std::string(kind) + " called " + toUtf8(name) + "." + suggestion(toUtf8(name), names);
 }
 
 } // namespace fmxhost

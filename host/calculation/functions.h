@@ -1,87 +1,103 @@
-// The functions that a calculation may call: those of a plug-in, and as many of FileMaker's own as scripts around them
-// need.
+// What a calculation may use: operators, the functions of a plug-in, and as many of FileMaker's own as scripts around
+// them need.
 #pragma once
 
 #include "host/base/value.h"
+#include "host/calculation/source.h"
 
 #include <fmxkit/registry.h>
 
-#include <cstddef>
-#include <limits>
 #include <map>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
-#include <variant>
 #include <vector>
 
 namespace fmxhost {
 
-struct BuiltIn {
-    constexpr BuiltIn(std::u16string_view prototypeText, std::u16string_view descriptionText, int minimum, int maximum,
-                      Value (*function)(const std::vector<Value>& arguments))
-        : name(prototypeText.substr(0, prototypeText.find(u' '))), prototype(prototypeText),
-          description(descriptionText), minimumArguments(minimum), maximumArguments(maximum), evaluate(function)
+struct Operator {
+    std::u16string_view symbol;
+    int level;                     // of binding, weakest first
+    std::optional<bool> decidedBy; // the left operand that is the result whatever stands on the right
+    // Errors: CalculationError at `place`.
+    Value (*apply)(const Value& left, const Value& right, Span place);
+};
+constexpr int strongestLevel = 5;
+std::span<const Operator> operators();
+
+// What stands before an operand and binds stronger than all operators.
+struct Sign {
+    std::u16string_view symbol;
+    Value (*apply)(const Value& operand);
+};
+std::span<const Sign> signs();
+
+struct Function {
+    static constexpr int anyNumber = -1; // of arguments
+
+    // One of FileMaker's. Its prototype begins with its name.
+    constexpr Function(std::u16string_view itsPrototype, std::u16string_view itsDescription, int least, int most,
+                       Value (*function)(const std::vector<Value>& arguments))
+        : name(itsPrototype.substr(0, itsPrototype.find(u' '))), prototype(itsPrototype), description(itsDescription),
+          minimumArguments(least), maximumArguments(most), evaluate(function)
     {
     }
+    // A plug-in's, which must stay where it is.
+    explicit Function(const fmxkit::ExternalFunction& function)
+        : name(function.name), prototype(function.prototype), description(function.description),
+          minimumArguments(function.minimumArguments), maximumArguments(function.maximumArguments), external(&function)
+    {
+    }
+
+    bool takes(std::size_t arguments) const
+    {
+        return maximumArguments < 0 || arguments <= std::size_t(maximumArguments);
+    }
+
     std::u16string_view name;
     std::u16string_view prototype;
-    std::u16string_view description;
+    std::u16string_view description; // of a plug-in's function behind the words to find it by and a "|"
     int minimumArguments;
-    int maximumArguments;
-    Value (*evaluate)(const std::vector<Value>& arguments); // null: the parser makes a form of its own of it
+    int maximumArguments; // anyNumber, or another negative one
+    // Neither: the parser makes a form of its own of it.
+    Value (*evaluate)(const std::vector<Value>& arguments) = nullptr;
+    const fmxkit::ExternalFunction* external = nullptr;
 };
 
-// In alphabetical order.
-std::span<const BuiltIn> builtIns();
+// How many arguments there may be: "1", "2 to 4"; "1 or more" when the most is negative.
+std::string rangeText(int least, int most);
 
-// What answers Get ( flag ), a function without arguments, in any letter case; null for a flag that isn't known.
-const BuiltIn* getFunction(std::u16string_view flag);
+// FileMaker's, in alphabetical order.
+std::span<const Function> builtIns();
 
-// Whether FileMaker has a function of that name, in any letter case, that the host lacks.
-bool isFileMakersFunction(std::u16string_view name);
+// What Get ( flag ) answers, in any letter case; nothing for a flag that isn't known.
+std::optional<Value> stateOf(std::u16string_view flag);
 
-using Function = std::variant<const BuiltIn*, const fmxkit::ExternalFunction*>;
-
-constexpr int anyNumberOfArguments = std::numeric_limits<int>::max();
-
-std::u16string_view nameOf(const Function& function);
-std::u16string_view prototypeOf(const Function& function);
-std::u16string_view descriptionOf(const Function& function); // without the words to find it by, see descriptionText()
-int minimumArguments(const Function& function);
-int maximumArguments(const Function& function); // anyNumberOfArguments where there is no limit
-
-// A description without the type-ahead words before its "|".
-std::u16string_view descriptionText(std::u16string_view description);
-
-// The candidate that was probably meant by a word, or an empty one. Letter case doesn't count, nor does a prefix that
-// ends with an underscore.
-std::u16string nearest(std::u16string_view word, const std::vector<std::u16string_view>& candidates);
-
-// " Did you mean x?", or nothing for an empty suggestion; UTF-8.
-std::string didYouMean(std::u16string_view suggestion);
+// " Did you mean x?" of the candidate that was probably meant by a word, or nothing. Letter case doesn't count, nor
+// does a prefix that ends with an underscore. All UTF-8.
+std::string suggestion(std::string_view word, const std::vector<std::string>& candidates);
 
 // Immutable once made.
 class FunctionTable {
 public:
     // The functions must stay where they are as long as the table is used.
     explicit FunctionTable(const std::vector<fmxkit::ExternalFunction>& functions);
+    FunctionTable(const FunctionTable&) = delete;
+    FunctionTable& operator=(const FunctionTable&) = delete;
 
-    // In any letter case; a built-in function hides a plug-in's function of the same name.
-    std::optional<Function> find(std::u16string_view name) const;
+    // The plug-in's in the order of registration, then FileMaker's.
+    const std::vector<Function>& all() const { return functions_; }
 
-    // The name that was probably meant, or an empty one.
-    std::u16string suggestionFor(std::u16string_view name) const;
+    // In any letter case, or null; a function of FileMaker's hides a plug-in's of the same name.
+    const Function* find(std::u16string_view name) const;
 
-    // Those whose name begins so, or that have the word in their name or description, in any letter case: the plug-in's
-    // in the order of registration, then the built-in ones.
-    std::vector<Function> withPrefix(std::u16string_view prefix) const;
-    std::vector<Function> about(std::u16string_view word) const;
+    // What is to be said about a name that find() doesn't know, for the user; UTF-8.
+    std::string unknownText(std::u16string_view name, std::string_view kind = "function") const;
 
 private:
     std::vector<Function> functions_;
-    std::map<std::u16string, Function> byFoldedName_;
+    std::map<std::u16string, const Function*> byFoldedName_;
 };
 
 } // namespace fmxhost

@@ -6,7 +6,8 @@
 #include "host/check/check.h"
 
 #include "host/base/system.h"
-#include "host/check/sandbox.h"
+#include "host/base/unicode.h"
+#include "host/check/test.h"
 
 #include <nlohmann/json.hpp>
 
@@ -14,13 +15,14 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <fstream>
-#include <functional>
 #include <iterator>
-#include <set>
+#include <map>
+#include <numeric>
 #include <sstream>
+#include <stdexcept>
 #include <system_error>
-#include <utility>
 
 namespace fmxhost::check {
 
@@ -37,66 +39,109 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-// What a plug-in keeps on purpose: findings that are no failures of it but notes.
-class Allowances {
-public:
-    // A line is "TEST: FINDING", with "*" for any text (fnmatch(3)); blank lines and those with "#" first say nothing.
-    explicit Allowances(const std::filesystem::path& file)
-    {
-        std::ifstream stream(file);
-        for (std::string line; std::getline(stream, line);) {
-            if (!line.empty() && line.front() != '#') {
-                patterns_.push_back(line);
-            }
-        }
-    }
+// 50 is FileMaker 7, 55 is 14, 56 is 15, 57 is 16, 59 is 17, 60 is 18, 62 is 19; a number between them may be that of
+// an update. 255 stands for those to come.
+constexpr std::array<std::int16_t, 14> knownVersions{50, 51, 52, 53, 54, 55, 56, 57, 58, 59, 60, 61, 62, 255};
+constexpr std::array<std::int16_t, 6> impossibleVersions{49, 0, -1, 256, 32767, -32768};
+// Before descriptions, before script steps, with both, and the latest.
+constexpr std::array<std::int16_t, 4> registeringVersions{50, 56, 57, defaultApiVersion};
 
-    void apply(const Test& test, Result& result) const
-    {
-        const auto isAllowed = [&](const std::string& reason) {
-            const std::string finding = std::string(test.name) + ": " + reason;
-            return std::any_of(patterns_.begin(), patterns_.end(), [&finding](const std::string& pattern) {
-                return fnmatch(pattern.c_str(), finding.c_str(), FNM_NOESCAPE) == 0;
-            });
-        };
-        if (result.verdict == Verdict::fail) {
-            const auto allowed =
-                std::stable_partition(result.reasons.begin(), result.reasons.end(), std::not_fn(isAllowed));
-            std::transform(allowed, result.reasons.end(), std::back_inserter(result.notes),
-                           [](const std::string& reason) { return reason + " (allowed)"; });
-            result.reasons.erase(allowed, result.reasons.end());
-            result.verdict = result.reasons.empty() ? Verdict::note : Verdict::fail;
-        }
-    }
-
-private:
-    std::vector<std::string> patterns_;
+// In the order in which they run.
+constexpr Test tests[] = {
+    {"load", Stage::loaded, examineLoading, "It is a library that loads, with the entry point FMExternCallProc"},
+    {"exports", Stage::file, examineExports, "It exports the entry point and nothing else"},
+    {"libraries", Stage::file, examineLibraries, "It needs no library, and no version of one, that a server lacks"},
+    {"strings", Stage::loaded, examineStrings, "It answers string requests, within the buffer it is given"},
+    {"start-up", Stage::started, examineStartUp, "It starts on every API version", knownVersions},
+    {"version-range", Stage::loaded, examineVersionRange, "It refuses API versions that can't be", impossibleVersions},
+    {"options", Stage::started, examineOptions, "Its options string is well formed; it registers under the ID there"},
+    {"function-names", Stage::started, examineFunctionNames, "Each function has a name of its own that can be called"},
+    {"prototypes", Stage::started, examinePrototypes,
+     "Each prototype begins with the name and has as many parameters as registered"},
+    {"descriptions", Stage::started, examineDescriptions, "Each function has a description"},
+    {"unique-ids", Stage::started, examineIds, "No ID is used twice"},
+    {"script-steps", Stage::started, examineScriptSteps,
+     "Each script step's definition is well formed, of known elements"},
+    {"messages", Stage::started, examineMessages, "It takes the idle, session and file messages that it asks for"},
+    {"unknown-messages", Stage::started, examineUnknownMessages,
+     "Messages that it doesn't know or ask for leave the call record untouched"},
+    {"shut-down", Stage::ended, examineShutDown, "Shut-down unregisters everything", registeringVersions},
+    {"reload", Stage::ended, examineReloading, "It can be loaded and unloaded 100 times, and leaves no file open"},
 };
+
+// Null when there is none of that name.
+const Test* findTest(std::string_view name)
+{
+    const auto* found =
+        std::find_if(std::begin(tests), std::end(tests), [name](const Test& test) { return test.name == name; });
+    return found != std::end(tests) ? found : nullptr;
+}
+
+// The lines of a file of findings that a plug-in keeps on purpose, each "TEST: FINDING" with "*" for any text; blank
+// lines and those with "#" first say nothing. Errors: std::invalid_argument with a text for the user.
+std::vector<std::string> readAllowances(const std::filesystem::path& file)
+{
+    std::vector<std::string> lines;
+    std::ifstream stream(file);
+    int number = 0;
+    for (std::string line; std::getline(stream, line);) {
+        ++number;
+        if (line.empty() || line.starts_with('#')) {
+            continue;
+        }
+        const std::size_t end = line.find(": ");
+        if (end == std::string::npos || findTest(line.substr(0, end)) == nullptr) {
+            throw std::invalid_argument(file.string() + ":" + std::to_string(number) +
+                                        ": \"TEST: FINDING\" is expected, with a test's name.");
+        }
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+// What is allowed becomes a note (fnmatch(3)).
+void allow(const std::vector<std::string>& allowances, const Test& test, Result& result)
+{
+    const auto isKept = [&](const std::string& reason) {
+        const std::string finding = std::string(test.name) + ": " + reason;
+        return std::none_of(allowances.begin(), allowances.end(), [&](const std::string& line) {
+            return fnmatch(line.c_str(), finding.c_str(), FNM_NOESCAPE) == 0;
+        });
+    };
+    if (result.verdict != Verdict::fail) {
+        return;
+    }
+    const auto allowed = std::stable_partition(result.reasons.begin(), result.reasons.end(), isKept);
+    std::transform(allowed, result.reasons.end(), std::back_inserter(result.notes),
+                   [](const std::string& reason) { return reason + " (allowed)"; });
+    result.reasons.erase(allowed, result.reasons.end());
+    result.verdict = result.reasons.empty() ? Verdict::note : Verdict::fail;
+}
 
 class Suite {
 public:
-    Suite(Settings settings, Allowances allowances) : settings_(std::move(settings)), allowances_(std::move(allowances))
-    {
-    }
+    // Errors: std::invalid_argument with a text for the user.
+    explicit Suite(const Options& options) : options_(options), allowances_(readAllowances(options.allowances)) {}
 
     // Errors: std::system_error when a process can't be started.
     Result run(const Test& test)
     {
         Result all;
-        if (obstacleFoundBy_ != nullptr && test.needs >= notReached_) {
-            const std::string what = notReached_ == Stage::loaded    ? "it doesn't load"
-                                     : notReached_ == Stage::started ? "it doesn't start"
-                                                                     : "it doesn't shut down";
+        if (const Obstacle* obstacle = obstacleFor(test, options_.apiVersion)) {
+            static constexpr std::array stages{"be read", "load", "start", "shut down"};
             all.verdict = Verdict::skipped;
-            all.reasons.push_back(what + ": see " + obstacleFoundBy_->name);
+            all.reasons.push_back(std::string("it doesn't ") + stages.at(static_cast<std::size_t>(obstacle->stage)) +
+                                  ": see " + obstacle->foundBy->name);
             return all;
         }
         for (const std::int16_t version : versionsFor(test)) {
-            Settings settings = settings_;
-            settings.apiVersion = version;
-            Result result = runIsolated(test, settings);
-            allowances_.apply(test, result);
-            noteObstacle(test, result, version);
+            Options options = options_;
+            options.apiVersion = version;
+            Result result = runIsolated(test, options);
+            allow(allowances_, test, result);
+            if (isFailure(result.verdict) && result.reached < test.needs) {
+                obstacles_.try_emplace(version, Obstacle{Stage(static_cast<int>(result.reached) + 1), &test});
+            }
             all.verdict = std::max(all.verdict, result.verdict);
             add(all.reasons, result.reasons, version);
             add(all.notes, result.notes, version);
@@ -109,18 +154,27 @@ public:
     }
 
 private:
-    // The one that is played comes first: it decides whether other tests can be made. Those on which the plug-in is
-    // known not to start are left out.
+    // What keeps the plug-in from being where tests need it.
+    struct Obstacle {
+        Stage stage; // that it doesn't reach
+        const Test* foundBy;
+    };
+
+    const Obstacle* obstacleFor(const Test& test, std::int16_t version) const
+    {
+        const auto found = obstacles_.find(version);
+        return found != obstacles_.end() && test.needs >= found->second.stage ? &found->second : nullptr;
+    }
+
+    // The one that is played comes first: it decides whether other tests can be made. Those that it is known not to get
+    // far enough on are left out.
     std::vector<std::int16_t> versionsFor(const Test& test) const
     {
-        if (test.apiVersions.empty()) {
-            return {settings_.apiVersion};
-        }
         std::vector<std::int16_t> versions(test.apiVersions.begin(), test.apiVersions.end());
-        std::erase_if(versions, [this](std::int16_t version) { return doesNotStartOn_.contains(version); });
+        std::erase_if(versions, [&](std::int16_t version) { return obstacleFor(test, version) != nullptr; });
         std::stable_partition(versions.begin(), versions.end(),
-                              [this](std::int16_t version) { return version == settings_.apiVersion; });
-        return versions;
+                              [this](std::int16_t version) { return version == options_.apiVersion; });
+        return test.apiVersions.empty() ? std::vector{options_.apiVersion} : versions;
     }
 
     // What was found for the version that is played isn't said again for others.
@@ -128,33 +182,17 @@ private:
     {
         for (const std::string& text : found) {
             if (std::find(all.begin(), all.end(), text) == all.end()) {
-                const bool isPlayed = version == settings_.apiVersion;
+                const bool isPlayed = version == options_.apiVersion;
                 all.push_back(isPlayed ? text : text + " (API version " + std::to_string(version) + ")");
             }
         }
     }
 
-    void noteObstacle(const Test& test, const Result& result, std::int16_t version)
-    {
-        if (!isFailure(result.verdict) || result.reached >= test.needs) {
-            return;
-        }
-        doesNotStartOn_.insert(version);
-        if (version == settings_.apiVersion && obstacleFoundBy_ == nullptr) {
-            notReached_ = static_cast<Stage>(static_cast<int>(result.reached) + 1);
-            obstacleFoundBy_ = &test;
-        }
-    }
-
-    Settings settings_;
-    Allowances allowances_;
-    std::set<std::int16_t> doesNotStartOn_;
-    Stage notReached_ = Stage::started;     // by the plug-in, if there is an obstacle
-    const Test* obstacleFoundBy_ = nullptr; // the first test that found one
+    const Options& options_;
+    std::vector<std::string> allowances_;
+    std::map<std::int16_t, Obstacle> obstacles_; // by API version, the first of each
 };
 
-constexpr std::array verdicts{Verdict::pass, Verdict::note,  Verdict::skipped,
-                              Verdict::fail, Verdict::crash, Verdict::timeOut};
 constexpr std::array verdictNames{"pass", "note", "skipped", "fail", "crash", "timeout"};
 
 std::string nameOf(Verdict verdict)
@@ -162,106 +200,43 @@ std::string nameOf(Verdict verdict)
     return verdictNames.at(static_cast<std::size_t>(verdict));
 }
 
-// A line of the plug-in's with nothing in it that moves a terminal's cursor or changes its colours.
-std::string shownLine(std::string text)
+Json described(const Test& test, const Result& result, double seconds)
 {
-    const auto moves = [](char character) {
-        return static_cast<unsigned char>(character) < ' ' || character == '\177';
-    };
-    std::replace_if(text.begin(), text.end(), moves, ' ');
-    return text + "\n";
+    Json object{{"name", test.name},
+                {"verdict", nameOf(result.verdict)},
+                {"reasons", result.reasons},
+                {"notes", result.notes},
+                {"seconds", seconds}};
+    if (isFailure(result.verdict)) {
+        object["output"] = result.output;
+    }
+    return object;
 }
 
-// UTF-8, with U+FFFD for what isn't valid.
-std::string textOf(const Json& json)
+std::string lineOf(const std::string& text)
 {
-    return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+    return toUtf8(withoutControls(toUtf16(text), u' ')) + "\n";
 }
 
-// The JSON is one object on one line:
-//   {"plugin": FILE, "api": N, "passed": BOOL, "counts": {VERDICT: N, …}, "tests": [{"name": NAME, "verdict": VERDICT,
-//    "reasons": [TEXT…], "notes": [TEXT…], "seconds": NUMBER, "output": what it wrote, of tests that failed}…]}
-class Report {
-public:
-    Report(Output& output, bool json, bool onlyFailed) : output_(output), json_(json), onlyFailed_(onlyFailed) {}
-
-    // For people: written at once.
-    // Errors: OutputError.
-    void add(const Test& test, const Result& result, double seconds)
-    {
-        ++counts_.at(static_cast<std::size_t>(result.verdict));
-        const bool failed = isFailure(result.verdict);
-        passed_ = passed_ && !failed;
-        if (onlyFailed_ && !failed) {
-            return;
-        }
-        if (!json_) {
-            write(test, result);
-            return;
-        }
-        tests_.push_back({{"name", test.name},
-                          {"verdict", nameOf(result.verdict)},
-                          {"reasons", result.reasons},
-                          {"notes", result.notes},
-                          {"seconds", seconds}});
-        if (failed) {
-            tests_.back()["output"] = result.output;
+// For people. Errors: OutputError.
+void show(const Test& test, const Result& result)
+{
+    const std::string indent(10, ' ');
+    const std::string verdict = nameOf(result.verdict);
+    const bool failed = isFailure(result.verdict);
+    const Style style = failed ? Style::error : result.verdict == Verdict::pass ? Style::good : Style::faint;
+    print(styled(verdict, style, STDOUT_FILENO) + indent.substr(verdict.size()) + test.name + "\n");
+    for (const auto* texts : {&result.reasons, &result.notes}) {
+        for (const std::string& text : *texts) {
+            print(indent + lineOf(text));
         }
     }
-
-    // The summary, or all of the JSON.
-    // Errors: OutputError.
-    void finish(const Settings& settings)
-    {
-        std::size_t all = 0;
-        std::string summary;
-        Json counts = Json::object();
-        for (const Verdict verdict : verdicts) {
-            const std::size_t count = counts_.at(static_cast<std::size_t>(verdict));
-            all += count;
-            summary += count == 0 ? "" : (summary.empty() ? "" : ", ") + std::to_string(count) + " " + nameOf(verdict);
-            counts[nameOf(verdict)] = count;
-        }
-        output_.write(json_ ? textOf({{"plugin", settings.plugin.string()},
-                                      {"api", settings.apiVersion},
-                                      {"passed", passed_},
-                                      {"counts", std::move(counts)},
-                                      {"tests", std::move(tests_)}}) +
-                                  "\n"
-                            : std::to_string(all) + (all == 1 ? " test: " : " tests: ") + summary + "\n");
+    std::istringstream lines(failed ? result.output : "");
+    for (std::string line; std::getline(lines, line);) {
+        print(indent + "| " + lineOf(line));
     }
-
-    bool passed() const { return passed_; }
-
-private:
-    void write(const Test& test, const Result& result)
-    {
-        constexpr std::size_t width = 10;
-        const std::string indent(width, ' ');
-        const std::string verdict = nameOf(result.verdict);
-        const bool failed = isFailure(result.verdict);
-        const Style style = failed ? Style::error : result.verdict == Verdict::pass ? Style::pointer : Style::faint;
-        output_.write(styled(verdict, style, wantsColour(output_.descriptor())));
-        output_.write(std::string(width - verdict.size(), ' ') + test.name + "\n");
-        for (const auto* texts : {&result.reasons, &result.notes}) {
-            for (const std::string& text : *texts) {
-                output_.write(indent + shownLine(text));
-            }
-        }
-        std::istringstream lines(failed ? result.output : "");
-        for (std::string line; std::getline(lines, line);) {
-            output_.write(indent + "| " + shownLine(line));
-        }
-        output_.flush();
-    }
-
-    Output& output_;
-    bool json_;
-    bool onlyFailed_;
-    bool passed_ = true;
-    std::array<std::size_t, verdicts.size()> counts_{};
-    Json tests_ = Json::array();
-};
+    flush();
+}
 
 // Beside the program, or where it is installed to share/fmxhost; empty when it is in neither.
 std::filesystem::path listOfServerLibraries()
@@ -276,65 +251,95 @@ std::filesystem::path listOfServerLibraries()
     return {};
 }
 
-// Errors: std::system_error when a test can't be run or the output be written.
-bool runTests(const Arguments& arguments, const Settings& settings, Output& output)
+// Whether no test fails. For people results are written one after the other, as JSON in the end, as one line:
+//   {"plugin": FILE, "api": N, "passed": BOOL, "counts": {VERDICT: N, …}, "tests": [{"name": NAME, "verdict": VERDICT,
+//    "reasons": [TEXT…], "notes": [TEXT…], "seconds": NUMBER, "output": what it wrote, of tests that failed}…]}
+// Errors: std::system_error when a test can't be run or the output be written, std::invalid_argument as Suite has it.
+bool runTests(const Options& options)
 {
-    Suite suite(settings, Allowances(arguments.allowances));
-    Report report(output, arguments.json, arguments.onlyFailed);
-    for (const Test& test : allTests()) {
-        const auto& names = arguments.tests;
-        if (names.empty() || std::find(names.begin(), names.end(), test.name) != names.end()) {
-            const auto begin = std::chrono::steady_clock::now();
-            const Result result = suite.run(test);
-            report.add(test, result, std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count());
+    Suite suite(options);
+    bool passed = true;
+    std::array<int, verdictNames.size()> counts{};
+    Json all = Json::array();
+    for (const Test& test : tests) {
+        if (!options.tests.empty() &&
+            std::find(options.tests.begin(), options.tests.end(), test.name) == options.tests.end()) {
+            continue;
+        }
+        const auto begin = std::chrono::steady_clock::now();
+        const Result result = suite.run(test);
+        const std::chrono::duration<double> time = std::chrono::steady_clock::now() - begin;
+        const bool failed = isFailure(result.verdict);
+        passed = passed && !failed;
+        ++counts.at(static_cast<std::size_t>(result.verdict));
+        if (options.json && (failed || !options.onlyFailed)) {
+            all.push_back(described(test, result, time.count()));
+        } else if (failed || !options.onlyFailed) {
+            show(test, result);
         }
     }
-    report.finish(settings);
-    return report.passed();
+    Json namedCounts = Json::object();
+    std::string summary;
+    for (std::size_t index = 0; index < counts.size(); ++index) {
+        const std::string count = std::to_string(counts.at(index));
+        namedCounts[verdictNames.at(index)] = counts.at(index);
+        summary += count == "0" ? "" : (summary.empty() ? "" : ", ") + count + " " + verdictNames.at(index);
+    }
+    const int number = std::accumulate(counts.begin(), counts.end(), 0);
+    const Json report{{"plugin", options.plugin.string()},
+                      {"api", options.apiVersion},
+                      {"passed", passed},
+                      {"counts", namedCounts},
+                      {"tests", all}};
+    print((options.json ? report.dump(-1, ' ', false, Json::error_handler_t::replace)
+                        : std::to_string(number) + (number == 1 ? " test: " : " tests: ") + summary) +
+          "\n");
+    return passed;
 }
 
 } // namespace
 
-ExitStatus run(const Arguments& arguments, Output& output)
+ExitStatus run(Options options)
 {
-    const Settings settings{std::filesystem::absolute(arguments.plugin), arguments.apiVersion,
-                            arguments.libraries.empty() ? listOfServerLibraries() : arguments.libraries,
-                            std::chrono::duration<double>(arguments.timeLimit)};
-    if (const Test* test = findTest(arguments.isolated)) {
-        runHere(*test, settings);
+    options.plugin = std::filesystem::absolute(options.plugin);
+    options.libraries = options.libraries.empty() ? listOfServerLibraries() : options.libraries;
+    if (const Test* test = findTest(options.isolated)) {
+        runHere(*test, options);
     }
-    if (settings.apiVersion < oldestApiVersion || settings.apiVersion > newestApiVersion) {
-        output.reportError("check needs an API version from 50 to 255.");
+    if (options.apiVersion < oldestApiVersion || options.apiVersion > newestApiVersion) {
+        reportError("check needs an API version from 50 to 255.");
         return ExitStatus::wrongUse;
     }
-    for (const std::string& name : arguments.tests) {
+    for (const std::string& name : options.tests) {
         if (findTest(name) == nullptr) {
-            output.reportError("There is no test called " + name + ". fmxhost check list-tests shows them.");
+            reportError("There is no test called " + name + ". fmxhost check list-tests shows them.");
             return ExitStatus::wrongUse;
         }
     }
-    if (std::error_code error; !std::filesystem::exists(settings.plugin, error)) {
-        output.reportError("There is no plug-in file " + settings.plugin.string());
+    if (std::error_code error; !std::filesystem::exists(options.plugin, error)) {
+        reportError("There is no plug-in file " + options.plugin.string());
         return ExitStatus::pluginUnusable;
     }
     try {
-        return runTests(arguments, settings, output) ? ExitStatus::success : ExitStatus::checkFailed;
+        return runTests(options) ? ExitStatus::success : ExitStatus::checkFailed;
     } catch (const OutputError&) {
         throw;
+    } catch (const std::invalid_argument& error) {
+        reportError(error.what());
+        return ExitStatus::wrongUse;
     } catch (const std::system_error& error) {
-        output.reportError(std::string("A test can't be run: ") + error.what());
+        reportError(std::string("A test can't be run: ") + error.what());
         return ExitStatus::checkFailed;
     }
 }
 
-ExitStatus listTests(bool json, Output& output)
+ExitStatus listTests(bool json)
 {
-    for (const Test& test : allTests()) {
+    for (const Test& test : tests) {
         constexpr std::size_t width = 18; // of the longest name, and two blanks
         std::string name = test.name;
         name.resize(width, ' ');
-        output.write((json ? jsonObject({{"name", test.name}, {"summary", test.summary}}) : name + test.summary) +
-                     "\n");
+        print((json ? jsonObject({{"name", test.name}, {"summary", test.summary}}) : name + test.summary) + "\n");
     }
     return ExitStatus::success;
 }

@@ -3,10 +3,12 @@
 
 #include <fcntl.h>
 
-#include <algorithm>
 #include <array>
-#include <iterator>
+#include <functional>
 #include <map>
+#include <numeric>
+#include <set>
+#include <utility>
 
 namespace fmxhost::check {
 namespace {
@@ -24,57 +26,50 @@ std::vector<std::string> registeredNames()
     return names;
 }
 
+bool isOpen(int descriptor)
+{
+    return fcntl(descriptor, F_GETFD) != -1;
+}
+
 // The lowest descriptors that are open: those that a host is likely to have.
-std::vector<unsigned> openDescriptors()
+std::vector<int> openDescriptors()
 {
-    constexpr int examined = 256;
-    std::vector<unsigned> open;
-    for (int descriptor = 0; descriptor < examined; ++descriptor) {
-        if (fcntl(descriptor, F_GETFD) != -1) {
-            open.push_back(static_cast<unsigned>(descriptor));
-        }
-    }
-    return open;
+    std::vector<int> descriptors(256);
+    std::iota(descriptors.begin(), descriptors.end(), 0);
+    std::erase_if(descriptors, std::not_fn(isOpen));
+    return descriptors;
 }
 
-void reportClosed(const Examination& examination, const std::vector<unsigned>& before)
+void expectOpen(const Examination& examination, const std::vector<int>& hosts)
 {
-    const std::vector<unsigned> now = openDescriptors();
-    std::vector<unsigned> closed;
-    std::set_difference(before.begin(), before.end(), now.begin(), now.end(), std::back_inserter(closed));
-    if (!closed.empty()) {
-        examination.fail("it closes file descriptors of the host's: " + numbersText(closed));
+    for (const int descriptor : hosts) {
+        examination.expect(isOpen(descriptor), "it closes the host's file descriptor " + std::to_string(descriptor));
     }
 }
 
-// A message that FileMaker sends to those who ask for it in their options string, and where they ask.
-struct OptionalMessage {
-    Message message;
-    std::size_t option;
-};
-constexpr std::array<OptionalMessage, 4> optionalMessages{
-    {{Message::idle, 8}, {Message::preferences, 5}, {Message::sessionShutDown, 9}, {Message::fileShutDown, 9}}};
+// Messages that FileMaker sends to those who ask for them in their options string, and where they ask.
+constexpr std::pair<Message, std::size_t> optionalMessages[] = {
+    {Message::idle, 8}, {Message::preferences, 5}, {Message::sessionShutDown, 9}, {Message::fileShutDown, 9}};
 
-bool asksFor(const Plugin& plugin, const OptionalMessage& message)
+bool asksFor(Plugin& plugin, std::size_t option)
 {
-    const std::u16string& options = plugin.options();
-    return options.size() > message.option && options[message.option] == u'Y';
+    return plugin.options().size() > option && plugin.options()[option] == u'Y';
 }
 
 // Which fields of a call record differ, as far as a plug-in might write to them.
 std::string changedFields(const FMX_ExternCallStruct& before, const FMX_ExternCallStruct& after)
 {
+    const std::pair<const char*, bool> fields[] = {{"extnVersion", before.extnVersion != after.extnVersion},
+                                                   {"entryPoint", before.entryPoint != after.entryPoint},
+                                                   {"whichCall", before.whichCall != after.whichCall},
+                                                   {"parm1", before.parm1 != after.parm1},
+                                                   {"parm2", before.parm2 != after.parm2},
+                                                   {"parm3", before.parm3 != after.parm3},
+                                                   {"result", before.result != after.result}};
     std::string names;
-    const auto compare = [&names](const char* name, auto old, auto now) {
-        names += old == now ? "" : (names.empty() ? "" : ", ") + std::string(name);
-    };
-    compare("extnVersion", before.extnVersion, after.extnVersion);
-    compare("entryPoint", before.entryPoint, after.entryPoint);
-    compare("whichCall", before.whichCall, after.whichCall);
-    compare("parm1", before.parm1, after.parm1);
-    compare("parm2", before.parm2, after.parm2);
-    compare("parm3", before.parm3, after.parm3);
-    compare("result", before.result, after.result);
+    for (const auto& [name, isChanged] : fields) {
+        names += isChanged ? (names.empty() ? "" : ", ") + std::string(name) : "";
+    }
     return names;
 }
 
@@ -96,7 +91,6 @@ std::string sendUnknown(const Examination& examination, Plugin& plugin, unsigned
 
     examination.step("message " + std::to_string(message));
     plugin.send(static_cast<Message>(message), parameter1, parameter2, buffer.size(), expected.result);
-    examination.step("");
     if (buffer != untouched) {
         return "written to where the result field points";
     }
@@ -109,20 +103,19 @@ std::string sendUnknown(const Examination& examination, Plugin& plugin, unsigned
 void examineLoading(Examination& examination)
 {
     examination.step("loading it");
-    Plugin::tryLoading(examination.settings().plugin);
+    const Plugin plugin(examination.options().plugin);
     examination.reach(Stage::loaded);
 }
 
 void examineStartUp(Examination& examination)
 {
-    const std::vector<unsigned> descriptors = openDescriptors();
+    const std::vector<int> hosts = openDescriptors();
     examination.started();
-    reportClosed(examination, descriptors);
+    expectOpen(examination, hosts);
     const std::int64_t answer = examination.startUpAnswer();
-    if (answer < oldestApiVersion || answer > newestApiVersion) {
-        examination.fail("start-up answers " + std::to_string(answer) +
-                         "; expected: the SDK version that the plug-in was built for, 50 to 255");
-    }
+    examination.expect(answer >= oldestApiVersion && answer <= newestApiVersion,
+                       "start-up answers " + std::to_string(answer) +
+                           "; expected: the SDK version that the plug-in was built for, 50 to 255");
 }
 
 void examineVersionRange(Examination& examination)
@@ -140,7 +133,6 @@ void examineVersionRange(Examination& examination)
             throw;
         }
     }
-    examination.step("");
     for (const std::string& name : registeredNames()) {
         examination.fail("start-up registers " + name);
     }
@@ -149,12 +141,11 @@ void examineVersionRange(Examination& examination)
 void examineMessages(Examination& examination)
 {
     Plugin& plugin = examination.started();
-    for (const OptionalMessage& optional : optionalMessages) {
+    for (const auto& [message, option] : optionalMessages) {
         // What the preferences' message opens is a dialog.
-        if (optional.message != Message::preferences && asksFor(plugin, optional)) {
-            examination.step("message " + std::to_string(static_cast<unsigned>(optional.message)));
-            plugin.send(optional.message);
-            examination.step("");
+        if (message != Message::preferences && asksFor(plugin, option)) {
+            examination.step("message " + std::to_string(static_cast<unsigned>(message)));
+            plugin.send(message);
         }
     }
 }
@@ -165,40 +156,33 @@ void examineUnknownMessages(Examination& examination)
     const std::vector<std::string> before = registeredNames();
     // Those between the ones that FileMaker sends, all behind them, and those that this plug-in doesn't ask for.
     constexpr unsigned firstUnknown = 10;
-    std::vector<unsigned> messages{2, 3, 6};
-    for (const OptionalMessage& optional : optionalMessages) {
-        if (!asksFor(plugin, optional)) {
-            messages.push_back(static_cast<unsigned>(optional.message));
-        }
-    }
-    std::sort(messages.begin(), messages.end());
+    std::set<unsigned> messages{2, 3, 6};
     for (unsigned message = firstUnknown; message <= 255; ++message) {
-        messages.push_back(message);
+        messages.insert(message);
     }
-    std::map<std::string, std::vector<unsigned>> messagesByFault;
-    for (const unsigned message : messages) {
-        if (std::string fault = sendUnknown(examination, plugin, message); !fault.empty()) {
-            messagesByFault[std::move(fault)].push_back(message);
+    for (const auto& [message, option] : optionalMessages) {
+        if (!asksFor(plugin, option)) {
+            messages.insert(static_cast<unsigned>(message));
         }
     }
-    for (const auto& [fault, numbers] : messagesByFault) {
-        examination.fail("message " + numbersText(numbers) + ": " + fault);
+    std::map<std::string, unsigned> firstOfFault;
+    for (const unsigned message : messages) {
+        firstOfFault.emplace(sendUnknown(examination, plugin, message), message);
     }
-    if (registeredNames() != before) {
-        examination.fail("they change what is registered");
+    firstOfFault.erase("");
+    for (const auto& [fault, message] : firstOfFault) {
+        examination.fail("message " + std::to_string(message) + ": " + fault);
     }
+    examination.expect(registeredNames() == before, "they change what is registered");
 }
 
 void examineShutDown(Examination& examination)
 {
-    std::vector<unsigned> hosts = openDescriptors();
-    Plugin& plugin = examination.started();
-    std::erase_if(hosts, [](unsigned descriptor) { return fcntl(static_cast<int>(descriptor), F_GETFD) == -1; });
-    examination.step("the shut-down message");
-    plugin.shutDown();
-    examination.reach(Stage::ended);
-    examination.step("");
-    reportClosed(examination, hosts);
+    std::vector<int> hosts = openDescriptors();
+    examination.started();
+    std::erase_if(hosts, std::not_fn(isOpen));
+    examination.shutDown();
+    expectOpen(examination, hosts);
     for (const std::string& name : registeredNames()) {
         examination.fail(name + " stays registered");
     }
@@ -210,25 +194,14 @@ void examineReloading(Examination& examination)
     constexpr int rounds = 100;
     std::size_t first = 0;
     for (int round = 0; round <= rounds; ++round) {
-        examination.step("loading and starting it again");
-        Plugin plugin(examination.settings().plugin, examination.settings().apiVersion);
-        plugin.start();
-        examination.reach(Stage::started);
-        examination.step("shutting it down");
-        plugin.shutDown();
-        examination.reach(Stage::ended);
-        examination.step("unloading it");
-        plugin.unload();
-        if (round == 0) {
-            first = openDescriptors().size();
-        }
+        examination.started();
+        examination.shutDown();
+        examination.unload();
+        first = round == 0 ? openDescriptors().size() : first;
     }
-    examination.step("");
     const std::size_t last = openDescriptors().size();
-    if (last >= first + rounds) {
-        examination.fail("file descriptors stay open: " + std::to_string(last - first) + " more after " +
-                         std::to_string(rounds) + " rounds");
-    }
+    examination.expect(last < first + rounds, "file descriptors stay open: " + std::to_string(last - first) +
+                                                  " more after " + std::to_string(rounds) + " rounds");
 }
 
 } // namespace fmxhost::check

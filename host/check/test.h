@@ -3,10 +3,9 @@
 
 #include "host/base/plugin.h"
 #include "host/base/unicode.h"
+#include "host/check/check.h"
 
-#include <chrono>
 #include <cstdint>
-#include <filesystem>
 #include <memory>
 #include <span>
 #include <stdexcept>
@@ -28,22 +27,19 @@ enum class Stage {
     ended,   // the shut-down message answered
 };
 
-// What a test tells the process that started it.
-enum class Event : char {
-    step = 's',    // what is being done now; "" when the plug-in's turn is over
-    reached = 'r', // a stage, as its number
-    failure = 'f',
-    note = 'n',
-    skipped = 'k',
-    done = 'd', // the test came to its end
+enum class Verdict {
+    pass,
+    note,    // passed, and there is something to know
+    skipped, // can't be made here, or a test before it failed at what it needs
+    fail,
+    crash,   // the process ended before the test did
+    timeOut, // it was ended because the test took too long
 };
 
-struct Settings {
-    std::filesystem::path plugin;
-    std::int16_t apiVersion = defaultApiVersion;
-    std::filesystem::path libraries;         // the list of what a server has; empty: there is none
-    std::chrono::duration<double> timeLimit; // for one process
-};
+constexpr bool isFailure(Verdict verdict)
+{
+    return verdict >= Verdict::fail;
+}
 
 // A test that can't be made here; what() is the reason, for the user.
 class Skipped : public std::runtime_error {
@@ -55,20 +51,26 @@ public:
 class Examination {
 public:
     // Events go to the descriptor at once, so that what was found, and what was being done, is known however the
-    // process ends.
-    Examination(Settings settings, int events);
+    // process ends. The options must outlive it.
+    Examination(const Options& options, int events);
 
-    const Settings& settings() const { return settings_; }
-
-    // Ends the process where the plug-in has closed the descriptor, and in a copy of the process: a plug-in that forks
-    // and returns twice mustn't have the test made twice.
-    void tell(Event event, std::string_view text = "") const;
+    const Options& options() const { return options_; }
 
     // What is going to be done; names the place where the process crashes or hangs.
-    void step(std::string_view text) const { tell(Event::step, text); }
-    void fail(std::string_view text) const { tell(Event::failure, text); }
-    void note(std::string_view text) const { tell(Event::note, text); }
-    void reach(Stage stage) const { tell(Event::reached, std::to_string(static_cast<int>(stage))); }
+    void step(std::string_view text) const { tell('s', text); }
+    void reach(Stage stage) const { tell('r', std::to_string(static_cast<int>(stage))); }
+    void done() const { tell('d', ""); }
+
+    // A finding. Of several the worst verdict counts.
+    void find(Verdict verdict, std::string_view text) const { tell(static_cast<char>(verdict), text); }
+    void fail(std::string_view text) const { find(Verdict::fail, text); }
+    // A failure unless the condition holds.
+    void expect(bool condition, std::string_view fault) const
+    {
+        if (!condition) {
+            fail(fault);
+        }
+    }
 
     // The plug-in, loaded or started when first asked for. It is never unloaded unless a test does so: what unloading
     // goes wrong with belongs to the tests of unloading.
@@ -77,15 +79,22 @@ public:
     Plugin& started();
 
     // What the start-up message was answered with; after started().
-    std::int64_t startUpAnswer() const { return startUpAnswer_; }
+    std::int64_t startUpAnswer() const { return *startUpAnswer_; }
+
+    // After started(). Errors: PluginError.
+    void shutDown() const;
+    void unload(); // it can be loaded again
 
 private:
-    Settings settings_;
+    // Ends the process where the plug-in has closed the descriptor, and in a copy of the process: a plug-in that forks
+    // and returns twice mustn't have the test made twice.
+    void tell(char kind, std::string_view text) const;
+
+    const Options& options_;
     int events_;
     int process_;
     std::unique_ptr<Plugin> plugin_;
-    bool started_ = false;
-    std::int64_t startUpAnswer_ = 0;
+    std::optional<std::int64_t> startUpAnswer_;
 };
 
 // How a process ends whose plug-in has closed the descriptor of the events, and everything else with it.
@@ -102,35 +111,25 @@ struct Test {
     std::span<const std::int16_t> apiVersions = {};
 };
 
-// In the order in which they run.
-std::span<const Test> allTests();
+// ---- Making a test in a process of its own, and knowing what came of it however that process ended: sandbox.cpp
 
-// Null when there is none of that name.
-const Test* findTest(std::string_view name);
+// What came of a test. Texts are UTF-8, where the plug-in's own are.
+struct Result {
+    Verdict verdict = Verdict::pass;
+    std::vector<std::string> reasons; // why it failed or was skipped
+    std::vector<std::string> notes;
+    Stage reached = Stage::file;
+    std::string output; // the end of what the process wrote to its standard output and standard error
+};
 
-// file.cpp: what the dynamic loader, or another plug-in, makes of it.
-void examineLoading(Examination& examination);
-void examineExports(Examination& examination);
-void examineLibraries(Examination& examination);
+// Starts this program once more for the test and waits for it. The processes of its group end with it.
+// Errors: std::system_error when no process can be started.
+Result runIsolated(const Test& test, const Options& options);
 
-// strings.cpp: what it says about itself.
-void examineStrings(Examination& examination);
-void examineOptions(Examination& examination);
+// The other side: makes the test in this process, which runIsolated() has started, and ends the process.
+[[noreturn]] void runHere(const Test& test, const Options& options);
 
-// messages.cpp
-void examineStartUp(Examination& examination);
-void examineVersionRange(Examination& examination);
-void examineMessages(Examination& examination);
-void examineUnknownMessages(Examination& examination);
-void examineShutDown(Examination& examination);
-void examineReloading(Examination& examination);
-
-// registered.cpp, steps.cpp: what it registers.
-void examineFunctionNames(Examination& examination);
-void examinePrototypes(Examination& examination);
-void examineDescriptions(Examination& examination);
-void examineIds(Examination& examination);
-void examineScriptSteps(Examination& examination);
+// ---- What tests share, and the tests themselves
 
 // How results name what a plug-in has registered: "function 3 Smpl_Fail", "script step 3 Smpl_Fail"; without the name
 // where there is none. UTF-8.
@@ -152,7 +151,28 @@ std::vector<Entry> attempted(std::vector<Entry> registered, const std::vector<En
 // The text in quotes, as UTF-8; of a long one its beginning.
 std::string inQuotes(std::u16string_view text);
 
-// Ascending numbers as people write them: "2, 3, 10 to 255".
-std::string numbersText(const std::vector<unsigned>& numbers);
+// file.cpp: the plug-in as a file.
+void examineExports(Examination& examination);
+void examineLibraries(Examination& examination);
+
+// strings.cpp: what it says about itself.
+void examineStrings(Examination& examination);
+void examineOptions(Examination& examination);
+
+// messages.cpp
+void examineLoading(Examination& examination);
+void examineStartUp(Examination& examination);
+void examineVersionRange(Examination& examination);
+void examineMessages(Examination& examination);
+void examineUnknownMessages(Examination& examination);
+void examineShutDown(Examination& examination);
+void examineReloading(Examination& examination);
+
+// registered.cpp, steps.cpp: what it registers.
+void examineFunctionNames(Examination& examination);
+void examinePrototypes(Examination& examination);
+void examineDescriptions(Examination& examination);
+void examineIds(Examination& examination);
+void examineScriptSteps(Examination& examination);
 
 } // namespace fmxhost::check

@@ -118,11 +118,17 @@ Outcome moveByCopying(const Location& source, const Location& target)
     return outcome;
 }
 
+// Nothing where the item may not be read.
+Descriptor openToFlush(const Location& item)
+{
+    constexpr int flags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+    return Descriptor(retried([&] { return openat(item.folder.get(), item.path.name.c_str(), flags); }));
+}
+
 // Whatever there is of the item that may not be on the disk yet, as far as it may be read.
 int flushItem(const Location& item)
 {
-    constexpr int flags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
-    const Descriptor open(retried([&] { return openat(item.folder.get(), item.path.name.c_str(), flags); }));
+    const Descriptor open = openToFlush(item);
     struct stat status {};
     if (!open || fstat(open.get(), &status) != 0) {
         return 0;
@@ -174,9 +180,7 @@ Outcome moveByRenaming(const Transfer& transfer, bool isDurable)
     if (!isDurable) {
         return Outcome::success();
     }
-    const Descriptor folder(
-        retried([&] { return openat(target.folder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
-    if (const int flushError = folder ? linux_os::flushFolder(folder.get()) : 0) {
+    if (const int flushError = linux_os::flushEntries(target.folder.get(), openToFlush(target).get())) {
         rename(target, source);
         return failed("write", target, flushError);
     }

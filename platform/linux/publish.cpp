@@ -45,7 +45,9 @@ int renameOverClaim(int fromFolder, const char* from, int toFolder, const char* 
         return 0;
     }
     error = error == 0 ? errno : error;
-    unlinkat(toFolder, to, isFolder ? AT_REMOVEDIR : 0);
+    for (int attempt = 0; attempt < 2 && unlinkat(toFolder, to, isFolder ? AT_REMOVEDIR : 0) != 0; ++attempt) {
+        // Again for what passes: the name must be free for another way.
+    }
     // A file system whose rename doesn't replace (SFTP servers) needs no claim.
     const bool mayNeverReplace = error == EEXIST || error == EPERM;
     return mayNeverReplace && renameat(fromFolder, from, toFolder, to) == 0 ? 0 : error;
@@ -153,7 +155,13 @@ bool isFlushedAsAWhole(int item)
 
 int flushFolder(int folder)
 {
-    return retried([=] { return fsync(folder); }) == 0 || errno == EINVAL ? 0 : errno;
+    if (retried([=] { return fsync(folder); }) != 0 && errno != EINVAL) {
+        return errno;
+    }
+    // XFS flushes a folder with success although it has shut itself down, as it does when its disk fails; it is opening
+    // that says so.
+    const Descriptor again(retried([=] { return openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+    return again ? 0 : errno;
 }
 
 int flushEntries(int folder, int inside)
@@ -161,6 +169,11 @@ int flushEntries(int folder, int inside)
     const Descriptor readable(retried([=] { return openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
     if (readable) {
         return flushFolder(readable.get());
+    }
+    if (inside < 0) {
+        const int error = errno;
+        sync();
+        return error == EACCES ? 0 : error;
     }
     return retried([=] { return syncfs(inside); }) == 0 ? 0 : errno;
 }

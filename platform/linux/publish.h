@@ -57,7 +57,8 @@ bool isFlushedAsAWhole(int item);
 int flushFolder(int folder);
 
 // The same for a folder that is open for paths relative to it only (open(2), O_PATH); `inside`, any open item of its
-// file system, serves where the folder can't be read.
+// file system, serves where the folder can't be read. Without one (-1) and without permission to read the folder, all
+// is written that the system holds (sync(2)), which tells of no errors.
 int flushEntries(int folder, int inside);
 
 } // namespace platform::linux_os

@@ -1,5 +1,7 @@
 #include "platform/linux/source_file.h"
 
+#include "platform/copy_record.h"
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -14,22 +16,7 @@ namespace {
 // FIFOs don't hold up the opening, terminals don't become the process's own.
 constexpr int openWithoutEffect = O_RDONLY | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC | O_NONBLOCK;
 
-constexpr std::int64_t longestTick = 10'000'000; // nanoseconds, of a kernel with 100 ticks a second
-
-std::int64_t nanoseconds(const timespec& time)
-{
-    return time.tv_sec * 1'000'000'000 + time.tv_nsec;
-}
-
-// How long the clock that stamps files may still show the time of this change.
-std::int64_t restOfTick(const timespec& change)
-{
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME_COARSE, &now);
-    const std::int64_t age = nanoseconds(now) - nanoseconds(change);
-    // A time in the future is another clock's.
-    return age > 0 || age < -longestTick ? 0 : longestTick;
-}
+constexpr int mostRests = 3;
 
 } // namespace
 
@@ -74,14 +61,19 @@ CopyFailure requireRest(OpenFile& file)
     if (ReadLease(file.descriptor.get()).isRefused()) {
         return CopyFailure::because("the file is open for writing");
     }
-    const timespec rest{0, restOfTick(file.status.st_ctim)};
-    if (rest.tv_nsec > 0) {
+    for (int rests = 0; rests < mostRests; ++rests) {
+        const std::int64_t left = timeUntilNextStamp(file.status);
+        if (left == 0) {
+            return {};
+        }
+        constexpr std::int64_t second = 1'000'000'000;
+        const timespec rest{left / second, left % second};
         nanosleep(&rest, nullptr);
         if (fstat(file.descriptor.get(), &file.status) != 0) {
             return CopyFailure::ofSource(errno);
         }
     }
-    return {};
+    return CopyFailure::because("the file is being written to");
 }
 
 } // namespace platform::linux_os

@@ -38,8 +38,8 @@ private:
 };
 
 // Readies a file for a copy whose source is to go: one that is open for writing is a failure, and a file that was
-// changed just now gets a moment of rest and `status` anew. File systems stamp changes with the tick of a clock, so a
-// second change in the same tick couldn't be seen afterwards.
+// changed just now gets a moment of rest and `status` anew, for a second change with the same time couldn't be seen
+// afterwards. One that finds no rest is a failure, too.
 CopyFailure requireRest(OpenFile& file);
 
 } // namespace platform::linux_os

@@ -3,26 +3,10 @@
 #include "platform/unicode.h"
 
 #include <array>
-#include <climits>
-#include <cstddef>
 #include <cstring>
 #include <string>
 
 namespace platform::linux_os {
-
-namespace {
-
-// A path as it can be: of a longer text, which a caller may have typed, the beginning and the end.
-std::string shortened(std::string_view path)
-{
-    constexpr std::size_t kept = PATH_MAX / 2;
-    if (path.size() <= PATH_MAX) {
-        return std::string(path);
-    }
-    return std::string(path.substr(0, kept)).append(" ... ").append(path.substr(path.size() - kept));
-}
-
-} // namespace
 
 Outcome systemFailure(std::string_view action, std::string_view path, int error)
 {

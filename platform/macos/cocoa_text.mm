@@ -35,7 +35,7 @@ NSString* pathFrom(PathView path)
 Outcome failureFrom(NSError* error, NSString* fallback)
 {
     NSString* description = error == nil ? fallback : [error localizedDescription];
-    return Outcome::failure(utf8Of(description));
+    return Outcome::failure(shortened(utf8Of(description)));
 }
 
 Outcome noSuchItem()

@@ -231,7 +231,7 @@ Outcome removeExisting(const Item& source, const std::string& target)
     struct stat status = {};
     if (::lstat(source.path.c_str(), &status) != 0) {
         showAgain();
-        return Outcome::failure("could not remove " + target + ": the source would go with it");
+        return Outcome::failure("could not remove " + shortened(target) + ": the source would go with it");
     }
     Outcome outcome = ::lstat(existing.path.c_str(), &existing.status) == 0
                           ? renamed(removeTree("remove", existing), existing.path, target)

@@ -5,7 +5,9 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
+#include <ctime>
 #include <functional>
 #include <memory>
 #include <vector>
@@ -89,7 +91,7 @@ Outcome walk(Entry entry, const Steps& steps)
 Outcome because(std::string_view action, const std::string& path, std::string_view reason)
 {
     return Outcome::failure(
-        std::string("could not ").append(action).append(" ").append(path).append(": ").append(reason));
+        std::string("could not ").append(action).append(" ").append(shortened(path)).append(": ").append(reason));
 }
 
 constexpr std::string_view changedMeanwhile = "it was changed while it was being moved";
@@ -108,6 +110,20 @@ int errorOfRemoving(const Entry& entry)
     const std::string above = entry.name.substr(0, entry.name.rfind('/') + 1) + ".";
     return ::faccessat(entry.folder, above.c_str(), W_OK | X_OK, AT_EACCESS) == 0 ? 0 : errno;
 #endif
+}
+
+// Gives a file that was changed just now a moment, after which another change can be told from that one, and looks at
+// it anew. Answers an errno value.
+int rest(const Entry& entry, struct stat& status)
+{
+    const std::int64_t left = S_ISREG(status.st_mode) ? timeUntilNextStamp(status) : 0;
+    if (left == 0) {
+        return 0;
+    }
+    constexpr std::int64_t second = 1'000'000'000;
+    const timespec time{static_cast<time_t>(left / second), static_cast<long>(left % second)};
+    ::nanosleep(&time, nullptr);
+    return ::fstatat(entry.folder, entry.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 ? 0 : errno;
 }
 
 // Not the number of the file: on ExFAT and SMB it may be another one under another name.
@@ -164,10 +180,12 @@ Outcome SourceTree::examine()
     };
     const auto note = [&](const Entry& entry) {
         int error = 0;
+        struct stat status = entry.status;
         if (isMove()) {
-            error = entry.status.st_dev != source_.status.st_dev ? EBUSY : errorOfRemoving(entry);
+            error = status.st_dev != source_.status.st_dev ? EBUSY : errorOfRemoving(entry);
+            error = error == 0 ? rest(entry, status) : error;
         }
-        record_.add(entry.path, entry.status);
+        record_.add(entry.path, status);
         return error == 0 ? Outcome::success() : failed(entry, error);
     };
     Outcome outcome = walk({AT_FDCWD, source_.path, {}}, {.enter = note, .failed = failed});

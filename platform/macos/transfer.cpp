@@ -174,7 +174,9 @@ int renameOverClaim(int fromFolder, const char* from, int toFolder, const char* 
         return 0;
     }
     const int error = errno;
-    ::unlinkat(toFolder, to, isFolder ? AT_REMOVEDIR : 0);
+    for (int attempt = 0; attempt < 2 && ::unlinkat(toFolder, to, isFolder ? AT_REMOVEDIR : 0) != 0; ++attempt) {
+        // Once more, for what passes: the claim would be in the way of the move's next attempt.
+    }
     return error;
 }
 
@@ -182,6 +184,12 @@ int renameOverClaim(int fromFolder, const char* from, int toFolder, const char* 
 bool cannotBeAsked(int error)
 {
     return error == ENOTSUP || error == ENOTTY || error == EINVAL;
+}
+
+// What may not be read can't be flushed, and needs no reading to be written to.
+int errorUnlessForbidden(int error)
+{
+    return error == EACCES ? 0 : error;
 }
 
 int flushFile(int item)
@@ -216,8 +224,8 @@ int flushVolume([[maybe_unused]] const std::string& path, [[maybe_unused]] int i
 Outcome posixFailure(std::string_view action, const std::string& path, int error)
 {
     std::string words = "could not ";
-    words.append(action).append(" ").append(path).append(": ").append(std::generic_category().message(error));
-    return Outcome::failure(std::move(words));
+    words.append(action).append(" ").append(shortened(path)).append(": ");
+    return Outcome::failure(words.append(std::generic_category().message(error)));
 }
 
 Outcome findItem(std::string_view action, PathView path, Item& item)
@@ -256,7 +264,7 @@ Outcome findTarget(std::string_view action, const Item& source, PathView path, E
         return posixFailure(verb, target, ENOTDIR);
     }
     if (liesInside(target, source.status).value_or(false)) {
-        return Outcome::failure("could not " + std::string(action) + " " + source.path +
+        return Outcome::failure("could not " + std::string(action) + " " + shortened(source.path) +
                                 ": a folder can't be put into itself");
     }
     return Outcome::success();
@@ -368,14 +376,14 @@ int flushItem(const std::string& path)
     }
     const std::string folder = SplitPath{path}.folder();
     const Open above(AT_FDCWD, folder.c_str(), O_RDONLY | O_DIRECTORY);
-    return above ? flushVolume(folder, above.get()) : 0;
+    return above ? flushVolume(folder, above.get()) : errorUnlessForbidden(errno);
 }
 
 int flushName(const std::string& path)
 {
     const std::string folder = SplitPath{path}.folder();
     const Open item(AT_FDCWD, folder.c_str(), O_RDONLY | O_DIRECTORY);
-    return item ? flushFile(item.get()) : 0; // a folder may be open for new entries only
+    return item ? flushFile(item.get()) : errorUnlessForbidden(errno);
 }
 
 } // namespace platform::macos

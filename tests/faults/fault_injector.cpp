@@ -1,5 +1,5 @@
 // Each function stands for the C library's function of the same name, judges the call and passes it on. The judgement
-// asks who calls (the return address), how many calls of the kind there were, and what the plan says of this one.
+// asks who calls (the return address), how many calls of the name there were, and what the plan says of this one.
 //
 // Whole numbers and pointers travel in the same six registers whatever their types are, variable arguments included, on
 // the architectures that this runs on. So one shape of function fits them all.
@@ -12,25 +12,35 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <cstdio>
-#include <cstring>
-#include <string_view>
+#include <cstddef>
+#include <filesystem>
+#include <set>
+#include <string>
 
 namespace folidex::test {
 namespace {
 
+constexpr CallName allocation = "malloc";
+
 thread_local bool armed = false; // read inside of malloc
 FaultPlan plan;
 FaultReport report;
+unsigned reached = 0; // calls of the planned name
 dl_find_object code;
-std::array<ino_t, 256> closedFiles; // that had been open for writing
-std::size_t closedCount;
+std::set<ino_t> closedFiles; // that had been open for writing
 
-bool isOurs(const void* caller)
+// What the driver itself does isn't seen.
+struct Pause {
+    Pause() { armed = false; }
+    ~Pause() { armed = true; }
+    Pause(const Pause&) = delete;
+    Pause& operator=(const Pause&) = delete;
+};
+
+bool isSeen(const void* caller)
 {
-    return caller >= code.dlfo_map_start && caller < code.dlfo_map_end;
+    return armed && caller >= code.dlfo_map_start && caller < code.dlfo_map_end;
 }
 
 bool failWith(int error)
@@ -39,30 +49,8 @@ bool failWith(int error)
     return true;
 }
 
-// Whether the call fails, errno then set. `count`: of bytes, where the call may do less than it was asked for.
-bool fails(Call call, const void* caller, long* count = nullptr)
+bool strike(long* count)
 {
-    if (!armed || call == Call::none || (call != Call::allocate && !isOurs(caller))) {
-        return false;
-    }
-    const unsigned number = ++report.calls[static_cast<std::size_t>(call)];
-    if (call != Call::allocate && ++report.total == plan.intrudeAt) {
-        armed = false;
-        plan.intrude();
-        armed = true;
-    }
-    if (const int error = plan.lacks[static_cast<std::size_t>(call)]) {
-        return failWith(error);
-    }
-    const bool isPlanned = call == plan.call && number == plan.at;
-    const bool isAfter = plan.at != 0 && report.calls[static_cast<std::size_t>(plan.call)] >= plan.at && !isPlanned;
-    if (isAfter && call != Call::allocate && ++report.sinceFault == plan.secondAt) {
-        report.struck = true;
-        return failWith(EIO);
-    }
-    if (!isPlanned && !(isAfter && plan.lasts && call == plan.call)) {
-        return false;
-    }
     if (plan.error != shortCount) {
         report.struck = plan.secondAt == 0;
         return failWith(plan.error);
@@ -74,32 +62,57 @@ bool fails(Call call, const void* caller, long* count = nullptr)
     return false;
 }
 
-// Whether nobody has been told yet, by an earlier close of the same file, that it was written well.
-bool isFirstCloseOfWritten(int file)
+// Whether the call fails, errno then set. `count`: of bytes, where the call may do less than it was asked for.
+bool fails(CallName call, const void* caller, long* count = nullptr)
 {
-    struct stat status {};
-    std::array<char, 8> name{};
-    std::array<char, 32> link{};
-    std::snprintf(link.data(), link.size(), "/proc/self/fd/%d", file);
-    if ((fcntl(file, F_GETFL) & O_ACCMODE) == O_RDONLY || fstat(file, &status) != 0 || !S_ISREG(status.st_mode) ||
-        status.st_size == 0 || readlink(link.data(), name.data(), name.size()) <= 0 ||
-        std::string_view(name.data(), 7) == "/memfd:") {
+    const bool isAllocation = call == allocation;
+    if (!armed || (!isAllocation && !isSeen(caller))) {
         return false;
     }
-    const auto end = closedFiles.begin() + closedCount;
-    if (std::find(closedFiles.begin(), end, status.st_ino) != end || closedCount == closedFiles.size()) {
-        return false;
+    {
+        const Pause pause;
+        ++report.calls[call];
+        if (!isAllocation && ++report.total == plan.intrudeAt) {
+            plan.intrude();
+        }
     }
-    closedFiles[closedCount++] = status.st_ino;
-    return true;
+    for (const auto& [lacking, error] : plan.lacks) {
+        if (lacking == call) {
+            return failWith(error);
+        }
+    }
+    if (call == plan.call) {
+        ++reached;
+        if (reached == plan.at || (reached > plan.at && plan.lasts)) {
+            return strike(count);
+        }
+    }
+    if (plan.at != 0 && reached >= plan.at && !isAllocation && ++report.sinceFault == plan.secondAt) {
+        report.struck = true;
+        return failWith(EIO);
+    }
+    return false;
 }
 
-Call kindOfOpen(long flags)
+// Whether nobody has been told yet, by an earlier close of the same file, that it was written well. A single byte is no
+// content but a mark for the archive script.
+bool isFirstCloseOfWritten(int file)
 {
+    const Pause pause;
+    struct stat status {};
+    return (fcntl(file, F_GETFL) & O_ACCMODE) != O_RDONLY && fstat(file, &status) == 0 && S_ISREG(status.st_mode) &&
+           status.st_size > 1 &&
+           !std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(file)).native().starts_with("/memfd:") &&
+           closedFiles.insert(status.st_ino).second;
+}
+
+CallName nameOfOpen(long flags, const void* caller)
+{
+    report.inheritable = report.inheritable || (isSeen(caller) && (flags & O_CLOEXEC) == 0);
     if ((flags & O_TMPFILE) == O_TMPFILE) {
-        return Call::unnamed;
+        return "unnamed";
     }
-    return (flags & O_CREAT) != 0 ? Call::create : Call::open;
+    return (flags & O_CREAT) != 0 ? "create" : "open";
 }
 
 using Six = long(long, long, long, long, long, long);
@@ -115,7 +128,8 @@ void armFaults(const FaultPlan& wanted)
 {
     plan = wanted;
     report = {};
-    closedCount = 0;
+    reached = 0;
+    closedFiles.clear();
     _dl_find_object(const_cast<void*>(plan.code), &code);
     armed = true;
 }
@@ -148,63 +162,63 @@ using namespace folidex::test;
 #define TRANSFER(name, call, count)                                                                                    \
     STAND_BEFORE(name, return fails(call, caller, &(count)) ? -1 : next(a, b, c, d, e, f);)
 
-CALL(open64, kindOfOpen(b))
-CALL(openat64, kindOfOpen(c))
-TRANSFER(read, Call::read, c)
-TRANSFER(pread64, Call::read, c)
-TRANSFER(write, Call::write, c)
-TRANSFER(pwrite64, Call::write, c)
-TRANSFER(copy_file_range, Call::copyRange, e)
-CALL(ioctl, b == FICLONE ? Call::clone : Call::none)
-CALL(linkat, Call::link)
-CALL(renameat2, Call::rename)
-CALL(renameat, Call::renamePlain)
-CALL(unlinkat, Call::unlink)
-CALL(mkdir, Call::makeFolder)
-CALL(mkdirat, Call::makeFolder)
-CALL(symlinkat, Call::makeSpecial)
-CALL(mknodat, Call::makeSpecial)
-CALL(readlink, Call::readLink)
-CALL(readlinkat, Call::readLink)
-CALL(getdents64, Call::listFolder)
-CALL(statx, Call::statx)
-CALL(stat64, Call::stat)
-CALL(lstat64, Call::stat)
-CALL(fstat64, Call::stat)
-CALL(fstatat64, Call::stat)
-CALL(statvfs64, Call::volumeSpace)
-CALL(fstatvfs64, Call::volumeSpace)
-CALL(access, Call::access)
-CALL(faccessat, Call::access)
-CALL(fchmod, Call::changeMode)
-CALL(fchmodat, Call::changeMode)
-CALL(fchown, Call::changeOwner)
-CALL(fchownat, Call::changeOwner)
-CALL(futimens, Call::changeTimes)
-CALL(utimensat, Call::changeTimes)
-CALL(fsetxattr, Call::setAttribute)
-CALL(lsetxattr, Call::setAttribute)
-CALL(flistxattr, Call::readAttribute)
-CALL(llistxattr, Call::readAttribute)
-CALL(fgetxattr, Call::readAttribute)
-CALL(lgetxattr, Call::readAttribute)
-CALL(fremovexattr, Call::removeAttribute)
-CALL(ftruncate64, Call::truncate)
-CALL(lseek64, Call::seek)
-CALL(fcntl64, Call::controlDescriptor)
-CALL(memfd_create, Call::memoryFile)
-CALL(getrandom, Call::random)
-CALL(chdir, Call::changeFolder)
-FAILING(fopen64, Call::openStream, 0L)
-FAILING(popen, Call::openPipe, 0L)
-CALL(pipe2, Call::makePipe)
-FAILING(posix_spawn, Call::spawn, errno)
-CALL(poll, Call::poll)
+CALL(open64, nameOfOpen(b, caller))
+CALL(openat64, nameOfOpen(c, caller))
+TRANSFER(read, "read", c)
+TRANSFER(pread64, "read", c)
+TRANSFER(write, "write", c)
+TRANSFER(pwrite64, "write", c)
+TRANSFER(copy_file_range, "copy_file_range", e)
+CALL(ioctl, b == FICLONE ? "clone" : "ioctl")
+CALL(linkat, "link")
+CALL(renameat2, "renameat2")
+CALL(renameat, "rename")
+CALL(unlinkat, "unlink")
+CALL(mkdir, "mkdir")
+CALL(mkdirat, "mkdir")
+CALL(symlinkat, "symlink")
+CALL(mknodat, "mknod")
+CALL(readlink, "readlink")
+CALL(readlinkat, "readlink")
+CALL(getdents64, "getdents")
+CALL(statx, "statx")
+CALL(stat64, "stat")
+CALL(lstat64, "stat")
+CALL(fstat64, "stat")
+CALL(fstatat64, "stat")
+CALL(statvfs64, "statvfs")
+CALL(fstatvfs64, "statvfs")
+CALL(access, "access")
+CALL(faccessat, "access")
+CALL(fchmod, "chmod")
+CALL(fchmodat, "chmod")
+CALL(fchown, "chown")
+CALL(fchownat, "chown")
+CALL(futimens, "utimens")
+CALL(utimensat, "utimens")
+CALL(fsetxattr, "setxattr")
+CALL(lsetxattr, "setxattr")
+CALL(flistxattr, "listxattr")
+CALL(llistxattr, "listxattr")
+CALL(fgetxattr, "getxattr")
+CALL(lgetxattr, "getxattr")
+CALL(fremovexattr, "removexattr")
+CALL(ftruncate64, "truncate")
+CALL(lseek64, "lseek")
+CALL(fcntl64, b == F_SETOWN_EX || b == F_SETLEASE ? "lease" : "fcntl")
+CALL(memfd_create, "memfd")
+CALL(getrandom, "getrandom")
+CALL(chdir, "chdir")
+FAILING(fopen64, "fopen", 0L)
+FAILING(popen, "popen", 0L)
+CALL(pipe2, "pipe")
+FAILING(posix_spawn, "spawn", errno)
+CALL(poll, "poll")
 
 // The file is closed, and what was written to it may be lost.
 STAND_BEFORE(close, {
-    const bool isTold = armed && isOurs(caller) && isFirstCloseOfWritten(static_cast<int>(a));
-    const bool failed = fails(Call::close, caller);
+    const bool isTold = isSeen(caller) && isFirstCloseOfWritten(static_cast<int>(a));
+    const bool failed = fails("close", caller);
     const int error = errno;
     const long result = next(a, b, c, d, e, f);
     report.lostData = report.lostData || (failed && isTold);
@@ -213,34 +227,37 @@ STAND_BEFORE(close, {
 
 // As in a host that has its children reaped: the child has ended, how isn't known (wait(2), ECHILD).
 STAND_BEFORE(pclose, {
-    const bool failed = fails(Call::closePipe, caller);
+    const bool failed = fails("pclose", caller);
     const long status = next(a, b, c, d, e, f);
     return failed ? (errno = ECHILD, -1) : status;
 })
 STAND_BEFORE(waitpid, {
-    const bool failed = fails(Call::waitChild, caller);
+    const bool failed = fails("waitpid", caller);
     const int error = errno;
     const long child = failed && error == EINTR ? -1 : next(a, b, c, d, e, f);
     return failed ? (errno = error, -1) : child;
 })
 
 STAND_BEFORE(mkostemp64, {
-    const long file = fails(Call::create, caller) ? -1 : next(a, b, c, d, e, f);
-    if (armed && static_cast<int>(file) != -1) {
-        std::strncpy(report.temporaryFile.data(), reinterpret_cast<const char*>(a), report.temporaryFile.size() - 1);
-    }
+    const long file = fails(nameOfOpen(b | O_CREAT, caller), caller) ? -1 : next(a, b, c, d, e, f);
+    report.temporaryFiles += isSeen(caller) && static_cast<int>(file) != -1;
     return file;
+})
+STAND_BEFORE(unlink, {
+    const long result = next(a, b, c, d, e, f);
+    report.temporaryFiles -= isSeen(caller) && static_cast<int>(result) == 0;
+    return result;
 })
 
 // The time that flushing takes, and the archive functions' second, are spared.
-#define SPARED(name, call)                                                                                             \
+#define SPARED(name, failure, isLong)                                                                                  \
     STAND_BEFORE(name, {                                                                                               \
-        const bool failed = fails(call, caller);                                                                       \
-        return failed ? -1 : armed && isOurs(caller) ? 0 : next(a, b, c, d, e, f);                                     \
+        const bool failed = isSeen(caller) && (failure);                                                               \
+        return failed ? -1 : isSeen(caller) && (isLong) ? 0 : next(a, b, c, d, e, f);                                  \
     })
-SPARED(fsync, Call::flush)
-SPARED(syncfs, Call::flush)
-SPARED(nanosleep, Call::none)
+SPARED(fsync, fails("flush", caller), true)
+SPARED(syncfs, fails("flush", caller), true)
+SPARED(nanosleep, false, reinterpret_cast<const timespec*>(a)->tv_sec > 0)
 
 // The C library's own, which need no dlsym(3): that allocates itself.
 #define ALLOCATE(name, parameters, arguments)                                                                          \
@@ -248,7 +265,7 @@ SPARED(nanosleep, Call::none)
     extern "C" __attribute__((visibility("default"))) void* folidex_##name parameters asm(#name);                      \
     void* folidex_##name parameters                                                                                    \
     {                                                                                                                  \
-        return fails(Call::allocate, nullptr) ? nullptr : real_##name arguments;                                       \
+        return fails(allocation, nullptr) ? nullptr : real_##name arguments;                                           \
     }
 
 ALLOCATE(malloc, (std::size_t size), (size))

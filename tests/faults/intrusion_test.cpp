@@ -1,22 +1,26 @@
-// Somebody changes the tree just before one of the plug-in's calls to the system: before each of them in turn, so that
-// no moment between a look and a deed is left untried. Folders are exchanged with links that lead out of the tree,
-// files come and are written to, and somebody takes the name that a copy is about to get.
+// Somebody acts just before one of the plug-in's calls to the system: before each of them in turn, so that no moment
+// between a look and a deed is left untried. Folders are exchanged with links that lead out of the tree, files come and
+// are written to, somebody takes the name that a copy is about to get, or kills the process.
 
 #include "faults/fault_injector.h"
+#include "support/child_process.h"
 #include "support/plugin_under_test.h"
 #include "support/scratch_folder.h"
+#include "support/tree_snapshot.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/fs.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace folidex::test {
@@ -25,22 +29,17 @@ namespace {
 
 constexpr std::uintmax_t canarySize = 1ULL << 30U; // bytes; a sum that contains it has left the tree
 
-// Whether it was possible: not while the plug-in holds a lease, which another process would wait for.
-bool append(const fs::path& file, int flags)
-{
-    const int opened = open(file.c_str(), O_WRONLY | O_APPEND | O_NONBLOCK | O_CLOEXEC | flags, 0600);
-    const bool isWritten = opened != -1 && write(opened, " and more", 9) == 9;
-    if (opened != -1) {
-        close(opened);
-    }
-    return isWritten;
-}
-
 struct Arranged {
     const char* function;
     const char* source;           // below the scratch folder
     const char* target = nullptr; // "away" is on another file system
 };
+
+// Opens the file to write to it; -1 where that isn't possible, as while the plug-in holds a lease.
+int openToWrite(const fs::path& file, int flags)
+{
+    return open(file.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC | flags, 0600);
+}
 
 class Intrusions : public testing::Test {
 protected:
@@ -63,41 +62,55 @@ protected:
         scratch.write("tree/inner/deep/file", "x");
         scratch.write("tree/inner/file", "x");
         scratch.write("tree/last", "x");
+        scratch.symlink("last", "tree/link");
         scratch.symlink(scratch / "canary", "pool/link");
+        scratch.symlink(scratch / "canary/song", "pool/song");
     }
 
-    // Calls the function once undisturbed, and then with somebody in between before each of its calls to the system.
-    void intrudeEverywhere(const Arranged& call, const std::vector<std::pair<Call, int>>& lacks,
-                           const std::function<void()>& intrude, const std::function<void(const Result&)>& judge)
+    Result call(const Arranged& call) const
     {
-        static const std::function<void()>* current = nullptr;
-        current = &intrude;
         std::vector<fmxhost::Value> arguments{scratch.text(call.source)};
         if (call.target != nullptr) {
             arguments.emplace_back(call.target == std::string("away") ? away.string() : scratch.text(call.target));
         }
-        FaultPlan plan;
-        plan.code = reinterpret_cast<const void*>(plugin.plugin().find(fmxhost::Value(call.function).text())->handler);
-        plan.intrude = [] { (*current)(); };
-        for (const auto& [kind, error] : lacks) {
-            plan.lacks[static_cast<std::size_t>(kind)] = error;
+        return plugin.call(call.function, arguments);
+    }
+
+    const void* codeOf(const Arranged& call) const
+    {
+        return reinterpret_cast<const void*>(plugin.function(call.function).handler);
+    }
+
+    // How many items there are whose names say that they are on their way.
+    std::size_t hiddenItems() const
+    {
+        std::size_t hidden = 0;
+        for (const fs::path& folder : {scratch.path(), away}) {
+            for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+                hidden += entry.path().filename().string().starts_with(".folidex-") ? 1U : 0U;
+            }
         }
+        return hidden;
+    }
+
+    // Calls the function once undisturbed, and then with somebody in between before each of its calls to the system.
+    void intrudeEverywhere(const Arranged& arranged, const Lacks& lacks, const std::function<void()>& intrude,
+                           const std::function<void(const Result&)>& judge)
+    {
+        FaultPlan plan{.lacks = lacks, .intrude = intrude};
+        plan.code = codeOf(arranged);
         unsigned calls = 7; // at least; fewer would mean that the calls aren't seen
         for (; plan.intrudeAt <= calls && !HasFailure(); ++plan.intrudeAt) {
-            SCOPED_TRACE(std::string(call.function) + ", before call " + std::to_string(plan.intrudeAt));
+            SCOPED_TRACE(std::string(arranged.function) + ", before call " + std::to_string(plan.intrudeAt));
             renew();
             armFaults(plan);
-            const Result result = plugin.call(call.function, arguments);
+            const Result result = call(arranged);
             const FaultReport report = disarmFaults();
             calls = plan.intrudeAt == 0 ? report.total : calls;
             EXPECT_FALSE(result.threw()) << result.exception();
             EXPECT_TRUE(plan.intrudeAt > 0 || !result.isError()) << plugin.lastErrorText();
             judge(result);
-            for (const fs::path& folder : {scratch.path(), away}) {
-                for (const auto& entry : fs::recursive_directory_iterator(folder)) {
-                    EXPECT_FALSE(entry.path().filename().string().starts_with(".folidex-")) << entry.path();
-                }
-            }
+            EXPECT_EQ(hiddenItems(), 0U);
         }
         EXPECT_TRUE(calls >= 7 || HasFailure());
     }
@@ -112,11 +125,12 @@ TEST_F(Intrusions, NeverLeadOutOfTheTree)
 {
     const struct {
         Arranged call;
-        std::vector<const char*> victims; // the folders that the link replaces
+        std::vector<const char*> victims; // what a link replaces
     } walks[] = {
         {{"KORB_FolderDelete", "tree"}, {"tree/inner", "tree/inner/deep", "tree"}},
-        {{"KORB_FolderCopy", "tree", "copies"}, {"tree/inner", "tree/inner/deep"}},
-        {{"KORB_FolderMove", "tree", "away"}, {"tree/inner", "tree/inner/deep", "tree"}},
+        {{"KORB_FolderCopy", "tree", "copies"}, {"tree/inner", "tree/inner/deep", "tree/inner/file"}},
+        {{"KORB_FolderMove", "tree", "away"}, {"tree/inner", "tree/inner/deep", "tree", "tree/inner/file"}},
+        {{"KORB_FileCopy", "tree/last", "copies"}, {"tree/last"}},
         {{"KORB_GetFolderSize", "tree"}, {"tree/inner", "tree/inner/deep"}},
     };
     for (const auto& [call, victims] : walks) {
@@ -124,12 +138,12 @@ TEST_F(Intrusions, NeverLeadOutOfTheTree)
             SCOPED_TRACE(victim);
             unsigned exchanges = 0;
             const auto exchange = [&] {
-                const std::string folder = scratch.text(victim);
-                const std::string link = scratch.text("pool/link");
-                if (renameat2(AT_FDCWD, folder.c_str(), AT_FDCWD, link.c_str(), RENAME_EXCHANGE) == 0) {
+                const std::string item = scratch.text(victim);
+                const std::string link = scratch.text(fs::is_directory(item) ? "pool/link" : "pool/song");
+                if (renameat2(AT_FDCWD, item.c_str(), AT_FDCWD, link.c_str(), RENAME_EXCHANGE) == 0) {
                     ++exchanges;
                 } else if (errno != ENOENT) { // what is deleted already can't be exchanged
-                    ADD_FAILURE() << "can't exchange " << folder;
+                    ADD_FAILURE() << "can't exchange " << item;
                 }
             };
             intrudeEverywhere(call, {}, exchange, [&](const Result& result) {
@@ -138,8 +152,8 @@ TEST_F(Intrusions, NeverLeadOutOfTheTree)
                 EXPECT_EQ(scratch.read("canary/song"), "untouched");
                 for (const fs::path& folder : {scratch / "copies", away}) {
                     for (const auto& entry : fs::recursive_directory_iterator(folder)) {
-                        EXPECT_NE(entry.path().filename(), "song");
-                        EXPECT_NE(entry.path().filename(), "verse");
+                        const bool isFile = fs::is_regular_file(entry.symlink_status());
+                        EXPECT_TRUE(!isFile || !scratch.read(entry.path()).starts_with("untouched")) << entry.path();
                     }
                 }
                 EXPECT_TRUE(result.isError() || result.number() < static_cast<double>(canarySize));
@@ -149,72 +163,151 @@ TEST_F(Intrusions, NeverLeadOutOfTheTree)
     }
 }
 
-// Whatever is written into the source while it is moved to another file system is afterwards there or here.
+// Whatever is done to the source while it is moved to another file system is afterwards to be seen there or here.
 TEST_F(Intrusions, AreNotRemovedWithTheSource)
 {
-    for (const std::string name : {"inner/deep/file", "inner/file", "last", "inner/deep/new", "inner/new", "new"}) {
-        SCOPED_TRACE(name);
-        bool isWritten = false;
-        const auto write = [&] { isWritten = append(scratch / "tree" / name, O_CREAT); };
-        intrudeEverywhere({"KORB_FolderMove", "tree", "away"}, {}, write, [&](const Result& result) {
-            const auto holds = [&](const fs::path& file) {
-                std::string text;
-                std::getline(std::ifstream(file), text, '\0');
-                return text.ends_with(" and more");
-            };
-            EXPECT_TRUE(!isWritten || holds(scratch / "tree" / name) || holds(away / "tree" / name));
-            EXPECT_TRUE(result.isError() || !scratch.exists("tree"));
-            for (const char* file : {"inner/deep/file", "inner/file", "last"}) {
-                EXPECT_TRUE(scratch.exists(fs::path("tree") / file) || fs::exists(away / "tree" / file)) << file;
+    int held = -1;
+    const auto write = [](const fs::path& file, int flags, const char* text) {
+        const int opened = openToWrite(file, flags);
+        const bool isWritten = opened != -1 && ::write(opened, text, 1) == 1;
+        close(opened);
+        return isWritten;
+    };
+    const auto append = [&](const fs::path& file) { return write(file, O_APPEND | O_CREAT, "+"); };
+    // Nothing tells but the time that nobody can set, and that only until the file gets another name.
+    const auto rewrite = [&](const fs::path& file) {
+        struct stat before {};
+        struct stat now {};
+        if (fs::exists(away / "tree") || stat(file.c_str(), &before) != 0) {
+            return false;
+        }
+        do {
+            const timespec times[] = {before.st_atim, before.st_mtim};
+            if (!write(file, 0, "X") || utimensat(AT_FDCWD, file.c_str(), times, 0) != 0) {
+                return false;
             }
-            isWritten = false;
+            stat(file.c_str(), &now);
+        } while (now.st_ctim.tv_nsec == before.st_ctim.tv_nsec);
+        return true;
+    };
+    const auto exchange = [&](const fs::path& file) {
+        scratch.write("pool/new", "X");
+        return fs::exists(file) && rename((scratch / "pool/new").c_str(), file.c_str()) == 0;
+    };
+    const auto link = [&](const fs::path& file) {
+        unlink(file.c_str());
+        return symlink("X", file.c_str()) == 0;
+    };
+    const auto makeFolder = [](const fs::path& folder) { return mkdir(folder.c_str(), 0700) == 0; };
+    const auto hold = [&](const fs::path& file) { return (held = openToWrite(file, 0)) != -1; };
+    const struct {
+        const char* name; // below the moved folder
+        std::function<bool(const fs::path& item)> act;
+    } deeds[] = {
+        {"inner/deep/file", append}, {"inner/file", append}, {"last", append},          {"inner/deep/new", append},
+        {"inner/new", append},       {"new", append},        {"inner/file", rewrite},   {"inner/deep/file", exchange},
+        {"inner/file", link},        {"inner/new", link},    {"inner/new", makeFolder}, {"inner/file", hold},
+    };
+    unsigned refusals = 0; // before anything has come
+    const auto expectKept = [&](const Arranged& move, const Lacks& lacks, const fs::path& name, const auto& act) {
+        const std::string source = move.source;
+        const fs::path copy = away / fs::path(source).filename();
+        const auto in = [&](const fs::path& place) { return name.empty() ? place : place / name; };
+        std::string expected;
+        const auto intrude = [&] {
+            const fs::path item = in(scratch / source);
+            expected = act(item) ? snapshot(item).at("").content : "";
+        };
+        intrudeEverywhere(move, lacks, intrude, [&](const Result& result) {
+            const auto isAt = [&](const fs::path& place) { return snapshot(in(place)).at("").content == expected; };
+            EXPECT_TRUE(expected.empty() || isAt(scratch / source) || isAt(copy)) << expected;
+            EXPECT_EQ(result.isError(), scratch.exists(source));
+            struct stat status {};
+            EXPECT_TRUE(held == -1 || (fstat(held, &status) == 0 && status.st_nlink > 0));
+            for (const char* file : {"inner/deep/file", "inner/file", "last"}) {
+                EXPECT_TRUE(scratch.exists(fs::path("tree") / file) || fs::exists(fs::symlink_status(copy / file)) ||
+                            source != "tree");
+            }
+            refusals += result.isError() && !fs::exists(copy) ? 1U : 0U;
+            expected.clear();
+            close(std::exchange(held, -1));
         });
+    };
+    for (const auto& [name, act] : deeds) {
+        SCOPED_TRACE(std::string(name) + " of " + std::to_string(&name - &deeds[0].name));
+        expectKept({"KORB_FolderMove", "tree", "away"}, {}, name, act);
+        EXPECT_GT(refusals, 0U);
+        refusals = 0;
     }
-    intrudeEverywhere(
-        {"KORB_FileMove", "tree/last", "away"}, {}, [&] { append(scratch / "tree/last", 0); },
-        [&](const Result& result) {
-            EXPECT_EQ(result.isError(), scratch.exists("tree/last"));
-            EXPECT_NE(fs::exists(away / "last"), scratch.exists("tree/last"));
-        });
+    for (const Lacks& lacks : {Lacks(), Lacks{{"lease", EINVAL}}}) {
+        expectKept({"KORB_FileMove", "tree/last", "away"}, lacks, "",
+                   [&](const fs::path& file) { return write(file, O_APPEND, "+"); });
+    }
 }
 
 // Where a name has been taken after the look at it, what took it stays.
 TEST_F(Intrusions, AreNotReplaced)
 {
-    const std::vector<std::pair<Call, int>> systems[] = {
+    const Lacks systems[] = {
         {},
-        {{Call::rename, EINVAL}, {Call::unnamed, EOPNOTSUPP}},
-        {{Call::rename, EINVAL}, {Call::unnamed, EOPNOTSUPP}, {Call::link, EPERM}},
+        {{"renameat2", EINVAL}, {"unnamed", EOPNOTSUPP}},
+        {{"renameat2", EINVAL}, {"unnamed", EOPNOTSUPP}, {"link", EPERM}},
     };
     const struct {
         Arranged call;
         const char* target;
     } arrivals[] = {
         {{"KORB_FileCopy", "tree/last", "copies"}, "copies/last"},
+        {{"KORB_FileCopy", "tree/link", "copies"}, "copies/link"},
         {{"KORB_FileMove", "tree/last", "copies"}, "copies/last"},
         {{"KORB_FileMove", "tree/last", "away"}, "away/last"},
         {{"KORB_FolderCopy", "tree", "copies"}, "copies/tree"},
         {{"KORB_FolderMove", "tree", "away"}, "away/tree"},
     };
-    for (const auto& lacks : systems) {
+    for (const Lacks& lacks : systems) {
         for (const auto& [call, name] : arrivals) {
             SCOPED_TRACE(lacks.size());
-            const fs::path target = name[0] == 'a' ? away / (name + 5) : scratch / name;
+            const ScratchFolder& folder = name[0] == 'a' ? *places.away : scratch;
             bool isFirst = false;
-            const auto take = [&] {
-                isFirst = !fs::exists(fs::symlink_status(target));
+            const auto take = [&, name = name] {
+                isFirst = !folder.exists(name);
                 if (isFirst) {
-                    std::ofstream(target) << "who came first";
+                    folder.write(name, "who came first");
                 }
             };
-            intrudeEverywhere(call, lacks, take, [&](const Result& result) {
-                std::string text;
-                std::getline(std::ifstream(target), text);
-                EXPECT_TRUE(!isFirst || (text == "who came first" && result.isError())) << text;
-                EXPECT_TRUE(!result.isError() || fs::exists(scratch / call.source));
+            intrudeEverywhere(call, lacks, take, [&, &call = call, name = name](const Result& result) {
+                EXPECT_TRUE(!isFirst || (folder.read(name) == "who came first" && result.isError()));
+                EXPECT_TRUE(!result.isError() || scratch.exists(call.source));
                 isFirst = false;
             });
         }
+    }
+}
+
+// After kill -9 the copy is there whole or not at all, and of a file that gets its name last nothing is left.
+TEST_F(Intrusions, ThatKillLeaveNothingHalfMade)
+{
+    for (const auto& [arranged, target] : {std::pair(Arranged{"KORB_FileCopy", "tree/last", "copies"}, "copies/last"),
+                                           std::pair(Arranged{"KORB_FolderCopy", "tree", "copies"}, "copies/tree"),
+                                           std::pair(Arranged{"KORB_FolderMove", "tree", "away"}, "away/tree")}) {
+        const fs::path copy = target[0] == 'a' ? away / (target + 5) : scratch / target;
+        FaultPlan plan{.intrudeAt = 1, .intrude = [] { kill(getpid(), SIGKILL); }};
+        plan.code = codeOf(arranged);
+        const auto killed = "child: ended by signal " + std::to_string(SIGKILL);
+        for (std::string answer = killed; answer == killed; ++plan.intrudeAt) {
+            renew();
+            const Snapshot before = snapshot(scratch / arranged.source);
+            answer = inChild([&, &arranged = arranged] {
+                armFaults(plan);
+                return call(arranged).utf8();
+            });
+            const bool isThere = fs::exists(copy);
+            EXPECT_TRUE(!isThere || snapshot(copy) == before) << plan.intrudeAt;
+            EXPECT_TRUE(isThere || answer == killed) << answer;
+            EXPECT_TRUE(isThere || snapshot(scratch / arranged.source) == before);
+            EXPECT_TRUE(hiddenItems() == 0 || arranged.function != std::string("KORB_FileCopy"));
+        }
+        EXPECT_GT(plan.intrudeAt, 7U);
     }
 }
 

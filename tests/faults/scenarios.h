@@ -3,43 +3,37 @@
 
 #include "faults/fault_injector.h"
 
+#include <map>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace folidex::test {
 
-// Where a scenario's files are. `home` and `away` are on different file systems.
+// Where a scenario's files are: on two file systems, if there are two.
 struct Places {
     std::string home;
-    std::string away;    // empty where there is no second file system
-    std::string volumes; // "/Volumes" in a scenario with a root folder of its own, else empty
+    std::string away;
+
+    std::string path(std::string word) const; // "~" at its beginning is the home folder, "@" the away one
 };
 
-// Whether a successful answer other than the undisturbed one's is right, as that of a sum without what couldn't be
-// examined.
-using OtherAnswer = bool(const std::string& answer, const std::string& undisturbed);
-
 struct Scenario {
-    std::vector<std::string>
-        call{};              // function and arguments; "~" at the beginning is the home folder, "@" the away one
-    std::string where{};     // what is special about it
-    bool leavesPart = false; // a failure may leave a part of what goes or comes
-    std::string replaced{};  // what goes before the copy comes, and stays removed when that fails
-    void (*prepare)(const Places&) = nullptr;  // after the common tree was built
-    std::vector<std::pair<Call, int>> lacks{}; // what the system doesn't have, and the errno value that says so
-    OtherAnswer* isOtherAnswer = nullptr;
-    std::vector<Call> otherAnswerTo{}; // the calls without which there may be one; none: any
+    std::vector<std::string> call{};          // function, without "KORB_", and arguments for Places::path()
+    std::string where{};                      // what is special about it
+    Lacks lacks{};                            // nothing of which changes what an undisturbed call does
+    std::string replaced{};                   // what goes before the copy comes, and stays removed when that fails
+    bool leavesPart = false;                  // a failure may leave a part of what goes or comes
+    void (*prepare)(const Places&) = nullptr; // after the common tree was built
     bool needsRoot = false;
-    bool ownRoot = false; // "/" is the scratch folder; needs root's rights
-    bool logs = false;    // the log is on, and in the home folder
+    bool isOnVolume = false; // the home folder is the volume "Disk", in a root folder of the scenario's own
+    bool runsScript = false; // takes the time of a shell script
+    bool logs = false;       // the log is on, and in the home folder
+    // By the call that fails ("*": any), another answer that is right, such as a sum without what couldn't be examined;
+    // "*": any answer.
+    std::map<CallName, std::string> otherAnswers{};
 
     std::string name() const; // letters, digits and underscores
-    std::vector<std::string> arguments(const Places& places) const;
-    static std::string inPlaces(std::string word, const Places& places); // "~" and "@" replaced
-    const std::vector<int>& codes() const; // that the function's description allows when the system refuses something
-    bool needsAway() const;
-    bool runsScript() const; // takes the time of a shell script
+    bool isAcross() const;
 };
 
 const std::vector<Scenario>& scenarios();

@@ -1,23 +1,25 @@
 // A file system in user space that shows a folder and keeps to few of the customs: for what network, cloud and foreign
-// file systems do.
+// file systems do. It has no unnamed files, no links of either kind, and doesn't tell what its entries are.
 #pragma once
 
 #include <filesystem>
+#include <memory>
 #include <string>
+#include <thread>
+
+struct fuse;
 
 namespace folidex::test {
 
-// Each off: it is as the folder's own, but for unnamed files, which it never has.
 struct Strangeness {
     bool closeFails = false;        // with ENOSPC, and what was written is lost
     bool noExclusiveRename = false; // renameat2 with flags: EINVAL
-    bool noHardLinks = false;       // EPERM
     bool ignoresCase = false;       // of ASCII letters
     bool unstableInodes = false;    // each spelling of a name has a number of its own
 };
 
-// Mounted while the object lives, served by a child process. `folder` and `mountPoint`: absolute paths of folders.
-// problem() says why there is no mount, for a test that is skipped then; empty when there is one.
+// Mounted while the object lives, served by a thread of this process; there can be one at a time. `folder` and
+// `mountPoint`: absolute paths of folders. problem() says why there is no mount; empty when there is one.
 class StrangeFileSystem {
 public:
     StrangeFileSystem(const std::filesystem::path& folder, const std::filesystem::path& mountPoint,
@@ -30,8 +32,8 @@ public:
 
 private:
     std::string problem_;
-    std::string mountPoint_;
-    int server_ = -1;
+    fuse* server_ = nullptr;
+    std::thread thread_;
 };
 
 } // namespace folidex::test

@@ -1,8 +1,6 @@
 // What several threads may do at once; ThreadSanitizer is the judge of most of it.
 #include "values.h"
 
-#include <fmxkit/registry.h>
-
 #include <atomic>
 #include <barrier>
 #include <functional>
@@ -57,22 +55,6 @@ TEST(Threads, ShareValuesAndTheirBuffers)
         original->Uppercase();
         ASSERT_EQ(units(data->GetAsText()), u"shared by all");
     }
-}
-
-TEST(Threads, RegisterAtOnce)
-{
-    const fmx::QuadCharUniquePtr plugin('T', 'H', 'R', 'D');
-    const auto handler = [](short, const fmx::ExprEnv&, const fmx::DataVect&, fmx::Data&) { return fmx::errcode(); };
-    std::atomic<int> accepted = 0;
-    onThreads([&](int) {
-        for (short id = 0; id < 100; ++id) {
-            accepted += fmx::ExprEnv::RegisterExternalFunction(*plugin, id, *text(u"Name"), *text(u"Name"), 0, 0, 0,
-                                                               handler) == 0;
-            fmxkit::externalFunctions();
-        }
-    });
-    EXPECT_EQ(accepted, 100);
-    EXPECT_EQ(fmxkit::purge(plugin->GetMacType()), 100U);
 }
 
 } // namespace

@@ -1,5 +1,8 @@
 #include "values.h"
 
+#include "host/base/unicode.h"
+#include "host/base/value.h"
+
 #include <algorithm>
 #include <fstream>
 #include <sstream>
@@ -28,16 +31,13 @@ std::vector<std::vector<std::string>> cases(const std::string& heading)
 fmx::TextUniquePtr text(std::u16string_view units)
 {
     fmx::TextUniquePtr result;
-    result->AssignUnicodeWithLength(reinterpret_cast<const fmx::uint16*>(units.data()),
-                                    static_cast<fmx::uint32>(units.size()));
+    result->SetText(fmxhost::Value(units).data().GetAsText());
     return result;
 }
 
 fmx::TextUniquePtr text(const std::string& utf8)
 {
-    fmx::TextUniquePtr result;
-    result->Assign(utf8.c_str(), fmx::Text::kEncoding_UTF8);
-    return result;
+    return text(fmxhost::toUtf16(utf8));
 }
 
 fmx::DataUniquePtr textData(const std::string& utf8, fmx::Data::DataType type)
@@ -57,23 +57,17 @@ fmx::FixPtUniquePtr number(const std::string& digits)
 
 std::u16string units(const fmx::Text& value)
 {
-    std::u16string result(value.GetSize(), u'\0');
-    value.GetUnicode(reinterpret_cast<fmx::uint16*>(result.data()), 0, value.GetSize());
-    return result;
+    return fmxhost::unitsOf(value);
 }
 
 std::string utf8(const fmx::Text& value)
 {
-    std::string result(std::size_t{value.GetSize()} * 3, '\0');
-    result.resize(value.GetBytesEx(result.data(), static_cast<fmx::uint32>(result.size())));
-    return result;
+    return fmxhost::toUtf8(units(value));
 }
 
 std::string shown(const fmx::FixPt& number)
 {
-    fmx::DataUniquePtr data;
-    data->SetAsNumber(number);
-    return utf8(data->GetAsText());
+    return fmxhost::Value(number).utf8();
 }
 
 std::string shown(const fmx::DateTime& timeStamp)

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <thread>
+#include <utility>
 
 namespace {
 
@@ -41,20 +42,20 @@ TEST(ErrorModel, ConcurrentWritersLeaveWholeRecords)
 {
     korb_Errors errors;
     std::atomic<bool> done{false};
-    const auto writer = [&errors, &done](int code) {
+    const auto write = [&errors, &done](int code) {
         while (!done) {
             errors.setError(code, 0, std::string(64, static_cast<char>('0' - code)));
-            errors.clearError();
         }
     };
-    std::thread first(writer, -3);
-    std::thread second(writer, -4);
+    errors.setError(-3, 0, std::string(64, '3'));
+    std::thread first(write, -3);
+    std::thread second(write, -4);
     int torn = 0;
-    for (int i = 0; i < 20000; ++i) {
+    int before = 0;
+    for (int changes = 0; changes < 200;) { // so often have both been writing meanwhile
         const korb_Errors::Fields fields = errors.fields();
-        const std::string expected =
-            fields.errorID == 0 ? "" : std::string(64, static_cast<char>('0' - fields.errorID));
-        torn += fields.extendedError.value_or("") == expected ? 0 : 1;
+        torn += fields.extendedError == std::string(64, static_cast<char>('0' - fields.errorID)) ? 0 : 1;
+        changes += fields.errorID == std::exchange(before, fields.errorID) ? 0 : 1;
     }
     done = true;
     first.join();

@@ -1,4 +1,4 @@
-"""What a server's administrator and FileMaker expect of the plug-in as a file."""
+"""What a server's administrator expects of the plug-in as a file, beside the rules that fmxhost check knows."""
 
 import json
 import os
@@ -10,24 +10,12 @@ import unittest
 
 PLUGIN, SOURCE, BUILD_TYPE, PROCESSOR, STRIP = sys.argv[1:6]
 
-# The library that FileMaker Server supplies, the C and C++ run-times, and what every Debian and Ubuntu has because
-# its packages are essential or required: util-linux's and coreutils' own libraries.
-SERVER_LIBRARIES = {
-    "libFMWrapper.so", "libc.so.6", "libm.so.6", "libstdc++.so.6", "libgcc_s.so.1",
-    "libmount.so.1", "libblkid.so.1", "libacl.so.1", "libattr.so.1",
-    "ld-linux-x86-64.so.2", "ld-linux-aarch64.so.1",
-}
-
 
 def output(*command):
     return subprocess.run(command, check=True, capture_output=True, text=True).stdout
 
 
 class PluginFile(unittest.TestCase):
-    def test_exports_the_entry_point_alone(self):
-        symbols = [line.split()[-1] for line in output("nm", "-D", "--defined-only", PLUGIN).splitlines()]
-        self.assertEqual(symbols, ["FMExternCallProc"])
-
     def test_asks_the_sdk_for_documented_names_only(self):
         kit = os.path.join(SOURCE, "fmx", "include")
         declared = set()
@@ -37,22 +25,6 @@ class PluginFile(unittest.TestCase):
         undefined = set(re.findall(r"\bU (FM_\w+)", output("nm", "-D", "--undefined-only", PLUGIN)))
         self.assertGreater(len(undefined), 20)
         self.assertEqual(undefined - declared, set())
-
-    def test_needs_only_what_a_server_has(self):
-        dynamic = output("readelf", "-d", PLUGIN)
-        needed = set(re.findall(r"\(NEEDED\).*\[(.+)\]", dynamic))
-        self.assertEqual(needed - SERVER_LIBRARIES, set())
-        self.assertIn("libFMWrapper.so", needed)
-        # Where the server has FileMaker's library, and nowhere else.
-        self.assertEqual(re.findall(r"\((?:RPATH|RUNPATH)\).*\[(.*)\]", dynamic), ["/opt/FileMaker/lib"])
-
-    # Ubuntu 22.04, the oldest server system, has glibc 2.35 and GCC 12's libstdc++.
-    def test_runs_on_the_oldest_server_system(self):
-        versions = output("objdump", "-T", PLUGIN)
-        newest = {"GLIBC": (2, 35), "GLIBCXX": (3, 4, 30), "CXXABI": (1, 3, 13)}
-        for family, limit in newest.items():
-            for version in re.findall(rf"\({family}_([\d.]+)\)", versions):
-                self.assertLessEqual(tuple(map(int, version.split("."))), limit, f"{family}_{version}")
 
     def test_is_hardened(self):
         segments = output("readelf", "-lW", PLUGIN)

@@ -24,7 +24,7 @@ def add_test(file):
         calculations = [line for line in lines if not line.startswith(ARROW)]
         result = subprocess.run([HOST, "--plugin", SAMPLE, "--get", "ScriptParameter=a=b", "--get", "Café=au lait"],
                                 input="\n".join(calculations).encode(), stdout=subprocess.PIPE,
-                                stderr=subprocess.STDOUT, env={**os.environ, "HOME": "/home/me", "TMPDIR": "/scratch/"})
+                                stderr=subprocess.STDOUT, env={**os.environ, "HOME": "/home/me", "TMPDIR": "/scratch/", "SAMPLE": "definition=<PluginStep/>"})
         # Standard error too; lines are other ones here.
         printed = re.sub(r"standard input:\d+:", "", result.stdout.decode()).splitlines()
         self.assertEqual("\n".join(printed), "\n".join(line[len(ARROW):] for line in lines if line.startswith(ARROW)))

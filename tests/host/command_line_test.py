@@ -83,8 +83,8 @@ class Errors(unittest.TestCase):
 
     def test_the_plugin(self):
         self.check(host("-e", "1 & Smpl_Fail(1)"), 4, "Smpl_Fail", "std::runtime_error (broken on purpose)")
-        self.check(host("list", variant="throwing"), 4, "no start today")
-        self.check(host("-e", "1", variant="refusing"), 3, "refuses")
+        self.check(host("list", variant="start=throw"), 4, "no start today")
+        self.check(host("-e", "1", variant="answer=-2"), 3, "refuses")
         self.check(host("-e", "1", plugin="/nothing.fmx"), 3, "/nothing.fmx")
         self.check(host("-e", "1", plugin=__file__), 3, os.path.basename(__file__))
         for version, status in (("49", 3), ("50", 0), ("255", 0), ("256", 3)):
@@ -116,14 +116,16 @@ class Descriptions(unittest.TestCase):
         functions = objects(host("--json", "list"))
         self.assertEqual([f["name"] for f in functions][:3] + [functions[-1]["id"]],
                          ["Smpl_Echo", "Smpl_Count", "Smpl_Fail", 99])
-        count = {"id": 2, "name": "Smpl_Count", "prototype": "Smpl_Count", "description": "Smpl_Count", "min": 0, "max": -1,
-                 "flags": 0xFF01}
+        count = {"id": 2, "name": "Smpl_Count", "prototype": "Smpl_Count( {values…} )",
+                 "description": "words|Does nothing.", "min": 0, "max": -1, "flags": 0xFF01}
         self.assertEqual(functions[1], count)
         self.assertEqual(objects(host("help", "--json", "smpl_count")), [count])  # options are understood after a command
-        self.assertEqual(objects(host("--json", "steps")),
-                         [{"id": 1, "name": "Step", "definition": "Step", "description": "Step", "flags": 0xFF01}])
+        self.assertEqual(objects(host("--json", "steps", variant="definition=<PluginStep/>"))[0],
+                         {"id": 1, "name": "Step", "definition": "<PluginStep/>", "description": "Does nothing.",
+                          "flags": 0xFF01})
         self.assertEqual(objects(host("--json", "strings")),
-                         [{"128": "Sample", "129": "Sample", "131": "SMPL1nnYnnn", "132": "Sample"}])
+                         [{"128": "Sample", "129": "Does nothing, and that well.", "131": "SMPL1nnYnnn",
+                           "132": "https://example.com/help?function="}])
 
     def test_plain(self):
         for command, line in (("list", "   99  none        Smpl_Größe"), ("strings", "131  options      SMPL1nnYnnn"),

@@ -1,4 +1,4 @@
-"""The reference and the pasteable recipes as they are committed: what tools/reference.py writes now, and a page that stands alone.
+"""The reference and the pasteable recipes as they are committed, and what the documents point to.
 
 Called as: pages_test.py FMXHOST PLUGIN SOURCE-FOLDER ERROR-TEXTS
 """
@@ -22,6 +22,16 @@ import filemaker_script
 import function_texts
 
 DOCS = Path(SOURCE, "docs")
+LINK = re.compile(r"\]\((?!http)([^)#\s]*)#?([^)\s]*)\)")
+PATH = re.compile(r"(?<![\w/.…])(?:\.ci|archive|bench|cmake|docs|fmx|frame|fuzz|host|log|operations|packaging|platform|queries"
+                  r"|resources|scripts|tests|tools)/[\w./-]*\w")
+
+
+def places_of(file):
+    text = file.read_text("utf-8")
+    headings = re.findall(r"^#+ (.*)$", text, re.M)
+    return {*map(reference.slug, headings), *re.findall(r'<a id="([^"]*)"', text)}
+
 
 class Pages(unittest.TestCase):
     def test_committed_files_are_current(self):
@@ -29,7 +39,8 @@ class Pages(unittest.TestCase):
             reference.main(FMXHOST, PLUGIN, ERROR_TEXTS, DOCS, made)
             files = sorted(str(path.relative_to(made)) for path in Path(made).rglob("*.*"))
             self.assertEqual(files[:2], ["functions.html", "functions.md"])
-            self.assertEqual(filecmp.cmpfiles(DOCS, made, files, shallow=False)[1:], ([], []), "make them: cmake --build build/release --target reference")
+            make = "make them: cmake --build --preset release --target reference"
+            self.assertEqual(filecmp.cmpfiles(DOCS, made, files, shallow=False)[1:], ([], []), make)
             self.assertEqual({path.name for path in (DOCS / "recipes").iterdir()}, {Path(file).name for file in files[2:]})
 
     def test_page_stands_alone(self):
@@ -41,39 +52,22 @@ class Pages(unittest.TestCase):
         self.assertEqual(text.count("<section"), text.count("</section>"))
         self.assertNotRegex(text, r"https?:|url\(|@import|\{\{")
 
-    def test_links_of_the_documents_lead_somewhere(self):
-        for document in [DOCS / "functions.md", DOCS / "recipes.md", DOCS / "install.md", *map(Path(SOURCE).joinpath, ("README.md", "SECURITY.md"))]:
-            for file, place in re.findall(r"\]\((?!http)([^)#\s]*)#?([^)\s]*)\)", document.read_text("utf-8")):
+    def test_what_documents_point_to_is_there(self):
+        for document in [*Path(SOURCE).glob("*.md"), *DOCS.glob("*.md")]:
+            text = document.read_text("utf-8")
+            missing = [name for name in PATH.findall(text) if not Path(SOURCE, name).exists()]
+            for file, place in LINK.findall(text):
                 target = document.parent / file if file else document
-                self.assertTrue(target.exists(), f"{document.name}: {file}")
-                if place:
-                    text = target.read_text("utf-8")
-                    places = {reference.slug(heading) for heading in re.findall(r"^#+ (.*)$", text, re.M)} | set(re.findall(r'<a id="([^"]*)"', text))
-                    self.assertIn(place, places, f"{document.name}: {file}")
-
-    def test_files_that_the_documents_name_exist(self):
-        rooms = r"(?<![\w/.…])(?:\.ci|archive|bench|cmake|docs|fmx|frame|fuzz|host|log|operations|packaging|platform|queries|resources|scripts|tests|tools)"
-        for document in [*Path(SOURCE).glob("*.md"), *DOCS.rglob("*.md")]:
-            for name in re.findall(rf"{rooms}/[\w./-]*\w", document.read_text("utf-8")):
-                self.assertTrue(Path(SOURCE, name).exists(), f"{document.name}: {name}")
+                if not target.exists() or place and place not in places_of(target):
+                    missing.append(f"{file}#{place}")
+            self.assertEqual(missing, [], document.name)
 
     def test_recipes_to_paste_have_the_steps(self):
         for title, text in function_texts.sections_of((DOCS / "recipes.md").read_text("utf-8")):
-            if match := re.search(r"^```filemaker\n(.*?)^```$", text, re.M | re.S):
+            for script in re.findall(r"^```filemaker\n(.*?)^```$", text, re.M | re.S):
                 root = ElementTree.parse(DOCS / f"recipes/{reference.slug(title)}.xml").getroot()
                 names = [step.get("name").partition(" (comment)")[0] for step in root]
-                self.assertEqual(names, [step.name for step in filemaker_script.parse(match[1])], title)
-                shown = "\n".join(filter(None, map(str.strip, root.itertext())))
-                for calculation in re.findall(r"^ *(?:If|Exit Loop If) \[ (.*) \]$", match[1], re.M):
-                    self.assertIn(calculation, shown)
-
-    def test_texts_that_break_the_structure_are_refused(self):
-        good = "Does it.\n## Chapter\nFiles\n## Result\n0\n## Errors\n- -3: it\n## Example\n```\nF\n→ 1\n```\n"
-        self.assertEqual(function_texts.parse("F", good).errors[0].when, "it")
-        for old, new in [("Does it.", ""), ("## Result", "## Resutl"), ("- -3: it", "- it"), ("- -3: it", "- -3 it"), ("→ 1", "1"),
-                         ("F\n→ 1\n", ""), ("## Errors", "## Parameters\n- path text: it\n## Errors"), ("## Errors", "## Result\n0\n## Errors")]:
-            with self.subTest(new), self.assertRaises(function_texts.TextError):
-                function_texts.parse("F", good.replace(old, new))
+                self.assertEqual(names, [step.name for step in filemaker_script.parse(script)], title)
 
 
 if __name__ == "__main__":

@@ -41,7 +41,7 @@ struct ScriptStep {
 [[gnu::visibility("default")]] std::vector<ExternalFunction> externalFunctions();
 [[gnu::visibility("default")]] std::vector<ScriptStep> scriptSteps();
 
-// What plug-ins tried to register in vain since they were last purged: an ID that was taken, no name, no handler,
+// What plug-ins tried to register in vain since the last purge: an ID that was taken, no name, no handler,
 // argument counts that can't be. In the order of the attempts; of very many, the first ones.
 struct Refusals {
     std::vector<ExternalFunction> functions;
@@ -49,7 +49,7 @@ struct Refusals {
 };
 [[gnu::visibility("default")]] Refusals refusals();
 
-// Forgets everything that a plug-in registered; answers how many entries there were.
-[[gnu::visibility("default")]] std::size_t purge(std::uint32_t pluginId);
+// Forgets everything that was registered; answers how many entries there were.
+[[gnu::visibility("default")]] std::size_t purge();
 
 } // namespace fmxkit

@@ -1,6 +1,7 @@
-// Core Foundation and the loader, and nothing else of macOS.
 #include "host/base/system.h"
 
+#ifdef __APPLE__
+// Core Foundation and the loader, and nothing else of macOS.
 #include <CoreFoundation/CoreFoundation.h>
 #include <mach-o/dyld.h>
 
@@ -72,3 +73,15 @@ std::filesystem::path executableFile()
 }
 
 } // namespace fmxhost
+#else
+namespace fmxhost {
+
+PluginFile::PluginFile(const std::filesystem::path& file) : library_(file) {}
+
+std::filesystem::path executableFile()
+{
+    return "/proc/self/exe"; // proc(5): also when the file has been replaced meanwhile
+}
+
+} // namespace fmxhost
+#endif

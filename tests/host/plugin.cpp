@@ -1,28 +1,34 @@
-// A plug-in that keeps every rule, unless the environment variable CHECK_PLUGIN says otherwise: "KEY=VALUE", a line
-// each. Texts and numbers are given by KEY; "crash", "fault" and "start" name what it does wrong, and when.
+// A plug-in for the host's tests. It keeps every rule, unless the environment variable SAMPLE says otherwise:
+// "KEY=VALUE", a line each. Texts and numbers are given by KEY; "crash", "fault" and "start" name what it does wrong,
+// and when.
 #include <FMWrapper.h>
 
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <thread>
 
 FMX_ExternCallPtr gFMX_ExternCallPtr = nullptr;
 
 namespace {
 
+using fmx::Data;
+using fmx::DataVect;
+using fmx::errcode;
 using fmx::ExprEnv;
 
 // The value of a key, or what a good plug-in has there.
 std::string setting(const std::string& key, const std::string& good = "")
 {
-    const char* all = std::getenv("CHECK_PLUGIN");
+    const char* all = std::getenv("SAMPLE");
     std::istringstream lines(all != nullptr ? all : "");
     for (std::string line; std::getline(lines, line);) {
         if (line.starts_with(key + "=")) {
@@ -64,11 +70,11 @@ std::string stringOf(int request)
 {
     switch (request) {
     case kFMXT_NameStr:
-        return setting("string", "Good plug-in");
+        return setting("string", "Sample");
     case kFMXT_AppConfigStr:
         return "Does nothing, and that well.";
     case kFMXT_OptionsStr:
-        return setting("options", "GOOD1nnYnnn");
+        return setting("options", "SMPL1nnYnnn");
     case kFMXT_HelpURLStr:
         return "https://example.com/help?function=";
     default:
@@ -94,14 +100,58 @@ void answerString(FMX_ExternCallStruct& record)
     }
 }
 
-fmx::errcode answerNothing(short, const ExprEnv&, const fmx::DataVect&, fmx::Data&)
+errcode echo(short, const ExprEnv&, const DataVect& arguments, Data& result)
 {
+    result.SetAsText(arguments.AtAsText(0), *fmx::LocaleUniquePtr());
+    return 0;
+}
+
+errcode count(short, const ExprEnv&, const DataVect& arguments, Data& result)
+{
+    result.SetAsNumber(*fmx::FixPtUniquePtr(static_cast<fmx::int32>(arguments.Size())));
+    return 0;
+}
+
+errcode fail(short, const ExprEnv&, const DataVect& arguments, Data&)
+{
+    if (arguments.AtAsNumber(0).AsLong() == 1) {
+        throw std::runtime_error("broken on purpose");
+    }
+    throw 42;
+}
+
+errcode errorCode(short, const ExprEnv&, const DataVect& arguments, Data& result)
+{
+    result.SetAsText(*text("left behind"), *fmx::LocaleUniquePtr());
+    return static_cast<errcode>(arguments.AtAsNumber(0).AsLong());
+}
+
+errcode pauseFor(short, const ExprEnv&, const DataVect& arguments, Data&)
+{
+    std::fputs("pausing\n", stderr); // for who waits for it to have begun
+    std::this_thread::sleep_for(std::chrono::duration<double>(arguments.AtAsNumber(0).AsFloat()));
+    return 0;
+}
+
+errcode moment(short, const ExprEnv&, const DataVect&, Data& result)
+{
+    const fmx::DateTimeUniquePtr time;
+    time->SetNormalizedDate(2, 29, 2024);
+    time->SetNormalizedTime(13, 5, 9);
+    result.SetAsTimeStamp(*time);
+    return 0;
+}
+
+errcode longText(short, const ExprEnv&, const DataVect& arguments, Data& result)
+{
+    const auto size = static_cast<std::size_t>(arguments.AtAsNumber(0).AsLong64());
+    result.SetAsText(*text(std::string(size, 'x')), *fmx::LocaleUniquePtr());
     return 0;
 }
 
 fmx::QuadCharUniquePtr owner()
 {
-    const std::string id = setting("id", "GOOD");
+    const std::string id = setting("id", "SMPL");
     return {id[0], id[1], id[2], id[3]};
 }
 
@@ -109,17 +159,17 @@ constexpr int descriptionsSince = 56;
 constexpr int scriptStepsSince = 57;
 
 void addFunction(int apiVersion, int id, const std::string& name, const std::string& prototype, int minimum,
-                 int maximum, const std::string& description = "words|Does nothing.")
+                 int maximum, fmx::ExtPluginType handler, const std::string& description = "words|Does nothing.")
 {
+    const auto number = static_cast<short>(id);
     const auto least = static_cast<short>(minimum);
     const auto most = static_cast<short>(maximum);
-    const auto number = static_cast<short>(id);
     if (apiVersion < descriptionsSince) {
         ExprEnv::RegisterExternalFunction(*owner(), number, *text(name), *text(prototype), least, most, 0xFF01,
-                                          answerNothing);
+                                          handler);
     } else {
         ExprEnv::RegisterExternalFunctionEx(*owner(), number, *text(name), *text(prototype), *text(description), least,
-                                            most, 0xFF01, answerNothing);
+                                            most, 0xFF01, handler);
     }
 }
 
@@ -131,29 +181,34 @@ constexpr const char* goodStep =
 
 void registerAll(int apiVersion)
 {
-    addFunction(apiVersion, 1, "Good_None", "Good_None", 0, 0);
-    addFunction(apiVersion, 2, "Good_Some", "Good_Some( a ; b {; c {; d } } )", 2, 4);
-    const std::string name = setting("name", "Good_Größe");
+    addFunction(apiVersion, 1, "Smpl_Echo", "Smpl_Echo( value )", 1, 1, echo);
+    addFunction(apiVersion, 2, "Smpl_Count", "Smpl_Count( {values…} )", 0, -1, count);
+    addFunction(apiVersion, 4, "Smpl_Fail", "Smpl_Fail( how )", 1, 1, fail);
+    addFunction(apiVersion, 5, "Smpl_ErrorCode", "Smpl_ErrorCode( code )", 1, 1, errorCode);
+    addFunction(apiVersion, 6, "Smpl_Pause", "Smpl_Pause( seconds )", 1, 1, pauseFor);
+    addFunction(apiVersion, 7, "Smpl_Moment", "Smpl_Moment", 0, 0, moment);
+    addFunction(apiVersion, 8, "Smpl_LongText", "Smpl_LongText( a {; b {; c } } )", 1, 3, longText);
+    const std::string name = setting("name", "Smpl_Odd");
     const std::string parameters = setting("parameters", "( größe )");
     const int arguments = parameters == "( größe )" ? 1 : 9;
     addFunction(apiVersion, number("function", 3), name, setting("prototype", name + parameters), arguments,
-                number("maximum", arguments), setting("description", "words|Does nothing."));
+                number("maximum", arguments), count, setting("description", "words|Does nothing."));
+    addFunction(apiVersion, 99, "Smpl_Größe", "Smpl_Größe", 0, 0, count);
     for (const int step : {1, number("step", 2)}) {
         if (apiVersion >= scriptStepsSince) {
-            ExprEnv::RegisterScriptStep(*owner(), static_cast<short>(step), *text("Good step"),
-                                        *text(setting("definition", goodStep)), *text("Does nothing."), 0xFF01,
-                                        answerNothing);
+            ExprEnv::RegisterScriptStep(*owner(), static_cast<short>(step), *text("Step"),
+                                        *text(setting("definition", goodStep)), *text("Does nothing."), 0xFF01, echo);
         }
     }
 }
 
 void unregisterAll()
 {
-    for (short id = 1; id <= 3; ++id) {
-        if (id != 2 || !fault("keeps function")) {
+    for (short id = 1; id <= 99; ++id) {
+        if (id != number("keeps function", 0)) {
             ExprEnv::UnRegisterExternalFunction(*owner(), id);
         }
-        if (id != 2 || !fault("keeps step")) {
+        if (id != number("keeps step", 0)) {
             ExprEnv::UnRegisterScriptStep(*owner(), id);
         }
     }
@@ -208,8 +263,8 @@ FMX_PtrType startUp(int apiVersion)
     }
     crashAt("start");
     crashAt("start " + std::to_string(apiVersion));
-    misbehaveAtStart(setting("start"));
     registerAll(apiVersion);
+    misbehaveAtStart(setting("start"));
     return static_cast<FMX_PtrType>(number("answer", 62));
 }
 

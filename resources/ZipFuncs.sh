@@ -13,7 +13,7 @@
 # was before; only an archive that is merged into folders that exist may fail half-way.
 # It reads no terminal and prints nothing. Why it failed goes to the system log. A file that FOLIDEX_REPORT names gets a
 # line "status cause"; when it held something already, the system log gets nothing.
-# POSIX sh (dash, bash --posix, busybox sh) and POSIX utilities, with: mktemp -d, test -O and -ef, find -mmin, /dev/fd,
+# POSIX sh (dash, bash --posix, busybox sh) and POSIX utilities, with: mktemp -d, test -O and -ef, find -mmin, stat,
 # bsdtar, and openssl 3 or LibreSSL 3.3 (Debian, Ubuntu: packages libarchive-tools and openssl; macOS 13: all there).
 
 status=70 cause='something unforeseen' verb='' work='' replaced=/ pipes='' children='' reaped=''

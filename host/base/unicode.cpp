@@ -1,51 +1,52 @@
 #include "host/base/unicode.h"
 
 #include <unicode/uchar.h>
-#include <unicode/unistr.h>
+#include <unicode/ustring.h>
 #include <unicode/utf16.h>
 
 #include <wchar.h> // NOLINT(modernize-deprecated-headers): wcwidth() is of POSIX
 
 #include <algorithm>
+#include <cstdint>
 #include <limits>
 #include <stdexcept>
 
 namespace fmxhost {
 namespace {
 
-// ICU counts in signed 32 bits.
-template <typename Unit>
-std::int32_t icuLength(std::basic_string_view<Unit> text)
+constexpr UChar32 replacementCharacter = 0xFFFD;
+
+// The result of one of ICU's conversions, for which `most` units are enough. ICU counts in signed 32 bits.
+template <typename Result, typename Conversion>
+Result converted(std::size_t most, const Conversion& conversion)
 {
-    if (text.size() > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max() / 4)) {
+    if (most > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max())) {
         throw std::length_error("the text is too long to be converted");
     }
-    return static_cast<std::int32_t>(text.size());
-}
-
-// Shares the text's units.
-icu::UnicodeString icuText(std::u16string_view text)
-{
-    constexpr UBool isTerminated = 0;
-    return {isTerminated, text.data(), icuLength(text)};
-}
-
-std::u16string unitsOf(const icu::UnicodeString& text)
-{
-    return {text.getBuffer(), static_cast<std::size_t>(text.length())};
+    Result result(most, {});
+    std::int32_t length = 0;
+    UErrorCode status = U_ZERO_ERROR;
+    conversion(result.data(), static_cast<std::int32_t>(most), &length, &status);
+    result.resize(static_cast<std::size_t>(length));
+    return result;
 }
 
 } // namespace
 
 std::string toUtf8(std::u16string_view text)
 {
-    std::string result;
-    return icuText(text).toUTF8String(result);
+    return converted<std::string>(text.size() * 3, [&](char* result, auto most, auto* length, auto* status) {
+        const auto size = static_cast<std::int32_t>(text.size());
+        u_strToUTF8WithSub(result, most, length, text.data(), size, replacementCharacter, nullptr, status);
+    });
 }
 
 std::u16string toUtf16(std::string_view text)
 {
-    return unitsOf(icu::UnicodeString::fromUTF8({text.data(), icuLength(text)}));
+    return converted<std::u16string>(text.size(), [&](char16_t* result, auto most, auto* length, auto* status) {
+        const auto size = static_cast<std::int32_t>(text.size());
+        u_strFromUTF8WithSub(result, most, length, text.data(), size, replacementCharacter, nullptr, status);
+    });
 }
 
 bool isValidUtf8(std::string_view text)
@@ -55,8 +56,11 @@ bool isValidUtf8(std::string_view text)
 
 std::u16string foldCase(std::u16string_view text)
 {
-    icu::UnicodeString result(text.data(), icuLength(text)); // of its own, which it changes
-    return unitsOf(result.foldCase());
+    // Full folding makes three units of one at most.
+    return converted<std::u16string>(text.size() * 3, [&](char16_t* result, auto most, auto* length, auto* status) {
+        const auto size = static_cast<std::int32_t>(text.size());
+        *length = u_strFoldCase(result, most, text.data(), size, U_FOLD_CASE_DEFAULT, status);
+    });
 }
 
 std::u16string withoutControls(std::u16string_view text, char16_t replacement, std::u16string_view kept)

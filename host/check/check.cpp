@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 
 #include <fnmatch.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>

@@ -138,8 +138,8 @@ class Installation(unittest.TestCase):
         self.assertRegex(loaded, r"\n16 tests: \d+ pass, \d+ note\n")
 
         # What the archive functions run is there, and the service user may.
-        self.root.shell("install -d -o fmserver /srv/work")
-        archive = 'KORB_CompressAndEncrypt( "/usr/share/doc/folidex-server/recipes.md" ; "/srv/work/a.zip" ; "word" )'
+        self.root.shell("install -d -o fmserver /srv/solution")
+        archive = 'KORB_CompressAndEncrypt( "/usr/share/doc/folidex-server/recipes.md" ; "/srv/solution/a.zip" ; "word" )'
         answers = self.root.run("fmxhost", "-e", archive, "-e", "KORB_GetLastError", user="fmserver")
         self.assertEqual(answers.split(), ["0", "Success"])
 

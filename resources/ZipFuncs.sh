@@ -171,7 +171,7 @@ publish() {
     chmod "$(printf '%o' "$mode")" out
     dd if=/dev/null conv=fsync >&8 && flush out || finish_full
     made=$(inode out)
-    trap '' HUP INT TERM # seen through: what has its name is no failure any more
+    trap '' HUP INT TERM # what has its name is no failure any more
     $rename out "../$target_name" || finish 73 "the target can't be replaced"
     [ "$(inode "../$target_name")" = "$made" ] || finish 73 'somebody else changes the destination'
     flush .. || finish_full

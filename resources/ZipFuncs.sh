@@ -112,7 +112,7 @@ remove_left_folder() {
 }
 
 empty_work_folder() {
-    remove tree out part.zip names listing survey early late message digest written probe
+    remove tree out part.zip names listing survey early late message digest probe
     # Some file systems (NFS, FUSE) keep a file under another name while somebody has it open.
     exec 9<&- && rm -f owner
 }
@@ -554,7 +554,7 @@ run_cipher() {
     exec 3<&- 6<&- 7>&-
     failed=
     wait_for "$cipher" || failed=yes
-    printf '' >written && wait_for "$follower" || failed=yes
+    wait_for "$follower" || failed=yes
     wait_for "$hasher" && read -r inner <digest || failed=yes
     [ -z "$failed" ] || check_disk
     digest_of put_keyed 0x5c "${inner##* }"
@@ -566,10 +566,11 @@ cipher() {
     [ "$direction" = -e ] || skip_head
     exec openssl enc "$direction" -aes-256-ctr -pbkdf2 -md sha256 -iter 1 -bufsize 1048576 -pass fd:3
 }
-# Copies standard input until the file "written" says that it is whole.
+# Copies standard input until the cipher has ended, after which it is whole. That isn't told by a file: a disk that has
+# failed would tell nothing.
 follow() {
     skip_head
-    until [ -e written ]; do
+    while kill -0 "$cipher"; do
         cat && sleep 0.1 && kill -0 "$$" || exit
     done
     exec cat

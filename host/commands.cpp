@@ -2,6 +2,8 @@
 
 #include "host/base/unicode.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -38,12 +40,12 @@ steps and quit are commands too.
 )";
 
 // A line of output: the object or the text, as the options say.
-void show(Session& session, const std::vector<JsonMember>& object, const std::string& text)
+void show(Session& session, const Json& object, const std::string& text)
 {
-    print((session.json() ? jsonObject(object) : text) + "\n");
+    print((session.json() ? jsonText(object) : text) + "\n");
 }
 
-std::vector<JsonMember> described(const fmxkit::ExternalFunction& function)
+Json described(const fmxkit::ExternalFunction& function)
 {
     return {{"id", function.id},
             {"name", toUtf8(function.name)},
@@ -133,14 +135,11 @@ ExitStatus runLines(Session& session, std::istream& stream, const std::string& n
 ExitStatus listFunctions(Session& session)
 {
     print(session.json() ? "" : "   ID  ARGUMENTS   FUNCTION\n");
-    for (const Function& function : session.functions().all()) {
-        if (function.external == nullptr) {
-            break;
-        }
+    for (const fmxkit::ExternalFunction& function : session.plugin().functions()) {
         std::ostringstream line;
-        line << std::setw(5) << function.external->id << "  " << std::left << std::setw(10) << argumentCounts(function)
+        line << std::setw(5) << function.id << "  " << std::left << std::setw(10) << argumentCounts(Function(function))
              << "  " << toUtf8(function.prototype);
-        show(session, described(*function.external), line.str());
+        show(session, described(function), line.str());
     }
     return ExitStatus::success;
 }
@@ -169,12 +168,12 @@ ExitStatus showStrings(Session& session)
                                                                  {PluginString::preferences, "preferences"},
                                                                  {PluginString::options, "options    "},
                                                                  {PluginString::helpLocation, "help       "}};
-    std::vector<JsonMember> object;
+    Json object;
     std::ostringstream text;
     for (const auto& [request, label] : requests) {
         const std::string number = std::to_string(static_cast<int>(request));
         const std::string answer = toUtf8(session.plugin().string(request));
-        object.emplace_back(number, answer);
+        object[number] = answer;
         text << (object.size() > 1 ? "\n" : "") << number << "  " << label << "  " << answer;
     }
     show(session, object, text.str());
@@ -199,7 +198,7 @@ ExitStatus help(Session& session, std::string_view word)
         return ExitStatus::wrongUse;
     }
     for (const Function* function : found) {
-        show(session, function->external != nullptr ? described(*function->external) : std::vector<JsonMember>(),
+        show(session, function->external != nullptr ? described(*function->external) : Json(),
              named != nullptr ? functionHelp(*function) : toUtf8(function->prototype));
     }
     return ExitStatus::success;

@@ -54,8 +54,9 @@ public:
             "--no-arity-check", [this] { options_.parser.checkArgumentCounts = false; },
             "Let any number of arguments through to the plug-in");
         app_.add_flag("--time", options_.time, "Show how long each calculation takes, on standard error");
-        app_.add_option("--get", answers_,
-                        "What Get ( NAME ) answers, such as ScriptParameter; may be given several times")
+        app_.add_option_function<std::vector<std::string>>(
+                "--get", [this](const auto& answers) { takeAnswers(answers); },
+                "What Get ( NAME ) answers, such as ScriptParameter; may be given several times")
             ->type_name("NAME=TEXT")
             ->allow_extra_args(false);
         // Without a variable: CLI11 would take a calculation such as "[…]" for a list.
@@ -65,16 +66,16 @@ public:
                            ->allow_extra_args(false);
         app_.fallthrough();
         app_.require_subcommand(0, 1);
-        CLI::App* run = addForSession("run", "Evaluate the calculations of a file",
-                                      [this](Session& session) { return runFile(session, file_); });
+        CLI::App* run = add("run", "Evaluate the calculations of a file",
+                            [this](Session& session) { return runFile(session, file_); });
         run->add_option("FILE", file_, "Calculations, each on a line or more; - is standard input")->required();
         run->footer("A calculation goes on over several lines while a bracket or a text is open. Blank lines and lines "
                     "that begin with # are skipped. The first calculation with an error ends the run.");
-        addForSession("list", "List the functions that the plug-in registers", listFunctions);
-        addForSession("steps", "List the script steps that the plug-in registers", listSteps);
-        addForSession("strings", "Show what the plug-in answers to string requests", showStrings);
-        addForSession("help", "Explain a function, find one by a word, or say how calculations are written",
-                      [this](Session& session) { return help(session, word_); })
+        add("list", "List the functions that the plug-in registers", listFunctions);
+        add("steps", "List the script steps that the plug-in registers", listSteps);
+        add("strings", "Show what the plug-in answers to string requests", showStrings);
+        add("help", "Explain a function, find one by a word, or say how calculations are written",
+            [this](Session& session) { return help(session, word_); })
             ->add_option("FUNCTION", word_, "In any letter case; or a word; nothing: how calculations are written");
         addCheck();
     }
@@ -88,51 +89,52 @@ public:
         } catch (const CLI::ParseError& error) {
             return finishEarly(error);
         }
-        for (const std::string& answer : answers_) {
-            const std::size_t equals = answer.find('=');
-            if (equals == std::string::npos) {
-                return refuse("--get needs a name and a text: " + answer + "=…");
-            }
-            options_.parser.getAnswers.insert_or_assign(foldCase(toUtf16(answer.substr(0, equals))),
-                                                        Value(answer.substr(equals + 1)));
-        }
         return static_cast<int>(dispatch());
     }
 
 private:
-    using SessionCommand = std::function<ExitStatus(Session&)>;
+    using Command = std::function<ExitStatus(Session&)>;
 
-    CLI::App* add(const char* name, const char* summary, std::function<ExitStatus()> command)
+    CLI::App* add(const char* name, const char* summary, Command command)
     {
         CLI::App* arguments = app_.add_subcommand(name, summary);
         arguments->callback([this, command = std::move(command)] { command_ = command; });
         return arguments;
     }
 
-    CLI::App* addForSession(const char* name, const char* summary, SessionCommand command)
-    {
-        return add(name, summary, [this, command = std::move(command)] { return inSession(command); });
-    }
-
     void addCheck()
     {
-        CLI::App* check = add("check", "Examine whether the plug-in keeps the rules of FileMaker's interface",
-                              [this] { return runCheck(); });
-        listTests_ = check->add_subcommand("list-tests", "List the tests");
-        check->footer(check::footer);
-        check->add_option("TEST", check_.tests, "Names of tests")->type_name("");
-        check->add_flag("--only-failed", check_.onlyFailed, "Show only the tests that fail");
-        check->add_option("--timeout", check_.timeLimit, "How long a test may take")
+        checkCommand_ =
+            app_.add_subcommand("check", "Examine whether the plug-in keeps the rules of FileMaker's interface");
+        listTests_ = checkCommand_->add_subcommand("list-tests", "List the tests");
+        checkCommand_->footer(check::footer);
+        checkCommand_->add_option("TEST", check_.tests, "Names of tests")->type_name("");
+        checkCommand_->add_flag("--only-failed", check_.onlyFailed, "Show only the tests that fail");
+        checkCommand_->add_option("--timeout", check_.timeLimit, "How long a test may take")
             ->type_name("SECONDS")
             ->check(CLI::PositiveNumber)
             ->capture_default_str();
-        check->add_option("--allow", check_.allowances, "What the plug-in keeps on purpose")
-            ->type_name("FILE")
-            ->check(CLI::ExistingFile.description(""));
-        check->add_option("--libraries", check_.libraries, "What a server has, in place of the installed list")
-            ->type_name("FILE")
-            ->check(CLI::ExistingFile.description(""));
-        check->add_option("--isolated", check_.isolated)->group(""); // how it starts itself for one test
+        addFile("--allow", check_.allowances, "What the plug-in keeps on purpose");
+        addFile("--libraries", check_.libraries, "What a server has, in place of the installed list");
+        checkCommand_->add_option("--isolated", check_.isolated)->group(""); // how it starts itself for one test
+    }
+
+    void addFile(const char* name, std::filesystem::path& file, const char* summary)
+    {
+        const CLI::Validator exists = CLI::ExistingFile.description("");
+        checkCommand_->add_option(name, file, summary)->type_name("FILE")->check(exists);
+    }
+
+    void takeAnswers(const std::vector<std::string>& answers)
+    {
+        for (const std::string& answer : answers) {
+            const std::size_t equals = answer.find('=');
+            if (equals == std::string::npos) {
+                throw CLI::ValidationError("--get needs a name and a text: " + answer + "=…");
+            }
+            options_.parser.getAnswers.insert_or_assign(foldCase(toUtf16(answer.substr(0, equals))),
+                                                        Value(answer.substr(equals + 1)));
+        }
     }
 
     ExitStatus runCheck()
@@ -212,12 +214,16 @@ private:
     ExitStatus runGiven()
     {
         const std::vector<std::string> calculations = expressions_->results();
-        if (command_ && !calculations.empty()) {
-            reportError("-e can't be combined with the command " + app_.get_subcommands().front()->get_name() + ".");
+        const std::vector<CLI::App*> commands = app_.get_subcommands();
+        if (!commands.empty() && !calculations.empty()) {
+            reportError("-e can't be combined with the command " + commands.front()->get_name() + ".");
             return ExitStatus::wrongUse;
         }
+        if (checkCommand_->parsed()) {
+            return runCheck();
+        }
         if (command_) {
-            return command_();
+            return inSession(command_);
         }
         if (!calculations.empty()) {
             return inSession([&](Session& session) { return evaluateAll(session, calculations); });
@@ -232,7 +238,7 @@ private:
         return ExitStatus::wrongUse;
     }
 
-    ExitStatus inSession(const SessionCommand& command)
+    ExitStatus inSession(const Command& command)
     {
         Session session(options_);
         const ExitStatus status = command(session);
@@ -244,13 +250,13 @@ private:
     CLI::App app_{"Loads a FileMaker plug-in without FileMaker and evaluates calculations with its functions.",
                   "fmxhost"};
     Options options_;
-    std::vector<std::string> answers_;
     std::string file_;
     std::string word_;
     check::Options check_;
+    CLI::App* checkCommand_ = nullptr;
     CLI::App* listTests_ = nullptr;
     CLI::Option* expressions_ = nullptr;
-    std::function<ExitStatus()> command_; // that is given
+    Command command_; // that is given
 };
 
 // Line editing needs to know how the terminal's bytes make characters: what fmxhost writes is UTF-8 in any locale.

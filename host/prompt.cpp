@@ -119,7 +119,7 @@ std::vector<std::string> namesWithPrefix(const std::string& word)
 {
     std::vector<std::string> names;
     const std::u16string prefix = foldCase(toUtf16(word));
-    for (const auto& [name, value] : served->evaluator().variables()) {
+    for (const auto& [name, value] : served->variables()) {
         if (!prefix.empty() && name.starts_with(prefix)) {
             names.push_back(toUtf8(name));
         }

@@ -6,6 +6,8 @@
 #include "host/base/system.h"
 #include "host/base/unicode.h"
 
+#include <nlohmann/json.hpp>
+
 #include <unistd.h>
 
 #include <array>
@@ -37,7 +39,7 @@ std::string plainText(const Value& value)
     return toUtf8(isatty(STDOUT_FILENO) != 0 ? withoutControls(text, u'\uFFFD', u"\t\n") : text);
 }
 
-std::string jsonText(std::string_view calculation, const Evaluation& evaluation)
+Json described(std::string_view calculation, const Evaluation& evaluation)
 {
     struct Type {
         const char* name;
@@ -54,11 +56,11 @@ std::string jsonText(std::string_view calculation, const Evaluation& evaluation)
          {"timestamp", [](const Value& value) { return value.isoText(); }},
          {"container", nothing}}};
     const Type& type = types.at(static_cast<std::size_t>(evaluation.value.type()));
-    return jsonObject({{"calculation", std::string(calculation)},
-                       {"type", type.name},
-                       {"value", type.text(evaluation.value)},
-                       {"error", evaluation.error},
-                       {"seconds", evaluation.seconds}});
+    return {{"calculation", calculation},
+            {"type", type.name},
+            {"value", type.text(evaluation.value)},
+            {"error", evaluation.error},
+            {"seconds", evaluation.seconds}};
 }
 
 } // namespace
@@ -86,8 +88,7 @@ fs::path pluginFile(const Options& options)
 }
 
 Session::Session(const Options& options)
-    : options_(options), plugin_(pluginFile(options), options.apiVersion), functions_(started(plugin_).functions()),
-      evaluator_(functions_, options.parser)
+    : options_(options), plugin_(pluginFile(options), options.apiVersion), functions_(started(plugin_).functions())
 {
 }
 
@@ -97,8 +98,8 @@ ExitStatus Session::run(std::string_view calculation, const std::string& origin,
         if (!isValidUtf8(calculation)) {
             throw CalculationError({}, "The calculation isn't valid UTF-8.");
         }
-        const Evaluation evaluation = evaluator_.evaluate(toUtf16(calculation));
-        print((options_.json ? jsonText(calculation, evaluation) : plainText(evaluation.value)) + "\n");
+        const Evaluation evaluation = evaluate(toUtf16(calculation), functions_, options_.parser, variables_);
+        print((options_.json ? jsonText(described(calculation, evaluation)) : plainText(evaluation.value)) + "\n");
         flush();
         if (options_.time) {
             char text[40];
@@ -122,14 +123,14 @@ void Session::fail(std::string_view calculation, const std::string& origin, std:
     const std::u16string source = toUtf16(calculation);
     const Place place = placeOf(source, error.span().offset);
     if (options_.json) {
-        print(jsonObject({{"calculation", std::string(calculation)},
-                          {"type", "error"},
-                          {"value", ""},
-                          {"error", errorCode},
-                          {"seconds", 0},
-                          {"message", error.what()},
-                          {"line", static_cast<std::int64_t>(place.line)},
-                          {"column", static_cast<std::int64_t>(place.column)}}) +
+        print(jsonText({{"calculation", calculation},
+                        {"type", "error"},
+                        {"value", ""},
+                        {"error", errorCode},
+                        {"seconds", 0},
+                        {"message", error.what()},
+                        {"line", place.line},
+                        {"column", place.column}}) +
               "\n");
     }
     const bool inFile = !origin.empty() && line > 0;

@@ -34,7 +34,7 @@ public:
 
     Plugin& plugin() { return plugin_; }
     const FunctionTable& functions() const { return functions_; }
-    Evaluator& evaluator() { return evaluator_; }
+    const Variables& variables() const { return variables_; }
     bool json() const { return options_.json; }
 
     // Evaluates a calculation and writes the result, as plain text or JSON as the options say, at once; with the option
@@ -50,7 +50,7 @@ private:
     const Options& options_;
     Plugin plugin_;
     FunctionTable functions_;
-    Evaluator evaluator_;
+    Variables variables_;
 };
 
 } // namespace fmxhost

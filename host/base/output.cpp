@@ -74,13 +74,9 @@ std::string styled(std::string_view text, Style style, int descriptor)
     return wantsColour(descriptor) ? sequences.at(static_cast<std::size_t>(style)) + plain + "\033[0m" : plain;
 }
 
-std::string jsonObject(const std::vector<JsonMember>& members)
+std::string jsonText(const Json& value)
 {
-    nlohmann::ordered_json object = nlohmann::ordered_json::object();
-    for (const auto& [name, value] : members) {
-        std::visit([&object, &name = name](const auto& plain) { object[name] = plain; }, value);
-    }
-    return object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    return value.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
 } // namespace fmxhost

@@ -463,12 +463,13 @@ Calculation parse(std::u16string_view source, const FunctionTable& functions, co
     return Parser(source, functions, options).run();
 }
 
-Evaluation Evaluator::evaluate(std::u16string_view source)
+Evaluation evaluate(std::u16string_view source, const FunctionTable& functions, const ParserOptions& options,
+                    Variables& variables)
 {
     const Span whole{0, source.size()};
     try {
-        const Calculation calculation = parse(source, functions_, options_);
-        Scope scope{variables_, std::vector<Value>(calculation.locals)};
+        const Calculation calculation = parse(source, functions, options);
+        Scope scope{variables, std::vector<Value>(calculation.locals)};
         Evaluation evaluation;
         const auto start = std::chrono::steady_clock::now();
         try {
@@ -479,7 +480,7 @@ Evaluation Evaluator::evaluate(std::u16string_view source)
         }
         evaluation.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         if (calculation.assignedVariable) {
-            variables_.insert_or_assign(*calculation.assignedVariable, evaluation.value);
+            variables.insert_or_assign(*calculation.assignedVariable, evaluation.value);
         }
         return evaluation;
     } catch (const CalculationError&) {

@@ -22,7 +22,7 @@ bool isNoNumber(const Value& value)
     return isText(value) && value.text().find_first_of(u"0123456789") == std::u16string::npos;
 }
 
-// Negative, 0 or positive; see Evaluator::evaluate().
+// Negative, 0 or positive; see evaluate().
 int compare(const Value& left, const Value& right)
 {
     if ((isText(left) && isText(right)) || isNoNumber(left) || isNoNumber(right)) {

@@ -38,8 +38,6 @@ Exit status: 0 no test failed; 1 one did; 2 wrong use; 3 there is no such plug-i
 
 namespace {
 
-using Json = nlohmann::ordered_json;
-
 // 50 is FileMaker 7, 55 is 14, 56 is 15, 57 is 16, 59 is 17, 60 is 18, 62 is 19; a number between them may be that of
 // an update. 255 stands for those to come.
 constexpr std::array<std::int16_t, 14> knownVersions{50, 51, 52, 53, 54, 55, 56, 57, 58, 59, 60, 61, 62, 255};
@@ -292,9 +290,9 @@ bool runTests(const Options& options)
                       {"passed", passed},
                       {"counts", namedCounts},
                       {"tests", all}};
-    print((options.json ? report.dump(-1, ' ', false, Json::error_handler_t::replace)
-                        : std::to_string(number) + (number == 1 ? " test: " : " tests: ") + summary) +
-          "\n");
+    print(
+        (options.json ? jsonText(report) : std::to_string(number) + (number == 1 ? " test: " : " tests: ") + summary) +
+        "\n");
     return passed;
 }
 
@@ -340,7 +338,7 @@ ExitStatus listTests(bool json)
         constexpr std::size_t width = 18; // of the longest name, and two blanks
         std::string name = test.name;
         name.resize(width, ' ');
-        print((json ? jsonObject({{"name", test.name}, {"summary", test.summary}}) : name + test.summary) + "\n");
+        print((json ? jsonText({{"name", test.name}, {"summary", test.summary}}) : name + test.summary) + "\n");
     }
     return ExitStatus::success;
 }

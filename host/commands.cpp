@@ -267,7 +267,7 @@ ExitStatus Lines::take(std::string line)
         firstLine_ = lines_;
         calculation_ = std::move(line);
     }
-    return openAtEnd(toUtf16(calculation_)).isOpen ? ExitStatus::success : finish();
+    return openAtEnd(toUtf16(calculation_)) != Open::nothing ? ExitStatus::success : finish();
 }
 
 ExitStatus Lines::finish()

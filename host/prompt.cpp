@@ -109,7 +109,7 @@ char* wordBreaks()
     static std::string ofTexts = "\"";
     const std::string before = lines->begun() + (lines->begun().empty() ? "" : "\n") +
                                std::string(rl_line_buffer, static_cast<std::size_t>(rl_point));
-    std::string& breaks = openAtEnd(toUtf16(before)).text ? ofTexts : ofNames;
+    std::string& breaks = openAtEnd(toUtf16(before)) == Open::text ? ofTexts : ofNames;
     rl_basic_word_break_characters = breaks.c_str();
     return breaks.data();
 }

@@ -41,24 +41,16 @@ std::string plainText(const Value& value)
 
 Json described(std::string_view calculation, const Evaluation& evaluation)
 {
-    struct Type {
-        const char* name;
-        std::string (*text)(const Value& value);
-    };
-    constexpr auto nothing = [](const Value&) { return std::string(); };
-    constexpr auto whole = [](const Value& value) { return value.utf8(); };
-    static constexpr std::array<Type, 7> types{
-        {{"empty", nothing},
-         {"text", whole},
-         {"number", whole},
-         {"date", [](const Value& value) { return value.isoText().substr(0, 10); }},
-         {"time", whole},
-         {"timestamp", [](const Value& value) { return value.isoText(); }},
-         {"container", nothing}}};
-    const Type& type = types.at(static_cast<std::size_t>(evaluation.value.type()));
+    static constexpr std::array names{"empty", "text", "number", "date", "time", "timestamp", "container"};
+    const Value& value = evaluation.value;
+    const ValueType type = value.type();
+    const std::string text = type == ValueType::date        ? value.isoText().substr(0, 10)
+                             : type == ValueType::timestamp ? value.isoText()
+                             : type == ValueType::container ? ""
+                                                            : value.utf8();
     return {{"calculation", calculation},
-            {"type", type.name},
-            {"value", type.text(evaluation.value)},
+            {"type", names.at(static_cast<std::size_t>(type))},
+            {"value", text},
             {"error", evaluation.error},
             {"seconds", evaluation.seconds}};
 }

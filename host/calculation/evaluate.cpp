@@ -9,7 +9,6 @@
 #include "host/base/unicode.h"
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <exception>
 #include <iterator>
@@ -177,11 +176,8 @@ private:
 
     const Operator* operatorOf(int level) const
     {
-        const auto all = operators();
-        const auto found = std::find_if(all.begin(), all.end(), [&](const Operator& entry) {
-            return entry.level == level && current().is(entry.symbol);
-        });
-        return found != all.end() ? &*found : nullptr;
+        const Operator* found = current().kind == TokenKind::symbol ? findOperator(current().text) : nullptr;
+        return found != nullptr && found->level == level ? found : nullptr;
     }
 
     Expression operand()
@@ -216,10 +212,17 @@ private:
             expect(u")");
             return inner;
         }
-        for (const Sign& sign : signs()) {
-            if (takeIf(sign.symbol)) {
-                return [apply = sign.apply, inner = operand()](Scope& scope) { return apply(inner(scope)); };
-            }
+        // Signs bind stronger than all operators.
+        if (takeIf(u"not")) {
+            return [inner = operand()](Scope& scope) { return Value(inner(scope).boolean() ? 0 : 1); };
+        }
+        if (takeIf(u"-")) {
+            return [inner = operand(), subtract = findOperator(u"-")->apply](Scope& scope) {
+                return subtract(Value(0), inner(scope), {});
+            };
+        }
+        if (takeIf(u"+")) {
+            return [inner = operand()](Scope& scope) { return Value(inner(scope).data().GetAsNumber()); };
         }
         fail("A number, a text, a function, a variable or \"(\" is expected here.");
     }
@@ -238,11 +241,15 @@ private:
             take();
             return [number = local->second](Scope& scope) { return scope.locals[number]; };
         }
-        const auto* form = std::find_if(forms.begin(), forms.end(), [&](const Form& f) { return f.name == name; });
-        if (isCall && form != forms.end()) {
+        static const std::map<std::u16string_view, Expression (Parser::*)(std::size_t)> forms{
+            {u"let", &Parser::let},
+            {u"while", &Parser::loop},
+            {u"get", &Parser::get},
+            {u"evaluate", &Parser::evaluated}};
+        if (const auto form = forms.find(name); isCall && form != forms.end()) {
             const std::size_t offset = take().span.offset;
             takeIf(u"(");
-            return (this->*form->read)(offset);
+            return (this->*form->second)(offset);
         }
         const Function* function = functions_.find(current().text);
         if (function == nullptr) {
@@ -438,13 +445,6 @@ private:
         }
         return [number = own->second, value](Scope& scope) { scope.locals[number] = value(scope); };
     }
-
-    struct Form {
-        std::u16string_view name; // case-folded
-        Expression (Parser::*read)(std::size_t offset);
-    };
-    static constexpr std::array<Form, 4> forms{
-        {{u"let", &Parser::let}, {u"while", &Parser::loop}, {u"get", &Parser::get}, {u"evaluate", &Parser::evaluated}}};
 
     std::vector<Token> tokens_;
     const FunctionTable& functions_;

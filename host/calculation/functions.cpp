@@ -63,7 +63,83 @@ std::size_t editDistance(std::u16string_view a, std::u16string_view b)
     return previous.back();
 }
 
+// ---- How FileMaker's operators choose between text and number; conversions and decimal arithmetic are the kit's.
+
+Value truth(bool holds)
+{
+    return {holds ? 1 : 0};
+}
+
+bool isText(const Value& value)
+{
+    return value.type() == ValueType::text || value.type() == ValueType::empty;
+}
+
+bool isNoNumber(const Value& value)
+{
+    return isText(value) && value.text().find_first_of(u"0123456789") == std::u16string::npos;
+}
+
+// Negative, 0 or positive; see evaluate().
+int compare(const Value& left, const Value& right)
+{
+    if ((isText(left) && isText(right)) || isNoNumber(left) || isNoNumber(right)) {
+        return foldCase(left.text()).compare(foldCase(right.text()));
+    }
+    const fmx::FixPt& a = left.data().GetAsNumber();
+    const fmx::FixPt& b = right.data().GetAsNumber();
+    return a == b ? 0 : a < b ? -1 : 1;
+}
+
+Value concatenated(const Value& left, const Value& right, Span)
+{
+    const fmx::TextUniquePtr text;
+    text->SetText(left.data().GetAsText());
+    text->AppendText(right.data().GetAsText());
+    return Value(*text);
+}
+
+template <auto operation>
+Value calculated(const Value& left, const Value& right, Span)
+{
+    const fmx::FixPtUniquePtr result;
+    (left.data().GetAsNumber().*operation)(right.data().GetAsNumber(), *result);
+    return Value(*result);
+}
+
+Value divided(const Value& left, const Value& right, Span place)
+{
+    const fmx::FixPtUniquePtr result;
+    if (left.data().GetAsNumber().Divide(right.data().GetAsNumber(), *result) != 0) {
+        throw CalculationError(place, "A number can't be divided by zero.");
+    }
+    return Value(*result);
+}
+
 } // namespace
+
+const Operator* findOperator(std::u16string_view symbol)
+{
+    static constexpr Operator table[] = {
+        {u"or", 0, true, [](const Value& a, const Value& b, Span) { return truth(a.boolean() || b.boolean()); }},
+        {u"xor", 0, {}, [](const Value& a, const Value& b, Span) { return truth(a.boolean() != b.boolean()); }},
+        {u"and", 1, false, [](const Value& a, const Value& b, Span) { return truth(a.boolean() && b.boolean()); }},
+        {u"=", 2, {}, [](const Value& a, const Value& b, Span) { return truth(compare(a, b) == 0); }},
+        {u"≠", 2, {}, [](const Value& a, const Value& b, Span) { return truth(compare(a, b) != 0); }},
+        {u"<", 2, {}, [](const Value& a, const Value& b, Span) { return truth(compare(a, b) < 0); }},
+        {u">", 2, {}, [](const Value& a, const Value& b, Span) { return truth(compare(a, b) > 0); }},
+        {u"≤", 2, {}, [](const Value& a, const Value& b, Span) { return truth(compare(a, b) <= 0); }},
+        {u"≥", 2, {}, [](const Value& a, const Value& b, Span) { return truth(compare(a, b) >= 0); }},
+        {u"&", 3, {}, concatenated},
+        {u"+", 4, {}, calculated<&fmx::FixPt::Add>},
+        {u"-", 4, {}, calculated<&fmx::FixPt::Subtract>},
+        {u"*", 5, {}, calculated<&fmx::FixPt::Multiply>},
+        {u"/", 5, {}, divided},
+    };
+    const auto* found =
+        std::find_if(std::begin(table), std::end(table), [&](const Operator& entry) { return entry.symbol == symbol; });
+    return found != std::end(table) ? found : nullptr;
+}
 
 std::string rangeText(int least, int most)
 {
@@ -88,14 +164,13 @@ std::string suggestion(std::string_view word, const std::vector<std::string>& ca
 }
 
 FunctionTable::FunctionTable(const std::vector<fmxkit::ExternalFunction>& functions)
+    : functions_(functions.begin(), functions.end())
 {
-    for (const fmxkit::ExternalFunction& function : functions) {
-        functions_.emplace_back(function);
-    }
     functions_.insert(functions_.end(), builtIns().begin(), builtIns().end());
-    for (const Function& function : functions_) {
-        const Function*& known = byFoldedName_[foldCase(function.name)];
-        known = known == nullptr || function.external == nullptr ? &function : known;
+    for (const std::span<const Function> all : {builtIns(), std::span<const Function>(functions_)}) {
+        for (const Function& function : all) {
+            byFoldedName_.emplace(foldCase(function.name), &function); // the first of a name stays
+        }
     }
 }
 

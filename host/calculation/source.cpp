@@ -238,7 +238,7 @@ std::vector<Token> tokenize(std::u16string_view source)
     return Lexer(source).run();
 }
 
-OpenEnd openAtEnd(std::u16string_view source)
+Open openAtEnd(std::u16string_view source)
 {
     try {
         int depth = 0;
@@ -246,12 +246,11 @@ OpenEnd openAtEnd(std::u16string_view source)
             depth += token.is(u"(") || token.is(u"[") ? 1 : 0;
             depth -= token.is(u")") || token.is(u"]") ? 1 : 0;
         }
-        return {depth > 0, std::nullopt};
+        return depth > 0 ? Open::bracketOrComment : Open::nothing;
     } catch (const UnclosedError& error) {
-        const std::size_t start = error.span().offset;
-        return {true, source[start] == u'"' ? std::optional(start + 1) : std::nullopt};
+        return source[error.span().offset] == u'"' ? Open::text : Open::bracketOrComment;
     } catch (const CalculationError&) {
-        return {};
+        return Open::nothing;
     }
 }
 

@@ -20,10 +20,10 @@
 #include <fstream>
 #include <iterator>
 #include <map>
-#include <numeric>
 #include <sstream>
 #include <stdexcept>
 #include <system_error>
+#include <utility>
 
 namespace fmxhost::check {
 
@@ -101,19 +101,16 @@ std::vector<std::string> readAllowances(const std::filesystem::path& file)
 // What is allowed becomes a note (fnmatch(3)).
 void allow(const std::vector<std::string>& allowances, const Test& test, Result& result)
 {
-    const auto isKept = [&](const std::string& reason) {
-        const std::string finding = std::string(test.name) + ": " + reason;
-        return std::none_of(allowances.begin(), allowances.end(), [&](const std::string& line) {
-            return fnmatch(line.c_str(), finding.c_str(), FNM_NOESCAPE) == 0;
-        });
-    };
     if (result.verdict != Verdict::fail) {
         return;
     }
-    const auto allowed = std::stable_partition(result.reasons.begin(), result.reasons.end(), isKept);
-    std::transform(allowed, result.reasons.end(), std::back_inserter(result.notes),
-                   [](const std::string& reason) { return reason + " (allowed)"; });
-    result.reasons.erase(allowed, result.reasons.end());
+    for (const std::string& reason : std::exchange(result.reasons, {})) {
+        const std::string finding = std::string(test.name) + ": " + reason;
+        const bool isAllowed = std::any_of(allowances.begin(), allowances.end(), [&](const std::string& line) {
+            return fnmatch(line.c_str(), finding.c_str(), FNM_NOESCAPE) == 0;
+        });
+        (isAllowed ? result.notes : result.reasons).push_back(reason + (isAllowed ? " (allowed)" : ""));
+    }
     result.verdict = result.reasons.empty() ? Verdict::note : Verdict::fail;
 }
 
@@ -277,14 +274,16 @@ bool runTests(const Options& options)
             show(test, result);
         }
     }
-    Json namedCounts = Json::object();
+    Json namedCounts;
     std::string summary;
+    int number = 0;
     for (std::size_t index = 0; index < counts.size(); ++index) {
-        const std::string count = std::to_string(counts.at(index));
-        namedCounts[verdictNames.at(index)] = counts.at(index);
-        summary += count == "0" ? "" : (summary.empty() ? "" : ", ") + count + " " + verdictNames.at(index);
+        const int count = counts.at(index);
+        number += count;
+        namedCounts[verdictNames.at(index)] = count;
+        summary +=
+            count == 0 ? "" : (summary.empty() ? "" : ", ") + std::to_string(count) + " " + verdictNames.at(index);
     }
-    const int number = std::accumulate(counts.begin(), counts.end(), 0);
     const Json report{{"plugin", options.plugin.string()},
                       {"api", options.apiVersion},
                       {"passed", passed},

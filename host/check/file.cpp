@@ -9,7 +9,7 @@ namespace {
 [[noreturn]] void nameTheReader(const Examination& examination, const std::string& option)
 {
     throw Skipped("it isn't read here: dyld_info " + option + " " +
-                  PluginFile(examination.options().plugin).library().string() + " shows it");
+                  PluginFile(examination.options().plugin).library.string() + " shows it");
 }
 
 } // namespace
@@ -45,7 +45,7 @@ class Library {
 public:
     explicit Library(const Examination& examination)
     {
-        std::ifstream stream(PluginFile(examination.options().plugin).library(), std::ios::binary);
+        std::ifstream stream(PluginFile(examination.options().plugin).library, std::ios::binary);
         image_.assign(std::istreambuf_iterator<char>(stream), {});
         elf_version(EV_CURRENT);
         elf_.reset(elf_memory(image_.data(), image_.size()));

@@ -25,7 +25,6 @@
 #include <sstream>
 #include <system_error>
 #include <thread>
-#include <utility>
 
 namespace fmxhost::check {
 namespace {
@@ -36,6 +35,9 @@ using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 // Where the process finds the events' file: out of the way of plug-ins that close or write to the first few
 // descriptors.
 constexpr int eventsDescriptor = 100;
+
+// How a process ends whose plug-in has closed the descriptor of the events, and everything else with it.
+constexpr int eventsLostStatus = 97;
 
 File temporaryFile()
 {
@@ -187,14 +189,15 @@ Plugin& Examination::loaded()
 Plugin& Examination::started()
 {
     Plugin& plugin = loaded();
-    if (!startUpAnswer_) {
+    if (!isStarted_) {
         if (!plugin.wantsStartUp()) {
             throw PluginError(PluginError::Kind::refused,
                               "character 8 of the options string is \"n\": FileMaker sends no start-up message, so "
                               "nothing gets registered");
         }
         step("the start-up message");
-        startUpAnswer_ = plugin.start();
+        plugin.start();
+        isStarted_ = true;
         reach(Stage::started);
     }
     return plugin;
@@ -212,7 +215,7 @@ void Examination::unload()
     step("unloading it");
     plugin_->unload();
     plugin_.reset();
-    startUpAnswer_.reset();
+    isStarted_ = false;
 }
 
 void runHere(const Test& test, const Options& options)

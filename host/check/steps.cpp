@@ -9,7 +9,6 @@
 #include <expat.h>
 
 #include <algorithm>
-#include <cctype>
 #include <map>
 #include <set>
 
@@ -41,11 +40,7 @@ const std::vector<Kind> kinds{
 
 std::string lowered(std::string_view text)
 {
-    std::string result(text);
-    std::transform(result.begin(), result.end(), result.begin(), [](char character) {
-        return static_cast<char>(std::tolower(static_cast<unsigned char>(character)));
-    });
-    return result;
+    return toUtf8(foldCase(toUtf16(text)));
 }
 
 class DefinitionReader {

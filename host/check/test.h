@@ -78,9 +78,6 @@ public:
     Plugin& loaded();
     Plugin& started();
 
-    // What the start-up message was answered with; after started().
-    std::int64_t startUpAnswer() const { return *startUpAnswer_; }
-
     // After started(). Errors: PluginError.
     void shutDown() const;
     void unload(); // it can be loaded again
@@ -94,11 +91,8 @@ private:
     int events_;
     int process_;
     std::unique_ptr<Plugin> plugin_;
-    std::optional<std::int64_t> startUpAnswer_;
+    bool isStarted_ = false;
 };
-
-// How a process ends whose plug-in has closed the descriptor of the events, and everything else with it.
-constexpr int eventsLostStatus = 97;
 
 struct Test {
     const char* name; // stable: scripts name tests by it

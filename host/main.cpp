@@ -3,11 +3,11 @@
 //   base/         plugin, value: loading a plug-in and calling it; unicode, output, system
 //   calculation/  the language of calculations: parse, evaluate, functions
 //   check/        examining whether a plug-in keeps the interface's rules
-//   session       one run: options, plug-in, results and errors
-//   commands      what it can be asked to do
+//   session       one run: options, plug-in, calculations from anywhere, results and errors
+//   commands      what says something about functions and script steps
 //   prompt        the same at a terminal
 #include "host/check/check.h"
-#include "host/commands.h"
+#include "host/session.h"
 
 #include "host/base/unicode.h"
 
@@ -80,16 +80,25 @@ public:
         addCheck();
     }
 
-    int run(int argumentCount, const char* const* arguments)
+    // Help, version, and wrong use end as exceptions; what a command throws becomes one line on standard error.
+    ExitStatus run(int argumentCount, const char* const* arguments)
     {
         try {
             app_.parse(argumentCount, arguments);
+            const ExitStatus status = runGiven();
+            flush();
+            return status;
         } catch (const CLI::ExtrasError&) {
             return refuse(unknownWordText());
         } catch (const CLI::ParseError& error) {
             return finishEarly(error);
+        } catch (const PluginError& error) {
+            reportError(error.what());
+            return error.kind() == PluginError::Kind::exception ? ExitStatus::pluginThrew : ExitStatus::pluginUnusable;
+        } catch (const std::bad_alloc&) {
+            reportError("There isn't enough memory.");
+            return ExitStatus::calculationError;
         }
-        return static_cast<int>(dispatch());
     }
 
 private:
@@ -148,8 +157,7 @@ private:
         return check::run(check_);
     }
 
-    // Help, version, and wrong use.
-    int finishEarly(const CLI::ParseError& error)
+    ExitStatus finishEarly(const CLI::ParseError& error)
     {
         std::ostringstream text;
         std::ostringstream complaint;
@@ -158,13 +166,13 @@ private:
         }
         print(text.str());
         flush();
-        return static_cast<int>(ExitStatus::success);
+        return ExitStatus::success;
     }
 
-    int refuse(const std::string& message)
+    static ExitStatus refuse(const std::string& message)
     {
         reportError(message + "\nfmxhost --help says how it is used.");
-        return static_cast<int>(ExitStatus::wrongUse);
+        return ExitStatus::wrongUse;
     }
 
     // About the first word that is no option, no command and no argument of one.
@@ -193,22 +201,6 @@ private:
             }
         }
         return "There is no option " + word + "." + suggestion(word, known);
-    }
-
-    // What a command throws becomes one line on standard error.
-    ExitStatus dispatch()
-    {
-        try {
-            const ExitStatus status = runGiven();
-            flush();
-            return status;
-        } catch (const PluginError& error) {
-            reportError(error.what());
-            return error.kind() == PluginError::Kind::exception ? ExitStatus::pluginThrew : ExitStatus::pluginUnusable;
-        } catch (const std::bad_alloc&) {
-            reportError("There isn't enough memory.");
-            return ExitStatus::calculationError;
-        }
     }
 
     ExitStatus runGiven()
@@ -278,7 +270,7 @@ int main(int argumentCount, char** arguments)
     reserveStandardDescriptors();
     useUtf8();
     try {
-        return CommandLine().run(argumentCount, arguments);
+        return static_cast<int>(CommandLine().run(argumentCount, arguments));
     } catch (const OutputError& error) {
         // A reader that has seen enough, such as head(1), is no failure worth a message.
         if (error.code().value() != EPIPE) {

@@ -2,7 +2,7 @@
 // complete, and the loop that waits for keys is here, so that Ctrl-C is noticed between two of them and nothing has to
 // be jumped out of. While a line is edited libedit has the terminal and its own signal handlers, which put the terminal
 // right and then send the signal once more, to the handler of this file; between lines the terminal is as it was.
-#include "host/commands.h"
+#include "host/session.h"
 
 #include "host/base/unicode.h"
 
@@ -202,19 +202,14 @@ void setUpEditing()
     stifle_history(historySize);
 }
 
-void greet(Session& session)
+} // namespace
+
+ExitStatus runPrompt(Session& session)
 {
     const std::string name = toUtf8(session.plugin().string(PluginString::name));
     print((name.empty() ? session.plugin().file().filename().string() : name) + ", " +
           std::to_string(session.plugin().functions().size()) + " functions. help explains, Ctrl-D ends.\n");
     flush();
-}
-
-} // namespace
-
-ExitStatus runPrompt(Session& session)
-{
-    greet(session);
     Lines typed(session, "", true);
     served = &session;
     lines = &typed;

@@ -264,6 +264,7 @@ private:
     {
         const Span name = take().span;
         const bool isChecked = options_.checkArgumentCounts || function.external == nullptr;
+        const bool isLimited = isChecked && function.maximumArguments >= 0;
         std::vector<Expression> arguments;
         if (takeIf(u"(") && !takeIf(u")")) {
             do {
@@ -271,7 +272,7 @@ private:
                     pair(arguments);
                     continue;
                 }
-                if (isChecked && !function.takes(arguments.size() + 1)) {
+                if (isLimited && arguments.size() >= static_cast<std::size_t>(function.maximumArguments)) {
                     fail(tooManyParameters);
                 }
                 arguments.push_back(expression());

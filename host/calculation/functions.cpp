@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <iterator>
-#include <numeric>
 
 namespace fmxhost {
 namespace {
@@ -44,23 +43,21 @@ std::u16string withoutPrefix(const std::u16string& name)
 // alignment distance), in UTF-16 units. Time and space grow with the product of the lengths.
 std::size_t editDistance(std::u16string_view a, std::u16string_view b)
 {
-    std::vector<std::size_t> beforePrevious;
-    std::vector<std::size_t> previous(b.size() + 1);
-    std::iota(previous.begin(), previous.end(), std::size_t{0});
-    for (std::size_t row = 1; row <= a.size(); ++row) {
-        std::vector<std::size_t> current(b.size() + 1, row);
-        for (std::size_t column = 1; column <= b.size(); ++column) {
-            const std::size_t substituted = previous[column - 1] + (a[row - 1] == b[column - 1] ? 0 : 1);
-            current[column] = std::min({previous[column] + 1, current[column - 1] + 1, substituted});
-            const bool swapped = row > 1 && column > 1 && a[row - 1] == b[column - 2] && a[row - 2] == b[column - 1];
-            if (swapped) {
-                current[column] = std::min(current[column], beforePrevious[column - 2] + 1);
+    std::vector<std::vector<std::size_t>> distances(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
+    for (std::size_t row = 0; row <= a.size(); ++row) {
+        for (std::size_t column = 0; column <= b.size(); ++column) {
+            std::size_t& distance = distances[row][column];
+            distance = row + column;
+            if (row > 0 && column > 0) {
+                const std::size_t substituted = distances[row - 1][column - 1] + (a[row - 1] == b[column - 1] ? 0 : 1);
+                distance = std::min({distances[row - 1][column] + 1, distances[row][column - 1] + 1, substituted});
+            }
+            if (row > 1 && column > 1 && a[row - 1] == b[column - 2] && a[row - 2] == b[column - 1]) {
+                distance = std::min(distance, distances[row - 2][column - 2] + 1);
             }
         }
-        beforePrevious = std::move(previous);
-        previous = std::move(current);
     }
-    return previous.back();
+    return distances.back().back();
 }
 
 // ---- How FileMaker's operators choose between text and number; conversions and decimal arithmetic are the kit's.

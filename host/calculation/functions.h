@@ -43,11 +43,6 @@ struct Function {
     {
     }
 
-    bool takes(std::size_t arguments) const
-    {
-        return maximumArguments < 0 || arguments <= std::size_t(maximumArguments);
-    }
-
     std::u16string_view name;
     std::u16string_view prototype;
     std::u16string_view description; // of a plug-in's function behind the words to find it by and a "|"

@@ -191,15 +191,10 @@ private:
 
 constexpr std::array verdictNames{"pass", "note", "skipped", "fail", "crash", "timeout"};
 
-std::string nameOf(Verdict verdict)
-{
-    return verdictNames.at(static_cast<std::size_t>(verdict));
-}
-
 Json described(const Test& test, const Result& result, double seconds)
 {
     Json object{{"name", test.name},
-                {"verdict", nameOf(result.verdict)},
+                {"verdict", verdictNames.at(std::size_t(result.verdict))},
                 {"reasons", result.reasons},
                 {"notes", result.notes},
                 {"seconds", seconds}};
@@ -218,7 +213,7 @@ std::string lineOf(const std::string& text)
 void show(const Test& test, const Result& result)
 {
     const std::string indent(10, ' ');
-    const std::string verdict = nameOf(result.verdict);
+    const std::string verdict = verdictNames.at(std::size_t(result.verdict));
     const bool failed = isFailure(result.verdict);
     const Style style = failed ? Style::error : result.verdict == Verdict::pass ? Style::good : Style::faint;
     print(styled(verdict, style, STDOUT_FILENO) + indent.substr(verdict.size()) + test.name + "\n");
@@ -267,7 +262,7 @@ bool runTests(const Options& options)
         const std::chrono::duration<double> time = std::chrono::steady_clock::now() - begin;
         const bool failed = isFailure(result.verdict);
         passed = passed && !failed;
-        ++counts.at(static_cast<std::size_t>(result.verdict));
+        ++counts.at(std::size_t(result.verdict));
         if (options.json && (failed || !options.onlyFailed)) {
             all.push_back(described(test, result, time.count()));
         } else if (failed || !options.onlyFailed) {

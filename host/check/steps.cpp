@@ -111,22 +111,17 @@ private:
             expect(isKnown, "the definition has an element " + element.shown + " in <" + open_.back().kind->name + ">" +
                                 (type.empty() ? "" : " of type \"" + type + "\"") + " where none is known");
         }
+        if (isKnown && depth == 1) {
+            const auto label = element.attributes.find("label");
+            element.shown = "parameter " + std::to_string(++parameters_) +
+                            (label == element.attributes.end() ? "" : " \"" + label->second + "\"");
+        } else if (isKnown && depth == 2) {
+            element.shown = "a value of " + open_.back().shown;
+        }
         if (isKnown) {
-            nameForPeople(element);
             examineAttributes(element);
         }
         open_.push_back(std::move(element));
-    }
-
-    void nameForPeople(Element& element)
-    {
-        const auto label = element.attributes.find("label");
-        if (open_.size() == 1) {
-            element.shown = "parameter " + std::to_string(++parameters_) +
-                            (label == element.attributes.end() ? "" : " \"" + label->second + "\"");
-        } else if (open_.size() == 2) {
-            element.shown = "a value of " + open_.back().shown;
-        }
     }
 
     void examineAttributes(const Element& element)

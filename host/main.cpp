@@ -123,15 +123,13 @@ private:
             ->type_name("SECONDS")
             ->check(CLI::PositiveNumber)
             ->capture_default_str();
-        addFile("--allow", check_.allowances, "What the plug-in keeps on purpose");
-        addFile("--libraries", check_.libraries, "What a server has, in place of the installed list");
+        checkCommand_->add_option("--allow", check_.allowances, "What the plug-in keeps on purpose")
+            ->type_name("FILE")
+            ->check(CLI::ExistingFile.description(""));
+        checkCommand_->add_option("--libraries", check_.libraries, "What a server has, in place of the installed list")
+            ->type_name("FILE")
+            ->check(CLI::ExistingFile.description(""));
         checkCommand_->add_option("--isolated", check_.isolated)->group(""); // how it starts itself for one test
-    }
-
-    void addFile(const char* name, std::filesystem::path& file, const char* summary)
-    {
-        const CLI::Validator exists = CLI::ExistingFile.description("");
-        checkCommand_->add_option(name, file, summary)->type_name("FILE")->check(exists);
     }
 
     void takeAnswers(const std::vector<std::string>& answers)
@@ -251,16 +249,6 @@ private:
     Command command_; // that is given
 };
 
-// Line editing needs to know how the terminal's bytes make characters: what fmxhost writes is UTF-8 in any locale.
-void useUtf8()
-{
-    for (const char* name : {"C.UTF-8", "UTF-8"}) { // macOS has the second
-        if (std::setlocale(LC_CTYPE, name) != nullptr) {
-            return;
-        }
-    }
-}
-
 } // namespace
 } // namespace fmxhost
 
@@ -268,7 +256,10 @@ int main(int argumentCount, char** arguments)
 {
     using namespace fmxhost;
     reserveStandardDescriptors();
-    useUtf8();
+    // Line editing needs to know how the terminal's bytes make characters: what fmxhost writes is UTF-8 in any locale.
+    if (std::setlocale(LC_CTYPE, "C.UTF-8") == nullptr) {
+        std::setlocale(LC_CTYPE, "UTF-8"); // of macOS
+    }
     try {
         return static_cast<int>(CommandLine().run(argumentCount, arguments));
     } catch (const OutputError& error) {

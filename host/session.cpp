@@ -27,13 +27,6 @@ namespace {
 
 constexpr std::string_view blanks = " \t";
 
-// Errors: PluginError.
-Plugin& started(Plugin& plugin)
-{
-    plugin.start();
-    return plugin;
-}
-
 std::string plainText(const Value& value)
 {
     std::u16string text;
@@ -108,7 +101,8 @@ fs::path pluginFile(const Options& options)
 }
 
 Session::Session(const Options& options)
-    : options_(options), plugin_(pluginFile(options), options.apiVersion), functions_(started(plugin_).functions())
+    : options_(options), plugin_(pluginFile(options), options.apiVersion),
+      functions_((plugin_.start(), plugin_.functions()))
 {
 }
 

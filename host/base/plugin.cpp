@@ -16,9 +16,6 @@
 namespace fmxhost {
 namespace {
 
-// Position of the option "send me start-up and shut-down messages" in the options string.
-constexpr std::size_t startUpOption = 7;
-
 // The exception that is being handled, as one line. Its object may go with the plug-in's code, the text stays.
 std::string describeCurrentException()
 {
@@ -88,11 +85,6 @@ const std::u16string& Plugin::options()
         options_ = string(PluginString::options);
     }
     return *options_;
-}
-
-bool Plugin::wantsStartUp()
-{
-    return options().size() <= startUpOption || options()[startUpOption] != u'n';
 }
 
 std::int64_t Plugin::start()

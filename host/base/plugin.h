@@ -93,10 +93,10 @@ public:
     // Errors: PluginError when an exception comes out.
     std::u16string string(PluginString number, std::uint32_t capacity = 1024);
 
-    // Its options string, asked for once, and whether that asks for the start-up message.
-    // Errors: as string().
+    // Its options string, asked for once, and whether that asks for start-up and shut-down messages, by its eighth
+    // unit. Errors: as string().
     const std::u16string& options();
-    bool wantsStartUp();
+    bool wantsStartUp() { return options().find(u'n', 7) != 7; }
 
     // Sends any message; `result` goes into the record beforehand. Answers the record's result field.
     // Errors: PluginError when an exception comes out.

@@ -8,8 +8,6 @@
 
 namespace fmxhost {
 
-Value::Value() : Value(fmx::DataUniquePtr()) {}
-
 // The kit's text buffers are arrays of 16-bit numbers, not of char16_t; both have the same size and representation.
 Value::Value(std::u16string_view text)
 {
@@ -41,8 +39,6 @@ Value::Value(const fmx::FixPt& number)
     data->SetAsNumber(number);
     *this = Value(std::move(data));
 }
-
-Value::Value(fmx::DataUniquePtr data) : data_(data.release()) {}
 
 ValueType Value::type() const
 {

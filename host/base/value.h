@@ -23,7 +23,7 @@ enum class ValueType { empty, text, number, date, time, timestamp, container };
 // Errors: std::bad_alloc and std::exception from the kit.
 class Value {
 public:
-    Value(); // empty, of no type
+    Value() : Value(fmx::DataUniquePtr()) {} // empty, of no type
     Value(std::u16string_view text);
     Value(const std::u16string& text) : Value(std::u16string_view(text)) {}
     Value(const char16_t* text) : Value(std::u16string_view(text)) {}
@@ -35,7 +35,7 @@ public:
     Value(std::int64_t number);
     explicit Value(const fmx::Text& text); // shares the text's buffer
     explicit Value(const fmx::FixPt& number);
-    explicit Value(fmx::DataUniquePtr data); // must not be null
+    explicit Value(fmx::DataUniquePtr data) : data_(data.release()) {} // must not be null
 
     const fmx::Data& data() const { return *data_; }
 

@@ -135,13 +135,13 @@ public:
             options.apiVersion = version;
             Result result = runIsolated(test, options);
             allow(allowances_, test, result);
-            if (isFailure(result.verdict) && result.reached < test.needs) {
+            if (result.verdict >= Verdict::fail && result.reached < test.needs) {
                 obstacles_.try_emplace(version, Obstacle{Stage(static_cast<int>(result.reached) + 1), &test});
             }
             all.verdict = std::max(all.verdict, result.verdict);
             add(all.reasons, result.reasons, version);
             add(all.notes, result.notes, version);
-            all.output = isFailure(result.verdict) ? result.output : all.output;
+            all.output = result.verdict >= Verdict::fail ? result.output : all.output;
             if (result.verdict == Verdict::timeOut) {
                 break; // the others would take as long
             }
@@ -198,7 +198,7 @@ Json described(const Test& test, const Result& result, double seconds)
                 {"reasons", result.reasons},
                 {"notes", result.notes},
                 {"seconds", seconds}};
-    if (isFailure(result.verdict)) {
+    if (result.verdict >= Verdict::fail) {
         object["output"] = result.output;
     }
     return object;
@@ -214,7 +214,7 @@ void show(const Test& test, const Result& result)
 {
     const std::string indent(10, ' ');
     const std::string verdict = verdictNames.at(std::size_t(result.verdict));
-    const bool failed = isFailure(result.verdict);
+    const bool failed = result.verdict >= Verdict::fail;
     const Style style = failed ? Style::error : result.verdict == Verdict::pass ? Style::good : Style::faint;
     print(styled(verdict, style, STDOUT_FILENO) + indent.substr(verdict.size()) + test.name + "\n");
     for (const auto* texts : {&result.reasons, &result.notes}) {
@@ -260,7 +260,7 @@ bool runTests(const Options& options)
         const auto begin = std::chrono::steady_clock::now();
         const Result result = suite.run(test);
         const std::chrono::duration<double> time = std::chrono::steady_clock::now() - begin;
-        const bool failed = isFailure(result.verdict);
+        const bool failed = result.verdict >= Verdict::fail;
         passed = passed && !failed;
         ++counts.at(std::size_t(result.verdict));
         if (options.json && (failed || !options.onlyFailed)) {

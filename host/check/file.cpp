@@ -79,7 +79,14 @@ private:
         GElf_Dyn entry;
         for (int index = 0; section.sh_type == SHT_DYNAMIC && gelf_getdyn(data, index, &entry) != nullptr; ++index) {
             isDynamic_ = true;
-            readDynamic(entry);
+            if (entry.d_tag == DT_NEEDED) {
+                needed.push_back(name(entry.d_un.d_val));
+            } else if (entry.d_tag == DT_RPATH || entry.d_tag == DT_RUNPATH) {
+                std::istringstream list(name(entry.d_un.d_val) + ":");
+                for (std::string path; std::getline(list, path, ':');) {
+                    searchPaths.insert(path);
+                }
+            }
         }
         GElf_Sym symbol;
         for (int index = 0; section.sh_type == SHT_DYNSYM && gelf_getsym(data, index, &symbol) != nullptr; ++index) {
@@ -97,18 +104,6 @@ private:
                 part += static_cast<int>(version.vna_next);
             }
             place = need.vn_next != 0 ? place + static_cast<int>(need.vn_next) : -1;
-        }
-    }
-
-    void readDynamic(const GElf_Dyn& entry)
-    {
-        if (entry.d_tag == DT_NEEDED) {
-            needed.push_back(name(entry.d_un.d_val));
-        } else if (entry.d_tag == DT_RPATH || entry.d_tag == DT_RUNPATH) {
-            std::istringstream list(name(entry.d_un.d_val) + ":");
-            for (std::string path; std::getline(list, path, ':');) {
-                searchPaths.insert(path);
-            }
         }
     }
 

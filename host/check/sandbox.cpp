@@ -142,9 +142,7 @@ Result runIsolated(const Test& test, const Options& options)
         if (waitpid(child, &status, WNOHANG) != 0) {
             end = endText(status);
         } else if (std::chrono::duration<double>(Clock::now() - begin).count() > options.timeLimit) {
-            std::ostringstream text;
-            text << "no end after " << options.timeLimit << " s";
-            end = text.str();
+            end = (std::ostringstream() << "no end after " << options.timeLimit << " s").str();
             timedOut = true;
         } else if (sizeOf(output) > mostOutput) {
             end = "it wrote more than 64 MiB";

@@ -31,15 +31,10 @@ enum class Verdict {
     pass,
     note,    // passed, and there is something to know
     skipped, // can't be made here, or a test before it failed at what it needs
-    fail,
+    fail,    // the first of the failures
     crash,   // the process ended before the test did
     timeOut, // it was ended because the test took too long
 };
-
-constexpr bool isFailure(Verdict verdict)
-{
-    return verdict >= Verdict::fail;
-}
 
 // A test that can't be made here; what() is the reason, for the user.
 class Skipped : public std::runtime_error {

@@ -28,8 +28,6 @@ namespace fmxhost {
 namespace fs = std::filesystem;
 namespace {
 
-constexpr int historySize = 1000;
-
 // What C callbacks need: there is one prompt in a process.
 volatile std::sig_atomic_t interrupted = 0;
 volatile std::sig_atomic_t evaluating = 0;
@@ -199,7 +197,7 @@ void setUpEditing()
     rl_attempted_completion_function = complete;
     rl_add_defun("typed-ahead-end", endOfFile, '\0');
     using_history();
-    stifle_history(historySize);
+    stifle_history(1000); // lines
 }
 
 } // namespace

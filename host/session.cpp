@@ -121,12 +121,10 @@ ExitStatus Session::run(std::string_view calculation, const std::string& origin,
             report(styled(text, Style::faint, STDERR_FILENO));
         }
         return ExitStatus::success;
-    } catch (const PluginThrew& error) {
-        fail(calculation, origin, line, error);
-        return ExitStatus::pluginThrew;
     } catch (const CalculationError& error) {
         fail(calculation, origin, line, error);
-        return ExitStatus::calculationError;
+        const bool hasThrown = dynamic_cast<const PluginThrew*>(&error) != nullptr;
+        return hasThrown ? ExitStatus::pluginThrew : ExitStatus::calculationError;
     }
 }
 

@@ -57,12 +57,10 @@ void reportError(std::string_view message)
 void reserveStandardDescriptors()
 {
     for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
-        if (fcntl(descriptor, F_GETFD) == -1 && errno == EBADF) {
-            // Lowest number first; opened the wrong way round, so that using it fails with EBADF.
-            const int flags = descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY;
-            if (open("/dev/null", flags) == -1) {
-                return;
-            }
+        // Lowest number first; opened the wrong way round, so that using it fails with EBADF.
+        const int flags = descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY;
+        if (fcntl(descriptor, F_GETFD) == -1 && errno == EBADF && open("/dev/null", flags) == -1) {
+            return;
         }
     }
 }

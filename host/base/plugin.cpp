@@ -24,7 +24,7 @@ std::string describeCurrentException()
     int status = 0;
     const std::unique_ptr<char, decltype(&std::free)> demangled(abi::__cxa_demangle(mangled, nullptr, nullptr, &status),
                                                                 &std::free);
-    const std::string name = demangled ? demangled.get() : mangled;
+    std::string name = demangled ? demangled.get() : mangled;
     try {
         throw;
     } catch (const std::exception& exception) {

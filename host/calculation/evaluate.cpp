@@ -13,6 +13,7 @@
 #include <exception>
 #include <iterator>
 #include <new>
+#include <tuple>
 
 namespace fmxhost {
 namespace {
@@ -146,19 +147,14 @@ private:
 
     Expression expression(int level = 0)
     {
-        struct Link {
-            const Operator* operation;
-            Span place; // of the operator
-            Expression operand;
-        };
         if (level > strongestLevel) {
             return operand();
         }
         Expression first = expression(level + 1);
-        std::vector<Link> links;
+        std::vector<std::tuple<const Operator*, Span, Expression>> links; // the operator, its place, what follows it
         while (const Operator* operation = operatorOf(level)) {
             const Span place = take().span;
-            links.push_back({operation, place, expression(level + 1)});
+            links.emplace_back(operation, place, expression(level + 1));
         }
         if (links.empty()) {
             return first;

@@ -91,12 +91,10 @@ pid_t start(const Test& test, const Options& options, const File& events, const 
 // What waitpid(2) says of a process that didn't come to the end of its test.
 std::string endText(int status)
 {
-    if (WIFSIGNALED(status)) {
-        return strsignal(WTERMSIG(status));
-    }
-    return WEXITSTATUS(status) == eventsLostStatus
-               ? "every file descriptor of the host's was closed"
-               : "the process was ended with exit status " + std::to_string(WEXITSTATUS(status));
+    const int code = WEXITSTATUS(status);
+    return WIFSIGNALED(status)        ? strsignal(WTERMSIG(status))
+           : code == eventsLostStatus ? "every file descriptor of the host's was closed"
+                                      : "the process was ended with exit status " + std::to_string(code);
 }
 
 // `end`: how the process ended, in case the test didn't.

@@ -61,10 +61,9 @@ public:
             },
             [](void* reader, const char*) { static_cast<DefinitionReader*>(reader)->end(); });
         XML_SetCharacterDataHandler(parser.get(), [](void* reader, const char* text, int length) {
-            const bool isBlank =
-                std::string_view(text, static_cast<std::size_t>(length)).find_first_not_of(" \t\r\n") ==
-                std::string_view::npos;
-            static_cast<DefinitionReader*>(reader)->open_.back().hasText |= !isBlank;
+            const std::string_view read(text, static_cast<std::size_t>(length));
+            static_cast<DefinitionReader*>(reader)->open_.back().hasText |=
+                read.find_first_not_of(" \t\r\n") != read.npos;
         });
         constexpr int isFinal = 1;
         if (XML_Parse(parser.get(), definition.data(), static_cast<int>(definition.size()), isFinal) != XML_STATUS_OK) {

@@ -1,5 +1,5 @@
 #!/bin/sh
-# shellcheck disable=SC2012,SC2015,SC2086,SC2094,SC2154,SC3013
+# shellcheck disable=SC2012,SC2015,SC2016,SC2086,SC2094,SC2154,SC3013
 # ZipFuncs.sh - compress, expand, encrypt and decrypt for the plug-in's archive functions.
 #
 #   sh ZipFuncs.sh 'zip|source folder|destination folder|source name|archive name'           zipencrypt: + '|password'
@@ -13,10 +13,12 @@
 # was before; only an archive that is merged into folders that exist may fail half-way.
 # It reads no terminal and prints nothing. Why it failed goes to the system log. A file that FOLIDEX_REPORT names gets a
 # line "status cause"; when it held something already, the system log gets nothing.
-# POSIX sh (dash, bash --posix, busybox sh) and POSIX utilities, with: mktemp -d, test -O and -ef, find -mmin, stat,
-# bsdtar, and openssl 3 or LibreSSL 3.3 (Debian, Ubuntu: packages libarchive-tools and openssl; macOS 13: all there).
+# POSIX sh (dash, bash --posix, busybox sh) and POSIX utilities, with: mktemp -u, test -O and -ef, find -mmin, stat,
+# perl without modules, bsdtar, and openssl 3 or LibreSSL 3.3 (Debian, Ubuntu: packages libarchive-tools and openssl, the
+# rest is there; macOS 13: all there).
 
-status=70 cause='something unforeseen' verb='' work='' replaced=/ pipes='' children='' reaped=''
+exec </dev/null >/dev/null 2>&1
+status=70 cause='something unforeseen' verb='' made='' work='' replaced=/ pipe='' children='' reaped=''
 trap 'clean_up; report; exit "$status"' EXIT
 trap 'finish 129 signal' HUP
 trap 'finish 130 signal' INT
@@ -33,8 +35,9 @@ clean_up() {
     kill -s KILL $children
     exec 3<&- 4<&- 5>&- 6<&- 7>&- 8>&-
     wait
-    [ -z "$pipes" ] || rm -rf "$pipes"
-    [ -z "$work" ] || { empty_work_folder && cd / && rmdir "$work"; }
+    [ -z "$pipe" ] || rm -f "$pipe"
+    [ -z "$work" ] || empty_work_folder
+    [ -z "$made" ] || { cd / && rmdir "$made"; }
 }
 
 report() {
@@ -44,8 +47,8 @@ report() {
 }
 
 # The environment must not steer the tools. A working folder that can't be entered stops some.
-exec </dev/null >/dev/null 2>&1
-unset IFS CDPATH TAR_READER_OPTIONS TAR_WRITER_OPTIONS TAPE LD_LIBRARY_PATH DYLD_LIBRARY_PATH POSIXLY_CORRECT BASH_ENV ENV
+unset IFS CDPATH TAR_READER_OPTIONS TAR_WRITER_OPTIONS TAPE LD_LIBRARY_PATH DYLD_LIBRARY_PATH POSIXLY_CORRECT BASH_ENV ENV \
+    PERL5OPT PERL5LIB PERLIO PERL_UNICODE
 set -f && cd / && user_mask=$(umask) && umask 077
 PATH=${PATH:+$PATH:}/usr/bin:/bin:/usr/sbin:/sbin
 # glibc would return memory to the system for every file and ask for it again: most of the time of many small files.
@@ -72,10 +75,10 @@ wait_for() {
 # Opens a pipe for reading on descriptor $1, writing on $2: the tools on its ends are then direct children, with a process
 # ID for the TERM trap and an exit status. Not every destination can hold a pipe.
 open_pipe() {
-    pipes=$(mktemp -d /tmp/ZipFuncs.XXXXXXXXXX) && mkfifo "$pipes/pipe" || finish_full
+    pipe=$(mktemp -u /tmp/ZipFuncs.XXXXXXXXXX) && mkfifo "$pipe" || { pipe= && finish_full; }
     # Both directions first: neither end then waits for the other.
-    eval "exec $2<>\"\$pipes/pipe\" $1<\"\$pipes/pipe\" $2>\"\$pipes/pipe\""
-    rm -rf "$pipes" && pipes=
+    eval "exec $2<>\"\$pipe\" $1<\"\$pipe\" $2>\"\$pipe\""
+    rm -f "$pipe" && pipe=
 }
 
 # --- The work folder: private, in the destination, entered for good -------------------------------------------------
@@ -89,20 +92,23 @@ open_pipe() {
 make_work_folder() {
     host="${system#* } $(cat /etc/machine-id)"
     set +f
-    for left in "$1"/.ZipFuncs.??????????; do
+    for left in "$1".ZipFuncs.??????????; do
         [ -L "$left" ] || [ ! -O "$left" ] || (remove_left_folder "$1" "$left")
     done
     set -f
-    work=$(mktemp -d "$1/.ZipFuncs.XXXXXXXXXX") || finish 73 'no folder can be made in the destination'
-    enter_folder "$1" "$work" && [ -z "$(ls -A)" ] || { work= && finish 73 'somebody else changes the destination'; }
+    # First the name, then the folder: bash takes signals within a substitution, before it has what that says.
+    made=$(mktemp -u "$1.ZipFuncs.XXXXXXXXXX")
+    mkdir "$made" || { made= && finish 73 'no folder can be made in the destination'; }
+    enter_folder "$1" "$made" && [ -z "$(ls -A)" ] && work=$made ||
+        { made= && finish 73 'somebody else changes the destination'; }
     if ! printf '' >owner || ! exec 9<>owner; then finish_full; fi
     if lock && ! echo "$host" >&9; then finish_full; fi
 }
 
 # Enters this user's folder $2, which is in $1, and not what others put in its place. (Some file systems keep no mode.)
 enter_folder() { cd -P "$2" && [ -O . ] && [ .. -ef "$1" ] && { chmod 700 . || :; }; }
-# Locks the file on descriptor 9: fails where somebody holds it, or the file system has no locks. macOS has no flock.
-lock() { flock -n 9 || perl -e 'open(F, "<&=9") && flock(F, 6) || exit 1'; }
+# Locks the file on descriptor 9: fails where somebody holds it, or the file system has no locks.
+lock() { perl -e 'open(F, "<&=9") && flock(F, 6) || exit 1'; }
 
 # For a subshell. One that names no host was left empty, or is being made.
 remove_left_folder() {
@@ -122,7 +128,7 @@ remove() { rm -rf "$@" || { chmod -R u+rwx tree && rm -rf "$@"; }; }
 # --- Paths ----------------------------------------------------------------------------------------------------------
 # Sets source from a folder and a name, for the tool $3.
 set_source() {
-    command -v "$3" || finish 69 "$3 is missing"
+    for tool in perl "$3"; do command -v "$tool" || finish 69 "$tool is missing"; done
     is_path "$1" "$2" && [ -r "$1$2" ] || finish 66 'the source is missing or not readable'
     source=$1$2 source_folder=$1 source_name=$2
 }
@@ -170,10 +176,10 @@ publish() {
     [ ! -f "../$target_name" ] || mode=$((mode & $(mode_like ../ "$target_name")))
     chmod "$(printf '%o' "$mode")" out
     dd if=/dev/null conv=fsync >&8 && flush out || finish_full
-    made=$(inode out)
+    published=$(inode out)
     trap '' HUP INT TERM # what has its name is no failure any more
     $rename out "../$target_name" || finish 73 "the target can't be replaced"
-    [ "$(inode "../$target_name")" = "$made" ] || finish 73 'somebody else changes the destination'
+    [ "$(inode "../$target_name")" = "$published" ] || finish 73 'somebody else changes the destination'
     flush .. || finish_full
     finish 0
 }
@@ -225,68 +231,71 @@ run_bsdtar() {
     finish "$failed" "$message"
 }
 
-# --- The structure of zip archives ----------------------------------------------------------------------------------
+# --- The structure of zip archives (APPNOTE.TXT 4.3) ----------------------------------------------------------------
 #
 # bsdtar guesses formats, looks for the end record in the last 16 KiB only, and takes an archive that was cut within its
 # central directory for a whole one. So the end record is looked for here, and has to fit the directory before it.
-# Anything may stand behind it, and in front, as in archives that expand themselves.
-zip_number='function number(at, bytes,    value) {
-    while (bytes-- > 0) value = value * 256 + byte[at + bytes]
-    return value
-}'
+# Anything may stand behind it, and in front, as in archives that expand themselves: that moves all offsets.
 
-# Sets, for the archive $1: entries, counted modulo modulo; start and length of the directory; front, by which what stands
-# in front moves all offsets; end, where the end record lies; plain, 1 if bsdtar finds it. Fails without a whole directory.
-read_zip_structure() {
-    size=$(wc -c <"$1") || return
-    numbers=$(tail -c 140000 "$1" | od -An -v -tu1 | awk -v size="$((size))" "$zip_number"'
-        function is_mark(at, kind) { return at >= 0 && number(at, 4) == 19280 + 65536 * kind }
-        function is_end(at,    big) {
-            if (!is_mark(at, 1541) || at + 22 + number(at + 20, 2) > n || number(at + 4, 4) != 0) return 0
-            entries = number(at + 10, 2); bytes = number(at + 12, 4); start = number(at + 16, 4); modulo = 65536
-            big = at
-            if (is_mark(at - 20, 1798)) {
-                for (big = at - 76; big >= 0 && !is_mark(big, 1542); ) big--
-                entries = number(big + 32, 8); bytes = number(big + 40, 8); start = number(big + 48, 8); modulo = 2 ^ 40
-            }
-            front = size - n + big - bytes - start
-            return big >= 0 && front >= 0
-        }
-        { for (i = 1; i <= NF; i++) byte[n++] = $i }
-        END {
-            for (at = n - 22; at >= 0 && !is_end(at); at--) misled = misled || is_mark(at, 1541)
-            if (at < 0) exit 1
-            printf "entries=%.0f modulo=%.0f start=%.0f length=%.0f front=%.0f end=%.0f plain=%d", entries, modulo,
-                start + front, bytes, front, size - n + at, !misled && n - at < 16384 && (at > 0 || size == 22)
-        }') && eval "$numbers" || return
-    [ "$length" -eq 0 ] || [ "$(od -An -v -tx1 -j "$start" -N4 "$1" | tr -d ' \n')" = 504b0102 ]
-}
+# Sets, for the archive $1: entries; end, where the end record lies; plain, 1 if bsdtar finds it. Fails without a whole
+# directory. With $2 "unmark", names that aren't UTF-8 lose their mark; with "encrypted" it prints instead, for each
+# entry, in the order of the local headers, whether that says it is encrypted.
+read_zip_structure() { structure=$(look_at_zip "$@") && eval "$structure"; }
+look_at_zip() { perl -e "$zip_structure" -- "$@"; }
+zip_structure='
+    my ($path, $deed) = @ARGV;
+    open(my $zip, $deed eq "unmark" ? "+<" : "<", $path) or exit 1;
+    sub take { read($zip, my $bytes, $_[0]) == $_[0] or exit 1; $bytes }
 
-# Prints, for each entry of archive $1, the offsets of its local header and of its place in the directory, and 1 when its
-# name is marked as UTF-8 but isn't.
-list_zip_directory() {
-    tail -c "+$((start + 1))" "$1" | head -c "$length" | od -An -v -tu1 | awk \
-        -v at="$start" -v front="$front" "$zip_number"'
-        function local_offset(    extra) {
-            if (number(42, 4) != 4294967295) return number(42, 4)
-            for (extra = 46 + name; extra < total && number(extra, 2) != 1; ) extra += 4 + number(extra + 2, 2)
-            return number(extra + 4 + 8 * ((number(20, 4) == 4294967295) + (number(24, 4) == 4294967295)), 8)
+    # The last end record that has room for its directory.
+    my $size = (stat($zip))[7];
+    my $first = $size > 140000 ? $size - 140000 : 0;
+    seek($zip, $first, 0);
+    my $tail = take($size - $first);
+    my (@marks, $at, $front, $entries, $modulo, $length, $start);
+    push(@marks, $-[0]) while $tail =~ /PK\x05\x06/g;
+    for my $mark (reverse(@marks)) {
+        next if $mark + 22 > length($tail);
+        (my $disks, $entries, $length, $start, my $comment) = unpack("x4 V x2 v V V v", substr($tail, $mark, 22));
+        ($modulo, my $behind) = (65536, $mark);
+        if ($mark >= 76 && substr($tail, $mark - 20, 4) eq "PK\6\7") {
+            ($modulo, $behind) = (~0, rindex($tail, "PK\6\6", $mark - 76));
+            next if $behind < 0;
+            ($entries, $length, $start) = unpack("x32 Q<3", substr($tail, $behind, 56));
         }
-        function is_utf8(    text, i) {
-            for (i = 46; i < 46 + name; i++) text = text sprintf("%c", byte[i])
-            gsub(/[\302-\337][\200-\277]|[\340-\357][\200-\277][\200-\277]/, "x", text)
-            gsub(/[\360-\364][\200-\277][\200-\277][\200-\277]/, "x", text)
-            return text !~ /[\200-\377]/
+        $front = $first + $behind - $length - $start;
+        next if $disks > 0 || $front < 0 || $mark + 22 + $comment > length($tail);
+        $at = $mark;
+        last;
+    }
+    defined($at) or exit 1;
+
+    # The directory, entry by entry.
+    my ($count, @headers, @marked) = 0;
+    seek($zip, $front + $start, 0);
+    for (; $length > 0; $count++) {
+        my $place = tell($zip);
+        my ($id, $flags, $packed, $whole, $name, $extra, $comment, $header) =
+            unpack("a4 x4 v x10 V V v v v x8 V", take(46));
+        $id eq "PK\1\2" or exit 1;
+        ($name, $extra) = (take($name), take($extra));
+        take($comment);
+        if ($header == 0xffffffff) {
+            my %field = eval { unpack("(v v/a)*", $extra) };
+            $header = unpack("Q<", substr($field{1}, 8 * (($packed == 0xffffffff) + ($whole == 0xffffffff))));
         }
-        { for (i = 1; i <= NF; i++) {
-            byte[n++] = $i
-            if (n == 46) total = 46 + (name = number(28, 2)) + number(30, 2) + number(32, 2)
-            if (n < 46 || n < total) continue
-            printf "%.0f %.0f %d\n", local_offset() + front, at, int(byte[9] / 8) % 2 && !is_utf8()
-            at += total
-            n = 0
-        } }'
-}
+        push(@headers, $header += $front);
+        push(@marked, $place + 9, $header + 7)
+            if $flags & 2048 && (!utf8::decode($name) || $name =~ /[\x{d800}-\x{dfff}]|[^\0-\x{10ffff}]/);
+        $length -= tell($zip) - $place;
+    }
+    exit 1 if $length != 0 || $count % $modulo != $entries;
+
+    for ($deed eq "unmark" ? @marked : ()) { seek($zip, $_, 0); print {$zip} "\0" }
+    for ($deed eq "encrypted" ? sort { $a <=> $b } @headers : ()) { seek($zip, $_ + 6, 0); print ord(take(1)) & 1, "\n" }
+    close($zip) or exit 1;
+    my $plain = ($at == $marks[-1] && $size - $first - $at < 16384 && ($at > 0 || $size == 22)) + 0;
+    print "entries=$count end=", $first + $at, " plain=$plain\n" if $deed ne "encrypted"'
 
 # --- Zip ------------------------------------------------------------------------------------------------------------
 zip_verb() {
@@ -294,6 +303,8 @@ zip_verb() {
     [ -f "$source" ] || [ -d "$source" ] || finish 66 'the source is neither a file nor a folder'
     set_target "$2" "$4"
     set_replaced
+    # Not in the child: a signal ends that, but would leave what it called to make a file in a folder that goes.
+    touch -t 197001020000 early && touch -t 203801180000 late || finish_full
     survey &
     children="$children $!" surveyor=$!
     # In a list: "@x" and "-Cx" have meanings as operands. Backslashes without any "/" are read as those of a Windows
@@ -303,57 +314,42 @@ zip_verb() {
     set -- -f out --format zip --options "zip:compression-level=3${password:+,zip:encryption=aes256}" \
         ${password:+--passphrase "$password"}
     pack "$@" -H -C "$source_folder" --null -T -
-    wait_for "$surveyor" && read -r items mode odd times names <survey || finish_full
+    wait_for "$surveyor" && read -r items mode odd times <survey || finish_full
     [ "$odd" = no ] || finish 66 "a pipe, socket or device can't be packed"
     [ "$times" = no ] || pack_clamped "$@"
-    read_zip_structure out || finish 70 'the archive came out damaged'
-    [ "$((items % modulo))" -eq "$entries" ] || any_in "$source_folder" "$source_name" -type d -newer "$work/owner" ||
+    # bsdtar marks every name as UTF-8. One that isn't would make other tools refuse the whole archive.
+    read_zip_structure out unmark || { check_disk && finish 70 'the archive came out damaged'; }
+    [ "$items" -eq "$entries" ] || any_in "$source_folder" "$source_name" -type d -newer "$work/owner" ||
         finish 70 "not all of the $items items were packed"
-    [ "$names" = no ] || unmark_names
     publish
 }
 
 # An archive that is written below its own source doesn't pack what it replaces: sets replaced to its path, as a pattern.
 set_replaced() {
-    inside=$(cd -P .. && pwd -P)/$target_name outside=$(cd -P "$source" && pwd -P)/
+    inside=$(cd -P .. && pwd -P)/$target_name
+    outside=$(cd -P "$source" && pwd -P)/
     [ "${inside#"$outside"}" = "$inside" ] ||
         replaced=$(printf '%s' "$source_name/${inside#"$outside"}" | sed 's/[][*?\\$^]/\\&/g')
 }
 
 # Writes to "survey", beside bsdtar: the number of items, the mode that they ask for, and whether any is of a kind that
-# bsdtar leaves out, has a time that zip can't hold, or a name that isn't UTF-8.
+# bsdtar leaves out, or has a time that zip can't hold.
 survey() {
-    touch -t 197001020000 early && touch -t 203801180000 late
     set -- "$source_folder" "$source_name"
-    odd=no times=no names=no
+    odd=no times=no
     ! any_in "$@" ! -type f ! -type d ! -type l || odd=yes
     ! any_in "$@" \( -newer "$work/late" -o ! -newer "$work/early" \) || times=yes
-    find_in "$@" | iconv -f UTF-8 -t UTF-8 || names=yes
-    echo "$(find_in "$@" | grep -c '^\.//') $(mode_like "$@") $odd $times $names" >survey
+    echo "$(find_in "$@" | grep -c '^\.//') $(mode_like "$@") $odd $times" >survey
 }
 # Runs bsdtar on the source, with the list "names" as input.
 pack() { run_bsdtar 70 names -c -P "$@" --exclude '.ZipFuncs.??????????' --exclude "^$replaced\$"; }
 
 # bsdtar wraps times that zip can't hold, those outside 1970 to 2038: packs from a list in which they are the nearest.
 pack_clamped() {
-    pack -f times --format mtree --options 'mtree:!all,mtree:type,mtree:mode,mtree:time,mtree:link' -H \
+    pack -f listing --format mtree --options 'mtree:!all,mtree:type,mtree:mode,mtree:time,mtree:link' -H \
         -C "$source_folder" --null -T -
-    awk '
-        match($0, / time=[-0-9.]+/) {
-            time = substr($0, RSTART + 6, RLENGTH - 6)
-            time = time < 0 ? 0 : time > 2147483647 ? 2147483647 : time
-            $0 = substr($0, 1, RSTART + 5) time substr($0, RSTART + RLENGTH)
-        }
-        { print }' times >names || finish_full
+    perl -pe 's/ time=(-?\d+)\S*/" time=" . ($1 < 0 ? 0 : $1 > 2147483647 ? 2147483647 : $1)/e' listing >names || finish_full
     pack "$@" -s ',^\./,,SH' -C "$source_folder" @-
-}
-
-# bsdtar marks every name as UTF-8. One that isn't would make other tools refuse the whole archive: its mark goes.
-unmark_names() {
-    list_zip_directory out | awk '$3 { printf "%.0f\n%.0f\n", $1 + 7, $2 + 9 }' >names
-    while read -r at; do
-        printf '\0' | dd of=out bs=1 seek="$at" conv=notrunc || finish_full
-    done <names
 }
 
 # --- Unzip ----------------------------------------------------------------------------------------------------------
@@ -398,33 +394,22 @@ unzip_verb() {
 # Looks at the list of entries, with bsdtar's options $@: every entry that the end record counts is a file, a folder or a
 # link; bsdtar sees a plain zip (a tar can look like one); no content stands unencrypted, forged, among encrypted.
 check_entries() {
-    printf '' >survey && printf '' >names || finish_full
-    [ -z "$password" ] || list_headers
+    if [ -n "$password" ]; then look_at_zip "$source" encrypted; fi >names ||
+        { check_disk && finish 65 'the archive is damaged'; }
     run_bsdtar 65 /dev/null -t -vvv "$@" >listing
     listed=$(awk '
-        FILENAME == "survey" { encrypted[$1]; next }
-        FILENAME == "names" { mark[FNR] = $1 in encrypted; next }
+        FILENAME == "names" { encrypted[FNR] = $1; next }
         FNR > 1 {
             split(last, columns)
             if (last !~ /^[-dl]/) wrong = 1
-            if (last ~ /^-/ && columns[5] > 0) seen[mark[FNR - 1]]
+            if (last ~ /^-/ && columns[5] > 0) seen[encrypted[FNR - 1]]
         }
         { last = $0 }
         END {
             if (last !~ /^Archive Format: ZIP.*,  Compression: none$/ || (0 in seen) && (1 in seen)) wrong = 1
             if (!wrong) print FNR - 1
-        }' survey names listing)
-    [ -n "$listed" ] && [ "$((listed % modulo))" -eq "$entries" ] || finish 65 'the archive is damaged, or hostile'
-}
-
-# bsdtar takes entries in the order of their local headers, and for encrypted what those mark so: writes their offsets to
-# "names", and those of whatever looks like one that is marked to "survey". For tools that read text, all bytes but those
-# that such a header begins with become "o" (odd) and "e" (even).
-list_headers() {
-    list_zip_directory "$source" | sort -n >names || finish_full
-    tr '\000-\377' "$(awk 'BEGIN {
-        for (i = 0; i < 255; i++) printf "%s", i == 3 || i == 4 ? i : i == 75 ? "K" : i == 80 ? "P" : i % 2 ? "o" : "e"
-        printf "\\n" }')" <"$source" | grep -b -o 'PK34..[oK3]' | cut -d : -f 1 >survey || finish_full
+        }' names listing)
+    [ -n "$listed" ] && [ "$listed" -eq "$entries" ] || finish 65 'the archive is damaged, or hostile'
 }
 
 # No owners, no set-id or sticky bits, modes under the umask. bsdtar refuses to write to "..", which the first -s makes of

@@ -37,15 +37,22 @@ void show(Session& session, const Json& object, const std::string& text)
     print((session.json() ? jsonText(object) : text) + "\n");
 }
 
-Json described(const fmxkit::ExternalFunction& function)
+// FileMaker's own have neither an ID nor flags.
+Json described(const Function& function)
 {
-    return {{"id", function.id},
-            {"name", toUtf8(function.name)},
-            {"prototype", toUtf8(function.prototype)},
-            {"description", toUtf8(function.description)},
-            {"min", function.minimumArguments},
-            {"max", function.maximumArguments},
-            {"flags", function.flags}};
+    Json object;
+    if (function.external != nullptr) {
+        object["id"] = function.external->id;
+    }
+    object["name"] = toUtf8(function.name);
+    object["prototype"] = toUtf8(function.prototype);
+    object["description"] = toUtf8(function.description);
+    object["min"] = function.minimumArguments;
+    object["max"] = function.maximumArguments;
+    if (function.external != nullptr) {
+        object["flags"] = function.external->flags;
+    }
+    return object;
 }
 
 // "none", "1", "0 to 1", "2 or more".
@@ -111,7 +118,7 @@ ExitStatus listFunctions(Session& session)
         std::ostringstream line;
         line << std::setw(5) << function.id << "  " << std::left << std::setw(10) << argumentCounts(Function(function))
              << "  " << toUtf8(function.prototype);
-        show(session, described(function), line.str());
+        show(session, described(Function(function)), line.str());
     }
     return ExitStatus::success;
 }
@@ -161,17 +168,13 @@ ExitStatus help(Session& session, std::string_view word)
     }
     const std::u16string name = toUtf16(word);
     const Function* named = functions.find(name);
-    std::vector<const Function*> found = named != nullptr ? std::vector{named} : functionsAbout(functions, name);
-    if (session.json()) { // of the plug-in's functions
-        std::erase_if(found, [](const Function* function) { return function->external == nullptr; });
-    }
+    const auto found = named != nullptr ? std::vector{named} : functionsAbout(functions, name);
     if (found.empty()) {
         reportError(functions.unknownText(name));
         return ExitStatus::wrongUse;
     }
     for (const Function* function : found) {
-        show(session, function->external != nullptr ? described(*function->external) : Json(),
-             named != nullptr ? functionHelp(*function) : toUtf8(function->prototype));
+        show(session, described(*function), named != nullptr ? functionHelp(*function) : toUtf8(function->prototype));
     }
     return ExitStatus::success;
 }

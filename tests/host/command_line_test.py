@@ -120,6 +120,7 @@ class Descriptions(unittest.TestCase):
                  "description": "words|Does nothing.", "min": 0, "max": -1, "flags": 0xFF01}
         self.assertEqual(functions[1], count)
         self.assertEqual(objects(host("help", "--json", "smpl_count")), [count])  # options are understood after a command
+        self.assertEqual([f["prototype"] for f in objects(host("--json", "help", "left"))], ["Left ( text ; numberOfCharacters )"])
         self.assertEqual(objects(host("--json", "steps", variant="definition=<PluginStep/>"))[0],
                          {"id": 1, "name": "Step", "definition": "<PluginStep/>", "description": "Does nothing.",
                           "flags": 0xFF01})

@@ -299,6 +299,8 @@ zip_verb() {
     [ -f "$source" ] || [ -d "$source" ] || finish 66 'the source is neither a file nor a folder'
     set_target "$2" "$4"
     set_replaced
+    # Not in the child: a signal ends that, but would leave what it called to make a file in a folder that goes.
+    touch -t 197001020000 early && touch -t 203801180000 late || finish_full
     survey &
     children="$children $!" surveyor=$!
     # In a list: "@x" and "-Cx" have meanings as operands. Backslashes without any "/" are read as those of a Windows
@@ -320,7 +322,8 @@ zip_verb() {
 
 # An archive that is written below its own source doesn't pack what it replaces: sets replaced to its path, as a pattern.
 set_replaced() {
-    inside=$(cd -P .. && pwd -P)/$target_name outside=$(cd -P "$source" && pwd -P)/
+    inside=$(cd -P .. && pwd -P)/$target_name
+    outside=$(cd -P "$source" && pwd -P)/
     [ "${inside#"$outside"}" = "$inside" ] ||
         replaced=$(printf '%s' "$source_name/${inside#"$outside"}" | sed 's/[][*?\\$^]/\\&/g')
 }
@@ -328,7 +331,6 @@ set_replaced() {
 # Writes to "survey", beside bsdtar: the number of items, the mode that they ask for, and whether any is of a kind that
 # bsdtar leaves out, or has a time that zip can't hold.
 survey() {
-    touch -t 197001020000 early && touch -t 203801180000 late
     set -- "$source_folder" "$source_name"
     odd=no times=no
     ! any_in "$@" ! -type f ! -type d ! -type l || odd=yes

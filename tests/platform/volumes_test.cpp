@@ -91,7 +91,7 @@ TEST(Volumes, NobodyIsHeldByWhatDoesNotAnswer)
         if (daemon < 0 || mount("dead", scratch.text().c_str(), "fuse.sshfs", 0, options.c_str()) != 0) {
             return std::string("no FUSE");
         }
-        alarm(10);
+        alarm(120);
         return newVolumeNames(before);
     });
     if (found == "no FUSE") {

@@ -14,10 +14,8 @@
 
 namespace {
 
-namespace fs = std::filesystem;
 using namespace archive;
 using namespace archive::routines;
-using folidex::test::ScratchFolder;
 
 // Routines with a script of the test's own and without the pause.
 class ArchiveRoutine : public testing::Test {
@@ -30,7 +28,7 @@ protected:
         return runRoutine(routine, job, {script, std::chrono::milliseconds(0)});
     }
 
-    ScratchFolder scratch;
+    folidex::test::ScratchFolder scratch;
 };
 
 TEST_F(ArchiveRoutine, HandsTheScriptOneArgumentUnlessAFieldIsMissing)
@@ -97,13 +95,13 @@ TEST_F(ArchiveRoutine, LearnsHowAndWhyItsScriptEnded)
     for (std::future<Status>& call : calls) {
         EXPECT_EQ(call.get(), 82 * 256);
     }
-    const fs::path before = fs::current_path();
+    const std::filesystem::path before = std::filesystem::current_path();
     ::setenv("HOME", scratch.text().c_str(), 1);
     logging::switchOn();
     EXPECT_EQ(run(unzipAFile, job), 83 * 256);
     const std::string log = scratch.read("Desktop/HALVIK/FOLIDEX/LogFile.txt");
     logging::switchOff();
-    fs::current_path(before);
+    std::filesystem::current_path(before);
     EXPECT_TRUE(log.ends_with("\tZipFuncs.sh: 83 unzip: no room: \303\274\n")) << log;
 
     useScript("printf '\\n0 unzip:\\n' >>\"$FOLIDEX_REPORT\"");

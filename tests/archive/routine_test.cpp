@@ -7,7 +7,6 @@
 #include <csignal>
 #include <future>
 #include <string>
-#include <vector>
 
 namespace {
 
@@ -83,9 +82,9 @@ TEST_F(ArchiveRoutine, LearnsHowItsScriptEnded)
     // Where the system keeps no wait status, the report tells it.
     const auto previous = std::signal(SIGCHLD, SIG_IGN);
     useScript("printf '\\n82 unzip: no room\\n' >>\"$FOLIDEX_REPORT\"");
-    std::vector<std::future<Status>> calls;
-    for (int i = 0; i < 4; ++i) {
-        calls.push_back(std::async(std::launch::async, [&] { return run(unzipAFile, job); }));
+    std::future<Status> calls[4];
+    for (std::future<Status>& call : calls) {
+        call = std::async(std::launch::async, [&] { return run(unzipAFile, job); });
     }
     for (std::future<Status>& call : calls) {
         EXPECT_EQ(call.get(), 82 * 256);

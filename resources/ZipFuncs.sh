@@ -13,12 +13,12 @@
 # was before; only an archive that is merged into folders that exist may fail half-way.
 # It reads no terminal and prints nothing. Why it failed goes to the system log. A file that FOLIDEX_REPORT names gets a
 # line "status cause"; when it held something already, the system log gets nothing.
-# POSIX sh (dash, bash --posix, busybox sh) and POSIX utilities, with: mktemp -d, test -O and -ef, find -mmin, stat,
+# POSIX sh (dash, bash --posix, busybox sh) and POSIX utilities, with: mktemp -u, test -O and -ef, find -mmin, stat,
 # perl without modules, bsdtar, and openssl 3 or LibreSSL 3.3 (Debian, Ubuntu: packages libarchive-tools and openssl, the
 # rest is there; macOS 13: all there).
 
 exec </dev/null >/dev/null 2>&1
-status=70 cause='something unforeseen' verb='' work='' replaced=/ pipes='' children='' reaped=''
+status=70 cause='something unforeseen' verb='' made='' work='' replaced=/ pipe='' children='' reaped=''
 trap 'clean_up; report; exit "$status"' EXIT
 trap 'finish 129 signal' HUP
 trap 'finish 130 signal' INT
@@ -35,8 +35,9 @@ clean_up() {
     kill -s KILL $children
     exec 3<&- 4<&- 5>&- 6<&- 7>&- 8>&-
     wait
-    [ -z "$pipes" ] || rm -rf "$pipes"
-    [ -z "$work" ] || { empty_work_folder && cd / && rmdir "$work"; }
+    [ -z "$pipe" ] || rm -f "$pipe"
+    [ -z "$work" ] || empty_work_folder
+    [ -z "$made" ] || { cd / && rmdir "$made"; }
 }
 
 report() {
@@ -74,10 +75,10 @@ wait_for() {
 # Opens a pipe for reading on descriptor $1, writing on $2: the tools on its ends are then direct children, with a process
 # ID for the TERM trap and an exit status. Not every destination can hold a pipe.
 open_pipe() {
-    pipes=$(mktemp -d /tmp/ZipFuncs.XXXXXXXXXX) && mkfifo "$pipes/pipe" || finish_full
+    pipe=$(mktemp -u /tmp/ZipFuncs.XXXXXXXXXX) && mkfifo "$pipe" || { pipe= && finish_full; }
     # Both directions first: neither end then waits for the other.
-    eval "exec $2<>\"\$pipes/pipe\" $1<\"\$pipes/pipe\" $2>\"\$pipes/pipe\""
-    rm -rf "$pipes" && pipes=
+    eval "exec $2<>\"\$pipe\" $1<\"\$pipe\" $2>\"\$pipe\""
+    rm -f "$pipe" && pipe=
 }
 
 # --- The work folder: private, in the destination, entered for good -------------------------------------------------
@@ -91,12 +92,15 @@ open_pipe() {
 make_work_folder() {
     host="${system#* } $(cat /etc/machine-id)"
     set +f
-    for left in "$1"/.ZipFuncs.??????????; do
+    for left in "$1".ZipFuncs.??????????; do
         [ -L "$left" ] || [ ! -O "$left" ] || (remove_left_folder "$1" "$left")
     done
     set -f
-    work=$(mktemp -d "$1/.ZipFuncs.XXXXXXXXXX") || finish 73 'no folder can be made in the destination'
-    enter_folder "$1" "$work" && [ -z "$(ls -A)" ] || { work= && finish 73 'somebody else changes the destination'; }
+    # First the name, then the folder: bash takes signals within a substitution, before it has what that says.
+    made=$(mktemp -u "$1.ZipFuncs.XXXXXXXXXX")
+    mkdir "$made" || { made= && finish 73 'no folder can be made in the destination'; }
+    enter_folder "$1" "$made" && [ -z "$(ls -A)" ] && work=$made ||
+        { made= && finish 73 'somebody else changes the destination'; }
     if ! printf '' >owner || ! exec 9<>owner; then finish_full; fi
     if lock && ! echo "$host" >&9; then finish_full; fi
 }
@@ -172,10 +176,10 @@ publish() {
     [ ! -f "../$target_name" ] || mode=$((mode & $(mode_like ../ "$target_name")))
     chmod "$(printf '%o' "$mode")" out
     dd if=/dev/null conv=fsync >&8 && flush out || finish_full
-    made=$(inode out)
+    published=$(inode out)
     trap '' HUP INT TERM # what has its name is no failure any more
     $rename out "../$target_name" || finish 73 "the target can't be replaced"
-    [ "$(inode "../$target_name")" = "$made" ] || finish 73 'somebody else changes the destination'
+    [ "$(inode "../$target_name")" = "$published" ] || finish 73 'somebody else changes the destination'
     flush .. || finish_full
     finish 0
 }
@@ -342,9 +346,9 @@ pack() { run_bsdtar 70 names -c -P "$@" --exclude '.ZipFuncs.??????????' --exclu
 
 # bsdtar wraps times that zip can't hold, those outside 1970 to 2038: packs from a list in which they are the nearest.
 pack_clamped() {
-    pack -f times --format mtree --options 'mtree:!all,mtree:type,mtree:mode,mtree:time,mtree:link' -H \
+    pack -f listing --format mtree --options 'mtree:!all,mtree:type,mtree:mode,mtree:time,mtree:link' -H \
         -C "$source_folder" --null -T -
-    perl -pe 's/ time=(-?\d+)\S*/" time=" . ($1 < 0 ? 0 : $1 > 2147483647 ? 2147483647 : $1)/e' times >names || finish_full
+    perl -pe 's/ time=(-?\d+)\S*/" time=" . ($1 < 0 ? 0 : $1 > 2147483647 ? 2147483647 : $1)/e' listing >names || finish_full
     pack "$@" -s ',^\./,,SH' -C "$source_folder" @-
 }
 
@@ -446,7 +450,13 @@ magic=464f4c4944455801 zeros=000000000000000000000000000000000000000000000000000
 
 # Writes the bytes of the hexadecimal digits $1, each XORed with $2.
 put() {
-    printf '%s' "$1" | perl -e '$_ = pack("H*", <STDIN>); print $_ ^ chr(oct($ARGV[0])) x length' "${2:-0}"
+    rest=$1 octets=
+    while [ -n "$rest" ]; do
+        byte=$((0x${rest%"${rest#??}"} ^ ${2:-0}))
+        rest=${rest#??}
+        octets="$octets\\0$((byte >> 6))$((byte >> 3 & 7))$((byte & 7))"
+    done
+    printf %b "$octets"
 }
 
 # Sets digest to the SHA-256, hexadecimal, of what the command $@ writes.

@@ -78,13 +78,15 @@ class ScratchCase(unittest.TestCase):
         return [*next(self.shells), SCRIPT, "|".join(fields + ([password] if password else []))]
 
     def run_verb(self, verb, source, target, password=None, expect=0, prefix="", others=False, **options):
-        """Fails unless it's silent, ends as expected and, where it failed and no others write, all is as it was.
-        The prefix is for the shell that starts it."""
+        """Fails unless it's silent, ends as expected and, where no others write, leaves no work folder, and after a
+        failure all as it was. The prefix is for the shell that starts it."""
         before = expect != 0 and not others and self.tree()
+        work_folders = set(self.path().rglob(".ZipFuncs.*"))
         command = ["sh", "-c", prefix + ' "$@"', "sh", *self.command(verb, source, target, password)]
         done = subprocess.run(command, capture_output=True, stdin=subprocess.PIPE, timeout=3000, check=False, **options)
         self.assertEqual((done.stdout, done.stderr), (b"", b""), command)
         self.assertIn(done.returncode, [expect] if isinstance(expect, int) else expect, command)
+        self.assertTrue(others or work_folders.issuperset(self.path().rglob(".ZipFuncs.*")), command)
         if done.returncode and before:
             self.assert_same(self.tree(), before, command)
         return done.returncode
@@ -365,10 +367,9 @@ class Failure(ScratchCase):
     def test_others_who_exchange_things_meanwhile(self):
         self.sh("mkdir out elsewhere; mkdir -m 700 elsewhere/empty; echo >elsewhere/file")
         elsewhere, target = self.path("elsewhere"), self.path("out/target")
-        made = 'made=$("$@") && case $made in */out/*) %s ;; esac && echo "$made"'
+        made = '"$@" && case $2 in */.ZipFuncs.*) %s ;; esac'
         for tool, deed, expected in (
-                ("mktemp", made % f'rmdir "$made" && ln -s {elsewhere}/empty "$made"', 73),
-                ("mktemp", made % 'echo >"$made/owner"', 73),
+                ("mkdir", made % f'rmdir "$2"; ln -s {elsewhere}/empty "$2"', 73), ("mkdir", made % 'echo >"$2/x"', 73),
                 ("mv", f'ln -s {elsewhere} {target}; exec "$@"', 0), ("mv", f'mkdir {target}; exec "$@"', 73),
                 ("mv", 'kill -TERM "$PPID"; exec "$@"', 0), ("mv", f'"$@" && rm {target} && echo other >{target}', 73)):
             for verb, source, password in self.VERBS:

@@ -2,21 +2,7 @@
 
 #include "host/base/unicode.h"
 
-#include <stdexcept>
-
 namespace folidex::bench {
-namespace {
-
-const fmxkit::ExternalFunction& find(std::string_view name)
-{
-    const fmxkit::ExternalFunction* function = plugin().find(fmxhost::toUtf16(name));
-    if (function == nullptr) {
-        throw std::out_of_range("no function " + std::string(name));
-    }
-    return *function;
-}
-
-} // namespace
 
 const fmxhost::Plugin& plugin()
 {
@@ -27,7 +13,8 @@ const fmxhost::Plugin& plugin()
     return started;
 }
 
-Handler::Handler(std::string_view function, const std::vector<std::string>& arguments) : function_(find(function))
+Handler::Handler(std::string_view function, const std::vector<std::string>& arguments)
+    : function_(plugin().function(fmxhost::toUtf16(function)))
 {
     for (const std::string& argument : arguments) {
         arguments_->PushBack(fmxhost::Value(argument).data());

@@ -1,16 +1,11 @@
-#include "host/commands.h"
+#include "host/session.h"
 
 #include "host/base/unicode.h"
 
-#include <algorithm>
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
-#include <fstream>
+#include <nlohmann/json.hpp>
+
 #include <iomanip>
-#include <iostream>
 #include <sstream>
-#include <system_error>
 #include <utility>
 
 namespace fmxhost {
@@ -18,7 +13,6 @@ namespace {
 
 constexpr std::size_t helpWidth = 96;
 constexpr std::string_view helpIndent = "  ";
-constexpr std::string_view blanks = " \t";
 
 constexpr std::string_view languageText =
     R"(A calculation is what FileMaker calls one:
@@ -38,12 +32,12 @@ steps and quit are commands too.
 )";
 
 // A line of output: the object or the text, as the options say.
-void show(Session& session, const std::vector<JsonMember>& object, const std::string& text)
+void show(Session& session, const Json& object, const std::string& text)
 {
-    print((session.json() ? jsonObject(object) : text) + "\n");
+    print((session.json() ? jsonText(object) : text) + "\n");
 }
 
-std::vector<JsonMember> described(const fmxkit::ExternalFunction& function)
+Json described(const fmxkit::ExternalFunction& function)
 {
     return {{"id", function.id},
             {"name", toUtf8(function.name)},
@@ -108,39 +102,16 @@ std::vector<const Function*> functionsAbout(const FunctionTable& functions, std:
     return found;
 }
 
-// `asTyped`: with commands, and on behind an error. Answers the status of the first one.
-ExitStatus runLines(Session& session, std::istream& stream, const std::string& name, bool asTyped)
-{
-    Lines lines(session, name, asTyped);
-    ExitStatus first = ExitStatus::success;
-    const auto goesOn = [&] { return !lines.hasQuit() && (asTyped || first == ExitStatus::success); };
-    const auto note = [&](ExitStatus status) { first = first == ExitStatus::success ? status : first; };
-    for (std::string line; goesOn() && std::getline(stream, line);) {
-        note(lines.take(std::move(line)));
-    }
-    // The stream over standard input keeps a read error to itself.
-    if (stream.bad() || (&stream == &std::cin && std::ferror(stdin) != 0)) {
-        reportError(name + ": " + std::strerror(errno));
-        note(ExitStatus::wrongUse);
-    } else if (goesOn()) {
-        note(lines.finish());
-    }
-    return first;
-}
-
 } // namespace
 
 ExitStatus listFunctions(Session& session)
 {
     print(session.json() ? "" : "   ID  ARGUMENTS   FUNCTION\n");
-    for (const Function& function : session.functions().all()) {
-        if (function.external == nullptr) {
-            break;
-        }
+    for (const fmxkit::ExternalFunction& function : session.plugin().functions()) {
         std::ostringstream line;
-        line << std::setw(5) << function.external->id << "  " << std::left << std::setw(10) << argumentCounts(function)
+        line << std::setw(5) << function.id << "  " << std::left << std::setw(10) << argumentCounts(Function(function))
              << "  " << toUtf8(function.prototype);
-        show(session, described(*function.external), line.str());
+        show(session, described(function), line.str());
     }
     return ExitStatus::success;
 }
@@ -169,12 +140,12 @@ ExitStatus showStrings(Session& session)
                                                                  {PluginString::preferences, "preferences"},
                                                                  {PluginString::options, "options    "},
                                                                  {PluginString::helpLocation, "help       "}};
-    std::vector<JsonMember> object;
+    Json object;
     std::ostringstream text;
     for (const auto& [request, label] : requests) {
         const std::string number = std::to_string(static_cast<int>(request));
         const std::string answer = toUtf8(session.plugin().string(request));
-        object.emplace_back(number, answer);
+        object[number] = answer;
         text << (object.size() > 1 ? "\n" : "") << number << "  " << label << "  " << answer;
     }
     show(session, object, text.str());
@@ -199,101 +170,10 @@ ExitStatus help(Session& session, std::string_view word)
         return ExitStatus::wrongUse;
     }
     for (const Function* function : found) {
-        show(session, function->external != nullptr ? described(*function->external) : std::vector<JsonMember>(),
+        show(session, function->external != nullptr ? described(*function->external) : Json(),
              named != nullptr ? functionHelp(*function) : toUtf8(function->prototype));
     }
     return ExitStatus::success;
-}
-
-ExitStatus evaluateAll(Session& session, const std::vector<std::string>& calculations)
-{
-    ExitStatus status = ExitStatus::success;
-    for (std::size_t index = 0; index < calculations.size() && status == ExitStatus::success; ++index) {
-        const std::string name = calculations.size() > 1 ? "-e " + std::to_string(index + 1) : "";
-        status = session.run(calculations[index], name);
-    }
-    return status;
-}
-
-ExitStatus runFile(Session& session, const std::string& file)
-{
-    if (file == "-") {
-        return runLines(session, std::cin, "standard input", false);
-    }
-    std::error_code error;
-    std::ifstream stream;
-    errno = EISDIR;
-    if (!std::filesystem::is_directory(file, error)) {
-        errno = 0;
-        stream.open(file, std::ios::binary);
-    }
-    if (!stream.is_open()) {
-        reportError(file + ": " + std::strerror(errno));
-        return ExitStatus::wrongUse;
-    }
-    return runLines(session, stream, file, false);
-}
-
-ExitStatus runPiped(Session& session)
-{
-    if (std::cin.peek() == std::istream::traits_type::eof()) {
-        reportError(nothingToDo);
-        return ExitStatus::wrongUse;
-    }
-    return runLines(session, std::cin, "standard input", true);
-}
-
-ExitStatus Lines::take(std::string line)
-{
-    constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
-    if (++lines_ == 1 && line.starts_with(byteOrderMark)) {
-        line.erase(0, byteOrderMark.size());
-    }
-    if (line.ends_with('\r')) {
-        line.pop_back();
-    }
-    if (!calculation_.empty()) {
-        calculation_ += "\n" + line;
-    } else {
-        const std::size_t first = line.find_first_not_of(blanks);
-        if (first == std::string::npos || line[first] == '#') {
-            return ExitStatus::success;
-        }
-        ExitStatus status = ExitStatus::success;
-        if (takesCommands_ &&
-            isCommand(std::string_view(line).substr(first, line.find_last_not_of(blanks) + 1 - first), status)) {
-            flush();
-            return status;
-        }
-        firstLine_ = lines_;
-        calculation_ = std::move(line);
-    }
-    return openAtEnd(toUtf16(calculation_)).isOpen ? ExitStatus::success : finish();
-}
-
-ExitStatus Lines::finish()
-{
-    const std::string calculation = std::exchange(calculation_, {});
-    return calculation.empty() ? ExitStatus::success : session_.run(calculation, name_, firstLine_);
-}
-
-bool Lines::isCommand(std::string_view line, ExitStatus& status)
-{
-    const std::size_t end = std::min(line.find_first_of(blanks), line.size());
-    const std::u16string word = foldCase(toUtf16(line.substr(0, end)));
-    const std::string_view rest = line.substr(std::min(line.find_first_not_of(blanks, end), line.size()));
-    if (word == u"help") {
-        status = help(session_, rest);
-    } else if (rest.empty() && word == u"list") {
-        status = listFunctions(session_);
-    } else if (rest.empty() && word == u"steps") {
-        status = listSteps(session_);
-    } else if (rest.empty() && (word == u"quit" || word == u"exit")) {
-        hasQuit_ = true;
-    } else {
-        return false;
-    }
-    return true;
 }
 
 } // namespace fmxhost

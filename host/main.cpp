@@ -3,11 +3,11 @@
 //   base/         plugin, value: loading a plug-in and calling it; unicode, output, system
 //   calculation/  the language of calculations: parse, evaluate, functions
 //   check/        examining whether a plug-in keeps the interface's rules
-//   session       one run: options, plug-in, results and errors
-//   commands      what it can be asked to do
+//   session       one run: options, plug-in, calculations from anywhere, results and errors
+//   commands      what says something about functions and script steps
 //   prompt        the same at a terminal
 #include "host/check/check.h"
-#include "host/commands.h"
+#include "host/session.h"
 
 #include "host/base/unicode.h"
 
@@ -54,8 +54,9 @@ public:
             "--no-arity-check", [this] { options_.parser.checkArgumentCounts = false; },
             "Let any number of arguments through to the plug-in");
         app_.add_flag("--time", options_.time, "Show how long each calculation takes, on standard error");
-        app_.add_option("--get", answers_,
-                        "What Get ( NAME ) answers, such as ScriptParameter; may be given several times")
+        app_.add_option_function<std::vector<std::string>>(
+                "--get", [this](const auto& answers) { takeAnswers(answers); },
+                "What Get ( NAME ) answers, such as ScriptParameter; may be given several times")
             ->type_name("NAME=TEXT")
             ->allow_extra_args(false);
         // Without a variable: CLI11 would take a calculation such as "[…]" for a list.
@@ -65,74 +66,82 @@ public:
                            ->allow_extra_args(false);
         app_.fallthrough();
         app_.require_subcommand(0, 1);
-        CLI::App* run = addForSession("run", "Evaluate the calculations of a file",
-                                      [this](Session& session) { return runFile(session, file_); });
+        CLI::App* run = add("run", "Evaluate the calculations of a file",
+                            [this](Session& session) { return runFile(session, file_); });
         run->add_option("FILE", file_, "Calculations, each on a line or more; - is standard input")->required();
         run->footer("A calculation goes on over several lines while a bracket or a text is open. Blank lines and lines "
                     "that begin with # are skipped. The first calculation with an error ends the run.");
-        addForSession("list", "List the functions that the plug-in registers", listFunctions);
-        addForSession("steps", "List the script steps that the plug-in registers", listSteps);
-        addForSession("strings", "Show what the plug-in answers to string requests", showStrings);
-        addForSession("help", "Explain a function, find one by a word, or say how calculations are written",
-                      [this](Session& session) { return help(session, word_); })
+        add("list", "List the functions that the plug-in registers", listFunctions);
+        add("steps", "List the script steps that the plug-in registers", listSteps);
+        add("strings", "Show what the plug-in answers to string requests", showStrings);
+        add("help", "Explain a function, find one by a word, or say how calculations are written",
+            [this](Session& session) { return help(session, word_); })
             ->add_option("FUNCTION", word_, "In any letter case; or a word; nothing: how calculations are written");
         addCheck();
     }
 
-    int run(int argumentCount, const char* const* arguments)
+    // Help, version, and wrong use end as exceptions; what a command throws becomes one line on standard error.
+    ExitStatus run(int argumentCount, const char* const* arguments)
     {
         try {
             app_.parse(argumentCount, arguments);
+            const ExitStatus status = runGiven();
+            flush();
+            return status;
         } catch (const CLI::ExtrasError&) {
             return refuse(unknownWordText());
         } catch (const CLI::ParseError& error) {
             return finishEarly(error);
+        } catch (const PluginError& error) {
+            reportError(error.what());
+            return error.kind() == PluginError::Kind::exception ? ExitStatus::pluginThrew : ExitStatus::pluginUnusable;
+        } catch (const std::bad_alloc&) {
+            reportError("There isn't enough memory.");
+            return ExitStatus::calculationError;
         }
-        for (const std::string& answer : answers_) {
-            const std::size_t equals = answer.find('=');
-            if (equals == std::string::npos) {
-                return refuse("--get needs a name and a text: " + answer + "=…");
-            }
-            options_.parser.getAnswers.insert_or_assign(foldCase(toUtf16(answer.substr(0, equals))),
-                                                        Value(answer.substr(equals + 1)));
-        }
-        return static_cast<int>(dispatch());
     }
 
 private:
-    using SessionCommand = std::function<ExitStatus(Session&)>;
+    using Command = std::function<ExitStatus(Session&)>;
 
-    CLI::App* add(const char* name, const char* summary, std::function<ExitStatus()> command)
+    CLI::App* add(const char* name, const char* summary, Command command)
     {
         CLI::App* arguments = app_.add_subcommand(name, summary);
         arguments->callback([this, command = std::move(command)] { command_ = command; });
         return arguments;
     }
 
-    CLI::App* addForSession(const char* name, const char* summary, SessionCommand command)
-    {
-        return add(name, summary, [this, command = std::move(command)] { return inSession(command); });
-    }
-
     void addCheck()
     {
-        CLI::App* check = add("check", "Examine whether the plug-in keeps the rules of FileMaker's interface",
-                              [this] { return runCheck(); });
-        listTests_ = check->add_subcommand("list-tests", "List the tests");
-        check->footer(check::footer);
-        check->add_option("TEST", check_.tests, "Names of tests")->type_name("");
-        check->add_flag("--only-failed", check_.onlyFailed, "Show only the tests that fail");
-        check->add_option("--timeout", check_.timeLimit, "How long a test may take")
+        checkCommand_ =
+            app_.add_subcommand("check", "Examine whether the plug-in keeps the rules of FileMaker's interface");
+        listTests_ = checkCommand_->add_subcommand("list-tests", "List the tests");
+        checkCommand_->footer(check::footer);
+        checkCommand_->add_option("TEST", check_.tests, "Names of tests")->type_name("");
+        checkCommand_->add_flag("--only-failed", check_.onlyFailed, "Show only the tests that fail");
+        checkCommand_->add_option("--timeout", check_.timeLimit, "How long a test may take")
             ->type_name("SECONDS")
             ->check(CLI::PositiveNumber)
             ->capture_default_str();
-        check->add_option("--allow", check_.allowances, "What the plug-in keeps on purpose")
+        checkCommand_->add_option("--allow", check_.allowances, "What the plug-in keeps on purpose")
             ->type_name("FILE")
             ->check(CLI::ExistingFile.description(""));
-        check->add_option("--libraries", check_.libraries, "What a server has, in place of the installed list")
+        checkCommand_->add_option("--libraries", check_.libraries, "What a server has, in place of the installed list")
             ->type_name("FILE")
             ->check(CLI::ExistingFile.description(""));
-        check->add_option("--isolated", check_.isolated)->group(""); // how it starts itself for one test
+        checkCommand_->add_option("--isolated", check_.isolated)->group(""); // how it starts itself for one test
+    }
+
+    void takeAnswers(const std::vector<std::string>& answers)
+    {
+        for (const std::string& answer : answers) {
+            const std::size_t equals = answer.find('=');
+            if (equals == std::string::npos) {
+                throw CLI::ValidationError("--get needs a name and a text: " + answer + "=…");
+            }
+            options_.parser.getAnswers.insert_or_assign(foldCase(toUtf16(answer.substr(0, equals))),
+                                                        Value(answer.substr(equals + 1)));
+        }
     }
 
     ExitStatus runCheck()
@@ -146,8 +155,7 @@ private:
         return check::run(check_);
     }
 
-    // Help, version, and wrong use.
-    int finishEarly(const CLI::ParseError& error)
+    ExitStatus finishEarly(const CLI::ParseError& error)
     {
         std::ostringstream text;
         std::ostringstream complaint;
@@ -156,13 +164,13 @@ private:
         }
         print(text.str());
         flush();
-        return static_cast<int>(ExitStatus::success);
+        return ExitStatus::success;
     }
 
-    int refuse(const std::string& message)
+    static ExitStatus refuse(const std::string& message)
     {
         reportError(message + "\nfmxhost --help says how it is used.");
-        return static_cast<int>(ExitStatus::wrongUse);
+        return ExitStatus::wrongUse;
     }
 
     // About the first word that is no option, no command and no argument of one.
@@ -193,31 +201,19 @@ private:
         return "There is no option " + word + "." + suggestion(word, known);
     }
 
-    // What a command throws becomes one line on standard error.
-    ExitStatus dispatch()
-    {
-        try {
-            const ExitStatus status = runGiven();
-            flush();
-            return status;
-        } catch (const PluginError& error) {
-            reportError(error.what());
-            return error.kind() == PluginError::Kind::exception ? ExitStatus::pluginThrew : ExitStatus::pluginUnusable;
-        } catch (const std::bad_alloc&) {
-            reportError("There isn't enough memory.");
-            return ExitStatus::calculationError;
-        }
-    }
-
     ExitStatus runGiven()
     {
         const std::vector<std::string> calculations = expressions_->results();
-        if (command_ && !calculations.empty()) {
-            reportError("-e can't be combined with the command " + app_.get_subcommands().front()->get_name() + ".");
+        const std::vector<CLI::App*> commands = app_.get_subcommands();
+        if (!commands.empty() && !calculations.empty()) {
+            reportError("-e can't be combined with the command " + commands.front()->get_name() + ".");
             return ExitStatus::wrongUse;
         }
+        if (checkCommand_->parsed()) {
+            return runCheck();
+        }
         if (command_) {
-            return command_();
+            return inSession(command_);
         }
         if (!calculations.empty()) {
             return inSession([&](Session& session) { return evaluateAll(session, calculations); });
@@ -232,7 +228,7 @@ private:
         return ExitStatus::wrongUse;
     }
 
-    ExitStatus inSession(const SessionCommand& command)
+    ExitStatus inSession(const Command& command)
     {
         Session session(options_);
         const ExitStatus status = command(session);
@@ -244,24 +240,14 @@ private:
     CLI::App app_{"Loads a FileMaker plug-in without FileMaker and evaluates calculations with its functions.",
                   "fmxhost"};
     Options options_;
-    std::vector<std::string> answers_;
     std::string file_;
     std::string word_;
     check::Options check_;
+    CLI::App* checkCommand_ = nullptr;
     CLI::App* listTests_ = nullptr;
     CLI::Option* expressions_ = nullptr;
-    std::function<ExitStatus()> command_; // that is given
+    Command command_; // that is given
 };
-
-// Line editing needs to know how the terminal's bytes make characters: what fmxhost writes is UTF-8 in any locale.
-void useUtf8()
-{
-    for (const char* name : {"C.UTF-8", "UTF-8"}) { // macOS has the second
-        if (std::setlocale(LC_CTYPE, name) != nullptr) {
-            return;
-        }
-    }
-}
 
 } // namespace
 } // namespace fmxhost
@@ -270,9 +256,12 @@ int main(int argumentCount, char** arguments)
 {
     using namespace fmxhost;
     reserveStandardDescriptors();
-    useUtf8();
+    // Line editing needs to know how the terminal's bytes make characters: what fmxhost writes is UTF-8 in any locale.
+    if (std::setlocale(LC_CTYPE, "C.UTF-8") == nullptr) {
+        std::setlocale(LC_CTYPE, "UTF-8"); // of macOS
+    }
     try {
-        return CommandLine().run(argumentCount, arguments);
+        return static_cast<int>(CommandLine().run(argumentCount, arguments));
     } catch (const OutputError& error) {
         // A reader that has seen enough, such as head(1), is no failure worth a message.
         if (error.code().value() != EPIPE) {

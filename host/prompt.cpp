@@ -2,7 +2,7 @@
 // complete, and the loop that waits for keys is here, so that Ctrl-C is noticed between two of them and nothing has to
 // be jumped out of. While a line is edited libedit has the terminal and its own signal handlers, which put the terminal
 // right and then send the signal once more, to the handler of this file; between lines the terminal is as it was.
-#include "host/commands.h"
+#include "host/session.h"
 
 #include "host/base/unicode.h"
 
@@ -27,8 +27,6 @@
 namespace fmxhost {
 namespace fs = std::filesystem;
 namespace {
-
-constexpr int historySize = 1000;
 
 // What C callbacks need: there is one prompt in a process.
 volatile std::sig_atomic_t interrupted = 0;
@@ -109,7 +107,7 @@ char* wordBreaks()
     static std::string ofTexts = "\"";
     const std::string before = lines->begun() + (lines->begun().empty() ? "" : "\n") +
                                std::string(rl_line_buffer, static_cast<std::size_t>(rl_point));
-    std::string& breaks = openAtEnd(toUtf16(before)).text ? ofTexts : ofNames;
+    std::string& breaks = openAtEnd(toUtf16(before)) == Open::text ? ofTexts : ofNames;
     rl_basic_word_break_characters = breaks.c_str();
     return breaks.data();
 }
@@ -119,7 +117,7 @@ std::vector<std::string> namesWithPrefix(const std::string& word)
 {
     std::vector<std::string> names;
     const std::u16string prefix = foldCase(toUtf16(word));
-    for (const auto& [name, value] : served->evaluator().variables()) {
+    for (const auto& [name, value] : served->variables()) {
         if (!prefix.empty() && name.starts_with(prefix)) {
             names.push_back(toUtf8(name));
         }
@@ -199,22 +197,17 @@ void setUpEditing()
     rl_attempted_completion_function = complete;
     rl_add_defun("typed-ahead-end", endOfFile, '\0');
     using_history();
-    stifle_history(historySize);
-}
-
-void greet(Session& session)
-{
-    const std::string name = toUtf8(session.plugin().string(PluginString::name));
-    print((name.empty() ? session.plugin().file().filename().string() : name) + ", " +
-          std::to_string(session.plugin().functions().size()) + " functions. help explains, Ctrl-D ends.\n");
-    flush();
+    stifle_history(1000); // lines
 }
 
 } // namespace
 
 ExitStatus runPrompt(Session& session)
 {
-    greet(session);
+    const std::string name = toUtf8(session.plugin().string(PluginString::name));
+    print((name.empty() ? session.plugin().file().filename().string() : name) + ", " +
+          std::to_string(session.plugin().functions().size()) + " functions. help explains, Ctrl-D ends.\n");
+    flush();
     Lines typed(session, "", true);
     served = &session;
     lines = &typed;

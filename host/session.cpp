@@ -6,23 +6,26 @@
 #include "host/base/system.h"
 #include "host/base/unicode.h"
 
+#include <nlohmann/json.hpp>
+
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iostream>
 #include <system_error>
+#include <utility>
 
 namespace fmxhost {
 namespace fs = std::filesystem;
 namespace {
 
-// Errors: PluginError.
-Plugin& started(Plugin& plugin)
-{
-    plugin.start();
-    return plugin;
-}
+constexpr std::string_view blanks = " \t";
 
 std::string plainText(const Value& value)
 {
@@ -37,28 +40,40 @@ std::string plainText(const Value& value)
     return toUtf8(isatty(STDOUT_FILENO) != 0 ? withoutControls(text, u'\uFFFD', u"\t\n") : text);
 }
 
-std::string jsonText(std::string_view calculation, const Evaluation& evaluation)
+Json described(std::string_view calculation, const Evaluation& evaluation)
 {
-    struct Type {
-        const char* name;
-        std::string (*text)(const Value& value);
-    };
-    constexpr auto nothing = [](const Value&) { return std::string(); };
-    constexpr auto whole = [](const Value& value) { return value.utf8(); };
-    static constexpr std::array<Type, 7> types{
-        {{"empty", nothing},
-         {"text", whole},
-         {"number", whole},
-         {"date", [](const Value& value) { return value.isoText().substr(0, 10); }},
-         {"time", whole},
-         {"timestamp", [](const Value& value) { return value.isoText(); }},
-         {"container", nothing}}};
-    const Type& type = types.at(static_cast<std::size_t>(evaluation.value.type()));
-    return jsonObject({{"calculation", std::string(calculation)},
-                       {"type", type.name},
-                       {"value", type.text(evaluation.value)},
-                       {"error", evaluation.error},
-                       {"seconds", evaluation.seconds}});
+    static constexpr std::array names{"empty", "text", "number", "date", "time", "timestamp", "container"};
+    const Value& value = evaluation.value;
+    const ValueType type = value.type();
+    const std::string text = type == ValueType::date        ? value.isoText().substr(0, 10)
+                             : type == ValueType::timestamp ? value.isoText()
+                             : type == ValueType::container ? ""
+                                                            : value.utf8();
+    return {{"calculation", calculation},
+            {"type", names.at(static_cast<std::size_t>(type))},
+            {"value", text},
+            {"error", evaluation.error},
+            {"seconds", evaluation.seconds}};
+}
+
+// `asTyped`: with commands, and on behind an error. Answers the status of the first one.
+ExitStatus runLines(Session& session, std::istream& stream, const std::string& name, bool asTyped)
+{
+    Lines lines(session, name, asTyped);
+    ExitStatus first = ExitStatus::success;
+    const auto goesOn = [&] { return !lines.hasQuit() && (asTyped || first == ExitStatus::success); };
+    const auto note = [&](ExitStatus status) { first = first == ExitStatus::success ? status : first; };
+    for (std::string line; goesOn() && std::getline(stream, line);) {
+        note(lines.take(std::move(line)));
+    }
+    // The stream over standard input keeps a read error to itself.
+    if (stream.bad() || (&stream == &std::cin && std::ferror(stdin) != 0)) {
+        reportError(name + ": " + std::strerror(errno));
+        note(ExitStatus::wrongUse);
+    } else if (goesOn()) {
+        note(lines.finish());
+    }
+    return first;
 }
 
 } // namespace
@@ -86,8 +101,8 @@ fs::path pluginFile(const Options& options)
 }
 
 Session::Session(const Options& options)
-    : options_(options), plugin_(pluginFile(options), options.apiVersion), functions_(started(plugin_).functions()),
-      evaluator_(functions_, options.parser)
+    : options_(options), plugin_(pluginFile(options), options.apiVersion),
+      functions_((plugin_.start(), plugin_.functions()))
 {
 }
 
@@ -97,8 +112,8 @@ ExitStatus Session::run(std::string_view calculation, const std::string& origin,
         if (!isValidUtf8(calculation)) {
             throw CalculationError({}, "The calculation isn't valid UTF-8.");
         }
-        const Evaluation evaluation = evaluator_.evaluate(toUtf16(calculation));
-        print((options_.json ? jsonText(calculation, evaluation) : plainText(evaluation.value)) + "\n");
+        const Evaluation evaluation = evaluate(toUtf16(calculation), functions_, options_.parser, variables_);
+        print((options_.json ? jsonText(described(calculation, evaluation)) : plainText(evaluation.value)) + "\n");
         flush();
         if (options_.time) {
             char text[40];
@@ -106,12 +121,10 @@ ExitStatus Session::run(std::string_view calculation, const std::string& origin,
             report(styled(text, Style::faint, STDERR_FILENO));
         }
         return ExitStatus::success;
-    } catch (const PluginThrew& error) {
-        fail(calculation, origin, line, error);
-        return ExitStatus::pluginThrew;
     } catch (const CalculationError& error) {
         fail(calculation, origin, line, error);
-        return ExitStatus::calculationError;
+        const bool hasThrown = dynamic_cast<const PluginThrew*>(&error) != nullptr;
+        return hasThrown ? ExitStatus::pluginThrew : ExitStatus::calculationError;
     }
 }
 
@@ -122,14 +135,14 @@ void Session::fail(std::string_view calculation, const std::string& origin, std:
     const std::u16string source = toUtf16(calculation);
     const Place place = placeOf(source, error.span().offset);
     if (options_.json) {
-        print(jsonObject({{"calculation", std::string(calculation)},
-                          {"type", "error"},
-                          {"value", ""},
-                          {"error", errorCode},
-                          {"seconds", 0},
-                          {"message", error.what()},
-                          {"line", static_cast<std::int64_t>(place.line)},
-                          {"column", static_cast<std::int64_t>(place.column)}}) +
+        print(jsonText({{"calculation", calculation},
+                        {"type", "error"},
+                        {"value", ""},
+                        {"error", errorCode},
+                        {"seconds", 0},
+                        {"message", error.what()},
+                        {"line", place.line},
+                        {"column", place.column}}) +
               "\n");
     }
     const bool inFile = !origin.empty() && line > 0;
@@ -141,6 +154,97 @@ void Session::fail(std::string_view calculation, const std::string& origin, std:
         const std::size_t end = lines.find('\n');
         report("  " + lines.substr(0, end) + "\n  " + styled(lines.substr(end + 1), Style::good, STDERR_FILENO));
     }
+}
+
+ExitStatus evaluateAll(Session& session, const std::vector<std::string>& calculations)
+{
+    ExitStatus status = ExitStatus::success;
+    for (std::size_t index = 0; index < calculations.size() && status == ExitStatus::success; ++index) {
+        const std::string name = calculations.size() > 1 ? "-e " + std::to_string(index + 1) : "";
+        status = session.run(calculations[index], name);
+    }
+    return status;
+}
+
+ExitStatus runFile(Session& session, const std::string& file)
+{
+    if (file == "-") {
+        return runLines(session, std::cin, "standard input", false);
+    }
+    std::error_code error;
+    std::ifstream stream;
+    errno = EISDIR;
+    if (!std::filesystem::is_directory(file, error)) {
+        errno = 0;
+        stream.open(file, std::ios::binary);
+    }
+    if (!stream.is_open()) {
+        reportError(file + ": " + std::strerror(errno));
+        return ExitStatus::wrongUse;
+    }
+    return runLines(session, stream, file, false);
+}
+
+ExitStatus runPiped(Session& session)
+{
+    if (std::cin.peek() == std::istream::traits_type::eof()) {
+        reportError(nothingToDo);
+        return ExitStatus::wrongUse;
+    }
+    return runLines(session, std::cin, "standard input", true);
+}
+
+ExitStatus Lines::take(std::string line)
+{
+    constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
+    if (++lines_ == 1 && line.starts_with(byteOrderMark)) {
+        line.erase(0, byteOrderMark.size());
+    }
+    if (line.ends_with('\r')) {
+        line.pop_back();
+    }
+    if (!calculation_.empty()) {
+        calculation_ += "\n" + line;
+    } else {
+        const std::size_t first = line.find_first_not_of(blanks);
+        if (first == std::string::npos || line[first] == '#') {
+            return ExitStatus::success;
+        }
+        ExitStatus status = ExitStatus::success;
+        if (takesCommands_ &&
+            isCommand(std::string_view(line).substr(first, line.find_last_not_of(blanks) + 1 - first), status)) {
+            flush();
+            return status;
+        }
+        firstLine_ = lines_;
+        calculation_ = std::move(line);
+    }
+    return openAtEnd(toUtf16(calculation_)) != Open::nothing ? ExitStatus::success : finish();
+}
+
+ExitStatus Lines::finish()
+{
+    const std::string calculation = std::exchange(calculation_, {});
+    return calculation.empty() ? ExitStatus::success : session_.run(calculation, name_, firstLine_);
+}
+
+bool Lines::isCommand(std::string_view line, ExitStatus& status)
+{
+    const std::size_t end = std::min(line.find_first_of(blanks), line.size());
+    const std::u16string word = foldCase(toUtf16(line.substr(0, end)));
+    const std::string_view rest = line.substr(std::min(line.find_first_not_of(blanks, end), line.size()));
+    if (word == u"help") {
+        status = help(session_, rest);
+    } else if (rest.empty() && word == u"list") {
+        status = listFunctions(session_);
+    } else if (rest.empty() && word == u"steps") {
+        status = listSteps(session_);
+    } else if (rest.empty() && (word == u"quit" || word == u"exit")) {
+        hasQuit_ = true;
+    } else {
+        return false;
+    }
+    return true;
 }
 
 } // namespace fmxhost

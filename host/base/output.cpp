@@ -57,12 +57,10 @@ void reportError(std::string_view message)
 void reserveStandardDescriptors()
 {
     for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
-        if (fcntl(descriptor, F_GETFD) == -1 && errno == EBADF) {
-            // Lowest number first; opened the wrong way round, so that using it fails with EBADF.
-            const int flags = descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY;
-            if (open("/dev/null", flags) == -1) {
-                return;
-            }
+        // Lowest number first; opened the wrong way round, so that using it fails with EBADF.
+        const int flags = descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY;
+        if (fcntl(descriptor, F_GETFD) == -1 && errno == EBADF && open("/dev/null", flags) == -1) {
+            return;
         }
     }
 }
@@ -74,13 +72,9 @@ std::string styled(std::string_view text, Style style, int descriptor)
     return wantsColour(descriptor) ? sequences.at(static_cast<std::size_t>(style)) + plain + "\033[0m" : plain;
 }
 
-std::string jsonObject(const std::vector<JsonMember>& members)
+std::string jsonText(const Json& value)
 {
-    nlohmann::ordered_json object = nlohmann::ordered_json::object();
-    for (const auto& [name, value] : members) {
-        std::visit([&object, &name = name](const auto& plain) { object[name] = plain; }, value);
-    }
-    return object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    return value.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
 } // namespace fmxhost

@@ -3,13 +3,11 @@
 // Thread rule: one thread at a time.
 #pragma once
 
-#include <cstdint>
+#include <nlohmann/json_fwd.hpp>
+
 #include <string>
 #include <string_view>
 #include <system_error>
-#include <utility>
-#include <variant>
-#include <vector>
 
 namespace fmxhost {
 
@@ -50,8 +48,8 @@ enum class Style { error, good, faint };
 // "dumb"), and NO_COLOR isn't set to anything but an empty text (https://no-color.org).
 std::string styled(std::string_view text, Style style, int descriptor);
 
-// A JSON object (RFC 8259) on one line, without a line end, with U+FFFD for what isn't valid UTF-8.
-using JsonMember = std::pair<std::string, std::variant<std::int64_t, double, std::string>>;
-std::string jsonObject(const std::vector<JsonMember>& members);
+// JSON (RFC 8259) on one line, without a line end, with U+FFFD for what isn't valid UTF-8.
+using Json = nlohmann::ordered_json;
+std::string jsonText(const Json& value);
 
 } // namespace fmxhost

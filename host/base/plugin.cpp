@@ -5,10 +5,10 @@
 #include <cxxabi.h>
 #include <dlfcn.h>
 
-#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <exception>
+#include <map>
 #include <memory>
 #include <typeinfo>
 #include <utility>
@@ -16,22 +16,15 @@
 namespace fmxhost {
 namespace {
 
-// Position of the option "send me start-up and shut-down messages" in the options string.
-constexpr std::size_t startUpOption = 7;
-
-std::string typeName(const std::type_info& type)
-{
-    int status = 0;
-    const std::unique_ptr<char, decltype(&std::free)> name(abi::__cxa_demangle(type.name(), nullptr, nullptr, &status),
-                                                           &std::free);
-    return name ? name.get() : type.name();
-}
-
 // The exception that is being handled, as one line. Its object may go with the plug-in's code, the text stays.
 std::string describeCurrentException()
 {
     const std::type_info* type = abi::__cxa_current_exception_type();
-    std::string name = type != nullptr ? typeName(*type) : "a foreign exception";
+    const char* const mangled = type != nullptr ? type->name() : "a foreign exception"; // which isn't demangled
+    int status = 0;
+    const std::unique_ptr<char, decltype(&std::free)> demangled(abi::__cxa_demangle(mangled, nullptr, nullptr, &status),
+                                                                &std::free);
+    std::string name = demangled ? demangled.get() : mangled;
     try {
         throw;
     } catch (const std::exception& exception) {
@@ -44,16 +37,11 @@ std::string describeCurrentException()
 
 std::string messageName(Message message)
 {
-    switch (message) {
-    case Message::startUp:
-        return "the start-up message";
-    case Message::shutDown:
-        return "the shut-down message";
-    case Message::stringRequest:
-        return "a string request";
-    default:
-        return "message " + std::to_string(static_cast<int>(message));
-    }
+    static const std::map<Message, std::string> names{{Message::startUp, "the start-up message"},
+                                                      {Message::shutDown, "the shut-down message"},
+                                                      {Message::stringRequest, "a string request"}};
+    const auto named = names.find(message);
+    return named != names.end() ? named->second : "message " + std::to_string(static_cast<int>(message));
 }
 
 } // namespace
@@ -62,10 +50,10 @@ Plugin::Plugin(const std::filesystem::path& file, std::int16_t apiVersion)
     : file_(std::filesystem::absolute(file)), onDisk_(file_)
 {
     std::error_code error;
-    if (!std::filesystem::is_regular_file(onDisk_.library(), error)) {
+    if (!std::filesystem::is_regular_file(onDisk_.library, error)) {
         throw PluginError(PluginError::Kind::notLoaded, "There is no plug-in file " + file_.string());
     }
-    library_.reset(dlopen(onDisk_.library().c_str(), RTLD_NOW | RTLD_LOCAL));
+    library_.reset(dlopen(onDisk_.library.c_str(), RTLD_NOW | RTLD_LOCAL));
     if (!library_) {
         const char* reason = dlerror();
         throw PluginError(PluginError::Kind::notLoaded,
@@ -79,7 +67,7 @@ Plugin::Plugin(const std::filesystem::path& file, std::int16_t apiVersion)
     record_.extnVersion = apiVersion;
     record_.unusedID = -1;
     record_.entryPoint = entryPoint_;
-    record_.instanceID = onDisk_.instance();
+    record_.instanceID = onDisk_.instance.get();
 }
 
 Plugin::~Plugin()
@@ -97,11 +85,6 @@ const std::u16string& Plugin::options()
         options_ = string(PluginString::options);
     }
     return *options_;
-}
-
-bool Plugin::wantsStartUp()
-{
-    return options().size() <= startUpOption || options()[startUpOption] != u'n';
 }
 
 std::int64_t Plugin::start()
@@ -181,12 +164,15 @@ fmx::ptrtype Plugin::send(Message message, std::uint8_t parameter1, fmx::ptrtype
     return record_.result;
 }
 
-const fmxkit::ExternalFunction* Plugin::find(std::u16string_view name) const
+const fmxkit::ExternalFunction& Plugin::function(std::u16string_view name) const
 {
     const std::u16string folded = foldCase(name);
-    const auto found = std::find_if(functions_.begin(), functions_.end(),
-                                    [&](const auto& function) { return foldCase(function.name) == folded; });
-    return found != functions_.end() ? &*found : nullptr;
+    for (const fmxkit::ExternalFunction& function : functions_) {
+        if (foldCase(function.name) == folded) {
+            return function;
+        }
+    }
+    throw std::out_of_range("no function " + toUtf8(name));
 }
 
 CallOutcome Plugin::call(const fmxkit::ExternalFunction& function, const std::vector<Value>& arguments)
@@ -206,15 +192,6 @@ CallOutcome Plugin::call(const fmxkit::ExternalFunction& function, const std::ve
     }
     outcome.value = Value(std::move(result));
     return outcome;
-}
-
-CallOutcome Plugin::call(std::u16string_view name, const std::vector<Value>& arguments) const
-{
-    const fmxkit::ExternalFunction* function = find(name);
-    if (function == nullptr) {
-        throw std::out_of_range("no function " + toUtf8(name));
-    }
-    return call(*function, arguments);
 }
 
 } // namespace fmxhost

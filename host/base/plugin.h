@@ -93,10 +93,10 @@ public:
     // Errors: PluginError when an exception comes out.
     std::u16string string(PluginString number, std::uint32_t capacity = 1024);
 
-    // Its options string, asked for once, and whether that asks for the start-up message.
-    // Errors: as string().
+    // Its options string, asked for once, and whether that asks for start-up and shut-down messages, by its eighth
+    // unit. Errors: as string().
     const std::u16string& options();
-    bool wantsStartUp();
+    bool wantsStartUp() { return options().find(u'n', 7) != 7; }
 
     // Sends any message; `result` goes into the record beforehand. Answers the record's result field.
     // Errors: PluginError when an exception comes out.
@@ -107,15 +107,13 @@ public:
     const std::vector<fmxkit::ExternalFunction>& functions() const { return functions_; }
     const std::vector<fmxkit::ScriptStep>& scriptSteps() const { return scriptSteps_; }
 
-    // The function of that name, in any letter case, or null.
-    const fmxkit::ExternalFunction* find(std::u16string_view name) const;
+    // The function of that name, in any letter case. Errors: std::out_of_range when there is none.
+    const fmxkit::ExternalFunction& function(std::u16string_view name) const;
 
     // Calls a function with whatever arguments, also with a number of them that FileMaker would not let through.
     // An exception from the handler ends in the outcome. Any thread.
-    // Errors: std::out_of_range for an unknown function; std::bad_alloc and std::exception from the kit outside the
-    // handler.
+    // Errors: std::bad_alloc and std::exception from the kit outside the handler.
     static CallOutcome call(const fmxkit::ExternalFunction& function, const std::vector<Value>& arguments);
-    CallOutcome call(std::u16string_view name, const std::vector<Value>& arguments) const;
 
     const std::filesystem::path& file() const { return file_; }
     // The call record as the last message left it.

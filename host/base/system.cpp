@@ -46,7 +46,7 @@ std::filesystem::path executableOf(CFBundleRef bundle)
 
 } // namespace
 
-PluginFile::PluginFile(const std::filesystem::path& file) : library_(file)
+PluginFile::PluginFile(const std::filesystem::path& file) : library(file)
 {
     std::error_code error;
     if (!std::filesystem::is_directory(file, error)) {
@@ -55,8 +55,8 @@ PluginFile::PluginFile(const std::filesystem::path& file) : library_(file)
     auto bundle = bundleAt(file.native());
     std::filesystem::path executable = bundle ? executableOf(bundle.get()) : std::filesystem::path();
     if (!executable.empty()) {
-        library_ = std::move(executable);
-        instance_ = std::move(bundle);
+        library = std::move(executable);
+        instance = std::move(bundle);
     }
 }
 
@@ -76,7 +76,7 @@ std::filesystem::path executableFile()
 #else
 namespace fmxhost {
 
-PluginFile::PluginFile(const std::filesystem::path& file) : library_(file) {}
+PluginFile::PluginFile(const std::filesystem::path& file) : library(file) {}
 
 std::filesystem::path executableFile()
 {

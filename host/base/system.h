@@ -10,21 +10,13 @@
 namespace fmxhost {
 
 // A library file; on macOS also a bundle. Thread rule: each object by one thread at a time.
-class PluginFile {
-public:
-    using Instance = std::remove_pointer_t<decltype(FMX_ExternCallStruct::instanceID)>;
-
+struct PluginFile {
     explicit PluginFile(const std::filesystem::path& file);
 
     // What the dynamic loader is to load; the file itself where it isn't a bundle, whether or not it is there.
-    const std::filesystem::path& library() const { return library_; }
-
-    // For the call record: the bundle's reference, kept as long as this object or a copy of it; null without a bundle.
-    Instance* instance() const { return instance_.get(); }
-
-private:
-    std::filesystem::path library_;
-    std::shared_ptr<Instance> instance_;
+    std::filesystem::path library;
+    // For the call record: the bundle's reference; null without a bundle.
+    std::shared_ptr<std::remove_pointer_t<decltype(FMX_ExternCallStruct::instanceID)>> instance;
 };
 
 // This program's own file: a path by which it can be started once more and examined; it may be a link. Empty where the

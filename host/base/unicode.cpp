@@ -16,17 +16,19 @@ namespace {
 
 constexpr UChar32 replacementCharacter = 0xFFFD;
 
-// The result of one of ICU's conversions, for which `most` units are enough. ICU counts in signed 32 bits.
-template <typename Result, typename Conversion>
-Result converted(std::size_t most, const Conversion& conversion)
+// The result of one of ICU's conversions, which makes `growth` units of one at most. ICU counts in signed 32 bits.
+template <typename Result, typename Text, typename Conversion>
+Result converted(Text text, std::size_t growth, const Conversion& conversion)
 {
+    const std::size_t most = text.size() * growth;
     if (most > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max())) {
         throw std::length_error("the text is too long to be converted");
     }
     Result result(most, {});
     std::int32_t length = 0;
     UErrorCode status = U_ZERO_ERROR;
-    conversion(result.data(), static_cast<std::int32_t>(most), &length, &status);
+    conversion(result.data(), static_cast<std::int32_t>(most), &length, static_cast<std::int32_t>(text.size()),
+               &status);
     result.resize(static_cast<std::size_t>(length));
     return result;
 }
@@ -35,16 +37,14 @@ Result converted(std::size_t most, const Conversion& conversion)
 
 std::string toUtf8(std::u16string_view text)
 {
-    return converted<std::string>(text.size() * 3, [&](char* result, auto most, auto* length, auto* status) {
-        const auto size = static_cast<std::int32_t>(text.size());
+    return converted<std::string>(text, 3, [&](char* result, auto most, auto* length, auto size, auto* status) {
         u_strToUTF8WithSub(result, most, length, text.data(), size, replacementCharacter, nullptr, status);
     });
 }
 
 std::u16string toUtf16(std::string_view text)
 {
-    return converted<std::u16string>(text.size(), [&](char16_t* result, auto most, auto* length, auto* status) {
-        const auto size = static_cast<std::int32_t>(text.size());
+    return converted<std::u16string>(text, 1, [&](char16_t* result, auto most, auto* length, auto size, auto* status) {
         u_strFromUTF8WithSub(result, most, length, text.data(), size, replacementCharacter, nullptr, status);
     });
 }
@@ -57,8 +57,7 @@ bool isValidUtf8(std::string_view text)
 std::u16string foldCase(std::u16string_view text)
 {
     // Full folding makes three units of one at most.
-    return converted<std::u16string>(text.size() * 3, [&](char16_t* result, auto most, auto* length, auto* status) {
-        const auto size = static_cast<std::int32_t>(text.size());
+    return converted<std::u16string>(text, 3, [&](char16_t* result, auto most, auto* length, auto size, auto* status) {
         *length = u_strFoldCase(result, most, text.data(), size, U_FOLD_CASE_DEFAULT, status);
     });
 }

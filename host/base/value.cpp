@@ -7,22 +7,13 @@
 #include <utility>
 
 namespace fmxhost {
-namespace {
 
 // The kit's text buffers are arrays of 16-bit numbers, not of char16_t; both have the same size and representation.
-const fmx::uint16* kitUnits(std::u16string_view text)
-{
-    return reinterpret_cast<const fmx::uint16*>(text.data());
-}
-
-} // namespace
-
-Value::Value() : Value(fmx::DataUniquePtr()) {}
-
 Value::Value(std::u16string_view text)
 {
     const fmx::TextUniquePtr kitText;
-    kitText->AssignUnicodeWithLength(kitUnits(text), static_cast<fmx::uint32>(text.size()));
+    kitText->AssignUnicodeWithLength(reinterpret_cast<const fmx::uint16*>(text.data()),
+                                     static_cast<fmx::uint32>(text.size()));
     *this = Value(*kitText);
 }
 
@@ -49,8 +40,6 @@ Value::Value(const fmx::FixPt& number)
     *this = Value(std::move(data));
 }
 
-Value::Value(fmx::DataUniquePtr data) : data_(data.release()) {}
-
 ValueType Value::type() const
 {
     using fmx::Data;
@@ -68,29 +57,9 @@ ValueType Value::type() const
     return known != types.end() ? known->second : ValueType::empty;
 }
 
-std::u16string Value::text() const
-{
-    return unitsOf(data_->GetAsText());
-}
-
 std::string Value::utf8() const
 {
     return toUtf8(text());
-}
-
-std::int64_t Value::integer() const
-{
-    return data_->GetAsNumber().AsLong64();
-}
-
-double Value::number() const
-{
-    return data_->GetAsNumber().AsFloat();
-}
-
-bool Value::boolean() const
-{
-    return data_->GetAsBoolean();
 }
 
 std::string Value::isoText() const

@@ -11,6 +11,9 @@
 
 namespace fmxhost {
 
+// The units of a kit text.
+std::u16string unitsOf(const fmx::Text& text);
+
 enum class ValueType { empty, text, number, date, time, timestamp, container };
 
 // An immutable value; copies share it, so a long text is copied at no cost.
@@ -20,7 +23,7 @@ enum class ValueType { empty, text, number, date, time, timestamp, container };
 // Errors: std::bad_alloc and std::exception from the kit.
 class Value {
 public:
-    Value(); // empty, of no type
+    Value() : Value(fmx::DataUniquePtr()) {} // empty, of no type
     Value(std::u16string_view text);
     Value(const std::u16string& text) : Value(std::u16string_view(text)) {}
     Value(const char16_t* text) : Value(std::u16string_view(text)) {}
@@ -32,7 +35,7 @@ public:
     Value(std::int64_t number);
     explicit Value(const fmx::Text& text); // shares the text's buffer
     explicit Value(const fmx::FixPt& number);
-    explicit Value(fmx::DataUniquePtr data); // must not be null
+    explicit Value(fmx::DataUniquePtr data) : data_(data.release()) {} // must not be null
 
     const fmx::Data& data() const { return *data_; }
 
@@ -40,13 +43,13 @@ public:
     ValueType type() const;
 
     // Any type as FileMaker shows it.
-    std::u16string text() const;
+    std::u16string text() const { return unitsOf(data_->GetAsText()); }
     std::string utf8() const;
 
     // Any type as a number, by FileMaker's rules for texts (their digits); 0 when there is none.
-    std::int64_t integer() const;
-    double number() const;
-    bool boolean() const;
+    std::int64_t integer() const { return data_->GetAsNumber().AsLong64(); }
+    double number() const { return data_->GetAsNumber().AsFloat(); }
+    bool boolean() const { return data_->GetAsBoolean(); }
 
     // Of a date, a time or a timestamp: "YYYY-MM-DDTHH:MM:SS", as ISO 8601 writes a local time.
     std::string isoText() const;
@@ -54,8 +57,5 @@ public:
 private:
     std::shared_ptr<const fmx::Data> data_;
 };
-
-// The units of a kit text.
-std::u16string unitsOf(const fmx::Text& text);
 
 } // namespace fmxhost

@@ -9,7 +9,7 @@
 #include <array>
 #include <cstdint>
 #include <cstdlib>
-#include <filesystem>
+#include <map>
 
 namespace fmxhost {
 namespace {
@@ -40,12 +40,11 @@ Value characterOf(const Arguments& arguments)
 {
     constexpr std::int64_t lastCharacter = 0x10FFFF;
     const std::int64_t code = arguments[0].integer();
-    if (code <= 0 || code > lastCharacter) {
-        return {u""};
-    }
     std::array<char16_t, 2> units{};
     std::size_t count = 0;
-    U16_APPEND_UNSAFE(units, count, static_cast<UChar32>(code));
+    if (code > 0 && code <= lastCharacter) {
+        U16_APPEND_UNSAFE(units, count, static_cast<UChar32>(code));
+    }
     return {std::u16string_view(units.data(), count)};
 }
 
@@ -65,35 +64,29 @@ Value getValue(const Arguments& arguments)
 Value right(const Arguments& arguments)
 {
     const std::u16string text = arguments[0].text();
-    return {std::u16string_view(text).substr(text.size() - std::min(text.size(), countAt(arguments, 1)))};
+    return {text.substr(text.size() - std::min(text.size(), countAt(arguments, 1)))};
 }
 
-Value middle(const Arguments& arguments)
+// The offset that an argument gives as a place from 1 on, in the text of the first argument or at its end.
+std::size_t offsetAt(const Arguments& arguments, std::size_t index)
 {
-    const std::u16string text = arguments[0].text();
-    const std::size_t start = std::max<std::size_t>(1, countAt(arguments, 1)) - 1;
-    if (start >= text.size()) {
-        return {u""};
-    }
-    return {std::u16string_view(text).substr(start, countAt(arguments, 2))};
+    return std::min<std::size_t>(std::max<std::size_t>(1, countAt(arguments, index)) - 1,
+                                 arguments[0].data().GetAsText().GetSize());
 }
 
 Value position(const Arguments& arguments)
 {
     const fmx::Text& text = arguments[0].data().GetAsText();
     const fmx::Text& wanted = arguments[1].data().GetAsText();
-    auto start = static_cast<fmx::uint32>(
-        std::min<std::size_t>(std::max<std::size_t>(1, countAt(arguments, 2)) - 1, text.GetSize()));
-    for (std::size_t occurrence = countAt(arguments, 3); occurrence > 0; --occurrence, ++start) {
-        start = text.FindIgnoringCase(wanted, start);
-        if (start == fmx::Text::kSize_Invalid) {
+    const std::size_t occurrence = countAt(arguments, 3);
+    auto place = static_cast<fmx::uint32>(offsetAt(arguments, 2)); // behind the beginning of the last one found
+    for (std::size_t found = 0; found < occurrence; ++found, ++place) {
+        place = text.FindIgnoringCase(wanted, place);
+        if (place == fmx::Text::kSize_Invalid) {
             return {0};
         }
-        if (occurrence == 1) {
-            return {static_cast<std::int64_t>(start) + 1};
-        }
     }
-    return {0};
+    return {occurrence > 0 ? std::int64_t{place} : 0};
 }
 
 // With pairs: one after the other.
@@ -105,13 +98,9 @@ Value substitute(const Arguments& arguments)
         const std::u16string replacement = arguments[pair + 1].text();
         std::u16string result;
         std::size_t start = 0;
-        while (!wanted.empty()) {
-            const std::size_t found = text.find(wanted, start);
-            if (found == std::u16string::npos) {
-                break;
-            }
+        for (std::size_t found = 0; !wanted.empty() && (found = text.find(wanted, start)) != std::u16string::npos;
+             start = found + wanted.size()) {
             result.append(text, start, found - start).append(replacement);
-            start = found + wanted.size();
         }
         text = result.append(text, start);
     }
@@ -164,11 +153,9 @@ Value quote(const Arguments& arguments)
 
 Value trim(const Arguments& arguments)
 {
-    const std::u16string text = arguments[0].text();
-    const std::size_t first = text.find_first_not_of(u' ');
-    return first == std::u16string::npos
-               ? Value(u"")
-               : Value(std::u16string_view(text).substr(first, text.find_last_not_of(u' ') - first + 1));
+    std::u16string text = arguments[0].text();
+    text.resize(text.find_last_not_of(u' ') + 1); // npos + 1: 0
+    return {text.substr(std::min(text.find_first_not_of(u' '), text.size()))};
 }
 
 // Empty values are left out.
@@ -293,7 +280,7 @@ Value now()
 std::optional<Value> stateOf(std::u16string_view flag)
 {
     constexpr auto nothing = [] { return Value(u""); };
-    static constexpr std::pair<std::u16string_view, Value (*)()> states[] = {
+    static const std::map<std::u16string_view, Value (*)()> states{
         {u"currentdate", now<fmx::Data::kDTDate>},
         {u"currenthosttimestamp", now<fmx::Data::kDTTimeStamp>},
         {u"currenttime", now<fmx::Data::kDTTime>},
@@ -306,12 +293,8 @@ std::optional<Value> stateOf(std::u16string_view flag)
         {u"systemplatform", [] { return Value(ownVolume.empty() ? 5 : 1); }},
         {u"temporarypath", [] { return folder("TMPDIR", ""); }},
     };
-    for (const auto& [name, answer] : states) {
-        if (foldCase(flag) == name) {
-            return answer();
-        }
-    }
-    return std::nullopt;
+    const auto found = states.find(foldCase(flag));
+    return found != states.end() ? std::optional(found->second()) : std::nullopt;
 }
 
 std::span<const Function> builtIns()
@@ -357,7 +340,8 @@ std::span<const Function> builtIns()
          list},
         {u"Lower ( text )", u"The text in lower case.", 1, 1,
          [](const Arguments& in) { return inCase(in[0], &fmx::Text::Lowercase); }},
-        {u"Middle ( text ; start ; numberOfCharacters )", u"A part of a text; 1 is the first character.", 3, 3, middle},
+        {u"Middle ( text ; start ; numberOfCharacters )", u"A part of a text; 1 is the first character.", 3, 3,
+         [](const Arguments& in) { return Value(in[0].text().substr(offsetAt(in, 1), countAt(in, 2))); }},
         {u"PatternCount ( text ; searchString )", u"How often a text stands in another one, in any letter case.", 2, 2,
          patternCount},
         {u"Position ( text ; searchString ; start ; occurrence )",

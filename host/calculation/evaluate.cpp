@@ -9,11 +9,11 @@
 #include "host/base/unicode.h"
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <exception>
 #include <iterator>
 #include <new>
+#include <tuple>
 
 namespace fmxhost {
 namespace {
@@ -147,19 +147,14 @@ private:
 
     Expression expression(int level = 0)
     {
-        struct Link {
-            const Operator* operation;
-            Span place; // of the operator
-            Expression operand;
-        };
         if (level > strongestLevel) {
             return operand();
         }
         Expression first = expression(level + 1);
-        std::vector<Link> links;
+        std::vector<std::tuple<const Operator*, Span, Expression>> links; // the operator, its place, what follows it
         while (const Operator* operation = operatorOf(level)) {
             const Span place = take().span;
-            links.push_back({operation, place, expression(level + 1)});
+            links.emplace_back(operation, place, expression(level + 1));
         }
         if (links.empty()) {
             return first;
@@ -177,11 +172,8 @@ private:
 
     const Operator* operatorOf(int level) const
     {
-        const auto all = operators();
-        const auto found = std::find_if(all.begin(), all.end(), [&](const Operator& entry) {
-            return entry.level == level && current().is(entry.symbol);
-        });
-        return found != all.end() ? &*found : nullptr;
+        const Operator* found = current().kind == TokenKind::symbol ? findOperator(current().text) : nullptr;
+        return found != nullptr && found->level == level ? found : nullptr;
     }
 
     Expression operand()
@@ -216,10 +208,17 @@ private:
             expect(u")");
             return inner;
         }
-        for (const Sign& sign : signs()) {
-            if (takeIf(sign.symbol)) {
-                return [apply = sign.apply, inner = operand()](Scope& scope) { return apply(inner(scope)); };
-            }
+        // Signs bind stronger than all operators.
+        if (takeIf(u"not")) {
+            return [inner = operand()](Scope& scope) { return Value(inner(scope).boolean() ? 0 : 1); };
+        }
+        if (takeIf(u"-")) {
+            return [inner = operand(), subtract = findOperator(u"-")->apply](Scope& scope) {
+                return subtract(Value(0), inner(scope), {});
+            };
+        }
+        if (takeIf(u"+")) {
+            return [inner = operand()](Scope& scope) { return Value(inner(scope).data().GetAsNumber()); };
         }
         fail("A number, a text, a function, a variable or \"(\" is expected here.");
     }
@@ -238,11 +237,15 @@ private:
             take();
             return [number = local->second](Scope& scope) { return scope.locals[number]; };
         }
-        const auto* form = std::find_if(forms.begin(), forms.end(), [&](const Form& f) { return f.name == name; });
-        if (isCall && form != forms.end()) {
+        static const std::map<std::u16string_view, Expression (Parser::*)(std::size_t)> forms{
+            {u"let", &Parser::let},
+            {u"while", &Parser::loop},
+            {u"get", &Parser::get},
+            {u"evaluate", &Parser::evaluated}};
+        if (const auto form = forms.find(name); isCall && form != forms.end()) {
             const std::size_t offset = take().span.offset;
             takeIf(u"(");
-            return (this->*form->read)(offset);
+            return (this->*form->second)(offset);
         }
         const Function* function = functions_.find(current().text);
         if (function == nullptr) {
@@ -257,6 +260,7 @@ private:
     {
         const Span name = take().span;
         const bool isChecked = options_.checkArgumentCounts || function.external == nullptr;
+        const bool isLimited = isChecked && function.maximumArguments >= 0;
         std::vector<Expression> arguments;
         if (takeIf(u"(") && !takeIf(u")")) {
             do {
@@ -264,7 +268,7 @@ private:
                     pair(arguments);
                     continue;
                 }
-                if (isChecked && !function.takes(arguments.size() + 1)) {
+                if (isLimited && arguments.size() >= static_cast<std::size_t>(function.maximumArguments)) {
                     fail(tooManyParameters);
                 }
                 arguments.push_back(expression());
@@ -439,13 +443,6 @@ private:
         return [number = own->second, value](Scope& scope) { scope.locals[number] = value(scope); };
     }
 
-    struct Form {
-        std::u16string_view name; // case-folded
-        Expression (Parser::*read)(std::size_t offset);
-    };
-    static constexpr std::array<Form, 4> forms{
-        {{u"let", &Parser::let}, {u"while", &Parser::loop}, {u"get", &Parser::get}, {u"evaluate", &Parser::evaluated}}};
-
     std::vector<Token> tokens_;
     const FunctionTable& functions_;
     const ParserOptions& options_;
@@ -463,12 +460,13 @@ Calculation parse(std::u16string_view source, const FunctionTable& functions, co
     return Parser(source, functions, options).run();
 }
 
-Evaluation Evaluator::evaluate(std::u16string_view source)
+Evaluation evaluate(std::u16string_view source, const FunctionTable& functions, const ParserOptions& options,
+                    Variables& variables)
 {
     const Span whole{0, source.size()};
     try {
-        const Calculation calculation = parse(source, functions_, options_);
-        Scope scope{variables_, std::vector<Value>(calculation.locals)};
+        const Calculation calculation = parse(source, functions, options);
+        Scope scope{variables, std::vector<Value>(calculation.locals)};
         Evaluation evaluation;
         const auto start = std::chrono::steady_clock::now();
         try {
@@ -479,7 +477,7 @@ Evaluation Evaluator::evaluate(std::u16string_view source)
         }
         evaluation.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         if (calculation.assignedVariable) {
-            variables_.insert_or_assign(*calculation.assignedVariable, evaluation.value);
+            variables.insert_or_assign(*calculation.assignedVariable, evaluation.value);
         }
         return evaluation;
     } catch (const CalculationError&) {

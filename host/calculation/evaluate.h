@@ -1,4 +1,4 @@
-// Evaluates calculations, one after the other, with the variables that they share.
+// Evaluates calculations, with the variables that they share.
 #pragma once
 
 #include "host/base/value.h"
@@ -9,10 +9,8 @@
 #include <functional>
 #include <map>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 namespace fmxhost {
@@ -26,11 +24,14 @@ struct ParserOptions {
     std::map<std::u16string, Value> getAnswers;
 };
 
+// By case-folded name with its $. They outlive the calculation.
+using Variables = std::map<std::u16string, Value>;
+
 // What a calculation works with while it is evaluated.
 struct Scope {
-    std::map<std::u16string, Value>& variables; // by case-folded name with its $; they outlive the calculation
-    std::vector<Value> locals;                  // of Let and While, one for each name in each of them
-    int depth = 0;                              // of Evaluate
+    Variables& variables;
+    std::vector<Value> locals; // of Let and While, one for each name in each of them
+    int depth = 0;             // of Evaluate
 };
 
 using Expression = std::function<Value(Scope& scope)>;
@@ -63,26 +64,10 @@ public:
     using CalculationError::CalculationError; // the span is the call's
 };
 
-// Thread rule: one thread at a time.
-class Evaluator {
-public:
-    // The functions must outlive the evaluator.
-    explicit Evaluator(const FunctionTable& functions, ParserOptions options = {})
-        : functions_(functions), options_(std::move(options))
-    {
-    }
-
-    // Texts compare without letter case, numbers by value; a text that has no digit isn't equal to any number.
-    // A variable that was never set is empty.
-    // Errors: CalculationError, PluginThrew among them.
-    Evaluation evaluate(std::u16string_view source);
-
-    const std::map<std::u16string, Value>& variables() const { return variables_; } // by case-folded name with its $
-
-private:
-    const FunctionTable& functions_;
-    ParserOptions options_;
-    std::map<std::u16string, Value> variables_;
-};
+// Texts compare without letter case, numbers by value; a text that has no digit isn't equal to any number.
+// A variable that was never set is empty.
+// Errors: CalculationError, PluginThrew among them.
+Evaluation evaluate(std::u16string_view source, const FunctionTable& functions, const ParserOptions& options,
+                    Variables& variables);
 
 } // namespace fmxhost

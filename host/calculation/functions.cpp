@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <iterator>
-#include <numeric>
 
 namespace fmxhost {
 namespace {
@@ -44,26 +43,100 @@ std::u16string withoutPrefix(const std::u16string& name)
 // alignment distance), in UTF-16 units. Time and space grow with the product of the lengths.
 std::size_t editDistance(std::u16string_view a, std::u16string_view b)
 {
-    std::vector<std::size_t> beforePrevious;
-    std::vector<std::size_t> previous(b.size() + 1);
-    std::iota(previous.begin(), previous.end(), std::size_t{0});
-    for (std::size_t row = 1; row <= a.size(); ++row) {
-        std::vector<std::size_t> current(b.size() + 1, row);
-        for (std::size_t column = 1; column <= b.size(); ++column) {
-            const std::size_t substituted = previous[column - 1] + (a[row - 1] == b[column - 1] ? 0 : 1);
-            current[column] = std::min({previous[column] + 1, current[column - 1] + 1, substituted});
-            const bool swapped = row > 1 && column > 1 && a[row - 1] == b[column - 2] && a[row - 2] == b[column - 1];
-            if (swapped) {
-                current[column] = std::min(current[column], beforePrevious[column - 2] + 1);
+    std::vector<std::vector<std::size_t>> distances(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
+    for (std::size_t row = 0; row <= a.size(); ++row) {
+        for (std::size_t column = 0; column <= b.size(); ++column) {
+            std::size_t& distance = distances[row][column];
+            distance = row + column;
+            if (row > 0 && column > 0) {
+                const std::size_t substituted = distances[row - 1][column - 1] + (a[row - 1] == b[column - 1] ? 0 : 1);
+                distance = std::min({distances[row - 1][column] + 1, distances[row][column - 1] + 1, substituted});
+            }
+            if (row > 1 && column > 1 && a[row - 1] == b[column - 2] && a[row - 2] == b[column - 1]) {
+                distance = std::min(distance, distances[row - 2][column - 2] + 1);
             }
         }
-        beforePrevious = std::move(previous);
-        previous = std::move(current);
     }
-    return previous.back();
+    return distances.back().back();
+}
+
+// ---- How FileMaker's operators choose between text and number; conversions and decimal arithmetic are the kit's.
+
+Value truth(bool holds)
+{
+    return {holds ? 1 : 0};
+}
+
+bool isText(const Value& value)
+{
+    return value.type() == ValueType::text || value.type() == ValueType::empty;
+}
+
+bool isNoNumber(const Value& value)
+{
+    return isText(value) && value.text().find_first_of(u"0123456789") == std::u16string::npos;
+}
+
+// Negative, 0 or positive; see evaluate().
+int compare(const Value& left, const Value& right)
+{
+    if ((isText(left) && isText(right)) || isNoNumber(left) || isNoNumber(right)) {
+        return foldCase(left.text()).compare(foldCase(right.text()));
+    }
+    const fmx::FixPt& a = left.data().GetAsNumber();
+    const fmx::FixPt& b = right.data().GetAsNumber();
+    return a == b ? 0 : a < b ? -1 : 1;
+}
+
+Value concatenated(const Value& left, const Value& right, Span)
+{
+    const fmx::TextUniquePtr text;
+    text->SetText(left.data().GetAsText());
+    text->AppendText(right.data().GetAsText());
+    return Value(*text);
+}
+
+template <auto operation>
+Value calculated(const Value& left, const Value& right, Span)
+{
+    const fmx::FixPtUniquePtr result;
+    (left.data().GetAsNumber().*operation)(right.data().GetAsNumber(), *result);
+    return Value(*result);
+}
+
+Value divided(const Value& left, const Value& right, Span place)
+{
+    const fmx::FixPtUniquePtr result;
+    if (left.data().GetAsNumber().Divide(right.data().GetAsNumber(), *result) != 0) {
+        throw CalculationError(place, "A number can't be divided by zero.");
+    }
+    return Value(*result);
 }
 
 } // namespace
+
+const Operator* findOperator(std::u16string_view symbol)
+{
+    static constexpr Operator table[] = {
+        {u"or", 0, true, [](const Value& a, const Value& b, Span) { return truth(a.boolean() || b.boolean()); }},
+        {u"xor", 0, {}, [](const Value& a, const Value& b, Span) { return truth(a.boolean() != b.boolean()); }},
+        {u"and", 1, false, [](const Value& a, const Value& b, Span) { return truth(a.boolean() && b.boolean()); }},
+        {u"=", 2, {}, [](const Value& a, const Value& b, Span) { return truth(compare(a, b) == 0); }},
+        {u"≠", 2, {}, [](const Value& a, const Value& b, Span) { return truth(compare(a, b) != 0); }},
+        {u"<", 2, {}, [](const Value& a, const Value& b, Span) { return truth(compare(a, b) < 0); }},
+        {u">", 2, {}, [](const Value& a, const Value& b, Span) { return truth(compare(a, b) > 0); }},
+        {u"≤", 2, {}, [](const Value& a, const Value& b, Span) { return truth(compare(a, b) <= 0); }},
+        {u"≥", 2, {}, [](const Value& a, const Value& b, Span) { return truth(compare(a, b) >= 0); }},
+        {u"&", 3, {}, concatenated},
+        {u"+", 4, {}, calculated<&fmx::FixPt::Add>},
+        {u"-", 4, {}, calculated<&fmx::FixPt::Subtract>},
+        {u"*", 5, {}, calculated<&fmx::FixPt::Multiply>},
+        {u"/", 5, {}, divided},
+    };
+    const auto* found =
+        std::find_if(std::begin(table), std::end(table), [&](const Operator& entry) { return entry.symbol == symbol; });
+    return found != std::end(table) ? found : nullptr;
+}
 
 std::string rangeText(int least, int most)
 {
@@ -88,14 +161,13 @@ std::string suggestion(std::string_view word, const std::vector<std::string>& ca
 }
 
 FunctionTable::FunctionTable(const std::vector<fmxkit::ExternalFunction>& functions)
+    : functions_(functions.begin(), functions.end())
 {
-    for (const fmxkit::ExternalFunction& function : functions) {
-        functions_.emplace_back(function);
-    }
     functions_.insert(functions_.end(), builtIns().begin(), builtIns().end());
-    for (const Function& function : functions_) {
-        const Function*& known = byFoldedName_[foldCase(function.name)];
-        known = known == nullptr || function.external == nullptr ? &function : known;
+    for (const std::span<const Function> all : {builtIns(), std::span<const Function>(functions_)}) {
+        for (const Function& function : all) {
+            byFoldedName_.emplace(foldCase(function.name), &function); // the first of a name stays
+        }
     }
 }
 

@@ -24,14 +24,7 @@ struct Operator {
     Value (*apply)(const Value& left, const Value& right, Span place);
 };
 constexpr int strongestLevel = 5;
-std::span<const Operator> operators();
-
-// What stands before an operand and binds stronger than all operators.
-struct Sign {
-    std::u16string_view symbol;
-    Value (*apply)(const Value& operand);
-};
-std::span<const Sign> signs();
+const Operator* findOperator(std::u16string_view symbol); // null for none
 
 struct Function {
     static constexpr int anyNumber = -1; // of arguments
@@ -48,11 +41,6 @@ struct Function {
         : name(function.name), prototype(function.prototype), description(function.description),
           minimumArguments(function.minimumArguments), maximumArguments(function.maximumArguments), external(&function)
     {
-    }
-
-    bool takes(std::size_t arguments) const
-    {
-        return maximumArguments < 0 || arguments <= std::size_t(maximumArguments);
     }
 
     std::u16string_view name;

@@ -34,12 +34,6 @@ constexpr std::pair<std::u16string_view, const char*> mistakes[] = {
     {u"|", "\"Or\" is written or; in a text a bar needs quotation marks."},
 };
 
-// A text or a comment that isn't closed.
-class UnclosedError : public CalculationError {
-public:
-    using CalculationError::CalculationError;
-};
-
 class Lexer {
 public:
     explicit Lexer(std::u16string_view source) : source_(source) {}
@@ -78,7 +72,7 @@ private:
             } else if (startsWith(u"/*")) {
                 const std::size_t end = source_.find(u"*/", position_ + 2);
                 if (end == std::u16string_view::npos) {
-                    throw UnclosedError({position_, 2}, "This comment has no end: \"*/\" is missing.");
+                    throw CalculationError({position_, 2}, "This comment has no end: \"*/\" is missing.");
                 }
                 position_ = end + 2;
             } else if (u_isUWhiteSpace(static_cast<UChar32>(character.value)) != 0) {
@@ -140,7 +134,7 @@ private:
                 text.push_back(at() == paragraphSign || at() == u'\n' ? carriageReturn : at());
             }
         }
-        throw UnclosedError({start, 1}, "This text has no end: a closing quotation mark is missing.");
+        throw CalculationError({start, 1}, "This text has no end: a closing quotation mark is missing.");
     }
 
     // The name of a function, an operator that is a word, or a variable.
@@ -238,7 +232,7 @@ std::vector<Token> tokenize(std::u16string_view source)
     return Lexer(source).run();
 }
 
-OpenEnd openAtEnd(std::u16string_view source)
+Open openAtEnd(std::u16string_view source)
 {
     try {
         int depth = 0;
@@ -246,12 +240,11 @@ OpenEnd openAtEnd(std::u16string_view source)
             depth += token.is(u"(") || token.is(u"[") ? 1 : 0;
             depth -= token.is(u")") || token.is(u"]") ? 1 : 0;
         }
-        return {depth > 0, std::nullopt};
-    } catch (const UnclosedError& error) {
-        const std::size_t start = error.span().offset;
-        return {true, source[start] == u'"' ? std::optional(start + 1) : std::nullopt};
-    } catch (const CalculationError&) {
-        return {};
+        return depth > 0 ? Open::bracketOrComment : Open::nothing;
+    } catch (const CalculationError& error) {
+        // With a quotation mark or a slash nothing is wrong but that the text or the comment has no end.
+        const char16_t unit = source[error.span().offset];
+        return unit == u'"' ? Open::text : unit == u'/' ? Open::bracketOrComment : Open::nothing;
     }
 }
 

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstddef>
-#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -60,11 +59,8 @@ struct Token {
 // Errors: CalculationError.
 std::vector<Token> tokenize(std::u16string_view source);
 
-// What is open where the source ends.
-struct OpenEnd {
-    bool isOpen = false;             // a bracket, a text or a comment: the calculation goes on
-    std::optional<std::size_t> text; // the text that is open: the offset behind its quotation mark
-};
-OpenEnd openAtEnd(std::u16string_view source);
+// What is open where the source ends, so that the calculation goes on.
+enum class Open { nothing, bracketOrComment, text };
+Open openAtEnd(std::u16string_view source);
 
 } // namespace fmxhost

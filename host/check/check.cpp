@@ -20,10 +20,10 @@
 #include <fstream>
 #include <iterator>
 #include <map>
-#include <numeric>
 #include <sstream>
 #include <stdexcept>
 #include <system_error>
+#include <utility>
 
 namespace fmxhost::check {
 
@@ -37,8 +37,6 @@ Verdicts: pass; note, passed with something to know; skipped; fail; crash; timeo
 Exit status: 0 no test failed; 1 one did; 2 wrong use; 3 there is no such plug-in file; 5 the output can't be written.)";
 
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 // 50 is FileMaker 7, 55 is 14, 56 is 15, 57 is 16, 59 is 17, 60 is 18, 62 is 19; a number between them may be that of
 // an update. 255 stands for those to come.
@@ -103,19 +101,16 @@ std::vector<std::string> readAllowances(const std::filesystem::path& file)
 // What is allowed becomes a note (fnmatch(3)).
 void allow(const std::vector<std::string>& allowances, const Test& test, Result& result)
 {
-    const auto isKept = [&](const std::string& reason) {
-        const std::string finding = std::string(test.name) + ": " + reason;
-        return std::none_of(allowances.begin(), allowances.end(), [&](const std::string& line) {
-            return fnmatch(line.c_str(), finding.c_str(), FNM_NOESCAPE) == 0;
-        });
-    };
     if (result.verdict != Verdict::fail) {
         return;
     }
-    const auto allowed = std::stable_partition(result.reasons.begin(), result.reasons.end(), isKept);
-    std::transform(allowed, result.reasons.end(), std::back_inserter(result.notes),
-                   [](const std::string& reason) { return reason + " (allowed)"; });
-    result.reasons.erase(allowed, result.reasons.end());
+    for (const std::string& reason : std::exchange(result.reasons, {})) {
+        const std::string finding = std::string(test.name) + ": " + reason;
+        const bool isAllowed = std::any_of(allowances.begin(), allowances.end(), [&](const std::string& line) {
+            return fnmatch(line.c_str(), finding.c_str(), FNM_NOESCAPE) == 0;
+        });
+        (isAllowed ? result.notes : result.reasons).push_back(reason + (isAllowed ? " (allowed)" : ""));
+    }
     result.verdict = result.reasons.empty() ? Verdict::note : Verdict::fail;
 }
 
@@ -140,13 +135,13 @@ public:
             options.apiVersion = version;
             Result result = runIsolated(test, options);
             allow(allowances_, test, result);
-            if (isFailure(result.verdict) && result.reached < test.needs) {
+            if (result.verdict >= Verdict::fail && result.reached < test.needs) {
                 obstacles_.try_emplace(version, Obstacle{Stage(static_cast<int>(result.reached) + 1), &test});
             }
             all.verdict = std::max(all.verdict, result.verdict);
             add(all.reasons, result.reasons, version);
             add(all.notes, result.notes, version);
-            all.output = isFailure(result.verdict) ? result.output : all.output;
+            all.output = result.verdict >= Verdict::fail ? result.output : all.output;
             if (result.verdict == Verdict::timeOut) {
                 break; // the others would take as long
             }
@@ -196,19 +191,14 @@ private:
 
 constexpr std::array verdictNames{"pass", "note", "skipped", "fail", "crash", "timeout"};
 
-std::string nameOf(Verdict verdict)
-{
-    return verdictNames.at(static_cast<std::size_t>(verdict));
-}
-
 Json described(const Test& test, const Result& result, double seconds)
 {
     Json object{{"name", test.name},
-                {"verdict", nameOf(result.verdict)},
+                {"verdict", verdictNames.at(std::size_t(result.verdict))},
                 {"reasons", result.reasons},
                 {"notes", result.notes},
                 {"seconds", seconds}};
-    if (isFailure(result.verdict)) {
+    if (result.verdict >= Verdict::fail) {
         object["output"] = result.output;
     }
     return object;
@@ -223,8 +213,8 @@ std::string lineOf(const std::string& text)
 void show(const Test& test, const Result& result)
 {
     const std::string indent(10, ' ');
-    const std::string verdict = nameOf(result.verdict);
-    const bool failed = isFailure(result.verdict);
+    const std::string verdict = verdictNames.at(std::size_t(result.verdict));
+    const bool failed = result.verdict >= Verdict::fail;
     const Style style = failed ? Style::error : result.verdict == Verdict::pass ? Style::good : Style::faint;
     print(styled(verdict, style, STDOUT_FILENO) + indent.substr(verdict.size()) + test.name + "\n");
     for (const auto* texts : {&result.reasons, &result.notes}) {
@@ -270,31 +260,33 @@ bool runTests(const Options& options)
         const auto begin = std::chrono::steady_clock::now();
         const Result result = suite.run(test);
         const std::chrono::duration<double> time = std::chrono::steady_clock::now() - begin;
-        const bool failed = isFailure(result.verdict);
+        const bool failed = result.verdict >= Verdict::fail;
         passed = passed && !failed;
-        ++counts.at(static_cast<std::size_t>(result.verdict));
+        ++counts.at(std::size_t(result.verdict));
         if (options.json && (failed || !options.onlyFailed)) {
             all.push_back(described(test, result, time.count()));
         } else if (failed || !options.onlyFailed) {
             show(test, result);
         }
     }
-    Json namedCounts = Json::object();
+    Json namedCounts;
     std::string summary;
+    int number = 0;
     for (std::size_t index = 0; index < counts.size(); ++index) {
-        const std::string count = std::to_string(counts.at(index));
-        namedCounts[verdictNames.at(index)] = counts.at(index);
-        summary += count == "0" ? "" : (summary.empty() ? "" : ", ") + count + " " + verdictNames.at(index);
+        const int count = counts.at(index);
+        number += count;
+        namedCounts[verdictNames.at(index)] = count;
+        summary +=
+            count == 0 ? "" : (summary.empty() ? "" : ", ") + std::to_string(count) + " " + verdictNames.at(index);
     }
-    const int number = std::accumulate(counts.begin(), counts.end(), 0);
     const Json report{{"plugin", options.plugin.string()},
                       {"api", options.apiVersion},
                       {"passed", passed},
                       {"counts", namedCounts},
                       {"tests", all}};
-    print((options.json ? report.dump(-1, ' ', false, Json::error_handler_t::replace)
-                        : std::to_string(number) + (number == 1 ? " test: " : " tests: ") + summary) +
-          "\n");
+    print(
+        (options.json ? jsonText(report) : std::to_string(number) + (number == 1 ? " test: " : " tests: ") + summary) +
+        "\n");
     return passed;
 }
 
@@ -340,7 +332,7 @@ ExitStatus listTests(bool json)
         constexpr std::size_t width = 18; // of the longest name, and two blanks
         std::string name = test.name;
         name.resize(width, ' ');
-        print((json ? jsonObject({{"name", test.name}, {"summary", test.summary}}) : name + test.summary) + "\n");
+        print((json ? jsonText({{"name", test.name}, {"summary", test.summary}}) : name + test.summary) + "\n");
     }
     return ExitStatus::success;
 }

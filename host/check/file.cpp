@@ -9,7 +9,7 @@ namespace {
 [[noreturn]] void nameTheReader(const Examination& examination, const std::string& option)
 {
     throw Skipped("it isn't read here: dyld_info " + option + " " +
-                  PluginFile(examination.options().plugin).library().string() + " shows it");
+                  PluginFile(examination.options().plugin).library.string() + " shows it");
 }
 
 } // namespace
@@ -45,7 +45,7 @@ class Library {
 public:
     explicit Library(const Examination& examination)
     {
-        std::ifstream stream(PluginFile(examination.options().plugin).library(), std::ios::binary);
+        std::ifstream stream(PluginFile(examination.options().plugin).library, std::ios::binary);
         image_.assign(std::istreambuf_iterator<char>(stream), {});
         elf_version(EV_CURRENT);
         elf_.reset(elf_memory(image_.data(), image_.size()));
@@ -79,7 +79,14 @@ private:
         GElf_Dyn entry;
         for (int index = 0; section.sh_type == SHT_DYNAMIC && gelf_getdyn(data, index, &entry) != nullptr; ++index) {
             isDynamic_ = true;
-            readDynamic(entry);
+            if (entry.d_tag == DT_NEEDED) {
+                needed.push_back(name(entry.d_un.d_val));
+            } else if (entry.d_tag == DT_RPATH || entry.d_tag == DT_RUNPATH) {
+                std::istringstream list(name(entry.d_un.d_val) + ":");
+                for (std::string path; std::getline(list, path, ':');) {
+                    searchPaths.insert(path);
+                }
+            }
         }
         GElf_Sym symbol;
         for (int index = 0; section.sh_type == SHT_DYNSYM && gelf_getsym(data, index, &symbol) != nullptr; ++index) {
@@ -97,18 +104,6 @@ private:
                 part += static_cast<int>(version.vna_next);
             }
             place = need.vn_next != 0 ? place + static_cast<int>(need.vn_next) : -1;
-        }
-    }
-
-    void readDynamic(const GElf_Dyn& entry)
-    {
-        if (entry.d_tag == DT_NEEDED) {
-            needed.push_back(name(entry.d_un.d_val));
-        } else if (entry.d_tag == DT_RPATH || entry.d_tag == DT_RUNPATH) {
-            std::istringstream list(name(entry.d_un.d_val) + ":");
-            for (std::string path; std::getline(list, path, ':');) {
-                searchPaths.insert(path);
-            }
         }
     }
 

@@ -7,7 +7,6 @@
 #include <functional>
 #include <map>
 #include <numeric>
-#include <set>
 #include <utility>
 
 namespace fmxhost::check {
@@ -47,13 +46,24 @@ void expectOpen(const Examination& examination, const std::vector<int>& hosts)
     }
 }
 
-// Messages that FileMaker sends to those who ask for them in their options string, and where they ask.
-constexpr std::pair<Message, std::size_t> optionalMessages[] = {
-    {Message::idle, 8}, {Message::preferences, 5}, {Message::sessionShutDown, 9}, {Message::fileShutDown, 9}};
-
-bool asksFor(Plugin& plugin, std::size_t option)
+// Whether FileMaker sends it: some messages only to those who ask for them in their options string.
+bool isSent(Plugin& plugin, Message message)
 {
-    return plugin.options().size() > option && plugin.options()[option] == u'Y';
+    const auto asks = [&](std::size_t option) { return plugin.options().find(u'Y', option) == option; };
+    switch (message) {
+    case Message::startUp:
+    case Message::shutDown:
+    case Message::stringRequest:
+        return true;
+    case Message::preferences:
+        return asks(5);
+    case Message::idle:
+        return asks(8);
+    case Message::sessionShutDown:
+    case Message::fileShutDown:
+        return asks(9);
+    }
+    return false;
 }
 
 // Which fields of a call record differ, as far as a plug-in might write to them.
@@ -110,9 +120,8 @@ void examineLoading(Examination& examination)
 void examineStartUp(Examination& examination)
 {
     const std::vector<int> hosts = openDescriptors();
-    examination.started();
+    const auto answer = static_cast<std::int64_t>(examination.started().record().result);
     expectOpen(examination, hosts);
-    const std::int64_t answer = examination.startUpAnswer();
     examination.expect(answer >= oldestApiVersion && answer <= newestApiVersion,
                        "start-up answers " + std::to_string(answer) +
                            "; expected: the SDK version that the plug-in was built for, 50 to 255");
@@ -141,9 +150,9 @@ void examineVersionRange(Examination& examination)
 void examineMessages(Examination& examination)
 {
     Plugin& plugin = examination.started();
-    for (const auto& [message, option] : optionalMessages) {
-        // What the preferences' message opens is a dialog.
-        if (message != Message::preferences && asksFor(plugin, option)) {
+    // What the preferences' message opens is a dialog.
+    for (const Message message : {Message::idle, Message::sessionShutDown, Message::fileShutDown}) {
+        if (isSent(plugin, message)) {
             examination.step("message " + std::to_string(static_cast<unsigned>(message)));
             plugin.send(message);
         }
@@ -154,20 +163,11 @@ void examineUnknownMessages(Examination& examination)
 {
     Plugin& plugin = examination.started();
     const std::vector<std::string> before = registeredNames();
-    // Those between the ones that FileMaker sends, all behind them, and those that this plug-in doesn't ask for.
-    constexpr unsigned firstUnknown = 10;
-    std::set<unsigned> messages{2, 3, 6};
-    for (unsigned message = firstUnknown; message <= 255; ++message) {
-        messages.insert(message);
-    }
-    for (const auto& [message, option] : optionalMessages) {
-        if (!asksFor(plugin, option)) {
-            messages.insert(static_cast<unsigned>(message));
-        }
-    }
     std::map<std::string, unsigned> firstOfFault;
-    for (const unsigned message : messages) {
-        firstOfFault.emplace(sendUnknown(examination, plugin, message), message);
+    for (unsigned message = 0; message <= 255; ++message) {
+        if (!isSent(plugin, static_cast<Message>(message))) {
+            firstOfFault.emplace(sendUnknown(examination, plugin, message), message);
+        }
     }
     firstOfFault.erase("");
     for (const auto& [fault, message] : firstOfFault) {

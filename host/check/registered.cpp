@@ -34,17 +34,15 @@ bool canBeCalled(const std::u16string& name)
 std::string shapeOf(std::u16string_view parameters)
 {
     std::string shape;
-    while (!parameters.empty()) {
+    for (; !parameters.empty(); parameters.remove_prefix(parameters.starts_with(u"...") ? 3 : 1)) {
         const char16_t unit = parameters.front();
-        const bool isDots = parameters.starts_with(u"...") || unit == u'…';
-        if (isDots) {
+        if (unit == u'…' || parameters.starts_with(u"...")) {
             shape += '*';
         } else if (std::u16string_view(u"(){};").find(unit) != std::u16string_view::npos) {
             shape += static_cast<char>(unit);
         } else if (blanks.find(unit) == std::u16string_view::npos && !shape.ends_with('p')) {
             shape += 'p';
         }
-        parameters.remove_prefix(isDots && unit == u'.' ? 3 : 1);
     }
     return shape;
 }
@@ -58,20 +56,17 @@ std::string prototypeFault(const ExternalFunction& function)
     if (!prototype.starts_with(function.name)) {
         return "it doesn't begin with the function's name";
     }
-    std::string shape;
+    std::string shape = shapeOf(prototype.substr(function.name.size()));
     int depth = 0;
     int required = 0;
-    for (const char mark : shapeOf(prototype.substr(function.name.size()))) {
-        depth += mark == '{' ? 1 : mark == '}' ? -1 : 0;
-        required += mark == 'p' && depth == 0 ? 1 : 0;
-        shape += mark == '{' || mark == '}' ? "" : std::string(1, mark);
-        if (depth < 0) {
-            break;
-        }
+    for (std::size_t index = 0; index < shape.size() && depth >= 0; ++index) {
+        depth += shape[index] == '{' ? 1 : shape[index] == '}' ? -1 : 0;
+        required += shape[index] == 'p' && depth == 0 ? 1 : 0;
     }
     if (depth != 0) {
         return "its braces don't match";
     }
+    std::erase_if(shape, [](char mark) { return mark == '{' || mark == '}'; });
     if (!std::regex_match(shape, list)) {
         return "what follows the name isn't a list such as ( a ; b {; c } )";
     }

@@ -25,7 +25,6 @@
 #include <sstream>
 #include <system_error>
 #include <thread>
-#include <utility>
 
 namespace fmxhost::check {
 namespace {
@@ -36,6 +35,9 @@ using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 // Where the process finds the events' file: out of the way of plug-ins that close or write to the first few
 // descriptors.
 constexpr int eventsDescriptor = 100;
+
+// How a process ends whose plug-in has closed the descriptor of the events, and everything else with it.
+constexpr int eventsLostStatus = 97;
 
 File temporaryFile()
 {
@@ -89,12 +91,10 @@ pid_t start(const Test& test, const Options& options, const File& events, const 
 // What waitpid(2) says of a process that didn't come to the end of its test.
 std::string endText(int status)
 {
-    if (WIFSIGNALED(status)) {
-        return strsignal(WTERMSIG(status));
-    }
-    return WEXITSTATUS(status) == eventsLostStatus
-               ? "every file descriptor of the host's was closed"
-               : "the process was ended with exit status " + std::to_string(WEXITSTATUS(status));
+    const int code = WEXITSTATUS(status);
+    return WIFSIGNALED(status)        ? strsignal(WTERMSIG(status))
+           : code == eventsLostStatus ? "every file descriptor of the host's was closed"
+                                      : "the process was ended with exit status " + std::to_string(code);
 }
 
 // `end`: how the process ended, in case the test didn't.
@@ -140,9 +140,7 @@ Result runIsolated(const Test& test, const Options& options)
         if (waitpid(child, &status, WNOHANG) != 0) {
             end = endText(status);
         } else if (std::chrono::duration<double>(Clock::now() - begin).count() > options.timeLimit) {
-            std::ostringstream text;
-            text << "no end after " << options.timeLimit << " s";
-            end = text.str();
+            end = (std::ostringstream() << "no end after " << options.timeLimit << " s").str();
             timedOut = true;
         } else if (sizeOf(output) > mostOutput) {
             end = "it wrote more than 64 MiB";
@@ -187,14 +185,15 @@ Plugin& Examination::loaded()
 Plugin& Examination::started()
 {
     Plugin& plugin = loaded();
-    if (!startUpAnswer_) {
+    if (!isStarted_) {
         if (!plugin.wantsStartUp()) {
             throw PluginError(PluginError::Kind::refused,
                               "character 8 of the options string is \"n\": FileMaker sends no start-up message, so "
                               "nothing gets registered");
         }
         step("the start-up message");
-        startUpAnswer_ = plugin.start();
+        plugin.start();
+        isStarted_ = true;
         reach(Stage::started);
     }
     return plugin;
@@ -212,7 +211,7 @@ void Examination::unload()
     step("unloading it");
     plugin_->unload();
     plugin_.reset();
-    startUpAnswer_.reset();
+    isStarted_ = false;
 }
 
 void runHere(const Test& test, const Options& options)

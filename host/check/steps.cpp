@@ -9,7 +9,6 @@
 #include <expat.h>
 
 #include <algorithm>
-#include <cctype>
 #include <map>
 #include <set>
 
@@ -41,11 +40,7 @@ const std::vector<Kind> kinds{
 
 std::string lowered(std::string_view text)
 {
-    std::string result(text);
-    std::transform(result.begin(), result.end(), result.begin(), [](char character) {
-        return static_cast<char>(std::tolower(static_cast<unsigned char>(character)));
-    });
-    return result;
+    return toUtf8(foldCase(toUtf16(text)));
 }
 
 class DefinitionReader {
@@ -66,10 +61,9 @@ public:
             },
             [](void* reader, const char*) { static_cast<DefinitionReader*>(reader)->end(); });
         XML_SetCharacterDataHandler(parser.get(), [](void* reader, const char* text, int length) {
-            const bool isBlank =
-                std::string_view(text, static_cast<std::size_t>(length)).find_first_not_of(" \t\r\n") ==
-                std::string_view::npos;
-            static_cast<DefinitionReader*>(reader)->open_.back().hasText |= !isBlank;
+            const std::string_view read(text, static_cast<std::size_t>(length));
+            static_cast<DefinitionReader*>(reader)->open_.back().hasText |=
+                read.find_first_not_of(" \t\r\n") != read.npos;
         });
         constexpr int isFinal = 1;
         if (XML_Parse(parser.get(), definition.data(), static_cast<int>(definition.size()), isFinal) != XML_STATUS_OK) {
@@ -116,22 +110,17 @@ private:
             expect(isKnown, "the definition has an element " + element.shown + " in <" + open_.back().kind->name + ">" +
                                 (type.empty() ? "" : " of type \"" + type + "\"") + " where none is known");
         }
+        if (isKnown && depth == 1) {
+            const auto label = element.attributes.find("label");
+            element.shown = "parameter " + std::to_string(++parameters_) +
+                            (label == element.attributes.end() ? "" : " \"" + label->second + "\"");
+        } else if (isKnown && depth == 2) {
+            element.shown = "a value of " + open_.back().shown;
+        }
         if (isKnown) {
-            nameForPeople(element);
             examineAttributes(element);
         }
         open_.push_back(std::move(element));
-    }
-
-    void nameForPeople(Element& element)
-    {
-        const auto label = element.attributes.find("label");
-        if (open_.size() == 1) {
-            element.shown = "parameter " + std::to_string(++parameters_) +
-                            (label == element.attributes.end() ? "" : " \"" + label->second + "\"");
-        } else if (open_.size() == 2) {
-            element.shown = "a value of " + open_.back().shown;
-        }
     }
 
     void examineAttributes(const Element& element)

@@ -7,7 +7,6 @@
 namespace fmxhost::check {
 namespace {
 
-constexpr std::uint32_t usualCapacity = 1024;
 constexpr char16_t guard = 0xE5A7; // of the private use area: no text of a plug-in's
 
 struct Answer {
@@ -56,7 +55,7 @@ void examineString(const Examination& examination, Plugin& plugin, const Request
 {
     const std::string label = "string " + std::to_string(static_cast<int>(request.number)) + " (" + request.name + ")";
     std::u16string whole;
-    std::vector<std::size_t> capacities{usualCapacity};
+    std::vector<std::size_t> capacities{1024};
     for (std::size_t index = 0; index < capacities.size(); ++index) {
         const std::size_t capacity = capacities[index];
         const std::string what =

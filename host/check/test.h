@@ -31,15 +31,10 @@ enum class Verdict {
     pass,
     note,    // passed, and there is something to know
     skipped, // can't be made here, or a test before it failed at what it needs
-    fail,
+    fail,    // the first of the failures
     crash,   // the process ended before the test did
     timeOut, // it was ended because the test took too long
 };
-
-constexpr bool isFailure(Verdict verdict)
-{
-    return verdict >= Verdict::fail;
-}
 
 // A test that can't be made here; what() is the reason, for the user.
 class Skipped : public std::runtime_error {
@@ -78,9 +73,6 @@ public:
     Plugin& loaded();
     Plugin& started();
 
-    // What the start-up message was answered with; after started().
-    std::int64_t startUpAnswer() const { return *startUpAnswer_; }
-
     // After started(). Errors: PluginError.
     void shutDown() const;
     void unload(); // it can be loaded again
@@ -94,11 +86,8 @@ private:
     int events_;
     int process_;
     std::unique_ptr<Plugin> plugin_;
-    std::optional<std::int64_t> startUpAnswer_;
+    bool isStarted_ = false;
 };
-
-// How a process ends whose plug-in has closed the descriptor of the events, and everything else with it.
-constexpr int eventsLostStatus = 97;
 
 struct Test {
     const char* name; // stable: scripts name tests by it

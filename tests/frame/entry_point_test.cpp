@@ -19,7 +19,7 @@ class EntryPoint : public testing::Test {
 protected:
     void SetUp() override
     {
-        library_.reset(dlopen(file_.library().c_str(), RTLD_NOW | RTLD_LOCAL));
+        library_.reset(dlopen(file_.library.c_str(), RTLD_NOW | RTLD_LOCAL));
         ASSERT_NE(library_, nullptr) << dlerror();
         entryPoint_ = reinterpret_cast<void (*)(FMX_ExternCallPtr)>(dlsym(library_.get(), "FMExternCallProc"));
         ASSERT_NE(entryPoint_, nullptr);
@@ -29,7 +29,7 @@ protected:
 
     void send(FMX_ExternCallStruct& record)
     {
-        record.instanceID = file_.instance();
+        record.instanceID = file_.instance.get();
         entryPoint_(&record);
     }
 

@@ -24,12 +24,12 @@ TEST(Plugin, StartsAndIsCalledByName)
     EXPECT_EQ(plugin.string(PluginString::name, 3), u"");
     EXPECT_EQ(plugin.string(PluginString::name, 0), u"");
 
-    EXPECT_EQ(plugin.call(u"SMPL_echo", {u"ä\xD800"}).value.text(), u"ä\xD800");
-    EXPECT_EQ(plugin.call(u"smpl_GRÖSSE", {1, 2, "x"}).value.integer(), 3);
-    EXPECT_EQ(plugin.call(u"Smpl_ErrorCode", {-7}).error, -7);
-    EXPECT_EQ(plugin.call(u"Smpl_ErrorCode", {-7}).value.text(), u"left behind");
-    EXPECT_EQ(plugin.call(u"Smpl_Fail", {2}).exception, "int");
-    EXPECT_THROW(plugin.call(u"Smpl_Nothing", {}), std::out_of_range);
+    EXPECT_EQ(Plugin::call(plugin.function(u"SMPL_echo"), {u"ä\xD800"}).value.text(), u"ä\xD800");
+    EXPECT_EQ(Plugin::call(plugin.function(u"smpl_GRÖSSE"), {1, 2, "x"}).value.integer(), 3);
+    EXPECT_EQ(Plugin::call(plugin.function(u"Smpl_ErrorCode"), {-7}).error, -7);
+    EXPECT_EQ(Plugin::call(plugin.function(u"Smpl_ErrorCode"), {-7}).value.text(), u"left behind");
+    EXPECT_EQ(Plugin::call(plugin.function(u"Smpl_Fail"), {2}).exception, "int");
+    EXPECT_THROW(plugin.function(u"Smpl_Nothing"), std::out_of_range);
 }
 
 TEST(Plugin, ForgetsWhatIsLeftRegistered)

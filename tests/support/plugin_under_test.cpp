@@ -2,22 +2,16 @@
 
 #include "host/base/unicode.h"
 
-#include <stdexcept>
-
 namespace folidex::test {
 
 Result PluginUnderTest::call(std::string_view function, const std::vector<fmxhost::Value>& arguments) const
 {
-    return Result(plugin_.call(fmxhost::toUtf16(function), arguments));
+    return Result(fmxhost::Plugin::call(this->function(function), arguments));
 }
 
 const fmxkit::ExternalFunction& PluginUnderTest::function(std::string_view name) const
 {
-    const auto* found = plugin_.find(fmxhost::toUtf16(name));
-    if (found == nullptr) {
-        throw std::out_of_range(std::string(name));
-    }
-    return *found;
+    return plugin_.function(fmxhost::toUtf16(name));
 }
 
 } // namespace folidex::test

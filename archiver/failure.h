@@ -11,13 +11,13 @@ enum class Exit : int {
     done = 0,
     wrongPassword = 1, // of an encrypted file; of an archive main() makes it 82
     usage = 64,
-    damaged = 65,           // the source isn't what it should be, or is hostile
-    unusableSource = 66,    // missing, unreadable, of the wrong kind, or changed meanwhile
-    unsupported = 69,       // a method that this build doesn't know
-    internal = 70,          // no memory, or a fault of the program
+    damaged = 65,             // the source isn't what it should be, or is hostile
+    unusableSource = 66,      // missing, unreadable, of the wrong kind, or changed meanwhile
+    unsupported = 69,         // a method that this build doesn't know
+    internal = 70,            // no memory, or a fault of the program
     unusableDestination = 73, // missing, not writable, or something is in the way
-    notWritten = 74,        // full disk, quota, file size limit, failed disk
-    passwordNeeded = 77,    // the archive is encrypted, and no password was given
+    notWritten = 74,          // full disk, quota, file size limit, failed disk
+    passwordNeeded = 77,      // the archive is encrypted, and no password was given
     wrongZipPassword = 82,
 };
 

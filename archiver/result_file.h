@@ -1,4 +1,5 @@
-// A file that a call makes: private and without a name until it is whole and on the disk, then in its place in one step.
+// A file that a call makes: private and without a name until it is whole and on the disk, then in its place in one
+// step.
 //
 // Written into an unnamed file of the destination (open(2), O_TMPFILE) where the file system has them, so that a kill
 // leaves nothing; else a hidden item (platform/posix/names.h), which a later call removes.
@@ -58,8 +59,8 @@ public:
     // How many bytes have been appended.
     std::uint64_t size() const;
 
-    // Sets the mode (no access list that the destination hands down stays), flushes, and gives it its name, flushed too.
-    // What it replaces narrows its mode as a source does.
+    // Sets the mode (no access list that the destination hands down stays), flushes, and gives it its name, flushed
+    // too. What it replaces narrows its mode as a source does.
     void publish(const Privacy& privacy);
 
 private:

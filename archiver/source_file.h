@@ -23,7 +23,8 @@ public:
     const struct stat& status() const { return status_; }
     int descriptor() const { return file_.get(); }
 
-    // Fills the buffer from `offset` on. A read error and an end before the buffer is full are failures: unusableSource.
+    // Fills the buffer from `offset` on. A read error and an end before the buffer is full are failures:
+    // unusableSource.
     void read(std::uint64_t offset, std::span<std::byte> buffer) const;
 
     // Fails (unusableSource) when size, time of modification or time of last change aren't what they were when it was

@@ -75,7 +75,7 @@ class FileMaker:
     def __init__(self, calculator, scripts, steps=lambda: None, tables=None, chosen=None, later=0):
         self.calculator, self.scripts, self.steps, self.chosen, self.later = calculator, scripts, steps, chosen, later
         self.tables = defaultdict(list) if tables is None else tables
-        self.gets = {"LastError": 0, "FoundCount": 0, "ScriptResult": "", "ScriptParameter": ""}
+        self.gets = {"LastError": 0, "ScriptResult": "", "ScriptParameter": ""}
         self.calls = itertools.count()
         self.performed = []
         self.table, self.found, self.record, self.criteria = None, [], None, None
@@ -88,7 +88,7 @@ class FileMaker:
             calculation = LOCAL_VARIABLE.sub(rf"${place}_\1", calculation)
             if self.chosen is not None:
                 calculation = calculation.replace('KORB_GetFolderPath( "" )', f'"{self.chosen}"')
-            gets = self.gets | {"ScriptParameter": parameter, "UUID": str(uuid.uuid4()).upper()}
+            gets = self.gets | {"FoundCount": len(self.found), "ScriptParameter": parameter, "UUID": str(uuid.uuid4()).upper()}
             for name, value in gets.items():
                 calculation = calculation.replace(f"Get ( {name} )", quoted(value))
             calculation = calculation.replace("Get ( CurrentTimestamp )", f"( Get ( CurrentTimestamp ) + {self.later} )")
@@ -156,6 +156,7 @@ class FileMaker:
 
     def commit_records_requests(self, _):
         self.table.append(self.record)
+        self.gets["LastError"] = 0
 
     def delete_all_records(self, _):
         self.table[:] = [record for record in self.table if record not in self.found]

@@ -2,8 +2,10 @@
 
 #include <linux/posix_acl_xattr.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/xattr.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -96,7 +98,7 @@ bool readValue(const AttributeHolder& source, const char* name, std::vector<char
 } // namespace
 
 AttributeHolder::AttributeHolder(int folder, const char* name)
-    : path_("/proc/self/fd/" + std::to_string(folder) + "/" + name)
+    : path_(ownDescriptors + std::to_string(folder) + "/" + name)
 {
 }
 
@@ -116,7 +118,16 @@ int AttributeHolder::set(const char* name, const void* value, std::size_t size) 
                          : lsetxattr(path_.c_str(), name, value, size, 0);
 }
 
-Failure keepExtendedAttributes(const AttributeHolder& source, const AttributeHolder& target, mode_t& mode)
+// ENOSPC says of a full disk and, on ext4, of a value that is too large.
+bool AttributeHolder::hasRoomFor(std::size_t size) const
+{
+    struct statvfs space {};
+    constexpr std::size_t reserve = std::size_t{1} << 20;
+    return path_.empty() && fstatvfs(descriptor_, &space) == 0 &&
+           space.f_bavail > (size + reserve) / std::max<std::size_t>(space.f_frsize, 1);
+}
+
+Failure keepExtendedAttributes(const AttributeHolder& source, const AttributeHolder& target, mode_t& mode, bool mustFit)
 {
     std::vector<char> names;
     if (Failure failed = readNames(source, names)) {
@@ -134,8 +145,13 @@ Failure keepExtendedAttributes(const AttributeHolder& source, const AttributeHol
         if (target.set(name, value.data(), value.size()) == 0) {
             continue;
         }
-        if (isFailure(name, errno)) {
-            return Failure::ofTarget(errno);
+        const int error = errno;
+        const bool isTooLarge = error == E2BIG || (error == ENOSPC && target.hasRoomFor(value.size()));
+        if (isTooLarge && mustFit) {
+            return Failure::because("an extended attribute is too large for the file system of the target");
+        }
+        if (!isTooLarge && isFailure(name, error)) {
+            return Failure::ofTarget(error);
         }
         if (std::string_view(name) == accessList) {
             mode = withoutList(mode, value);

@@ -7,24 +7,32 @@
 #include "platform/posix/copy_record.h"
 #include "platform/posix/failure.h"
 
+#include <sys/stat.h>
+
 #include <string_view>
 
 namespace platform::linux_os {
 
-// Readies a file for the copy: one that is open for writing is a failure, and a file that was changed just now gets a
-// moment of rest and its status anew, for a second change with the same time couldn't be seen afterwards. One that
-// finds no rest is a failure, too.
-posix::Failure waitUntilTimestampSettles(OpenFile& file);
+// Gives an open item that was changed just now a moment of rest, and takes its status anew, for a second change with
+// the same time couldn't be seen afterwards. One that finds no rest is a failure.
+posix::Failure waitUntilTimestampSettles(int item, struct stat& status);
 
-// Whether everything is still as it was copied; the failure names the first entry that isn't. `path`: the item's, in
-// file-system bytes, for the message.
+// The same for a file that is about to be copied; one that somebody has open for writing is a failure, too.
+posix::Failure requireRest(OpenFile& file);
+
+// Whether everything is still as it was copied, rights included; the failure names the first entry that isn't. To be
+// asked before anything of one's own has touched the source. `path`: the item's, in file-system bytes, for the message.
 Outcome requireUnchanged(int folder, const char* name, std::string_view path, const posix::CopyRecord& copied);
 
-// Removes the source. Every entry is compared with the record right before it goes, and the first that isn't as it was
-// copied stops the removal. SIGIO must be kept from the thread, for files are removed under leases.
+// Removes the source, which was as it was copied a moment ago. Every entry is compared with the record right before it
+// goes, and the first that isn't as it was copied stops the removal. SIGIO must be kept from the thread, for files are
+// removed under leases.
 //
 // A file loses its name before the comparison that counts, so that nobody can open it any more, and gets it back when
 // it stays. On an overlay, where a new name would copy the file (Documentation/filesystems/overlayfs.rst), it doesn't.
 Outcome removeCopied(int folder, const char* name, std::string_view path, const posix::CopyRecord& copied);
+
+// Removes a copy that was published, as far as it is what the record says; what others have put into it stays.
+void withdrawCopy(int folder, const char* name, const posix::CopyRecord& copied);
 
 } // namespace platform::linux_os

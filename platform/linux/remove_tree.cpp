@@ -27,16 +27,13 @@ bool isNotEmpty(int error)
     return error == ENOTEMPTY || error == EEXIST; // both are allowed (rmdir(2))
 }
 
-// Folders that their owner may not change are made changeable first. Without success the removal says what is wrong.
+// Folders that their owner may not change are made changeable first.
 class UnlockingRemoval : public TreeRemoval {
 public:
     Failure choose(const TreeEntry& folder, Choice& choice) override
     {
         Failure failure = TreeRemoval::choose(folder, choice);
-        if (!failure && choice == Choice::enter) {
-            [[maybe_unused]] const int result = fchmodat(folder.folder, folder.name, S_IRWXU, AT_SYMLINK_NOFOLLOW);
-        }
-        return failure;
+        return failure || choice == Choice::skip ? std::move(failure) : unlockFolder(folder);
     }
 };
 
@@ -55,6 +52,12 @@ Failure TreeRemoval::removeFile(const TreeEntry& entry, const char* nameNow)
 {
     const int result = unlinkat(entry.folder, nameNow, 0);
     return removed(entry, result, errno);
+}
+
+Failure TreeRemoval::unlockFolder(const TreeEntry& folder)
+{
+    [[maybe_unused]] const int result = fchmodat(folder.folder, folder.name, S_IRWXU, AT_SYMLINK_NOFOLLOW);
+    return {};
 }
 
 Failure TreeRemoval::visit(const TreeEntry& entry)

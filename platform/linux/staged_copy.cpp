@@ -2,7 +2,6 @@
 
 #include "platform/linux/extended_attributes.h"
 #include "platform/linux/moved_source.h"
-#include "platform/linux/removal_check.h"
 #include "platform/linux/remove_tree.h"
 #include "platform/posix/failure.h"
 #include "platform/posix/flush.h"
@@ -30,10 +29,19 @@ constexpr const char* specialName = "item";
 
 constexpr int attempts = 8; // at a temporary name that nothing has
 
-// Gives an unnamed file its name; returns an errno value, EEXIST when the name is taken.
+// Gives an unnamed file its name; returns an errno value, EEXIST when the name is taken. EBADF when another file is at
+// the descriptor's number there, as it may be in a host that does strange things with its threads.
 int linkUnnamed(int file, int folder, const char* name)
 {
-    const std::string path = "/proc/self/fd/" + std::to_string(file);
+    const std::string path = ownDescriptors + std::to_string(file);
+    struct stat wanted {};
+    struct stat found {};
+    if (fstat(file, &wanted) != 0 || stat(path.c_str(), &found) != 0) {
+        return errno;
+    }
+    if (Identity::of(found) != Identity::of(wanted)) {
+        return EBADF;
+    }
     return linkat(AT_FDCWD, path.c_str(), folder, name, AT_SYMLINK_FOLLOW) == 0 ? 0 : errno;
 }
 
@@ -61,8 +69,8 @@ StagedCopy::~StagedCopy()
 
 Outcome StagedCopy::build()
 {
-    if (Outcome outcome = check(); !outcome.ok()) {
-        return outcome;
+    if (fstatat(source_.folder.get(), source_.path.name.c_str(), &status_, AT_SYMLINK_NOFOLLOW) != 0) {
+        return failed(Failure::ofSource(errno));
     }
     copied_ = {};
     Outcome outcome = S_ISREG(status_.st_mode) ? buildFile() : isFolder() ? buildFolder() : buildSpecial();
@@ -70,46 +78,12 @@ Outcome StagedCopy::build()
     return outcome;
 }
 
-Outcome StagedCopy::check()
-{
-    const int sourceFolder = source_.folder.get();
-    const char* name = source_.path.name.c_str();
-    if (fstatat(sourceFolder, name, &status_, AT_SYMLINK_NOFOLLOW) != 0) {
-        return failed(Failure::ofSource(errno));
-    }
-    if (source_.path.endsInSlash && !isFolder() && !S_ISLNK(status_.st_mode)) {
-        return failed(Failure::ofSource(ENOTDIR));
-    }
-    struct stat existing {};
-    if (fstatat(target_.folder.get(), target_.path.name.c_str(), &existing, AT_SYMLINK_NOFOLLOW) == 0) {
-        return failed(Failure::ofTarget(EEXIST));
-    }
-    if (errno != ENOENT || fstat(target_.folder.get(), &targetFolder_) != 0) {
-        return failed(Failure::ofTarget(errno));
-    }
-    if (target_.path.endsInSlash && !isFolder()) {
-        return failed(Failure::ofTarget(ENOTDIR));
-    }
-    if (isFolder() && posix::isInside(target_.folder.get(), Identity::of(status_)).value_or(false)) {
-        return failed(Failure::because(intoItself));
-    }
-    if (!options_.isMove) {
-        return Outcome::success();
-    }
-    struct stat folder {};
-    int error = errorOfRemovingFrom(sourceFolder);
-    if (error == 0) {
-        error = fstat(sourceFolder, &folder) == 0 ? errorOfRemovingEntry(sourceFolder, folder, name) : errno;
-    }
-    return error == 0 ? Outcome::success() : failed(Failure::ofSource(error));
-}
-
 Outcome StagedCopy::buildFile()
 {
     OpenFile source;
     Failure failure = openFile(source_.folder.get(), source_.path.name.c_str(), source);
     if (!failure && options_.isMove) {
-        failure = waitUntilTimestampSettles(source);
+        failure = requireRest(source);
     }
     if (failure) {
         return failed(failure);
@@ -133,7 +107,7 @@ int StagedCopy::makeFile()
 {
     const int folder = target_.folder.get();
     constexpr mode_t ownerOnly = S_IRUSR | S_IWUSR;
-    if (usesUnnamedFiles_ && access("/proc/self/fd", X_OK) == 0) {
+    if (usesUnnamedFiles_ && access(ownDescriptors, X_OK) == 0) {
         made_ = openAt(folder, ".", O_TMPFILE | O_WRONLY, ownerOnly);
         // EISDIR: a kernel, EOPNOTSUPP and EINVAL: a file system that doesn't know O_TMPFILE.
         if (made_ || (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL)) {
@@ -195,8 +169,12 @@ Outcome StagedCopy::buildFolder()
     if (Outcome outcome = makeTemporaryFolder(); !outcome.ok()) {
         return outcome;
     }
-    Failure failure = copyTree(options_, source_.folder.get(), source_.path.name.c_str(), made_.get(),
-                               Identity::of(targetFolder_), copied_, status_);
+    struct stat place {};
+    if (fstat(target_.folder.get(), &place) != 0) {
+        return failed(Failure::ofTarget(errno));
+    }
+    Failure failure = copyTree(options_, source_.folder.get(), source_.path.name.c_str(),
+                               {made_.get(), temporaryName_, Identity::of(place)}, copied_, status_);
     if (!failure && options_.isDurable && posix::isFlushedAsAWhole(made_.get())) {
         failure = Failure::ofTarget(posix::flushFileSystem(made_.get()));
     }
@@ -272,15 +250,21 @@ bool StagedCopy::isRefusedAsUnnamed(int error) const
     }
 }
 
+// What others have done to it by now stays.
 void StagedCopy::withdraw() const
 {
     const int folder = target_.folder.get();
     const char* name = target_.path.name.c_str();
     struct stat now {};
-    if (fstatat(folder, name, &now, AT_SYMLINK_NOFOLLOW) == 0 && Identity::of(now) == Identity::of(published_) &&
-        (isFolder() || (now.st_size == published_.st_size && now.st_mtim.tv_sec == published_.st_mtim.tv_sec &&
-                        now.st_mtim.tv_nsec == published_.st_mtim.tv_nsec))) {
-        discardEntry(folder, name);
+    struct stat made {};
+    if (fstatat(folder, name, &now, AT_SYMLINK_NOFOLLOW) != 0) {
+        return;
+    }
+    // Some file systems give an item another number with each name.
+    const bool isOurs = isSpecial(status_) ? Identity::of(now) == Identity::of(published_)
+                                           : fstat(made_.get(), &made) == 0 && Identity::of(now) == Identity::of(made);
+    if (isOurs) {
+        withdrawCopy(folder, name, copied_);
     }
 }
 

@@ -31,9 +31,10 @@ foreach(component IN LISTS components)
             DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/doc/${${component}_package}" COMPONENT ${component})
 endforeach()
 
-# The reference, how to install, the recipes with what is pasted of them, and the archive script for trying by hand.
+# The reference, how to install, the recipes with what is pasted of them, what they link to, and the archive script for
+# trying by hand.
 install(FILES docs/functions.html docs/functions.md docs/recipes.md docs/install.md docs/encrypted-files.md docs/guarantees.md
-              docs/deviations.txt resources/ZipFuncs.sh
+              docs/macos.md docs/deviations.txt resources/ZipFuncs.sh
         DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/doc/${plugin_package}" COMPONENT plugin)
 install(DIRECTORY docs/recipes DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/doc/${plugin_package}" COMPONENT plugin)
 

@@ -41,8 +41,4 @@ private:
 posix::Failure keepExtendedAttributes(const AttributeHolder& source, const AttributeHolder& target, mode_t& mode,
                                       bool mustFit);
 
-// Takes away the access lists that a new file or folder inherits from the folder it is made in (acl(5), "object
-// creation and default ACLs").
-void dropInheritedLists(int item, bool isFolder);
-
 } // namespace platform::linux_os

@@ -132,9 +132,11 @@ Failure TreeCopy::copySpecialItem(const TreeEntry& entry)
         return failed(entry, errno);
     }
     const bool isLinked = link(entry, status);
-    if (Failure failure =
-            isLinked ? Failure{} : copySpecial(entry.folder, entry.name, targets_.folder(), entry.name, status)) {
-        return failure;
+    const int target = targets_.folder();
+    Failure failure = isLinked ? Failure{} : copySpecial(entry.folder, entry.name, target, entry.name, status);
+    if (failure) { // of a link that has vanished meanwhile nothing was made
+        const bool isOfSource = failure.side == Failure::Side::source && failure.error != 0;
+        return isOfSource ? failed(entry, failure.error) : std::move(failure);
     }
     finish(entry, status, isLinked);
     return {};

@@ -20,6 +20,9 @@ namespace {
 
 constexpr const char* accessList = "system.posix_acl_access";
 
+// ext4 keeps an item's attributes in a block, of 1 KiB at least.
+constexpr std::size_t certainToFit = 900;
+
 // Tags and rights of <linux/posix_acl.h>, which isn't for programs.
 constexpr unsigned ownerGroupTag = 0x04;
 constexpr unsigned maskTag = 0x10;
@@ -133,6 +136,7 @@ Failure keepExtendedAttributes(const AttributeHolder& source, const AttributeHol
         return failed;
     }
     std::vector<char> value;
+    std::size_t total = 0; // of names and values
     for (std::size_t at = 0; at < names.size(); at += std::strlen(names.data() + at) + 1) {
         const char* name = names.data() + at;
         if (!readValue(source, name, value)) {
@@ -141,11 +145,12 @@ Failure keepExtendedAttributes(const AttributeHolder& source, const AttributeHol
             }
             continue;
         }
+        total += std::strlen(name) + value.size();
         if (target.set(name, value.data(), value.size()) == 0) {
             continue;
         }
         const int error = errno;
-        const bool isTooLarge = error == E2BIG || (error == ENOSPC && target.hasRoomFor(value.size()));
+        const bool isTooLarge = error == E2BIG || (error == ENOSPC && total > certainToFit && target.hasRoomFor(total));
         if (isTooLarge && mustFit) {
             return Failure::because("an extended attribute is too large for the file system of the target");
         }

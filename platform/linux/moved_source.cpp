@@ -189,12 +189,14 @@ Failure CopiedRemoval::visit(const TreeEntry& entry)
     return failure;
 }
 
-// By now its own times are others, or those of what is in it have changed them.
+// Until something in it is removed a folder has the times that it had.
 Failure CopiedRemoval::choose(const TreeEntry& folder, Choice& choice)
 {
     struct stat status {};
-    status.st_mode = S_IFDIR;
-    return copied_.holdsContent(folder.place(), status) ? TreeRemoval::choose(folder, choice) : changed();
+    if (fstatat(folder.folder, folder.name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
+        return Failure::ofSource(errno);
+    }
+    return isRepeated() || copied_.holds(folder.place(), status) ? TreeRemoval::choose(folder, choice) : changed();
 }
 
 Failure CopiedRemoval::removeFileUnlessChanged(const TreeEntry& entry, const struct stat& before)

@@ -68,9 +68,14 @@ Failure TreeRemoval::visit(const TreeEntry& entry)
 Failure TreeRemoval::choose(const TreeEntry& folder, Choice& choice)
 {
     const int result = unlinkat(folder.folder, folder.name, AT_REMOVEDIR);
-    const bool isFull = result != 0 && isNotEmpty(errno);
-    choice = isFull ? Choice::enter : Choice::skip;
-    return isFull ? Failure{} : removed(folder, result, errno);
+    const int error = errno;
+    const bool isFull = result != 0 && isNotEmpty(error);
+    if (isFull) {
+        return {};
+    }
+    choice = Choice::skip;
+    nextPass_ = 1;
+    return removed(folder, result, error);
 }
 
 Failure TreeRemoval::enter(const TreeEntry&, int)

@@ -30,6 +30,9 @@ protected:
     // Removes an entry that isn't a folder, under the name that it has now. One that is gone already is no failure.
     posix::Failure removeFile(const posix::TreeEntry& entry, const char* nameNow);
 
+    // Whether a folder that is chosen was walked before.
+    bool isRepeated() const { return nextPass_ > 1; }
+
     // Makes a folder changeable for its owner. Without success the removal says what is wrong.
     static posix::Failure unlockFolder(const posix::TreeEntry& folder);
 

@@ -1,5 +1,6 @@
 #include "platform/linux/staged_copy.h"
 
+#include "platform/linux/extended_attributes.h"
 #include "platform/linux/moved_source.h"
 #include "platform/linux/remove_tree.h"
 #include "platform/posix/access_lists.h"

@@ -4,7 +4,7 @@
 
 #include "platform/linux/copy_tree.h"
 
-#include "platform/linux/moved_source.h"
+#include "platform/posix/moved_source.h"
 #include "platform/linux/removal_check.h"
 #include "platform/posix/flush.h"
 #include "platform/posix/folder_stack.h"
@@ -24,7 +24,11 @@ using posix::CopyRecord;
 using posix::Descriptor;
 using posix::Failure;
 using posix::Identity;
+using posix::openFile;
+using posix::OpenFile;
+using posix::replacedMeanwhile;
 using posix::TreeEntry;
+using posix::waitUntilTimestampSettles;
 
 namespace {
 

@@ -6,7 +6,7 @@
 
 #include "platform/linux/copy_data.h"
 #include "platform/linux/copy_metadata.h"
-#include "platform/linux/source_file.h"
+#include "platform/posix/source_file.h"
 #include "platform/posix/copy_record.h"
 #include "platform/posix/failure.h"
 #include "platform/posix/identity.h"
@@ -30,7 +30,7 @@ public:
     FileCopier(const CopyOptions& options, bool flushesEach) : options_(options), flushesEach_(flushesEach) {}
 
     // Data and metadata into an empty file that was just made. `current`: whom it belongs to.
-    posix::Failure fill(const OpenFile& source, int target, Owner current);
+    posix::Failure fill(const posix::OpenFile& source, int target, Owner current);
 
     // A regular file into a folder that nobody else can change, under the same name. `defaultOwner`: whom new entries
     // of that folder belong to. `status`: becomes the source's, from before it was read.

@@ -1,9 +1,9 @@
 #include "platform/linux/staged_copy.h"
 
 #include "platform/linux/extended_attributes.h"
-#include "platform/linux/moved_source.h"
+#include "platform/posix/moved_source.h"
 #include "platform/linux/removal_check.h"
-#include "platform/linux/remove_tree.h"
+#include "platform/posix/remove_tree.h"
 #include "platform/posix/failure.h"
 #include "platform/posix/flush.h"
 #include "platform/posix/names.h"
@@ -17,11 +17,15 @@
 namespace platform::linux_os {
 
 using posix::Descriptor;
+using posix::discardEntry;
 using posix::Failure;
 using posix::Identity;
 using posix::Location;
+using posix::openFile;
+using posix::OpenFile;
 using posix::openAt;
 using posix::temporaryName;
+using posix::waitUntilTimestampSettles;
 
 namespace {
 

@@ -72,3 +72,10 @@ private:
 };
 
 } // namespace platform::linux_os
+
+namespace platform::posix {
+
+using linux_os::intoItself;
+using linux_os::StagedCopy;
+
+} // namespace platform::posix

@@ -76,6 +76,13 @@ bool CopyRecord::holds(Place place, const struct stat& status) const
     return has(true) || has(false);
 }
 
+bool hasSameContent(const struct stat& now, const struct stat& before)
+{
+    return now.st_dev == before.st_dev && now.st_size == before.st_size &&
+           modification(now).tv_sec == modification(before).tv_sec &&
+           modification(now).tv_nsec == modification(before).tv_nsec;
+}
+
 std::int64_t timeUntilNextStamp(const struct stat& status)
 {
 #ifdef __linux__

@@ -2,16 +2,16 @@
 
 #include "platform/file_manager.h"
 
-#include "platform/linux/moved_source.h"
-#include "platform/linux/remove_tree.h"
-#include "platform/linux/staged_copy.h"
 #include "platform/posix/failure.h"
 #include "platform/posix/flush.h"
 #include "platform/posix/identity.h"
 #include "platform/posix/item_path.h"
+#include "platform/posix/moved_source.h"
 #include "platform/posix/names.h"
+#include "platform/posix/remove_tree.h"
 #include "platform/signal_block.h"
 #include "platform/unicode.h"
+#include "staged_copy.h" // the system's
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -30,8 +30,8 @@
 
 namespace platform {
 
-using linux_os::intoItself;
-using linux_os::StagedCopy;
+using posix::intoItself;
+using posix::StagedCopy;
 using posix::Descriptor;
 using posix::failureBecause;
 using posix::Identity;
@@ -78,13 +78,13 @@ Outcome removeExisting(const Transfer& transfer)
     if (const int error = hiding.error()) {
         // ENOENT: it is gone already. EXDEV: a folder of an overlay's lower layer.
         return error == ENOENT  ? Outcome::success()
-               : error == EXDEV ? linux_os::removeEntry(folder, name, target.path.text)
+               : error == EXDEV ? posix::removeEntry(folder, name, target.path.text)
                                 : failed(action, target, error);
     }
     if (!existence(transfer.sourcePath).exists) {
         return failureBecause(action, target.path.text, "the source would go with it");
     }
-    Outcome outcome = linux_os::removeEntry(folder, hiding.name(), target.path.text);
+    Outcome outcome = posix::removeEntry(folder, hiding.name(), target.path.text);
     if (outcome.ok()) {
         hiding.itemIsGone();
     }
@@ -99,7 +99,7 @@ Outcome moveByCopying(const Location& source, const Location& target)
     StagedCopy copy(source, target, {.isMove = true, .isDurable = true});
     Outcome outcome = copy.build();
     if (outcome.ok()) {
-        outcome = linux_os::requireUnchanged(folder, name, source.path.text, copy.copied());
+        outcome = posix::requireUnchanged(folder, name, source.path.text, copy.copied());
     }
     if (outcome.ok()) {
         outcome = copy.publish();
@@ -110,7 +110,7 @@ Outcome moveByCopying(const Location& source, const Location& target)
     if (copy.isFolder()) {
         copy.keep(); // should the removal end half-way, the copy alone is whole
     }
-    outcome = linux_os::removeCopied(folder, name, source.path.text, copy.copied());
+    outcome = posix::removeCopied(folder, name, source.path.text, copy.copied());
     if (outcome.ok()) {
         copy.keep();
     }
@@ -166,7 +166,7 @@ Outcome moveByRenaming(const Transfer& transfer, bool isDurable)
     const Location& target = transfer.target;
     const auto rename = [](const Location& from, const Location& to) {
         return posix::renameExclusively(from.folder.get(), from.path.name.c_str(), to.folder.get(),
-                                        to.path.name.c_str());
+                                                to.path.name.c_str());
     };
     const int error = rename(source, target);
     if (error == EXDEV) {
@@ -240,7 +240,7 @@ Outcome removeItem(PathView path)
         !S_ISDIR(status.st_mode) && !S_ISLNK(status.st_mode)) {
         return failed(action, item, ENOTDIR);
     }
-    return linux_os::removeEntry(item.folder.get(), item.path.name.c_str(), item.path.text);
+    return posix::removeEntry(item.folder.get(), item.path.name.c_str(), item.path.text);
 }
 
 namespace {

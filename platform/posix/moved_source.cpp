@@ -1,15 +1,13 @@
-#include "platform/linux/moved_source.h"
+#include "platform/posix/moved_source.h"
 
-#include "platform/linux/remove_tree.h"
+#include "platform/posix/remove_tree.h"
 #include "platform/posix/descriptor.h"
-#include "platform/posix/identity.h"
 #include "platform/posix/names.h"
+#include "platform/posix/read_lease.h"
 #include "platform/posix/tree_walk.h"
 
 #include <fcntl.h>
-#include <linux/magic.h>
 #include <sys/stat.h>
-#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -18,66 +16,15 @@
 #include <optional>
 #include <string>
 
-namespace platform::linux_os {
-
-using posix::CopyRecord;
-using posix::Failure;
-using posix::Identity;
-using posix::Names;
-using posix::TreeEntry;
+namespace platform::posix {
 
 namespace {
 
 constexpr int mostRests = 3;
 
-// A lease on an open file (fcntl(2), F_SETLEASE): while it lasts nobody has the file open for writing, and who wants to
-// waits. Only the file's owner and privileged processes get one, and only on some file systems. For moments only, with
-// SIGIO kept from the thread: that is how the kernel asks to have it back.
-class ReadLease {
-public:
-    explicit ReadLease(int file);
-    ~ReadLease();
-    ReadLease(const ReadLease&) = delete;
-    ReadLease& operator=(const ReadLease&) = delete;
-
-    // Somebody has the file open for writing. False also where there are no leases.
-    bool isRefused() const { return isRefused_; }
-
-private:
-    int file_;
-    bool isTaken_ = false;
-    bool isRefused_ = false;
-};
-
-ReadLease::ReadLease(int file) : file_(file)
-{
-    // The request to have it back must reach this thread, which keeps it out, and no other.
-    const f_owner_ex owner{F_OWNER_TID, gettid()};
-    if (fcntl(file, F_SETOWN_EX, &owner) == 0) {
-        isTaken_ = fcntl(file, F_SETLEASE, F_RDLCK) == 0;
-        isRefused_ = !isTaken_ && errno == EAGAIN;
-    }
-}
-
-ReadLease::~ReadLease()
-{
-    if (isTaken_) {
-        const int saved = errno;
-        fcntl(file_, F_SETLEASE, F_UNLCK);
-        errno = saved;
-    }
-}
-
 Failure changed()
 {
     return Failure::because("it was changed while it was being moved");
-}
-
-bool isOverlay(int folder)
-{
-    const posix::Descriptor open = posix::openAt(folder, ".", posix::folderItself);
-    struct statfs status {};
-    return open && fstatfs(open.get(), &status) == 0 && status.f_type == OVERLAYFS_SUPER_MAGIC;
 }
 
 // The comparison with the record; `status` becomes the entry's.
@@ -91,7 +38,7 @@ Failure compare(const TreeEntry& entry, const CopyRecord& copied, struct stat& s
     return copied.holds(entry.place(), status) ? Failure{} : changed();
 }
 
-class Comparison : public posix::TreeVisitor {
+class Comparison : public TreeVisitor {
 public:
     explicit Comparison(const CopyRecord& copied) : copied_(copied) {}
 
@@ -133,7 +80,7 @@ Failure CopiedRemoval::visit(const TreeEntry& entry)
     if (!S_ISREG(before.st_mode)) {
         return removeFile(entry, entry.name);
     }
-    posix::Hiding hiding(entry.folder, entry.name, hiddenName_);
+    Hiding hiding(entry.folder, entry.name, hiddenName_);
     Failure failure = removeUnlessChanged(entry, hiding.name(), before);
     if (!failure) {
         hiding.itemIsGone();
@@ -160,9 +107,7 @@ Failure CopiedRemoval::removeUnlessChanged(const TreeEntry& entry, const char* n
     if (fstatat(entry.folder, nameNow, &now, AT_SYMLINK_NOFOLLOW) != 0) {
         return Failure::ofSource(errno);
     }
-    const bool isSame = Identity::of(now) == Identity::of(before) && now.st_size == before.st_size &&
-                        now.st_mtim.tv_sec == before.st_mtim.tv_sec && now.st_mtim.tv_nsec == before.st_mtim.tv_nsec;
-    return isSame && !(lease && lease->isRefused()) ? removeFile(entry, nameNow) : changed();
+    return hasSameContent(now, before) && !(lease && lease->isRefused()) ? removeFile(entry, nameNow) : changed();
 }
 
 } // namespace
@@ -173,12 +118,12 @@ Failure waitUntilTimestampSettles(OpenFile& file)
         return Failure::because("the file is open for writing");
     }
     for (int rests = 0; rests < mostRests; ++rests) {
-        const std::int64_t left = posix::timeUntilNextStamp(file.status);
+        const std::int64_t left = timeUntilNextStamp(file.status);
         if (left == 0) {
             return {};
         }
         constexpr std::int64_t second = 1'000'000'000;
-        const timespec rest{left / second, left % second};
+        const timespec rest{static_cast<time_t>(left / second), static_cast<long>(left % second)};
         nanosleep(&rest, nullptr);
         if (fstat(file.descriptor.get(), &file.status) != 0) {
             return Failure::ofSource(errno);
@@ -195,8 +140,8 @@ Outcome requireUnchanged(int folder, const char* name, std::string_view path, co
 
 Outcome removeCopied(int folder, const char* name, std::string_view path, const CopyRecord& copied)
 {
-    CopiedRemoval removal(copied, isOverlay(folder) ? std::string() : posix::temporaryName());
+    CopiedRemoval removal(copied, renamingCopies(folder) ? std::string() : temporaryName());
     return walkTree(folder, name, removal, Names::allFirst).outcome("move", path);
 }
 
-} // namespace platform::linux_os
+} // namespace platform::posix

@@ -1,5 +1,6 @@
 #include "platform/macos/restrictions.h"
 
+#include "platform/posix/access_lists.h"
 #include "platform/posix/descriptor.h"
 #include "platform/posix/names.h"
 #include "platform/posix/unlock.h"
@@ -44,9 +45,8 @@ public:
             return errno;
         }
         list_.reset(acl_get_fd_np(item_, ACL_TYPE_EXTENDED));
-        const List none(list_ ? acl_init(1) : nullptr);
-        if (list_ && (!none || acl_set_fd_np(item_, none.get(), ACL_TYPE_EXTENDED) != 0)) {
-            return errno;
+        if (!posix::dropAccessLists(item_)) {
+            return EACCES;
         }
 #endif
         // Nobody but the owner, who would be kept out by the list that is missing now.

@@ -5,10 +5,10 @@
 #include "platform/linux/copy_tree.h"
 
 #include "platform/linux/hard_links.h"
-#include "platform/linux/moved_source.h"
 #include "platform/linux/removal_check.h"
 #include "platform/posix/flush.h"
 #include "platform/posix/folder_stack.h"
+#include "platform/posix/moved_source.h"
 #include "platform/posix/tree_walk.h"
 
 #include <fcntl.h>
@@ -25,7 +25,12 @@ using posix::CopyRecord;
 using posix::Descriptor;
 using posix::Failure;
 using posix::Identity;
+using posix::openFile;
+using posix::OpenFile;
+using posix::replacedMeanwhile;
+using posix::requireRest;
 using posix::TreeEntry;
+using posix::waitUntilTimestampSettles;
 
 namespace {
 

@@ -6,10 +6,10 @@
 
 #include "platform/linux/copy_data.h"
 #include "platform/linux/copy_metadata.h"
-#include "platform/linux/source_file.h"
 #include "platform/posix/copy_record.h"
 #include "platform/posix/failure.h"
 #include "platform/posix/identity.h"
+#include "platform/posix/source_file.h"
 
 #include <sys/stat.h>
 
@@ -33,11 +33,11 @@ public:
     FileCopier(const CopyOptions& options, bool flushesEach) : options_(options), flushesEach_(flushesEach) {}
 
     // Data and metadata into an empty file that was just made. `current`: whom it belongs to.
-    posix::Failure fill(const OpenFile& source, int target, Owner current);
+    posix::Failure fill(const posix::OpenFile& source, int target, Owner current);
 
     // Into a new file of a folder that nobody else can change. `defaultOwner`: whom new entries of that folder belong
     // to.
-    posix::Failure copy(const OpenFile& source, int targetFolder, const char* name, Owner defaultOwner);
+    posix::Failure copy(const posix::OpenFile& source, int targetFolder, const char* name, Owner defaultOwner);
 
 private:
     CopyOptions options_;

@@ -1,12 +1,13 @@
 #include "platform/linux/staged_copy.h"
 
 #include "platform/linux/extended_attributes.h"
-#include "platform/linux/moved_source.h"
-#include "platform/linux/remove_tree.h"
+#include "platform/linux/removal_check.h"
 #include "platform/posix/access_lists.h"
 #include "platform/posix/failure.h"
 #include "platform/posix/flush.h"
+#include "platform/posix/moved_source.h"
 #include "platform/posix/names.h"
+#include "platform/posix/remove_tree.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -17,10 +18,14 @@
 namespace platform::linux_os {
 
 using posix::Descriptor;
+using posix::discardEntry;
 using posix::Failure;
 using posix::Identity;
 using posix::Location;
 using posix::openAt;
+using posix::openFile;
+using posix::OpenFile;
+using posix::requireRest;
 using posix::temporaryName;
 
 namespace {
@@ -73,10 +78,25 @@ Outcome StagedCopy::build()
     if (fstatat(source_.folder.get(), source_.path.name.c_str(), &status_, AT_SYMLINK_NOFOLLOW) != 0) {
         return failed(Failure::ofSource(errno));
     }
+    if (const int error = options_.isMove ? errorOfRemoving() : 0) {
+        return failed(Failure::ofSource(error));
+    }
     copied_ = {};
     Outcome outcome = S_ISREG(status_.st_mode) ? buildFile() : isFolder() ? buildFolder() : buildSpecial();
     copied_.close();
     return outcome;
+}
+
+// Of the source, as far as it can be seen.
+int StagedCopy::errorOfRemoving() const
+{
+    const int sourceFolder = source_.folder.get();
+    struct stat folder {};
+    if (const int error = errorOfRemovingFrom(sourceFolder)) {
+        return error;
+    }
+    return fstat(sourceFolder, &folder) == 0 ? errorOfRemovingEntry(sourceFolder, folder, source_.path.name.c_str())
+                                             : errno;
 }
 
 Outcome StagedCopy::buildFile()
@@ -265,7 +285,7 @@ void StagedCopy::withdraw() const
     const bool isOurs = isSpecial(status_) ? Identity::of(now) == Identity::of(published_)
                                            : fstat(made_.get(), &made) == 0 && Identity::of(now) == Identity::of(made);
     if (isOurs) {
-        withdrawCopy(folder, name, copied_);
+        posix::withdrawCopy(folder, name, copied_);
     }
 }
 

@@ -26,7 +26,8 @@ public:
     StagedCopy(const StagedCopy&) = delete;
     StagedCopy& operator=(const StagedCopy&) = delete;
 
-    // Copies everything, onto the disk where the options say so.
+    // Copies everything, onto the disk where the options say so. A move's source that can't be removed is refused
+    // first.
     Outcome build();
 
     // Gives the copy its name, unless something else has it by now; the name too is then on the disk where the aim says
@@ -41,6 +42,7 @@ public:
     bool isFolder() const { return S_ISDIR(status_.st_mode); }
 
 private:
+    int errorOfRemoving() const;
     Outcome buildFile();
     Outcome buildFolder();
     Outcome buildSpecial();
@@ -69,3 +71,10 @@ private:
 };
 
 } // namespace platform::linux_os
+
+namespace platform::posix {
+
+using linux_os::intoItself;
+using linux_os::StagedCopy;
+
+} // namespace platform::posix

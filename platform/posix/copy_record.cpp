@@ -79,6 +79,18 @@ bool CopyRecord::holdsContent(Place place, const struct stat& status) const
     return std::binary_search(prints_.begin(), prints_.end(), fingerprint(place, status, false));
 }
 
+bool hasSameContent(const struct stat& now, const struct stat& before)
+{
+    return now.st_dev == before.st_dev && now.st_size == before.st_size &&
+           modification(now).tv_sec == modification(before).tv_sec &&
+           modification(now).tv_nsec == modification(before).tv_nsec;
+}
+
+std::int64_t timeOfChange(const struct stat& status)
+{
+    return std::int64_t{change(status).tv_sec} * 1'000'000'000 + change(status).tv_nsec;
+}
+
 std::int64_t timeUntilNextStamp(const struct stat& status)
 {
 #ifdef __linux__

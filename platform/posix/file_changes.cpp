@@ -2,17 +2,16 @@
 
 #include "platform/file_manager.h"
 
-#include "platform/linux/moved_source.h"
-#include "platform/linux/removal_check.h"
-#include "platform/linux/remove_tree.h"
-#include "platform/linux/staged_copy.h"
 #include "platform/posix/failure.h"
 #include "platform/posix/flush.h"
 #include "platform/posix/identity.h"
 #include "platform/posix/item_path.h"
+#include "platform/posix/moved_source.h"
 #include "platform/posix/names.h"
+#include "platform/posix/remove_tree.h"
 #include "platform/signal_block.h"
 #include "platform/unicode.h"
+#include "staged_copy.h" // the system's
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -31,13 +30,13 @@
 
 namespace platform {
 
-using linux_os::intoItself;
-using linux_os::StagedCopy;
 using posix::Descriptor;
 using posix::Failure;
 using posix::failureBecause;
 using posix::Identity;
+using posix::intoItself;
 using posix::Location;
+using posix::StagedCopy;
 using posix::systemFailure;
 
 namespace {
@@ -120,29 +119,17 @@ Outcome removeExisting(const Transfer& transfer)
     if (const int error = hiding.error()) {
         // ENOENT: it is gone already. EXDEV: a folder of an overlay's lower layer.
         return error == ENOENT  ? Outcome::success()
-               : error == EXDEV ? linux_os::removeEntry(folder, name, target.path.text)
+               : error == EXDEV ? posix::removeEntry(folder, name, target.path.text)
                                 : systemFailure(remove, target.path.text, error);
     }
     if (!posix::canBeReached(transfer.sourcePath)) {
         return failureBecause(remove, target.path.text, wouldTakeSource);
     }
-    Outcome outcome = linux_os::removeEntry(folder, hiding.name(), target.path.text);
+    Outcome outcome = posix::removeEntry(folder, hiding.name(), target.path.text);
     if (outcome.ok()) {
         hiding.itemIsGone();
     }
     return outcome;
-}
-
-// What could be seen to stand in the way of removing the source, once its copy is there.
-Failure requireRemovable(const Location& source)
-{
-    struct stat folder {};
-    int error = linux_os::errorOfRemovingFrom(source.folder.get());
-    if (error == 0 && fstat(source.folder.get(), &folder) != 0) {
-        error = errno;
-    }
-    return Failure::ofSource(
-        error != 0 ? error : linux_os::errorOfRemovingEntry(source.folder.get(), folder, source.path.name.c_str()));
 }
 
 // The copy is whole and on the disk before the source goes.
@@ -152,12 +139,9 @@ Outcome moveByCopying(const Transfer& transfer)
     const int folder = source.folder.get();
     const char* name = source.path.name.c_str();
     StagedCopy copy(source, transfer.target, {.isMove = true, .isDurable = true});
-    Outcome outcome = transfer.failed(requireRemovable(source));
+    Outcome outcome = copy.build();
     if (outcome.ok()) {
-        outcome = copy.build();
-    }
-    if (outcome.ok()) {
-        outcome = linux_os::requireUnchanged(folder, name, source.path.text, copy.copied());
+        outcome = posix::requireUnchanged(folder, name, source.path.text, copy.copied());
     }
     if (outcome.ok()) {
         outcome = copy.publish();
@@ -168,7 +152,7 @@ Outcome moveByCopying(const Transfer& transfer)
     if (copy.isFolder()) {
         copy.keep(); // should the removal end half-way, the copy alone is whole
     }
-    outcome = linux_os::removeCopied(folder, name, source.path.text, copy.copied());
+    outcome = posix::removeCopied(folder, name, source.path.text, copy.copied());
     if (outcome.ok()) {
         copy.keep();
     }
@@ -194,6 +178,11 @@ int flushItem(const Location& item)
                                      : 0;
 }
 
+bool mayChangeEntries(const Location& item)
+{
+    return faccessat(item.folder.get(), ".", W_OK | X_OK, AT_EACCESS) == 0;
+}
+
 // On which side a rename was refused.
 Failure renameFailure(const Transfer& transfer, int error)
 {
@@ -207,10 +196,8 @@ Failure renameFailure(const Transfer& transfer, int error)
     case EACCES:
     case EPERM:
     case EROFS:
-        return linux_os::errorOfRemovingFrom(transfer.source.folder.get()) == 0 &&
-                       linux_os::errorOfRemovingFrom(transfer.target.folder.get()) != 0
-                   ? Failure::ofTarget(error)
-                   : Failure::ofSource(error);
+        return mayChangeEntries(transfer.source) && !mayChangeEntries(transfer.target) ? Failure::ofTarget(error)
+                                                                                       : Failure::ofSource(error);
     default:
         return Failure::ofSource(error);
     }
@@ -292,7 +279,7 @@ Outcome removeItem(PathView path)
         !S_ISDIR(status.st_mode) && !S_ISLNK(status.st_mode)) {
         return failed(item, ENOTDIR);
     }
-    return linux_os::removeEntry(item.folder.get(), item.path.name.c_str(), item.path.text);
+    return posix::removeEntry(item.folder.get(), item.path.name.c_str(), item.path.text);
 }
 
 namespace {

@@ -1,98 +1,40 @@
-#include "platform/linux/moved_source.h"
+#include "platform/posix/moved_source.h"
 
-#include "platform/linux/remove_tree.h"
 #include "platform/posix/descriptor.h"
 #include "platform/posix/identity.h"
 #include "platform/posix/names.h"
+#include "platform/posix/read_lease.h"
+#include "platform/posix/remove_tree.h"
 #include "platform/posix/tree_walk.h"
+#include "platform/posix/unlock.h"
 
 #include <fcntl.h>
-#include <linux/magic.h>
 #include <sys/stat.h>
-#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
+#include <new>
 #include <optional>
 #include <string>
 #include <unordered_map>
 #include <utility>
 
-namespace platform::linux_os {
-
-using posix::CopyRecord;
-using posix::Descriptor;
-using posix::Failure;
-using posix::Identity;
-using posix::Names;
-using posix::openAt;
-using posix::Place;
-using posix::TreeEntry;
+namespace platform::posix {
 
 namespace {
 
 constexpr int mostRests = 3;
-
-// A lease on an open file (fcntl(2), F_SETLEASE): while it lasts nobody has the file open for writing, and who wants to
-// waits. Only the file's owner and privileged processes get one, and only on some file systems. For moments only, with
-// SIGIO kept from the thread: that is how the kernel asks to have it back.
-class ReadLease {
-public:
-    explicit ReadLease(int file);
-    ~ReadLease();
-    ReadLease(const ReadLease&) = delete;
-    ReadLease& operator=(const ReadLease&) = delete;
-
-    // Somebody has the file open for writing. False also where there are no leases.
-    bool isRefused() const { return isRefused_; }
-
-private:
-    int file_;
-    bool isTaken_ = false;
-    bool isRefused_ = false;
-};
-
-ReadLease::ReadLease(int file) : file_(file)
-{
-    // The request to have it back must reach this thread, which keeps it out, and no other.
-    const f_owner_ex owner{F_OWNER_TID, gettid()};
-    if (fcntl(file, F_SETOWN_EX, &owner) == 0) {
-        isTaken_ = fcntl(file, F_SETLEASE, F_RDLCK) == 0;
-        isRefused_ = !isTaken_ && errno == EAGAIN;
-    }
-}
-
-ReadLease::~ReadLease()
-{
-    if (isTaken_) {
-        const int saved = errno;
-        fcntl(file_, F_SETLEASE, F_UNLCK);
-        errno = saved;
-    }
-}
 
 Failure changed()
 {
     return Failure::because("it was changed while it was being moved");
 }
 
-bool isOverlay(int folder)
-{
-    const Descriptor open = openAt(folder, ".", posix::folderItself);
-    struct statfs status {};
-    return open && fstatfs(open.get(), &status) == 0 && status.f_type == OVERLAYFS_SUPER_MAGIC;
-}
-
-bool isSame(const timespec& one, const timespec& other)
-{
-    return one.tv_sec == other.tv_sec && one.tv_nsec == other.tv_nsec;
-}
-
 // Everything is as it was copied.
-class Comparison : public posix::TreeVisitor {
+class Comparison : public TreeVisitor {
 public:
     explicit Comparison(const CopyRecord& copied) : copied_(copied) {}
 
@@ -128,7 +70,7 @@ public:
     {
         struct stat status {};
         if (fstat(item, &status) == 0 && status.st_nlink > 0) {
-            changes_.insert_or_assign(Identity::of(status), status.st_ctim);
+            changes_.insert_or_assign(Identity::of(status), timeOfChange(status));
         } else {
             changes_.erase(Identity::of(status));
         }
@@ -137,7 +79,7 @@ public:
     bool contain(const struct stat& status) const
     {
         const auto found = changes_.find(Identity::of(status));
-        return found != changes_.end() && isSame(found->second, status.st_ctim);
+        return found != changes_.end() && found->second == timeOfChange(status);
     }
 
 private:
@@ -145,7 +87,7 @@ private:
         std::size_t operator()(const Identity& identity) const { return identity.inode; }
     };
 
-    std::unordered_map<Identity, timespec, Hash> changes_;
+    std::unordered_map<Identity, std::int64_t, Hash> changes_;
 };
 
 class CopiedRemoval : public TreeRemoval {
@@ -181,7 +123,7 @@ Failure CopiedRemoval::visit(const TreeEntry& entry)
     if (S_ISREG(before.st_mode)) {
         return removeFileUnlessChanged(entry, before);
     }
-    const Descriptor item = before.st_nlink > 1 ? openAt(entry.folder, entry.name, O_PATH | O_NOFOLLOW) : Descriptor();
+    const Descriptor item = before.st_nlink > 1 ? openAt(entry.folder, entry.name, itself) : Descriptor();
     Failure failure = removeFile(entry, entry.name);
     if (!failure && item) {
         touched_.add(item.get());
@@ -203,7 +145,7 @@ Failure CopiedRemoval::removeFileUnlessChanged(const TreeEntry& entry, const str
 {
     OpenFile file;
     const bool isOpen = !openFile(entry.folder, entry.name, file);
-    posix::Hiding hiding(entry.folder, entry.name, hiddenName_);
+    Hiding hiding(entry.folder, entry.name, hiddenName_);
     Failure failure = removeUnlessChanged(entry, hiding.name(), before, isOpen ? file.descriptor.get() : -1);
     if (!failure) {
         hiding.itemIsGone();
@@ -230,9 +172,8 @@ Failure CopiedRemoval::removeUnlessChanged(const TreeEntry& entry, const char* n
     // Some file systems give an item another number with each name.
     struct stat heldNow {};
     const bool hasNewNumber = held >= 0 && fstat(held, &heldNow) == 0 && heldNow.st_ino != before.st_ino;
-    const bool isUnchanged = now.st_dev == before.st_dev && (hasNewNumber || now.st_ino == before.st_ino) &&
-                             S_ISREG(now.st_mode) && now.st_size == before.st_size &&
-                             isSame(now.st_mtim, before.st_mtim);
+    const bool isUnchanged =
+        S_ISREG(now.st_mode) && (hasNewNumber || now.st_ino == before.st_ino) && hasSameContent(now, before);
     return isUnchanged && !(lease && lease->isRefused()) ? removeFile(entry, nameNow) : changed();
 }
 
@@ -247,16 +188,22 @@ public:
         if (fstatat(entry.folder, entry.name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
             return Failure::ofSource(errno);
         }
-        return copied_.holdsContent(entry.place(), status) ? TreeRemoval::visit(entry) : changed();
+        if (!copied_.holdsContent(entry.place(), status)) {
+            return changed();
+        }
+        unlock(entry.folder, entry.name, entry.type);
+        return TreeRemoval::visit(entry);
     }
 
     Failure choose(const TreeEntry& folder, Choice& choice) override
     {
         struct stat status {};
         status.st_mode = S_IFDIR;
-        Failure failure =
-            copied_.holdsContent(folder.place(), status) ? TreeRemoval::choose(folder, choice) : changed();
-        return failure || choice == Choice::skip ? std::move(failure) : unlockFolder(folder);
+        if (!copied_.holdsContent(folder.place(), status)) {
+            return changed();
+        }
+        unlock(folder.folder, folder.name, folder.type);
+        return TreeRemoval::choose(folder, choice);
     }
 
 private:
@@ -268,12 +215,12 @@ private:
 Failure waitUntilTimestampSettles(int item, struct stat& status)
 {
     for (int rests = 0; rests < mostRests; ++rests) {
-        const std::int64_t left = posix::timeUntilNextStamp(status);
+        const std::int64_t left = timeUntilNextStamp(status);
         if (left == 0) {
             return {};
         }
         constexpr std::int64_t second = 1'000'000'000;
-        const timespec rest{left / second, left % second};
+        const timespec rest{static_cast<time_t>(left / second), static_cast<long>(left % second)};
         nanosleep(&rest, nullptr);
         if (fstat(item, &status) != 0) {
             return Failure::ofSource(errno);
@@ -296,14 +243,21 @@ Outcome requireUnchanged(int folder, const char* name, std::string_view path, co
 
 Outcome removeCopied(int folder, const char* name, std::string_view path, const CopyRecord& copied)
 {
-    CopiedRemoval removal(copied, isOverlay(folder) ? std::string() : posix::temporaryName());
+    CopiedRemoval removal(copied, renamingCopies(folder) ? std::string() : temporaryName());
     return walkTree(folder, name, removal, Names::allFirst).outcome("move", path);
 }
 
-void withdrawCopy(int folder, const char* name, const CopyRecord& copied)
+void withdrawCopy(int folder, const char* name, const CopyRecord& copied) noexcept
 {
-    CopyWithdrawal withdrawal(copied);
-    [[maybe_unused]] const Failure failure = walkTree(folder, name, withdrawal, Names::allFirst);
+    bool isDone = false;
+    for (int attempt = 0; attempt < 2 && !isDone; ++attempt) {
+        try {
+            CopyWithdrawal withdrawal(copied);
+            isDone = !walkTree(folder, name, withdrawal, Names::allFirst);
+        } catch (const std::bad_alloc&) {
+            continue; // it may have been a moment without memory
+        }
+    }
 }
 
-} // namespace platform::linux_os
+} // namespace platform::posix

@@ -12,6 +12,8 @@
 
 namespace platform::linux_os {
 
+using posix::Failure;
+
 namespace {
 
 constexpr const char* accessList = "system.posix_acl_access";
@@ -55,7 +57,7 @@ bool isFailure(std::string_view name, int error)
 }
 
 // All names, each with its zero; empty when there are none or the file system has no attributes.
-CopyFailure readNames(const AttributeHolder& source, std::vector<char>& names)
+Failure readNames(const AttributeHolder& source, std::vector<char>& names)
 {
     std::array<char, 512> small{};
     ssize_t size = source.list(small.data(), small.size());
@@ -68,7 +70,7 @@ CopyFailure readNames(const AttributeHolder& source, std::vector<char>& names)
         size = source.list(names.data(), names.size());
     }
     if (size < 0 && errno != ENOTSUP && errno != ENOENT && errno != EPERM) {
-        return CopyFailure::ofSource(errno);
+        return Failure::ofSource(errno);
     }
     names.resize(size < 0 ? 0 : static_cast<std::size_t>(size));
     return {};
@@ -114,10 +116,10 @@ int AttributeHolder::set(const char* name, const void* value, std::size_t size) 
                          : lsetxattr(path_.c_str(), name, value, size, 0);
 }
 
-CopyFailure keepExtendedAttributes(const AttributeHolder& source, const AttributeHolder& target, mode_t& mode)
+Failure keepExtendedAttributes(const AttributeHolder& source, const AttributeHolder& target, mode_t& mode)
 {
     std::vector<char> names;
-    if (const CopyFailure failed = readNames(source, names)) {
+    if (Failure failed = readNames(source, names)) {
         return failed;
     }
     std::vector<char> value;
@@ -125,7 +127,7 @@ CopyFailure keepExtendedAttributes(const AttributeHolder& source, const Attribut
         const char* name = names.data() + at;
         if (!readValue(source, name, value)) {
             if (errno != ENODATA && isFailure(name, errno)) {
-                return CopyFailure::ofSource(errno);
+                return Failure::ofSource(errno);
             }
             continue;
         }
@@ -133,7 +135,7 @@ CopyFailure keepExtendedAttributes(const AttributeHolder& source, const Attribut
             continue;
         }
         if (isFailure(name, errno)) {
-            return CopyFailure::ofTarget(errno);
+            return Failure::ofTarget(errno);
         }
         if (std::string_view(name) == accessList) {
             mode = withoutList(mode, value);

@@ -17,7 +17,6 @@ using posix::Failure;
 namespace {
 
 constexpr const char* accessList = "system.posix_acl_access";
-constexpr const char* defaultList = "system.posix_acl_default";
 
 // Tags and rights of <linux/posix_acl.h>, which isn't for programs.
 constexpr unsigned ownerGroupTag = 0x04;
@@ -142,15 +141,6 @@ Failure keepExtendedAttributes(const AttributeHolder& source, const AttributeHol
         }
     }
     return {};
-}
-
-void dropInheritedLists(int item, bool isFolder)
-{
-    // Usually there is none (ENODATA), and some file systems know none.
-    fremovexattr(item, accessList);
-    if (isFolder) {
-        fremovexattr(item, defaultList);
-    }
 }
 
 } // namespace platform::linux_os

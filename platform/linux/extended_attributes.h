@@ -32,8 +32,4 @@ private:
 // `mode` loses the rights that its group bits then would give to the owning group alone.
 posix::Failure keepExtendedAttributes(const AttributeHolder& source, const AttributeHolder& target, mode_t& mode);
 
-// Takes away the access lists that a new file or folder inherits from the folder it is made in (acl(5), "object
-// creation and default ACLs").
-void dropInheritedLists(int item, bool isFolder);
-
 } // namespace platform::linux_os

@@ -1,9 +1,9 @@
 #include "platform/linux/staged_copy.h"
 
-#include "platform/linux/extended_attributes.h"
 #include "platform/linux/moved_source.h"
 #include "platform/linux/removal_check.h"
 #include "platform/linux/remove_tree.h"
+#include "platform/posix/access_lists.h"
 #include "platform/posix/failure.h"
 #include "platform/posix/flush.h"
 #include "platform/posix/names.h"
@@ -120,7 +120,7 @@ Outcome StagedCopy::buildFile()
     if (const int error = makeFile(); error != 0 || fstat(made_.get(), &made) != 0) {
         return failed(Failure::ofTarget(error != 0 ? error : errno));
     }
-    dropInheritedLists(made_.get(), false);
+    posix::dropAccessLists(made_.get());
     failure = FileCopier(options_, options_.isDurable).fill(source, made_.get(), Owner::of(made));
     if (const int error = failure ? 0 : posix::errorOfClosing(made_.get())) {
         failure = Failure::ofTarget(error);
@@ -179,7 +179,7 @@ Outcome StagedCopy::makeTemporaryFolder()
 bool StagedCopy::takeOver() const
 {
     struct stat status {};
-    dropInheritedLists(made_.get(), true);
+    posix::dropAccessLists(made_.get());
     if (fstat(made_.get(), &status) != 0) {
         return false;
     }

@@ -52,6 +52,20 @@ class Recipes(unittest.TestCase):
             vars(self.filemaker).update(performing or {})
             return self.filemaker.run(RECIPES[title], parameter)
 
+    def cut_after(self, last, title, parameter=""):
+        """Ends a run after that many steps; whether it had no more."""
+        steps = itertools.count(1)
+
+        def step():
+            if next(steps) > last:
+                raise script_runner.Cut
+
+        try:
+            self.run_recipe(title, parameter, steps=step)
+        except script_runner.Cut:
+            return False
+        return True
+
     def test_all_recipes_are_run_here(self):
         for title in RECIPES:
             self.assertRegex(Path(__file__).read_text("utf-8"), f'"{title}["-]|{title} = "')
@@ -106,17 +120,8 @@ class Recipes(unittest.TestCase):
         for last in itertools.count(1):
             for run in (self.doCleanups, self.setUp, fill):
                 run()
-            steps = itertools.count(1)
-
-            def step():
-                if next(steps) > last:
-                    raise script_runner.Cut
-
-            try:
-                self.take_in(script, steps=step)
+            if self.cut_after(last, TAKE_IN, f"box,{script}"):
                 break
-            except script_runner.Cut:
-                pass
             self.assertEqual(self.take_in(script), "", f"after {last} steps")
             kept = self.state()[0]
             self.assertEqual(sorted(sum(kept.values(), [])), ["a.csv", "b.csv"], f"after {last} steps")
@@ -262,8 +267,15 @@ class Recipes(unittest.TestCase):
                 self.write("logs/import.log", content=str(turn) * size)
                 self.assertEqual(self.run_recipe("Rotate logs"), result)
         self.assertEqual(self.run_recipe("Rotate logs"), "0")
-        kept = {path.name: path.read_text()[0] for path in (self.data / "logs").iterdir()}
-        self.assertEqual(kept, {"import.1.log": "5", "import.2.log": "4", "import.3.log": "3"})
+        logs = lambda: {path.name: path.read_text()[0] for path in (self.data / "logs").iterdir()}  # noqa: E731
+        self.assertEqual(logs(), {"import.1.log": "5", "import.2.log": "4", "import.3.log": "3"})
+        for last in itertools.count(1):
+            self.write(*(f"logs/import.{number}.log" for number in (1, 2, 3)), content="7" * 1_000_000)
+            self.write("logs/import.log", content="8" * 1_000_000)
+            if self.cut_after(last, "Rotate logs"):
+                break
+            self.run_recipe("Rotate logs")
+            self.assertEqual(logs(), {"import.1.log": "8", "import.2.log": "7", "import.3.log": "7"}, f"after {last} steps")
 
     def listed(self, folder):
         return self.run_recipe("List a tree", f"{self.data}/{folder}").removesuffix("\r").split("\r")

@@ -15,7 +15,10 @@ if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
 endif()
 
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast
-                    -Wnon-virtual-dtor -Woverloaded-virtual -Wformat=2 -Wundef -Werror)
+                    -Wnon-virtual-dtor -Woverloaded-virtual -Wformat=2 -Wundef)
+if(FOLIDEX_WERROR)
+    add_compile_options(-Werror)
+endif()
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
     # GCC 12 warns of "text" + std::string (GCC bug 105651).
     add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-Wno-restrict>)

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <map>
+#include <tuple>
 
 namespace fmxhost {
 namespace {

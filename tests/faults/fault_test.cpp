@@ -22,9 +22,11 @@
 #include <cstring>
 #include <fstream>
 #include <iostream>
+#include <iterator>
 #include <new>
 #include <set>
 #include <sstream>
+#include <tuple>
 
 namespace folidex::test {
 namespace {

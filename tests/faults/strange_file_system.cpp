@@ -12,7 +12,9 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
+#include <system_error>
 
 namespace folidex::test {
 namespace fs = std::filesystem;

@@ -1,0 +1,158 @@
+// folidex-archive: what ZipFuncs.sh starts, with the verb line as its only argument. One line of standard output says
+// how it ended, "status verb: cause", for whoever started it; the system log gets it too when that isn't 0.
+//
+//   main.cpp        the process, and how it ends
+//   protocol        the verb line
+//   failure         exit statuses; interruption: signals
+//   source_file     the file that is read
+//   result_file     the file that is written; leftovers: what killed calls left
+//   encrypted_file  encrypt, decrypt
+
+#include "archiver/encrypted_file.h"
+#include "archiver/failure.h"
+#include "archiver/interruption.h"
+#include "archiver/protocol.h"
+
+#if __has_include("archiver/expansion.h")
+#include "archiver/expansion.h"
+#else
+namespace archiver {
+static void expand(const Job&)
+{
+    fail(Exit::unsupported, "not built in");
+}
+} // namespace archiver
+#endif
+#if __has_include("archiver/packing.h")
+#include "archiver/packing.h"
+#else
+namespace archiver {
+static void pack(const Job&)
+{
+    fail(Exit::unsupported, "not built in");
+}
+} // namespace archiver
+#endif
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <exception>
+#include <new>
+#include <string>
+#include <string_view>
+
+#ifdef __APPLE__
+#include <crt_externs.h>
+#else
+extern char** environ; // NOLINT(readability-redundant-declaration): not every C library's headers declare it
+#endif
+
+namespace archiver {
+
+namespace {
+
+struct Ending {
+    int status = 0;
+    std::string cause; // empty after a success
+};
+
+// Nothing that the caller's process happens to be like makes a difference.
+void settle()
+{
+    // Files that are opened must not become standard output.
+    for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(standard, F_GETFD) < 0 && open("/dev/null", O_RDWR) < 0) {
+            std::_Exit(static_cast<int>(Exit::internal));
+        }
+    }
+    // Libraries read their options there.
+    static char* nothing[] = {nullptr};
+#ifdef __APPLE__
+    *_NSGetEnviron() = nothing;
+#else
+    environ = nothing;
+#endif
+    // What the calls' errors say: EFBIG, EPIPE.
+    std::signal(SIGXFSZ, SIG_IGN);
+    std::signal(SIGPIPE, SIG_IGN);
+    noteInterruptions();
+}
+
+void perform(const Job& job)
+{
+    switch (job.verb) {
+    case Verb::zip:
+    case Verb::zipEncrypt:
+        return pack(job);
+    case Verb::unzip:
+    case Verb::unzipDecrypt:
+        return expand(job);
+    case Verb::encrypt:
+        return encryptFile(job);
+    case Verb::decrypt:
+        return decryptFile(job);
+    }
+}
+
+Ending endingOf(const Failure& failure, std::string_view line)
+{
+    const bool isOfZip = failure.exit() == Exit::wrongPassword && line.starts_with("unzip");
+    return {static_cast<int>(isOfZip ? Exit::wrongZipPassword : failure.exit()), failure.cause()};
+}
+
+Ending run(std::string_view line)
+{
+    constexpr int internal = static_cast<int>(Exit::internal);
+    constexpr int signalled = 128;
+    try {
+        perform(parseJob(line));
+        return {};
+    } catch (const Failure& failure) {
+        return endingOf(failure, line);
+    } catch (const Interrupted& interrupted) {
+        return {signalled + interrupted.signal, "signal"};
+    } catch (const std::bad_alloc&) {
+        return {internal, "no memory"};
+    } catch (const std::exception& error) {
+        return {internal, error.what()};
+    }
+}
+
+void report(const Ending& ending, std::string_view verb)
+{
+    std::string line = std::to_string(ending.status).append(" ").append(verb).append(": ").append(ending.cause);
+    const auto isControl = [](char letter) { return static_cast<unsigned char>(letter) < ' ' || letter == '\x7f'; };
+    std::replace_if(line.begin(), line.end(), isControl, ' ');
+    if (ending.status != 0) {
+        openlog("Folidex", 0, LOG_USER);
+        syslog(LOG_ERR, "ZipFuncs.sh: %s", line.c_str());
+    }
+    line.push_back('\n');
+    if (write(STDOUT_FILENO, line.data(), line.size()) < 0) {
+        // Nobody listens.
+    }
+}
+
+} // namespace
+
+} // namespace archiver
+
+int main(int count, char** arguments)
+{
+    using namespace archiver;
+    settle();
+    std::string line = count == 2 ? arguments[1] : "";
+    if (count == 2) {
+        // Out of the list of processes.
+        std::fill(arguments[1] + lengthWithoutPassword(line), arguments[1] + line.size(), '\0');
+    }
+    const Ending ending = count == 2 ? run(line) : Ending{static_cast<int>(Exit::usage), "not one argument"};
+    report(ending, std::string_view(line).substr(0, line.find('|')));
+    return ending.status;
+}

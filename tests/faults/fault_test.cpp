@@ -316,17 +316,17 @@ std::vector<Injection> ScenarioRun::injections(bool isFull) const
         all = some;
     };
     const auto isNone = [](const Injection&) { return false; };
-    sample(list, scenario_.runsScript ? 2 : 12, "faults", [](const Injection& injection) { // each call of another name
+    sample(list, scenario_.runsScript ? 3 : 24, "faults", [](const Injection& injection) { // each call of another name
         return injection.plan.at == 1 && injection.isOnce() &&
                injection.fault.error == faultsOf(injection.plan.call)[0].error;
     });
-    sample(firsts, 1, "first faults of pairs", isNone);
+    sample(firsts, 2, "first faults of pairs", isNone);
     std::vector<Injection> pairs;
     for (const Injection& first : firsts) {
         const std::vector<Injection> some = pairsOf(first);
         pairs.insert(pairs.end(), some.begin(), some.end());
     }
-    sample(pairs, 6, "pairs of faults", isNone);
+    sample(pairs, 12, "pairs of faults", isNone);
     list.insert(list.end(), pairs.begin(), pairs.end());
     return list;
 }

@@ -10,7 +10,7 @@ import re
 import sys
 import xml.etree.ElementTree as ElementTree
 
-REASON = re.compile(r"^skipped: (.*)$|: Skipped\n(.+?)\n\s*\n", re.MULTILINE | re.DOTALL)
+REASON = re.compile(r"^skipped: (.*)$|: Skipped\n((?:[^\[\n].*\n)+)", re.MULTILINE)
 SAMPLE = re.compile(r"^sample: (\d+) of (\d+) (.+)$", re.MULTILINE)
 
 skipped = collections.defaultdict(list)
@@ -21,7 +21,7 @@ for file in filter(os.path.exists, sys.argv[1:]):
         if test.find("skipped") is not None:
             reason = REASON.search(output)
             words = (reason[1] or reason[2]) if reason else "no reason told"
-            skipped[words.replace("\n", "; ")].append(test.get("name"))
+            skipped[words.strip().replace("\n", "; ")].append(test.get("name"))
         for some, all_there_are, what in SAMPLE.findall(output):
             sampled[what][0] += int(some)
             sampled[what][1] += int(all_there_are)

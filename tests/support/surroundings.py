@@ -73,7 +73,6 @@ NEEDS = {
     "access-lists": (lambda: keeps("system.posix_acl_access", ACCESS_LIST), f"access lists in {tempfile.gettempdir()}"),
     "memory": (has_memory, "a second file system, at /dev/shm"),
     "french": (speaks_french, "the C library's French (libc-l10n, locales)"),
-    "full": (lambda: "FOLIDEX_FULL" in os.environ, "the time of scripts/test --full"),
 }
 
 

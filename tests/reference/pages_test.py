@@ -12,12 +12,12 @@ import xml.etree.ElementTree as ElementTree
 from pathlib import Path
 
 FMXHOST, PLUGIN, SOURCE, ERROR_TEXTS = sys.argv[1:5]
-sys.path.insert(0, f"{SOURCE}/tools")
+sys.path[:0] = [f"{SOURCE}/tools", f"{SOURCE}/tests"]
+from support import surroundings
 try:
     import reference
 except ModuleNotFoundError as missing:
-    print(f"skipped: {missing} (Debian: python3-markdown-it)")
-    sys.exit(77)
+    surroundings.skip(f"{missing} (python3-markdown-it)")
 import filemaker_script
 import function_texts
 

@@ -1,7 +1,7 @@
 #include "platform/resources.h"
 
-#include "platform/linux/descriptor.h"
 #include "platform/path_text.h"
+#include "platform/posix/descriptor.h"
 #include "platform/signal_block.h"
 #include "resources/embedded.h"
 
@@ -21,8 +21,8 @@ namespace platform {
 
 namespace {
 
-using linux_os::Descriptor;
-using linux_os::retried;
+using posix::Descriptor;
+using posix::retried;
 
 bool writeAll(int descriptor, std::string_view bytes)
 {

@@ -12,6 +12,7 @@
 #include "archiver/failure.h"
 #include "archiver/interruption.h"
 #include "archiver/protocol.h"
+#include "archiver/result_file.h"
 
 #if __has_include("archiver/expansion.h")
 #include "archiver/expansion.h"
@@ -43,6 +44,7 @@ static void pack(const Job&)
 #include <csignal>
 #include <cstdlib>
 #include <exception>
+#include <initializer_list>
 #include <new>
 #include <string>
 #include <string_view>
@@ -81,6 +83,7 @@ void settle()
     // What the calls' errors say: EFBIG, EPIPE.
     std::signal(SIGXFSZ, SIG_IGN);
     std::signal(SIGPIPE, SIG_IGN);
+    callersMask();
     noteInterruptions();
 }
 

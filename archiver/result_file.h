@@ -12,11 +12,15 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
-#include <vector>
 
 namespace archiver {
+
+// The umask of whoever started this process. The first call, which has to come before any file is made and any thread
+// starts, gives the process one that lets nobody else in.
+mode_t callersMask();
 
 // Who may read a result: nobody who couldn't read all that it was made from. Starts with what the process's umask
 // allows, and is narrowed by each source.
@@ -33,8 +37,7 @@ public:
 
 private:
     mode_t mode_;
-    std::vector<gid_t> groups_; // of the sources that gave their group rights
-    bool isOwnerOnly_ = false;
+    std::optional<gid_t> group_; // what others' rights or the group's were taken for: nobody else's group gets any
 };
 
 class ResultFile {

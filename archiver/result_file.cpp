@@ -1,0 +1,287 @@
+// The unnamed file gets its name by a link, which never replaces; where the name is taken the link gets a name of its
+// own first, which is then renamed over it. Where a link of an unnamed file is refused, as some security modules do,
+// the content is copied into a named one.
+
+#include "archiver/result_file.h"
+
+#include "archiver/failure.h"
+#include "archiver/interruption.h"
+#include "archiver/leftovers.h"
+#include "platform/posix/access_lists.h"
+#include "platform/posix/flush.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+#include <vector>
+
+namespace archiver {
+
+using platform::posix::asPlace;
+using platform::posix::Descriptor;
+using platform::posix::openAt;
+using platform::posix::retried;
+
+namespace {
+
+[[noreturn]] void failResult(int error)
+{
+    fail(Exit::notWritten, std::string("the result can't be written: ") + std::strerror(error));
+}
+
+constexpr const char* inTheWay = "a folder, a device or the source itself is in the way";
+
+bool isSameItem(const struct stat& left, const struct stat& right)
+{
+    return left.st_dev == right.st_dev && left.st_ino == right.st_ino;
+}
+
+// Rights of group or others, moved to the place of others' bits: whether they include reading and, of a folder,
+// entering.
+bool letsIn(mode_t rights, mode_t item)
+{
+    const mode_t wanted = S_ISDIR(item) ? S_IROTH | S_IXOTH : S_IROTH;
+    return (rights & wanted) == wanted;
+}
+
+void writeAll(int file, std::span<const std::byte> bytes, std::uint64_t offset)
+{
+    while (!bytes.empty()) {
+        const auto count =
+            retried([&] { return pwrite(file, bytes.data(), bytes.size(), static_cast<off_t>(offset)); });
+        if (count <= 0) {
+            failResult(count < 0 ? errno : ENOSPC);
+        }
+        bytes = bytes.subspan(static_cast<std::size_t>(count));
+        offset += static_cast<std::uint64_t>(count);
+    }
+}
+
+// Some file systems tell only who closes a file of what they couldn't keep.
+void flush(int file)
+{
+    if (const int error = platform::posix::flushFile(file)) {
+        failResult(error);
+    }
+    if (const int error = platform::posix::errorOfClosing(file)) {
+        failResult(error);
+    }
+}
+
+} // namespace
+
+mode_t callersMask()
+{
+    static const mode_t mask = umask(S_IRWXG | S_IRWXO);
+    return mask;
+}
+
+// ---- Privacy --------------------------------------------------------------------------------------------------------
+
+Privacy::Privacy() : mode_(static_cast<mode_t>(S_IRUSR | S_IWUSR | ((S_IRGRP | S_IROTH) & ~callersMask()))) {}
+
+// Who belongs to the result's group may belong to the item's or not, unless the two are one.
+void Privacy::narrowTo(int item, const struct stat& status)
+{
+    const bool letsGroupIn = letsIn(status.st_mode >> 3U, status.st_mode);
+    const bool letsOthersIn = letsIn(status.st_mode, status.st_mode);
+    if (platform::posix::hasAccessList(item) || (!letsGroupIn && !letsOthersIn)) {
+        mode_ &= ~mode_t{S_IRWXG | S_IRWXO};
+    } else if (!letsGroupIn || !letsOthersIn) {
+        mode_ &= ~(letsGroupIn ? mode_t{S_IRWXO} : mode_t{S_IRWXG});
+        if (!group_) {
+            group_ = status.st_gid;
+        } else if (*group_ != status.st_gid) {
+            mode_ &= ~mode_t{S_IRWXG | S_IRWXO};
+        }
+    }
+}
+
+mode_t Privacy::modeFor(const struct stat& result) const
+{
+    return !group_ || *group_ == result.st_gid ? mode_ : mode_ & ~mode_t{S_IRWXG | S_IRWXO};
+}
+
+// ---- The result -----------------------------------------------------------------------------------------------------
+
+struct ResultFile::State {
+    Descriptor folder;
+    std::string name;
+    WorkItem item; // its name is empty while the file has none
+    std::uint64_t size = 0;
+
+    ~State() { forgetName(); }
+
+    void make();
+    void narrowToReplaced(Privacy& privacy) const;
+    void giveName();
+    void requireInPlace() const;
+    void forgetName()
+    {
+        if (!item.name.empty()) {
+            unlinkat(folder.get(), item.name.c_str(), 0);
+            item.name.clear();
+        }
+    }
+
+private:
+    bool link(const std::string& as) const;
+    void copyIntoNamed();
+};
+
+ResultFile::ResultFile(const std::string& folder, const std::string& name, const struct stat& source)
+    : state_(std::make_unique<State>())
+{
+    state_->folder = openAt(AT_FDCWD, folder.c_str(), asPlace);
+    state_->name = name;
+    if (!state_->folder) {
+        failWriting("the destination is no folder that can be used", errno);
+    }
+    struct stat existing {};
+    const int place = state_->folder.get();
+    if (fstatat(place, name.c_str(), &existing, 0) == 0 &&
+        (!S_ISREG(existing.st_mode) || isSameItem(existing, source))) {
+        fail(Exit::unusableDestination, inTheWay);
+    }
+    removeLeftovers(place);
+    state_->make();
+}
+
+ResultFile::~ResultFile() = default;
+
+// An unnamed file where it can get its name later, for which Linux has to have a /proc.
+void ResultFile::State::make()
+{
+#ifdef O_TMPFILE
+    if (access("/proc/self/fd", X_OK) == 0) {
+        item.open = openAt(folder.get(), ".", O_TMPFILE | O_RDWR, S_IRUSR | S_IWUSR);
+        if (item.open) {
+            platform::posix::dropAccessLists(item.open.get());
+            return;
+        }
+    }
+#endif
+    item = makeWorkFile(folder.get());
+}
+
+bool ResultFile::State::link(const std::string& as) const
+{
+    const std::string path = "/proc/self/fd/" + std::to_string(item.open.get());
+    return linkat(AT_FDCWD, path.c_str(), folder.get(), as.c_str(), AT_SYMLINK_FOLLOW) == 0;
+}
+
+void ResultFile::State::giveName()
+{
+    if (item.name.empty()) {
+        if (link(name)) {
+            return;
+        }
+        std::string hidden = workName();
+        if (errno == EEXIST && lockWorkItem(item.open.get()) && link(hidden)) {
+            item.name = std::move(hidden);
+        } else {
+            copyIntoNamed();
+        }
+    }
+    if (renameat(folder.get(), item.name.c_str(), folder.get(), name.c_str()) != 0) {
+        failWriting("the target can't be replaced", errno);
+    }
+    item.name.clear();
+}
+
+void ResultFile::State::copyIntoNamed()
+{
+    const Descriptor unnamed = std::exchange(item, makeWorkFile(folder.get())).open;
+    struct stat status {};
+    std::vector<std::byte> buffer(std::size_t{1} << 20U);
+    for (std::uint64_t at = 0; at < size;) {
+        const auto count =
+            retried([&] { return pread(unnamed.get(), buffer.data(), buffer.size(), static_cast<off_t>(at)); });
+        if (count <= 0) {
+            failResult(count < 0 ? errno : EIO);
+        }
+        writeAll(item.open.get(), std::span(buffer).first(static_cast<std::size_t>(count)), at);
+        at += static_cast<std::uint64_t>(count);
+    }
+    if (fstat(unnamed.get(), &status) == 0) {
+        fchmod(item.open.get(), status.st_mode & (S_IRWXU | S_IRWXG | S_IRWXO));
+    }
+    flush(item.open.get());
+}
+
+// As a source does. One that can't be opened lets nobody else in.
+void ResultFile::State::narrowToReplaced(Privacy& privacy) const
+{
+    struct stat status {};
+    if (fstatat(folder.get(), name.c_str(), &status, 0) == 0) {
+        const Descriptor replaced = openAt(folder.get(), name.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY);
+        privacy.narrowTo(replaced.get(), status);
+    }
+}
+
+void ResultFile::State::requireInPlace() const
+{
+    struct stat made {};
+    struct stat found {};
+    if (fstat(item.open.get(), &made) != 0 || fstatat(folder.get(), name.c_str(), &found, AT_SYMLINK_NOFOLLOW) != 0 ||
+        !isSameItem(made, found)) {
+        fail(Exit::unusableDestination, "somebody else changes the destination");
+    }
+}
+
+int ResultFile::descriptor() const
+{
+    return state_->item.open.get();
+}
+
+int ResultFile::folder() const
+{
+    return state_->folder.get();
+}
+
+std::uint64_t ResultFile::size() const
+{
+    return state_->size;
+}
+
+void ResultFile::write(std::span<const std::byte> bytes)
+{
+    writeAt(state_->size, bytes);
+    state_->size += bytes.size();
+}
+
+void ResultFile::writeAt(std::uint64_t offset, std::span<const std::byte> bytes)
+{
+    throwIfInterrupted();
+    writeAll(descriptor(), bytes, offset);
+}
+
+void ResultFile::publish(const Privacy& privacy)
+{
+    Privacy narrowed = privacy;
+    struct stat status {};
+    state_->narrowToReplaced(narrowed);
+    if (fstat(descriptor(), &status) != 0) {
+        failResult(errno);
+    }
+    // A mode gives a list's entries their rights back. Where a file system keeps no modes the result stays as it was
+    // made.
+    if (!platform::posix::hasAccessList(descriptor())) {
+        fchmod(descriptor(), narrowed.modeFor(status));
+    }
+    flush(descriptor());
+    throwIfInterrupted();
+
+    const Uninterruptible seenThrough;
+    state_->giveName();
+    state_->requireInPlace();
+    if (const int error = platform::posix::flushEntries(folder(), descriptor())) {
+        failResult(error);
+    }
+}
+
+} // namespace archiver

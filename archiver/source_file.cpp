@@ -1,0 +1,88 @@
+#include "archiver/source_file.h"
+
+#include "archiver/failure.h"
+#include "archiver/interruption.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+namespace archiver {
+
+using platform::posix::openAt;
+using platform::posix::retried;
+
+namespace {
+
+#ifdef __APPLE__
+timespec changeOf(const struct stat& status)
+{
+    return status.st_ctimespec;
+}
+timespec modificationOf(const struct stat& status)
+{
+    return status.st_mtimespec;
+}
+#else
+timespec changeOf(const struct stat& status)
+{
+    return status.st_ctim;
+}
+timespec modificationOf(const struct stat& status)
+{
+    return status.st_mtim;
+}
+#endif
+
+bool isSame(const timespec& left, const timespec& right)
+{
+    return left.tv_sec == right.tv_sec && left.tv_nsec == right.tv_nsec;
+}
+
+} // namespace
+
+SourceFile::SourceFile(const std::string& path)
+    // A FIFO would be waited for, a terminal would become this process's.
+    : file_(openAt(AT_FDCWD, path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY))
+{
+    if (!file_ || fstat(file_.get(), &status_) != 0) {
+        fail(Exit::unusableSource, std::string("the source can't be opened: ") + std::strerror(errno));
+    }
+    if (!S_ISREG(status_.st_mode)) {
+        fail(Exit::unusableSource, "the source is no file");
+    }
+#ifdef __linux__
+    posix_fadvise(file_.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
+#endif
+}
+
+void SourceFile::read(std::uint64_t offset, std::span<std::byte> buffer) const
+{
+    throwIfInterrupted();
+    while (!buffer.empty()) {
+        const auto count =
+            retried([&] { return pread(file_.get(), buffer.data(), buffer.size(), static_cast<off_t>(offset)); });
+        if (count < 0) {
+            fail(Exit::unusableSource, std::string("the source can't be read: ") + std::strerror(errno));
+        }
+        if (count == 0) {
+            fail(Exit::unusableSource, "the source has shrunk");
+        }
+        buffer = buffer.subspan(static_cast<std::size_t>(count));
+        offset += static_cast<std::uint64_t>(count);
+    }
+}
+
+void SourceFile::requireUnchanged() const
+{
+    struct stat now {};
+    if (fstat(file_.get(), &now) != 0 || now.st_size != status_.st_size ||
+        !isSame(modificationOf(now), modificationOf(status_)) || !isSame(changeOf(now), changeOf(status_))) {
+        fail(Exit::unusableSource, "the source has changed meanwhile");
+    }
+}
+
+} // namespace archiver

@@ -1,0 +1,15 @@
+// Access control lists, which give rights beyond an item's mode (acl(5); on macOS acl(3)).
+//
+// Each system has its own way: linux/access_lists.cpp, macos/access_lists.cpp.
+#pragma once
+
+namespace platform::posix {
+
+// Whether an open file or folder has one; true where that can't be told.
+bool hasAccessList(int item);
+
+// Takes away those that a new file or folder has inherited from the folder it was made in, a folder's list for what is
+// made in it too. Returns false when some may be left.
+bool dropAccessLists(int item);
+
+} // namespace platform::posix

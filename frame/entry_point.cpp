@@ -1,4 +1,4 @@
-// The plug-in's one exported symbol and the messages that it answers.
+// The plug-in's one exported symbol and the messages that it handles.
 
 #include "frame/call_record.h"
 #include "frame/error_model.h"
@@ -13,14 +13,14 @@ namespace {
 constexpr int oldestApiVersion = 50;
 constexpr int newestApiVersion = 255;
 
-// The SDK version that the plug-in was built for: what a start-up that succeeds answers.
+// The SDK version that the plug-in was built for: the result of a start-up that succeeds.
 constexpr int sdkVersion = 65;
 constexpr int refused = -1;
 
 // Set once start-up has registered everything; shut-down does nothing before that.
 std::atomic<bool> initialised{false};
 
-void answer(FMX_ExternCallPtr record, int value)
+void setResult(FMX_ExternCallPtr record, int value)
 {
     record->result = static_cast<fmx::ptrtype>(value);
 }
@@ -28,13 +28,13 @@ void answer(FMX_ExternCallPtr record, int value)
 void startUp(FMX_ExternCallPtr record)
 {
     if (frame::hostApiVersion() < oldestApiVersion || frame::hostApiVersion() > newestApiVersion) {
-        answer(record, refused);
+        setResult(record, refused);
         return;
     }
     frame::registerAll();
     frame::lastErrors().clearError();
     initialised = true;
-    answer(record, sdkVersion);
+    setResult(record, sdkVersion);
 }
 
 void shutDown()
@@ -44,7 +44,7 @@ void shutDown()
     }
 }
 
-void answerStringRequest(FMX_ExternCallPtr record)
+void writeString(FMX_ExternCallPtr record)
 {
     // The result field holds the buffer's address; of the capacity, in UTF-16 units, the low 32 bits count.
     auto* buffer = reinterpret_cast<fmx::unichar16*>(record->result); // NOLINT(performance-no-int-to-ptr)
@@ -71,7 +71,7 @@ extern "C" __attribute__((visibility("default"))) void FMExternCallProc(FMX_Exte
         shutDown();
         break;
     case kFMXT_GetString:
-        answerStringRequest(record);
+        writeString(record);
         break;
     default:
         break;

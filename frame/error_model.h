@@ -69,7 +69,7 @@ public:
     struct Fields {
         std::int32_t errorID = 0;                 // 0: none
         std::int32_t sysID = 0;                   // an operating system's error code; nothing sets one
-        std::optional<std::string_view> strError; // the code's message; nothing when cleared
+        std::optional<std::string_view> strError; // the code's message; nullopt when cleared
         std::optional<std::string> extendedError; // text from the failing function
     };
 

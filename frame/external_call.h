@@ -68,7 +68,7 @@ private:
     fmx::Data& result_;
 };
 
-// Runs `body(call)` in the common shape and answers FileMaker's 0.
+// Runs `body(call)` in the common shape and returns FileMaker's 0.
 template <typename Body>
 fmx::errcode externalFunction(const fmx::DataVect& arguments, fmx::Data& result, Body&& body)
 {

@@ -1,6 +1,6 @@
 // The calculation functions in their common signature. Each room defines its own; the registry table names them.
 //
-// Common to all: the function ID and the environment are ignored; the answer is always 0, and a failure is the result
+// Common to all: the function ID and the environment are ignored; each returns 0, and a failure is the result
 // "!!ERROR!!" with its details in the last-error record (error_model.h). What the SDK's wrapper calls throw
 // (std::bad_alloc, std::exception) passes through to the host.
 #pragma once

@@ -7,17 +7,17 @@
 namespace {
 
 // What KORB_GetLastError lets through: parentheses, line ends, colons, commas, quotes and everything outside of ASCII
-// disappear from the answer.
+// are dropped.
 std::string filtered(const std::string& text)
 {
     static constexpr std::string_view kept = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ1234567890_.-/ ";
-    std::string answer;
+    std::string passed;
     for (const char byte : text) {
         if (kept.find(byte) != std::string_view::npos) {
-            answer.push_back(byte);
+            passed.push_back(byte);
         }
     }
-    return answer;
+    return passed;
 }
 
 } // namespace
@@ -27,10 +27,10 @@ fmx::errcode KORB_GetLastError(short, const fmx::ExprEnv&, const fmx::DataVect& 
 {
     const bool asNumber = arguments.Size() > 0 && frame::uppercased(arguments.AtAsText(0)) == u"NUMBER";
     const frame::korb_Errors& errors = frame::lastErrors();
-    const std::string answer = filtered(asNumber ? errors.getErrorNumber() : errors.getError());
+    const std::string message = filtered(asNumber ? errors.getErrorNumber() : errors.getError());
 
     const fmx::TextUniquePtr text;
-    text->Assign(answer.c_str(), fmx::Text::kEncoding_UTF8);
+    text->Assign(message.c_str(), fmx::Text::kEncoding_UTF8);
     const fmx::LocaleUniquePtr locale(fmx::Locale::kType_System);
     result.SetAsText(*text, *locale);
     return 0;

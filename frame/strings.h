@@ -9,8 +9,8 @@
 
 namespace frame {
 
-// Writes the text and a terminating zero into `buffer` of `capacity` UTF-16 units; answers the text's length. A text
-// that is missing or doesn't fit whole is not written at all, and the answer is 0. A text fits when it is shorter than
+// Writes the text and a terminating zero into `buffer` of `capacity` UTF-16 units; returns the text's length. A text
+// that is missing or doesn't fit whole is not written at all, and 0 is returned. A text fits when it is shorter than
 // `capacity` - 1.
 std::size_t loadString(short number, fmx::unichar16* buffer, std::size_t capacity);
 

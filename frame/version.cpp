@@ -19,19 +19,19 @@ std::atomic<const char*> lastErrorText{""};
 
 std::string_view versionText(const std::u16string& type)
 {
-    struct Answer {
+    struct Version {
         std::u16string_view type;
         std::string_view text;
     };
-    static constexpr std::array answers{
-        Answer{u"LONG", longVersion},
-        Answer{u"", longVersion},
-        Answer{u"SHORT", shortVersion},
-        Answer{u"PLATFORM", platformName},
+    static constexpr std::array versions{
+        Version{u"LONG", longVersion},
+        Version{u"", longVersion},
+        Version{u"SHORT", shortVersion},
+        Version{u"PLATFORM", platformName},
     };
-    for (const Answer& answer : answers) {
-        if (type == answer.type) {
-            return answer.text;
+    for (const Version& version : versions) {
+        if (type == version.type) {
+            return version.text;
         }
     }
     lastErrorText.store("invalid first parameter", std::memory_order_relaxed);

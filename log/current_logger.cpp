@@ -2,7 +2,6 @@
 
 #include "frame/snapshot_cell.h"
 #include "platform/path_text.h"
-#include "platform/unicode.h"
 
 #include <mutex>
 #include <string>
@@ -34,8 +33,7 @@ ProcessLogger& process()
 
 std::string logPath()
 {
-    const auto path = platform::standardized(u"~/Desktop/HALVIK/FOLIDEX/LogFile.txt");
-    return platform::fileSystemRepresentation(path).value_or(std::string());
+    return platform::standardized("~/Desktop/HALVIK/FOLIDEX/LogFile.txt");
 }
 
 } // namespace

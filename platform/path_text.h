@@ -22,7 +22,8 @@ PathText deletingLastComponent(PathView path);
 PathText appendingComponent(PathView path, PathView component);
 
 // `path`, which begins with "~/", below the user's home folder: $HOME where that is absolute, else the entry of the
-// user database, passwd(5). Without a home folder the tilde stays.
-PathText standardized(PathView path);
+// user database, passwd(5). Without a home folder the tilde stays. In the bytes of the file system, which needn't be
+// UTF-8.
+std::string standardized(std::string_view path);
 
 } // namespace platform

@@ -3,8 +3,8 @@
 import re
 from typing import NamedTuple
 
-STEP = re.compile(r"(?P<name>[^\[]*?)\s*(?:\[ (?P<options>.*) \])?")
-LABEL = re.compile(r"^(Value|Text Result|Duration \(seconds\)|Source|With dialog|Target|URL): +")
+STEP = re.compile(r"(?P<name>[^\[]*?)\s*(?:\[ ((?P<options>.*) )?\])?")
+LABEL = re.compile(r"^(Value|Text Result|Duration \(seconds\)|Source|With dialog|Target|URL|Pause|Specified|Parameter): +")
 
 
 class Step(NamedTuple):
@@ -15,8 +15,8 @@ class Step(NamedTuple):
 def split_options(text):
     """The options of a step, separated by ";" outside of brackets and texts, without their labels."""
     parts, depth, quoted = [""], 0, False
-    for character in text:
-        quoted ^= character == '"'
+    for before, character in zip(" " + text, text):
+        quoted ^= character == '"' and before != "\\"
         depth += not quoted and (character in "([") - (character in ")]")
         if character == ";" and depth == 0 and not quoted:
             parts.append("")

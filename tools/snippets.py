@@ -14,8 +14,13 @@ def within(name, content):
 
 
 def field(text):
+    """FileMaker finds a field by its names; the number is any but 0, which it takes for one that is missing."""
     table, _, name = text.partition("::")
-    return f"<Field table={quoteattr(table)} id=\"0\" name={quoteattr(name)}></Field>"
+    return f"<Field table={quoteattr(table)} id=\"1\" name={quoteattr(name)}></Field>"
+
+
+def layout(name):
+    return f'<LayoutDestination value="SelectedLayout"></LayoutDestination><Layout id="1" name={quoteattr(name.strip(chr(34)))}></Layout>'
 
 
 def on(name, state="True"):
@@ -26,37 +31,62 @@ def variable(name, value):
     return within("Value", calculation(value)) + within("Repetition", calculation("1")) + within("Name", name)
 
 
+def button(text="", commits="False"):
+    return f'<Button CommitState="{commits}">{calculation(text) if text else ""}</Button>'
+
+
 def dialog(title, message):
-    button = within("Button", calculation('"OK"')).replace("<Button>", '<Button CommitState="True">', 1)
-    return within("Title", calculation(title)) + within("Message", calculation(message)) + within("Buttons", button)
+    """FileMaker writes all three buttons, those without a text too."""
+    buttons = button('"OK"', "True") + button() + button()
+    return within("Title", calculation(title)) + within("Message", calculation(message)) + within("Buttons", buttons)
 
 
 def path_of(text):
     return within("UniversalPathList", escape(text))
 
 
+def insert(_, __, target, url, *encoding):
+    state = "True" if encoding else "False"
+    return on("NoInteract") + on("DontEncodeURL", state) + on("SelectAll") + calculation(url) + field(target)
+
+
+def record(which, *exits):
+    return on("NoInteract", "False") + (on("Exit") if exits else "") + f'<RowPageLocation value="{which}"></RowPageLocation>'
+
+
+def called(_, name, parameter):
+    return '<CurrentScript value="Pause"></CurrentScript>' + calculation(parameter) + within("Calculated", calculation(name))
+
+
 # FileMaker's number of each step, and what its options become.
 STEPS = {
     "#": (89, lambda text="": within("Text", escape(text))),
     "Commit Records/Requests": (75, lambda _: on("NoInteract")),
-    "Delete Record/Request": (9, lambda _: on("NoInteract")),
+    "Delete All Records": (10, lambda _: on("NoInteract")),
     "Else": (69, None),
     "Else If": (125, calculation),
     "End If": (70, None),
     "End Loop": (73, None),
+    "Enter Find Mode": (22, lambda _: on("Pause", "False") + on("Restore", "False")),
     "Exit Loop If": (72, calculation),
     "Exit Script": (103, calculation),
     "Export Field Contents": (132, lambda source, path: path_of(path) + field(source)),
+    "Go to Layout": (6, layout),
+    "Go to Record/Request/Page": (16, record),
     "If": (68, calculation),
-    "Import Records": (35, lambda _, path: on("NoInteract") + path_of(path)),
-    "Insert from URL": (160, lambda _, __, target, url: on("NoInteract") + on("SelectAll") + calculation(url) + field(target)),
+    "Import Records": (35, lambda _, path: on("NoInteract") + on("Restore", "False") + '<DataSourceType value="File"></DataSourceType>' + path_of(path)),
+    "Insert from URL": (160, insert),
     "Install Plug-In File": (157, field),
     "Loop": (71, None),
     "New Record/Request": (7, None),
     "Pause/Resume Script": (62, lambda seconds: '<PauseTime value="ForDuration"></PauseTime>' + calculation(seconds)),
+    "Perform Find": (28, lambda _="": on("Restore", "False")),
+    "Perform Script": (1, called),
+    "Revert Record/Request": (51, lambda _: on("NoInteract")),
     "Set Error Capture": (86, lambda _: on("Set")),
     "Set Field": (76, lambda target, value: calculation(value) + field(target)),
     "Set Variable": (141, variable),
+    "Show All Records": (23, None),
     "Show Custom Dialog": (87, dialog),
 }
 

@@ -151,20 +151,20 @@ private:
             return operand();
         }
         Expression first = expression(level + 1);
-        std::vector<std::tuple<const Operator*, Span, Expression>> links; // the operator, its place, what follows it
+        std::vector<std::pair<const Operator*, Expression>> links; // the operator, and what follows it
         while (const Operator* operation = operatorOf(level)) {
-            const Span place = take().span;
-            links.emplace_back(operation, place, expression(level + 1));
+            take();
+            links.emplace_back(operation, expression(level + 1));
         }
         if (links.empty()) {
             return first;
         }
         return [first = std::move(first), links = std::move(links)](Scope& scope) {
             Value result = first(scope);
-            for (const auto& [operation, place, operand] : links) {
+            for (const auto& [operation, operand] : links) {
                 const auto& decidedBy = operation->decidedBy;
                 result = decidedBy && *decidedBy == result.boolean() ? Value(*decidedBy ? 1 : 0)
-                                                                     : operation->apply(result, operand(scope), place);
+                                                                     : operation->apply(result, operand(scope));
             }
             return result;
         };
@@ -214,7 +214,7 @@ private:
         }
         if (takeIf(u"-")) {
             return [inner = operand(), subtract = findOperator(u"-")->apply](Scope& scope) {
-                return subtract(Value(0), inner(scope), {});
+                return subtract(Value(0), inner(scope));
             };
         }
         if (takeIf(u"+")) {
@@ -241,7 +241,8 @@ private:
             {u"let", &Parser::let},
             {u"while", &Parser::loop},
             {u"get", &Parser::get},
-            {u"evaluate", &Parser::evaluated}};
+            {u"evaluate", &Parser::evaluated},
+            {u"isvalidexpression", &Parser::validity}};
         if (const auto form = forms.find(name); isCall && form != forms.end()) {
             const std::size_t offset = take().span.offset;
             takeIf(u"(");
@@ -260,12 +261,15 @@ private:
     {
         const Span name = take().span;
         const bool isChecked = options_.checkArgumentCounts || function.external == nullptr;
+        // [ searchString ; replaceString ] and [ keyOrIndexOrPath ; value ; type ], behind the first argument
+        const bool isGrouped = function.name == u"Substitute" || function.name == u"JSONSetElement";
+        const auto groupSize = static_cast<std::size_t>(function.minimumArguments - 1);
         const bool isLimited = isChecked && function.maximumArguments >= 0;
         std::vector<Expression> arguments;
         if (takeIf(u"(") && !takeIf(u")")) {
             do {
-                if (current().is(u"[") && function.name == u"Substitute" && arguments.size() % 2 == 1) {
-                    pair(arguments);
+                if (current().is(u"[") && isGrouped && arguments.size() % groupSize == 1) {
+                    group(arguments, groupSize);
                     continue;
                 }
                 if (isLimited && arguments.size() >= static_cast<std::size_t>(function.maximumArguments)) {
@@ -278,8 +282,8 @@ private:
         if (isChecked && arguments.size() < static_cast<std::size_t>(function.minimumArguments)) {
             throw CalculationError(name, tooFewParameters);
         }
-        if (function.evaluate == nullptr && function.external == nullptr) {
-            return choice(std::move(arguments));
+        if (!function.evaluate && function.external == nullptr) {
+            return function.name == u"Choose" ? numberedChoice(std::move(arguments)) : choice(std::move(arguments));
         }
         return [&function, arguments = std::move(arguments), span = spanFrom(name.offset)](Scope& scope) {
             std::vector<Value> values;
@@ -289,13 +293,15 @@ private:
         };
     }
 
-    // [ searchString ; replaceString ]
-    void pair(std::vector<Expression>& arguments)
+    void group(std::vector<Expression>& arguments, std::size_t size)
     {
         takeIf(u"[");
-        arguments.push_back(expression());
-        separator();
-        arguments.push_back(expression());
+        for (std::size_t index = 0; index < size; ++index) {
+            if (index > 0) {
+                separator();
+            }
+            arguments.push_back(expression());
+        }
         expect(u"]");
     }
 
@@ -310,6 +316,16 @@ private:
             }
             const std::size_t chosen = index + 1 < parts.size() ? index + 1 : index;
             return chosen < parts.size() ? parts[chosen](scope) : Value();
+        };
+    }
+
+    // Choose ( number ; result0 ; result1 … ): only the result that is chosen is evaluated.
+    static Expression numberedChoice(std::vector<Expression> parts)
+    {
+        return [parts = std::move(parts)](Scope& scope) {
+            const std::int64_t number = parts[0](scope).integer();
+            const bool isThere = number >= 0 && number < static_cast<std::int64_t>(parts.size()) - 1;
+            return isThere ? parts[static_cast<std::size_t>(number) + 1](scope) : Value();
         };
     }
 
@@ -367,9 +383,7 @@ private:
         const Token flag = take();
         const auto answer = options_.getAnswers.find(foldCase(flag.text));
         if (answer == options_.getAnswers.end() && !stateOf(flag.text)) {
-            const std::string name = toUtf8(flag.text);
-            throw CalculationError(flag.span,
-                                   "What Get ( " + name + " ) answers is said by the option --get " + name + "=….");
+            throw CalculationError(flag.span, unknownStateText(flag.text));
         }
         closeForm();
         if (answer != options_.getAnswers.end()) {
@@ -396,6 +410,20 @@ private:
                 throw PluginThrew(span, error.what());
             } catch (const CalculationError&) {
                 return {u"?"};
+            }
+        };
+    }
+
+    Expression validity(std::size_t)
+    {
+        Expression text = expression();
+        closeForm();
+        return [&functions = functions_, &options = options_, text = std::move(text)](Scope& scope) -> Value {
+            try {
+                parse(text(scope).text(), functions, options);
+                return {1};
+            } catch (const CalculationError&) {
+                return {0};
             }
         };
     }

@@ -60,82 +60,24 @@ std::size_t editDistance(std::u16string_view a, std::u16string_view b)
     return distances.back().back();
 }
 
-// ---- How FileMaker's operators choose between text and number; conversions and decimal arithmetic are the kit's.
-
-Value truth(bool holds)
-{
-    return {holds ? 1 : 0};
-}
-
-bool isText(const Value& value)
-{
-    return value.type() == ValueType::text || value.type() == ValueType::empty;
-}
-
-bool isNoNumber(const Value& value)
-{
-    return isText(value) && value.text().find_first_of(u"0123456789") == std::u16string::npos;
-}
-
-// Negative, 0 or positive; see evaluate().
-int compare(const Value& left, const Value& right)
-{
-    if ((isText(left) && isText(right)) || isNoNumber(left) || isNoNumber(right)) {
-        return foldCase(left.text()).compare(foldCase(right.text()));
-    }
-    const fmx::FixPt& a = left.data().GetAsNumber();
-    const fmx::FixPt& b = right.data().GetAsNumber();
-    return a == b ? 0 : a < b ? -1 : 1;
-}
-
-Value concatenated(const Value& left, const Value& right, Span)
-{
-    const fmx::TextUniquePtr text;
-    text->SetText(left.data().GetAsText());
-    text->AppendText(right.data().GetAsText());
-    return Value(*text);
-}
-
-template <auto operation>
-Value calculated(const Value& left, const Value& right, Span)
-{
-    const fmx::FixPtUniquePtr result;
-    (left.data().GetAsNumber().*operation)(right.data().GetAsNumber(), *result);
-    return Value(*result);
-}
-
-Value divided(const Value& left, const Value& right, Span place)
-{
-    const fmx::FixPtUniquePtr result;
-    if (left.data().GetAsNumber().Divide(right.data().GetAsNumber(), *result) != 0) {
-        throw CalculationError(place, "A number can't be divided by zero.");
-    }
-    return Value(*result);
-}
-
 } // namespace
 
-const Operator* findOperator(std::u16string_view symbol)
+Function::Function(std::u16string_view itsPrototype, std::u16string_view itsDescription, BuiltIn function)
+    : name(itsPrototype.substr(0, itsPrototype.find(u' '))), prototype(itsPrototype), description(itsDescription),
+      evaluate(std::move(function))
 {
-    static constexpr Operator table[] = {
-        {u"or", 0, true, [](const Value& a, const Value& b, Span) { return truth(a.boolean() || b.boolean()); }},
-        {u"xor", 0, {}, [](const Value& a, const Value& b, Span) { return truth(a.boolean() != b.boolean()); }},
-        {u"and", 1, false, [](const Value& a, const Value& b, Span) { return truth(a.boolean() && b.boolean()); }},
-        {u"=", 2, {}, [](const Value& a, const Value& b, Span) { return truth(compare(a, b) == 0); }},
-        {u"≠", 2, {}, [](const Value& a, const Value& b, Span) { return truth(compare(a, b) != 0); }},
-        {u"<", 2, {}, [](const Value& a, const Value& b, Span) { return truth(compare(a, b) < 0); }},
-        {u">", 2, {}, [](const Value& a, const Value& b, Span) { return truth(compare(a, b) > 0); }},
-        {u"≤", 2, {}, [](const Value& a, const Value& b, Span) { return truth(compare(a, b) <= 0); }},
-        {u"≥", 2, {}, [](const Value& a, const Value& b, Span) { return truth(compare(a, b) >= 0); }},
-        {u"&", 3, {}, concatenated},
-        {u"+", 4, {}, calculated<&fmx::FixPt::Add>},
-        {u"-", 4, {}, calculated<&fmx::FixPt::Subtract>},
-        {u"*", 5, {}, calculated<&fmx::FixPt::Multiply>},
-        {u"/", 5, {}, divided},
-    };
-    const auto* found =
-        std::find_if(std::begin(table), std::end(table), [&](const Operator& entry) { return entry.symbol == symbol; });
-    return found != std::end(table) ? found : nullptr;
+    int braces = 0;
+    int brackets = 0;
+    bool hasAnyNumber = false;
+    for (const char16_t unit : prototype) {
+        braces += unit == u'{' ? 1 : unit == u'}' ? -1 : 0;
+        brackets += unit == u'[' ? 1 : unit == u']' ? -1 : 0;
+        const bool beginsArgument = brackets == 0 && (unit == u'(' || unit == u';');
+        minimumArguments += beginsArgument && braces == 0 ? 1 : 0;
+        maximumArguments += beginsArgument ? 1 : 0;
+        hasAnyNumber = hasAnyNumber || (unit == u'…' && brackets == 0);
+    }
+    maximumArguments = hasAnyNumber ? -1 : maximumArguments;
 }
 
 std::string rangeText(int least, int most)
@@ -164,10 +106,8 @@ FunctionTable::FunctionTable(const std::vector<fmxkit::ExternalFunction>& functi
     : functions_(functions.begin(), functions.end())
 {
     functions_.insert(functions_.end(), builtIns().begin(), builtIns().end());
-    for (const std::span<const Function> all : {builtIns(), std::span<const Function>(functions_)}) {
-        for (const Function& function : all) {
-            byFoldedName_.emplace(foldCase(function.name), &function); // the first of a name stays
-        }
+    for (const Function& function : functions_) {
+        byFoldedName_.insert_or_assign(foldCase(function.name), &function); // FileMaker's stay: they are last
     }
 }
 

@@ -7,9 +7,9 @@
 
 #include <fmxkit/registry.h>
 
+#include <functional>
 #include <map>
 #include <optional>
-#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -20,22 +20,18 @@ struct Operator {
     std::u16string_view symbol;
     int level;                     // of binding, weakest first
     std::optional<bool> decidedBy; // the left operand that is the result whatever stands on the right
-    // Errors: CalculationError at `place`.
-    Value (*apply)(const Value& left, const Value& right, Span place);
+    Value (*apply)(const Value& left, const Value& right);
 };
-constexpr int strongestLevel = 5;
+constexpr int strongestLevel = 6;
 const Operator* findOperator(std::u16string_view symbol); // null for none
 
-struct Function {
-    static constexpr int anyNumber = -1; // of arguments
+using Arguments = std::vector<Value>;
+using BuiltIn = std::function<Value(const Arguments& arguments)>;
 
-    // One of FileMaker's. Its prototype begins with its name.
-    constexpr Function(std::u16string_view itsPrototype, std::u16string_view itsDescription, int least, int most,
-                       Value (*function)(const std::vector<Value>& arguments))
-        : name(itsPrototype.substr(0, itsPrototype.find(u' '))), prototype(itsPrototype), description(itsDescription),
-          minimumArguments(least), maximumArguments(most), evaluate(function)
-    {
-    }
+struct Function {
+    // One of FileMaker's. Its prototype begins with its name and shows how many arguments there may be: those in braces
+    // may be left out, and with "…" there are any number of them.
+    Function(std::u16string_view itsPrototype, std::u16string_view itsDescription, BuiltIn function = nullptr);
     // A plug-in's, which must stay where it is.
     explicit Function(const fmxkit::ExternalFunction& function)
         : name(function.name), prototype(function.prototype), description(function.description),
@@ -46,10 +42,10 @@ struct Function {
     std::u16string_view name;
     std::u16string_view prototype;
     std::u16string_view description; // of a plug-in's function behind the words to find it by and a "|"
-    int minimumArguments;
-    int maximumArguments; // anyNumber, or another negative one
+    int minimumArguments = 0;
+    int maximumArguments = 0; // a negative one: any number
     // Neither: the parser makes a form of its own of it.
-    Value (*evaluate)(const std::vector<Value>& arguments) = nullptr;
+    BuiltIn evaluate;
     const fmxkit::ExternalFunction* external = nullptr;
 };
 
@@ -57,10 +53,13 @@ struct Function {
 std::string rangeText(int least, int most);
 
 // FileMaker's, in alphabetical order.
-std::span<const Function> builtIns();
+const std::vector<Function>& builtIns();
 
-// What Get ( flag ) answers, in any letter case; nothing for a flag that isn't known.
+// What Get ( flag ) returns, in any letter case; empty for a flag that isn't known.
 std::optional<Value> stateOf(std::u16string_view flag);
+
+// What is to be said about a flag that stateOf() doesn't know, for the user; UTF-8.
+std::string unknownStateText(std::u16string_view flag);
 
 // " Did you mean x?" of the candidate that was probably meant by a word, or nothing. Letter case doesn't count, nor
 // does a prefix that ends with an underscore. All UTF-8.

@@ -20,14 +20,13 @@ constexpr char16_t carriageReturn = u'\r'; // what the paragraph sign stands for
 // Symbols that have a second spelling, and the others.
 constexpr std::pair<std::u16string_view, std::u16string_view> spellings[] = {
     {u"<>", u"≠"}, {u"<=", u"≤"}, {u">=", u"≥"}};
-constexpr std::u16string_view symbols = u"&+-*/=≠<>≤≥();[]";
+constexpr std::u16string_view symbols = u"&+-*/^=≠<>≤≥();[]";
 constexpr std::u16string_view operatorWords[] = {u"and", u"or", u"xor", u"not"};
 
 // What people mean by characters that calculations don't know.
 constexpr std::pair<std::u16string_view, const char*> mistakes[] = {
     {u",", "Arguments are separated by \";\" and decimals by \".\"."},
     {u"'‘’‚“”„«»`", "A text stands between straight double quotation marks: \"text\"."},
-    {u"^", "fmxhost lacks the operator ^ (to the power of)."},
     {u"{}", "Braces only show in descriptions what may be left out."},
     {u"!", "\"Not equal\" is written ≠ or <>."},
     {u":", "fmxhost has neither fields nor script steps: set a variable, $name = …"},

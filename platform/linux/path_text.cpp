@@ -1,7 +1,5 @@
 #include "platform/path_text.h"
 
-#include "platform/unicode.h"
-
 #include <pwd.h>
 #include <unistd.h>
 
@@ -15,14 +13,15 @@ namespace platform {
 
 namespace {
 
-constexpr char16_t slash = u'/';
+constexpr char slash = '/';
 
 // Without doubled slashes and, but for the root, without a trailing one.
-PathText tidied(PathView path)
+template <typename Text>
+Text tidied(const Text& path)
 {
-    PathText text;
+    Text text;
     text.reserve(path.size());
-    for (const char16_t unit : path) {
+    for (const auto unit : path) {
         if (unit != slash || text.empty() || text.back() != slash) {
             text.push_back(unit);
         }
@@ -48,22 +47,17 @@ std::optional<std::string> homeFromUserDatabase()
     return found->pw_dir;
 }
 
-std::optional<PathText> homeFolder()
+std::optional<std::string> homeFolder()
 {
     const char* variable = std::getenv("HOME");
-    const auto home =
-        variable != nullptr && variable[0] == '/' ? std::optional<std::string>(variable) : homeFromUserDatabase();
-    if (!home) {
-        return std::nullopt;
-    }
-    return utf16FromUtf8(*home);
+    return variable != nullptr && variable[0] == '/' ? std::optional<std::string>(variable) : homeFromUserDatabase();
 }
 
 } // namespace
 
 PathText lastComponent(PathView path)
 {
-    PathText text = tidied(path);
+    PathText text = tidied(PathText(path));
     const std::size_t position = text.rfind(slash);
     if (text.size() > 1 && position != PathText::npos) {
         text.erase(0, position + 1);
@@ -73,7 +67,7 @@ PathText lastComponent(PathView path)
 
 PathText deletingLastComponent(PathView path)
 {
-    PathText text = tidied(path);
+    PathText text = tidied(PathText(path));
     const std::size_t position = text.rfind(slash);
     if (position == PathText::npos) {
         return {};
@@ -88,15 +82,15 @@ PathText appendingComponent(PathView path, PathView component)
         return PathText(path);
     }
     if (path.empty()) {
-        return tidied(component);
+        return tidied(PathText(component));
     }
     return tidied(PathText(path).append(1, slash).append(component));
 }
 
-PathText standardized(PathView path)
+std::string standardized(std::string_view path)
 {
-    const std::optional<PathText> home = homeFolder();
-    return home ? tidied(*home + PathText(path.substr(1))) : PathText(path);
+    const std::optional<std::string> home = homeFolder();
+    return home ? tidied(*home + std::string(path.substr(1))) : std::string(path);
 }
 
 } // namespace platform

@@ -10,14 +10,19 @@ using namespace macos;
 
 namespace {
 
-// With a leading "~" replaced by $HOME, of which the frameworks remember what it was when the process began.
-PathText fromHome(PathView path)
+// With the leading "~" replaced by $HOME, of which the frameworks remember what it was when the process began.
+std::string fromHome(std::string_view path)
 {
     const char* home = std::getenv("HOME");
-    if (home == nullptr || home[0] != '/' || (path != u"~" && !path.starts_with(u"~/"))) {
-        return PathText(path);
-    }
-    return utf16FromUtf8(home).append(path.substr(1));
+    return home == nullptr || home[0] != '/' ? std::string(path) : std::string(home).append(path.substr(1));
+}
+
+// UTF-8 whose doubled slashes and other superfluous parts the frameworks take out.
+std::string tidied(const std::string& path)
+{
+    return guarded(path, [&] {
+        return utf8FromUtf16(unitsOf([stringFrom(utf16FromUtf8(path)) stringByStandardizingPath])).value_or(path);
+    });
 }
 
 } // namespace
@@ -38,9 +43,11 @@ PathText appendingComponent(PathView path, PathView component)
                    [&] { return unitsOf([stringFrom(path) stringByAppendingPathComponent:stringFrom(component)]); });
 }
 
-PathText standardized(PathView path)
+std::string standardized(std::string_view path)
 {
-    return guarded(PathText(path), [&] { return unitsOf([stringFrom(fromHome(path)) stringByStandardizingPath]); });
+    const std::string whole = fromHome(path);
+    const bool isUtf8 = utf8FromUtf16(utf16FromUtf8(whole)) == whole;
+    return isUtf8 ? tidied(whole) : whole;
 }
 
 } // namespace platform

@@ -7,6 +7,11 @@ file(READ "${TABLE}" table)
 string(REGEX REPLACE "/\\*([^*]|\\*[^/])*\\*/" "" table "${table}")
 string(REGEX REPLACE "(\"[^\"]*\") = (\"([^\"\\]|\\\\.)*\");" "    {\\1, u\\2}," table "${table}")
 
+file(SHA256 "${ARCHIVER}" archiver_digest)
+file(SHA256 "${SCRIPT}" script_digest)
+string(SHA256 digest "${archiver_digest}${script_digest}")
+string(SUBSTRING "${digest}" 0 16 digest)
+
 file(WRITE "${OUTPUT}" "#include \"resources/embedded.h\"
 
 // The assembler reads the files (.incbin); a compiler takes long for arrays of this size.
@@ -28,6 +33,7 @@ static std::string_view between(const char* begin, const char* end)
 }
 const std::string_view zipFuncs = between(folidexScriptBegin, folidexScriptEnd);
 const std::string_view archiver = between(folidexArchiverBegin, folidexArchiverEnd);
+const char* const archiverVersion = \"${digest}\";
 const char* const packageFolder = \"${PACKAGE_FOLDER}\";
 
 } // namespace resources

@@ -15,14 +15,18 @@
 #include <sys/statvfs.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
+#include <cerrno>
 #include <climits>
 #include <csignal>
 #include <cstddef>
 #include <cstdlib>
+#include <ctime>
+#include <filesystem>
+#include <memory>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -147,21 +151,46 @@ std::optional<ResourceFile> ofPackage()
     return isRoots && isSafe(path) && holdsBoth(folder.get(), root) ? scriptIn(path) : std::nullopt;
 }
 
-std::optional<ResourceFile> ofUser(const std::string& path)
+// A folder of this user's alone, made if it isn't there; empty when it isn't such a one.
+Descriptor privateFolder(const std::string& path)
 {
     if (::mkdir(path.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
-        return std::nullopt;
+        return {};
     }
-    const Descriptor folder = openIn(AT_FDCWD, path.c_str(), O_RDONLY | O_DIRECTORY);
+    Descriptor folder = openIn(AT_FDCWD, path.c_str(), O_RDONLY | O_DIRECTORY);
     struct stat status {};
-    if (!folder || ::fstat(folder.get(), &status) != 0 || status.st_uid != ::geteuid() ||
-        ::fchmod(folder.get(), S_IRWXU) != 0 || !isSafe(path)) {
+    const bool isOurs = folder && ::fstat(folder.get(), &status) == 0 && status.st_uid == ::geteuid() &&
+                        ::fchmod(folder.get(), S_IRWXU) == 0 && isSafe(path);
+    return isOurs ? std::move(folder) : Descriptor();
+}
+
+// Removes the versions that nobody has used for a day, as far as can be seen: whoever still does writes his anew.
+void removeOldVersions(const std::string& parent)
+{
+    constexpr std::time_t day = 86400;
+    std::error_code ignored;
+    for (const auto& entry : std::filesystem::directory_iterator(parent, ignored)) {
+        struct stat status {};
+        if (::lstat(entry.path().c_str(), &status) == 0 && std::time(nullptr) - status.st_mtime > day) {
+            std::filesystem::remove_all(entry.path(), ignored);
+        }
+    }
+}
+
+std::optional<ResourceFile> ofUser(const std::string& parent)
+{
+    const std::string path = parent + "/" + resources::archiverVersion;
+    const Descriptor outer = privateFolder(parent);
+    struct statvfs fileSystem {};
+    if (!outer || ::fstatvfs(outer.get(), &fileSystem) != 0 ||
+        (fileSystem.f_flag & static_cast<unsigned long>(ST_NOEXEC)) != 0) {
         return std::nullopt;
     }
-    struct statvfs fileSystem {};
-    const bool programsRun =
-        ::fstatvfs(folder.get(), &fileSystem) == 0 && (fileSystem.f_flag & static_cast<unsigned long>(ST_NOEXEC)) == 0;
-    const bool isComplete = programsRun && put(folder.get(), programName, resources::archiver) &&
+    if (::access(path.c_str(), F_OK) != 0) {
+        removeOldVersions(parent);
+    }
+    const Descriptor folder = privateFolder(path);
+    const bool isComplete = folder && put(folder.get(), programName, resources::archiver) &&
                             put(folder.get(), scriptName, resources::zipFuncs);
     return isComplete ? scriptIn(path) : std::nullopt;
 }

@@ -4,6 +4,7 @@
 #include "platform/posix/access_lists.h"
 #include "platform/posix/directory_reader.h"
 #include "platform/posix/names.h"
+#include "platform/posix/tree_walk.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -24,8 +25,11 @@ using platform::posix::DirectoryReader;
 using platform::posix::folderItself;
 using platform::posix::openAt;
 using platform::posix::retried;
+using platform::posix::TreeEntry;
 
 namespace {
+
+using Step = platform::posix::Failure; // none
 
 constexpr std::string_view workPrefix = ".folidex-archive-";
 constexpr int attempts = 8; // at a name that nothing has
@@ -90,42 +94,34 @@ WorkItem makeWorkItem(int folder, const Make& make)
     failWriting("nothing can be made in the destination", errno);
 }
 
-bool makeWritable(int folder, const std::string& name)
-{
-    return fchmodat(folder, name.c_str(), S_IRWXU, 0) == 0;
-}
+// Goes on past what can't be removed.
+class Removal : public platform::posix::TreeVisitor {
+public:
+    bool isWhole() const { return isWhole_; }
 
-// Removes the entries of `folder`, whose folders go to `root`, under other names: however deep a tree, two folders are
-// open. Returns how many entries are gone from `folder`, or are in `root` now; sets `isWhole` to false when one stays.
-std::size_t removeEntries(int folder, int root, bool& isWhole)
-{
-    std::size_t count = 0;
-    DirectoryReader reader;
-    reader.start(folder);
-    while (const auto* entry = reader.next()) {
-        const bool isGone = unlinkat(folder, entry->name, 0) == 0 || unlinkat(folder, entry->name, AT_REMOVEDIR) == 0 ||
-                            (folder != root && makeWritable(folder, entry->name) &&
-                             renameat(folder, entry->name, root, platform::posix::temporaryName().c_str()) == 0);
-        bool isEmptied = false;
-        if (!isGone && folder == root && makeWritable(folder, entry->name)) {
-            const Descriptor inner = openAt(folder, entry->name, folderItself);
-            isEmptied = inner && removeEntries(inner.get(), root, isWhole) > 0;
-            unlinkat(folder, entry->name, AT_REMOVEDIR);
-        }
-        count += isGone || isEmptied ? 1 : 0;
-        isWhole = isWhole && (isGone || isEmptied);
+    Step visit(const TreeEntry& entry) override { return remove(entry, 0); }
+    Step choose(const TreeEntry& folder, Choice&) override
+    {
+        // One may lock its owner out. The root doesn't, and where it is others may have put a link in its place.
+        isWhole_ = (folder.isRoot() || fchmodat(folder.folder, folder.name, S_IRWXU, 0) == 0) && isWhole_;
+        return {};
     }
-    return count;
-}
+    Step leave(const TreeEntry& folder, int, Next&) override { return remove(folder, AT_REMOVEDIR); }
+    Step failed(const TreeEntry&, int) override
+    {
+        isWhole_ = false;
+        return {};
+    }
 
-bool removeContent(int root)
-{
-    bool isWhole = true;
-    while (isWhole && removeEntries(root, root, isWhole) > 0) {
-        // Once more for what has come up.
+private:
+    Step remove(const TreeEntry& entry, int flags)
+    {
+        isWhole_ = unlinkat(entry.folder, entry.name, flags) == 0 && isWhole_;
+        return {};
     }
-    return isWhole;
-}
+
+    bool isWhole_ = true;
+};
 
 // A name of a work item that nobody works on: of this host and user, and it can be locked.
 bool isLeftover(int folder, const std::string& name)
@@ -199,17 +195,9 @@ void removeLeftovers(int folder) noexcept
 
 bool removeTree(int folder, const char* name) noexcept
 {
-    if (unlinkat(folder, name, 0) == 0 || unlinkat(folder, name, AT_REMOVEDIR) == 0 || errno == ENOENT) {
-        return true;
-    }
     try {
-        Descriptor root = openAt(folder, name, folderItself);
-        if (!root && makeWritable(folder, name)) {
-            root = openAt(folder, name, folderItself);
-        } else if (root) {
-            fchmod(root.get(), S_IRWXU);
-        }
-        return root && removeContent(root.get()) && unlinkat(folder, name, AT_REMOVEDIR) == 0;
+        Removal removal;
+        return !platform::posix::walkTree(folder, name, removal) && removal.isWhole();
     } catch (const std::exception&) {
         return false;
     }

@@ -3,7 +3,7 @@
 // Fields of an input: a path, a component.
 #include "fuzz/target.h"
 
-#include "platform/linux/desktop_uri.h"
+#include "platform/linux/desktop/uri.h"
 #include "platform/path_text.h"
 
 namespace {

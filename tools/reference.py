@@ -19,6 +19,7 @@ from markdown_it import MarkdownIt
 
 import function_texts
 import snippets
+import strings_table
 
 ORIGIN = "<!-- Made by tools/reference.py from the plug-in and the texts in docs/reference/; changes belong there. -->"
 LOWEST_CODE = -9999
@@ -98,7 +99,16 @@ class Reference:
             raise function_texts.TextError(f"index.md has no chapter {', '.join(unknown)}")
         self.recipes_text = (docs / "recipes.md").read_text("utf-8")
         self.recipes = [recipe for recipe in function_texts.sections_of(self.recipes_text) if "```filemaker" in recipe[1]]
+        self.read_translations(docs.parent / "resources")
         self.ask_for_error_texts(texts.values())
+
+    def read_translations(self, resources):
+        """{prototype: {language: words to find the function by and what it does}}"""
+        self.translations = defaultdict(dict)
+        for language, table in strings_table.read_tables(resources).items():
+            for number, prototype in table.items():
+                if description := table.get(number + strings_table.DESCRIPTION_OFFSET):
+                    self.translations[prototype][language] = description
 
     def ask_for_error_texts(self, texts):
         cases = [(case.code, case.extended) for text in texts for case in text.errors]
@@ -179,7 +189,8 @@ class Reference:
         content = [page.chapter("Overview", self.overview().partition("\n")[2])]
         groups = [("", ["Overview"])]
         for title, text in self.chapters:
-            functions = [page.function(function, self.function(function, text)) for function, text in self.by_chapter[title]]
+            functions = [page.function(function, self.function(function, text), self.translations[function["prototype"]])
+                         for function, text in self.by_chapter[title]]
             content.append(page.chapter(title, text, functions))
             if functions:
                 groups.append((title, [text.name for _, text in self.by_chapter[title]]))
@@ -245,14 +256,15 @@ class Page:
         return f'<section class="chapter" id="{slug(title)}">\n<h2>{escape(title)}</h2>\n{self.render(text)}{"".join(parts)}</section>\n'
 
     def part(self, kind, title, text, words="", anchor=""):
-        found = f'<p class="words">{escape(words)}</p>\n' if words else ""
         return (f'<section class="part {kind}" id="{slug(title)}">\n{anchor}<h3><a href="#{slug(title)}">{escape(title)}</a></h3>\n'
-                f"{found}{self.render(text)}</section>\n")
+                f"{words}{self.render(text)}</section>\n")
 
-    def function(self, function, text):
-        # The name as a place too, in its own spelling.
+    def function(self, function, text, descriptions):
+        # The name as a place too, in its own spelling. English descriptions say what the text does.
         anchor = f'<a id="{function["name"]}"></a>'
-        return self.part("function", function["name"], text.partition("\n")[2], function["description"].partition("|")[0], anchor)
+        words = descriptions | {"en": descriptions["en"].partition("|")[0]}
+        found = "".join(f'<p class="words" lang="{language}">{escape(text.replace("|", ": "))}</p>\n' for language, text in words.items())
+        return self.part("function", function["name"], text.partition("\n")[2], found, anchor)
 
     def recipe(self, title, text):
         return self.part("recipe", title, text)

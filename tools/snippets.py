@@ -13,14 +13,17 @@ def within(name, content):
     return f"<{name}>{content}</{name}>"
 
 
+# FileMaker finds fields and layouts by their names. 0 would be one that is missing, a small number perhaps another one.
+NUMBER = 32000
+
+
 def field(text):
-    """FileMaker finds a field by its names; the number is any but 0, which it takes for one that is missing."""
     table, _, name = text.partition("::")
-    return f"<Field table={quoteattr(table)} id=\"1\" name={quoteattr(name)}></Field>"
+    return f'<Field table={quoteattr(table)} id="{NUMBER}" name={quoteattr(name)}></Field>'
 
 
 def layout(name):
-    return f'<LayoutDestination value="SelectedLayout"></LayoutDestination><Layout id="1" name={quoteattr(name.strip(chr(34)))}></Layout>'
+    return f'<LayoutDestination value="SelectedLayout"></LayoutDestination><Layout id="{NUMBER}" name={quoteattr(name.strip(chr(34)))}></Layout>'
 
 
 def on(name, state="True"):

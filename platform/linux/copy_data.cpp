@@ -1,6 +1,6 @@
 #include "platform/linux/copy_data.h"
 
-#include "platform/linux/descriptor.h"
+#include "platform/posix/descriptor.h"
 
 #include <linux/fs.h>
 #include <sys/ioctl.h>
@@ -10,6 +10,9 @@
 #include <cerrno>
 
 namespace platform::linux_os {
+
+using posix::Failure;
+using posix::retried;
 
 namespace {
 
@@ -42,7 +45,7 @@ bool mayHaveHoles(const struct stat& status)
 
 } // namespace
 
-CopyFailure DataCopier::copy(int source, int target, const struct stat& status)
+Failure DataCopier::copy(int source, int target, const struct stat& status)
 {
     if (status.st_size == 0) {
         return copyUnsized(source, target);
@@ -77,18 +80,18 @@ bool DataCopier::cloned(int source, int target, const struct stat& status)
 
 // Files that make up their content as they are read say 0 to the end. One that says more by now is a file that is just
 // being filled, and is copied as far as it says, for its writer may be quicker for ever.
-CopyFailure DataCopier::copyUnsized(int source, int target)
+Failure DataCopier::copyUnsized(int source, int target)
 {
     for (off_t position = 0;;) {
         const auto count = retried([&] { return read(source, buffer(), bufferSize); });
         if (count < 0) {
-            return CopyFailure::ofSource(errno);
+            return Failure::ofSource(errno);
         }
         if (count == 0) {
             return {};
         }
         if (const int error = writeAll(target, buffer(), static_cast<std::size_t>(count), position)) {
-            return CopyFailure::ofTarget(error);
+            return Failure::ofTarget(error);
         }
         position += count;
         struct stat now {};
@@ -98,7 +101,7 @@ CopyFailure DataCopier::copyUnsized(int source, int target)
     }
 }
 
-CopyFailure DataCopier::copySparse(int source, int target, off_t size)
+Failure DataCopier::copySparse(int source, int target, off_t size)
 {
     off_t reached = 0;
     for (off_t position = 0; position < size;) {
@@ -112,7 +115,7 @@ CopyFailure DataCopier::copySparse(int source, int target, off_t size)
         }
         position = data;
         const off_t end = std::min(hole, size);
-        if (const CopyFailure failed = copyRange(source, target, position, end)) {
+        if (Failure failed = copyRange(source, target, position, end)) {
             return failed;
         }
         if (position < end) {
@@ -122,28 +125,28 @@ CopyFailure DataCopier::copySparse(int source, int target, off_t size)
     }
     struct stat now {};
     if (fstat(source, &now) != 0) {
-        return CopyFailure::ofSource(errno);
+        return Failure::ofSource(errno);
     }
     const off_t end = std::min(size, now.st_size);
     if (end > reached && retried([&] { return ftruncate(target, end); }) != 0) {
-        return CopyFailure::ofTarget(errno);
+        return Failure::ofTarget(errno);
     }
     return {};
 }
 
 // Copies from `position` up to `end` or to where the source ends; `position` tells how far it came.
-CopyFailure DataCopier::copyRange(int source, int target, off_t& position, off_t end)
+Failure DataCopier::copyRange(int source, int target, off_t& position, off_t end)
 {
-    CopyFailure failed;
+    Failure failed;
     if (end - position > smallFile && copyInKernel(source, target, position, end, failed)) {
         return failed;
     }
     return copyThroughBuffer(source, target, position, end);
 }
 
-// Answers false when the rest has to go through the buffer: copy_file_range(2) can't copy between all file systems,
+// Returns false when the rest has to go through the buffer: copy_file_range(2) can't copy between all file systems,
 // before Linux 5.3 only within one, and ends early on files that make up their content as they are read.
-bool DataCopier::copyInKernel(int source, int target, off_t& position, off_t end, CopyFailure& failed)
+bool DataCopier::copyInKernel(int source, int target, off_t& position, off_t end, Failure& failed)
 {
     off_t written = position;
     while (position < end) {
@@ -153,7 +156,7 @@ bool DataCopier::copyInKernel(int source, int target, off_t& position, off_t end
             continue;
         }
         if (count < 0 && (errno == ENOSPC || errno == EDQUOT || errno == EFBIG)) {
-            failed = CopyFailure::ofTarget(errno);
+            failed = Failure::ofTarget(errno);
             return true;
         }
         return false;
@@ -161,19 +164,19 @@ bool DataCopier::copyInKernel(int source, int target, off_t& position, off_t end
     return true;
 }
 
-CopyFailure DataCopier::copyThroughBuffer(int source, int target, off_t& position, off_t end)
+Failure DataCopier::copyThroughBuffer(int source, int target, off_t& position, off_t end)
 {
     while (position < end) {
         const std::size_t step = std::min(static_cast<std::size_t>(end - position), bufferSize);
         const auto count = retried([&] { return pread(source, buffer(), step, position); });
         if (count < 0) {
-            return CopyFailure::ofSource(errno);
+            return Failure::ofSource(errno);
         }
         if (count == 0) {
             break;
         }
         if (const int error = writeAll(target, buffer(), static_cast<std::size_t>(count), position)) {
-            return CopyFailure::ofTarget(error);
+            return Failure::ofTarget(error);
         }
         position += count;
     }

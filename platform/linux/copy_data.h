@@ -1,7 +1,7 @@
 // The bytes of one file into another: as a clone that shares them, by the kernel's own copy, or through a buffer.
 #pragma once
 
-#include "platform/linux/system_error.h"
+#include "platform/posix/failure.h"
 
 #include <sys/stat.h>
 #include <sys/types.h>
@@ -18,15 +18,15 @@ public:
     // Fills the empty file `target` with the content of the regular file `source`, holes as holes. `status`: the
     // source's, taken after it was opened. A source that grows meanwhile is copied up to the size in `status`; one
     // that shrinks, up to its new end; one of size 0 (as files of proc(5) say) to wherever its end is.
-    CopyFailure copy(int source, int target, const struct stat& status);
+    posix::Failure copy(int source, int target, const struct stat& status);
 
 private:
     bool cloned(int source, int target, const struct stat& status);
-    CopyFailure copyUnsized(int source, int target);
-    CopyFailure copySparse(int source, int target, off_t size);
-    CopyFailure copyRange(int source, int target, off_t& position, off_t end);
-    CopyFailure copyThroughBuffer(int source, int target, off_t& position, off_t end);
-    bool copyInKernel(int source, int target, off_t& position, off_t end, CopyFailure& failed);
+    posix::Failure copyUnsized(int source, int target);
+    posix::Failure copySparse(int source, int target, off_t size);
+    posix::Failure copyRange(int source, int target, off_t& position, off_t end);
+    posix::Failure copyThroughBuffer(int source, int target, off_t& position, off_t end);
+    bool copyInKernel(int source, int target, off_t& position, off_t end, posix::Failure& failed);
     std::byte* buffer();
 
     std::unique_ptr<std::byte[]> buffer_;

@@ -1,7 +1,7 @@
 #include "platform/linux/copy_metadata.h"
 
-#include "platform/linux/descriptor.h"
 #include "platform/linux/extended_attributes.h"
+#include "platform/posix/descriptor.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -10,6 +10,8 @@
 #include <cerrno>
 
 namespace platform::linux_os {
+
+using posix::Failure;
 
 namespace {
 
@@ -23,16 +25,16 @@ bool isFailure(int error)
     return error != EPERM && error != EACCES && error != EINVAL && error != ENOTSUP && error != ENOSYS;
 }
 
-// Answers the mode that the copy may have. `change(user, group)` is a chown(2) of the copy.
+// Returns the mode that the copy may have. `change(user, group)` is a chown(2) of the copy.
 template <typename Change>
-CopyFailure keepOwner(const struct stat& status, Owner current, mode_t& mode, Change&& change)
+Failure keepOwner(const struct stat& status, Owner current, mode_t& mode, Change&& change)
 {
     const Owner wanted = Owner::of(status);
     if (wanted == current || change(wanted.user, wanted.group) == 0) {
         return {};
     }
     if (isFailure(errno)) {
-        return CopyFailure::ofTarget(errno);
+        return Failure::ofTarget(errno);
     }
     if (wanted.user != current.user) {
         mode &= ~mode_t{S_ISUID};
@@ -50,49 +52,49 @@ std::array<timespec, 2> timesOf(const struct stat& status)
 
 } // namespace
 
-CopyFailure keepMetadata(int source, int target, const struct stat& status, Owner current)
+Failure keepMetadata(int source, int target, const struct stat& status, Owner current)
 {
     mode_t mode = status.st_mode & modeBits;
     const auto changeOwner = [target](uid_t user, gid_t group) { return fchown(target, user, group); };
-    if (const CopyFailure failed = keepOwner(status, current, mode, changeOwner)) {
+    if (Failure failed = keepOwner(status, current, mode, changeOwner)) {
         return failed;
     }
-    if (const CopyFailure failed = keepExtendedAttributes(AttributeHolder(source), AttributeHolder(target), mode)) {
+    if (Failure failed = keepExtendedAttributes(AttributeHolder(source), AttributeHolder(target), mode)) {
         return failed;
     }
     if (fchmod(target, mode) != 0 && isFailure(errno)) {
-        return CopyFailure::ofTarget(errno);
+        return Failure::ofTarget(errno);
     }
     if (futimens(target, timesOf(status).data()) != 0 && isFailure(errno)) {
-        return CopyFailure::ofTarget(errno);
+        return Failure::ofTarget(errno);
     }
     return {};
 }
 
-CopyFailure keepEntryMetadata(int sourceFolder, const char* sourceName, int targetFolder, const char* targetName,
-                              const struct stat& status)
+Failure keepEntryMetadata(int sourceFolder, const char* sourceName, int targetFolder, const char* targetName,
+                          const struct stat& status)
 {
     struct stat made {};
     if (fstatat(targetFolder, targetName, &made, AT_SYMLINK_NOFOLLOW) != 0) {
-        return CopyFailure::ofTarget(errno);
+        return Failure::ofTarget(errno);
     }
     mode_t mode = status.st_mode & modeBits;
     const auto changeOwner = [=](uid_t user, gid_t group) {
         return fchownat(targetFolder, targetName, user, group, AT_SYMLINK_NOFOLLOW);
     };
-    if (const CopyFailure failed = keepOwner(status, Owner::of(made), mode, changeOwner)) {
+    if (Failure failed = keepOwner(status, Owner::of(made), mode, changeOwner)) {
         return failed;
     }
-    if (const CopyFailure failed = keepExtendedAttributes(AttributeHolder(sourceFolder, sourceName),
-                                                          AttributeHolder(targetFolder, targetName), mode)) {
+    if (Failure failed = keepExtendedAttributes(AttributeHolder(sourceFolder, sourceName),
+                                                AttributeHolder(targetFolder, targetName), mode)) {
         return failed;
     }
     // A link has no mode of its own.
     if (!S_ISLNK(status.st_mode) && fchmodat(targetFolder, targetName, mode, 0) != 0 && isFailure(errno)) {
-        return CopyFailure::ofTarget(errno);
+        return Failure::ofTarget(errno);
     }
     if (utimensat(targetFolder, targetName, timesOf(status).data(), AT_SYMLINK_NOFOLLOW) != 0 && isFailure(errno)) {
-        return CopyFailure::ofTarget(errno);
+        return Failure::ofTarget(errno);
     }
     return {};
 }

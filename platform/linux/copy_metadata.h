@@ -5,7 +5,7 @@
 // lend the copy's own owner to everybody is dropped. A file system without owners or modes (FAT) keeps none.
 #pragma once
 
-#include "platform/linux/system_error.h"
+#include "platform/posix/failure.h"
 
 #include <sys/stat.h>
 #include <sys/types.h>
@@ -21,11 +21,11 @@ struct Owner {
 };
 
 // Of an open file or folder. `status`: the source's; `current`: whom the copy belongs to as it was made.
-CopyFailure keepMetadata(int source, int target, const struct stat& status, Owner current);
+posix::Failure keepMetadata(int source, int target, const struct stat& status, Owner current);
 
 // Of an entry that can't be opened without side effects: a link, a FIFO, a device. The target's folder must be one that
 // nobody else can change, for a mode can't be set without following links.
-CopyFailure keepEntryMetadata(int sourceFolder, const char* sourceName, int targetFolder, const char* targetName,
-                              const struct stat& status);
+posix::Failure keepEntryMetadata(int sourceFolder, const char* sourceName, int targetFolder, const char* targetName,
+                                 const struct stat& status);
 
 } // namespace platform::linux_os

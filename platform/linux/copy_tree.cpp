@@ -1,37 +1,40 @@
-// Two walks side by side, one through the source and one that makes the same folders in the target. A folder's files
-// are copied as it is read, its folders afterwards, and its metadata come when the walk leaves it: its times wouldn't
-// stay, and a read-only folder couldn't be filled.
+// The walk goes through the source, and a stack of folders follows it in the target. A folder's files are copied as it
+// is read, its folders afterwards, and its metadata come when the walk leaves it: its times wouldn't stay, and a
+// read-only folder couldn't be filled.
 
 #include "platform/linux/copy_tree.h"
 
-#include "platform/linux/publish.h"
-#include "platform/linux/remove_tree.h"
+#include "platform/linux/moved_source.h"
+#include "platform/linux/removal_check.h"
+#include "platform/posix/flush.h"
+#include "platform/posix/folder_stack.h"
+#include "platform/posix/tree_walk.h"
 
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
 namespace platform::linux_os {
 
+using posix::CopyRecord;
+using posix::Descriptor;
+using posix::Failure;
+using posix::Identity;
+using posix::TreeEntry;
+
 namespace {
 
-Descriptor duplicate(int descriptor)
-{
-    return Descriptor(fcntl(descriptor, F_DUPFD_CLOEXEC, 0));
-}
-
-CopyFailure copyLink(int sourceFolder, const char* sourceName, int targetFolder, const char* targetName)
+Failure copyLink(int sourceFolder, const char* sourceName, int targetFolder, const char* targetName)
 {
     std::string leadsTo(256, '\0');
     for (;;) {
         const auto size = readlinkat(sourceFolder, sourceName, leadsTo.data(), leadsTo.size());
         if (size < 0) {
-            return CopyFailure::ofSource(errno);
+            return Failure::ofSource(errno);
         }
         if (static_cast<std::size_t>(size) < leadsTo.size()) {
             leadsTo.resize(static_cast<std::size_t>(size));
@@ -39,256 +42,203 @@ CopyFailure copyLink(int sourceFolder, const char* sourceName, int targetFolder,
         }
         leadsTo.resize(leadsTo.size() * 2);
     }
-    return symlinkat(leadsTo.c_str(), targetFolder, targetName) == 0 ? CopyFailure{} : CopyFailure::ofTarget(errno);
+    return symlinkat(leadsTo.c_str(), targetFolder, targetName) == 0 ? Failure{} : Failure::ofTarget(errno);
 }
 
-class TreeCopy {
+class TreeCopy : public posix::TreeVisitor {
 public:
-    TreeCopy(const CopyAim& aim, Descriptor source, Descriptor target, Identity forbidden, CopyRecord& copied)
-        : aim_(aim), flushesEach_(aim.isDurable && !isFlushedAsAWhole(target.get())), files_(aim, flushesEach_),
-          sources_(std::move(source)), targets_(std::move(target)), forbidden_(forbidden), copied_(copied)
+    TreeCopy(const CopyOptions& options, int target, Identity forbidden, CopyRecord& copied)
+        : options_(options), flushesEach_(options.isDurable && !posix::isFlushedAsAWhole(target)),
+          files_(options, flushesEach_), targets_(target), forbidden_(forbidden), copied_(copied)
     {
     }
 
-    CopyFailure run();
+    Failure visit(const TreeEntry& entry) override;
+    Failure choose(const TreeEntry& folder, Choice& choice) override;
+    Failure enter(const TreeEntry& folder, int opened) override;
+    Failure leave(const TreeEntry& folder, int left, Next& next) override;
 
-    // Where run() failed, below the roots: "" or "/a/b".
-    const std::string& failedPath() const { return failedPath_; }
+    // The source's.
+    const struct stat& rootStatus() const { return rootStatus_; }
 
 private:
-    CopyFailure start();
-    CopyFailure enter(const std::string& name);
-    CopyFailure leave();
-    CopyFailure finishFolder(int source, int target);
-    CopyFailure openLevel();
-    CopyFailure copyEntries();
-    CopyFailure copyEntry(const DirectoryEntry& entry);
-    void record(const std::string& path, const struct stat& status);
+    struct Level {
+        struct stat status; // of the source's folder, from before its entries were read
+        bool mayBeEmptied = false;
+    };
 
-    CopyFailure at(std::string path, CopyFailure failure)
-    {
-        failedPath_ = std::move(path);
-        return failure;
-    }
+    Failure start(const struct stat& status);
+    Failure makeTarget(const TreeEntry& folder);
+    Failure requireRemovable(const TreeEntry& entry);
+    void record(const TreeEntry& entry, const struct stat& status);
 
-    CopyAim aim_;
+    CopyOptions options_;
     bool flushesEach_;
     FileCopier files_;
-    TreeWalk sources_;
-    TreeWalk targets_;
+    posix::FolderStack targets_;
     Identity forbidden_;
     CopyRecord& copied_;
-    Owner newcomer_;                  // whom the entries belong to as they are made
-    std::vector<struct stat> levels_; // of the source's folders, from before their entries were read
-    DirectoryReader reader_;
-    std::string failedPath_;
+    Owner defaultOwner_; // whom the entries belong to as they are made
+    struct stat rootStatus_ {};
+    std::vector<Level> levels_;
 };
 
-CopyFailure TreeCopy::run()
+Failure TreeCopy::visit(const TreeEntry& entry)
 {
-    CopyFailure failed = start();
-    while (!failed) {
-        if (const std::optional<std::string> name = sources_.takeKept()) {
-            failed = enter(*name);
-        } else if (sources_.isAtRoot()) {
-            return finishFolder(sources_.folder(), targets_.folder());
-        } else {
-            failed = leave();
-        }
-    }
-    return failed;
-}
-
-CopyFailure TreeCopy::start()
-{
-    struct stat made {};
-    if (fstat(targets_.folder(), &made) != 0) {
-        return CopyFailure::ofTarget(errno);
-    }
-    // New entries belong to whom the root belongs to: the set-group-ID bit of a folder above was handed down to it,
-    // or else plays no part.
-    newcomer_ = Owner::of(made);
-    return openLevel();
-}
-
-CopyFailure TreeCopy::enter(const std::string& name)
-{
-    const auto failed = [&](CopyFailure failure) { return at(sources_.path(), failure); };
-    if (const int error = sources_.enter(name)) {
-        return at(sources_.pathOf(name), CopyFailure::ofSource(error));
-    }
-    if (mkdirat(targets_.folder(), name.c_str(), S_IRWXU) != 0) {
-        return failed(CopyFailure::ofTarget(errno));
-    }
-    if (const int error = targets_.enter(name)) {
-        return failed(CopyFailure::ofTarget(error));
-    }
-    return openLevel();
-}
-
-CopyFailure TreeCopy::openLevel()
-{
-    struct stat status {};
-    if (fstat(sources_.folder(), &status) != 0) {
-        return at(sources_.path(), CopyFailure::ofSource(errno));
-    }
-    if (Identity::of(status) == forbidden_) {
-        return at(sources_.path(), CopyFailure::because("a folder can't be put into itself"));
-    }
-    levels_.push_back(status);
-    record(sources_.path(), status);
-    return copyEntries();
-}
-
-// Everything but folders, whose names are kept for later.
-CopyFailure TreeCopy::copyEntries()
-{
-    bool isFirst = true;
-    reader_.start(sources_.folder());
-    while (const DirectoryEntry* entry = reader_.next()) {
-        if (aim_.isMove && std::exchange(isFirst, false)) {
-            if (const int error = errorOfRemovingFrom(sources_.folder())) {
-                return at(sources_.path(), CopyFailure::ofSource(error));
-            }
-        }
-        if (const CopyFailure failed = copyEntry(*entry)) {
-            return at(sources_.pathOf(entry->name), failed);
-        }
-    }
-    return reader_.error() == 0 ? CopyFailure{} : at(sources_.path(), CopyFailure::ofSource(reader_.error()));
-}
-
-CopyFailure TreeCopy::copyEntry(const DirectoryEntry& entry)
-{
-    struct stat status {};
-    unsigned char type = entry.type;
-    if (type == DT_UNKNOWN) {
-        if (fstatat(sources_.folder(), entry.name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
-            return CopyFailure::ofSource(errno);
-        }
-        type = static_cast<unsigned char>(IFTODT(status.st_mode));
-    }
-    if (aim_.isMove) {
-        if (const int error = errorOfRemovingEntry(sources_.folder(), levels_.back(), entry.name)) {
-            return CopyFailure::ofSource(error);
-        }
-    }
-    if (type == DT_DIR) {
-        sources_.keep(entry.name);
-        return {};
-    }
-    const CopyFailure failed = type == DT_REG
-                                   ? files_.copy(sources_.folder(), entry.name, targets_.folder(), newcomer_, status)
-                                   : copySpecial(sources_.folder(), entry.name, targets_.folder(), entry.name, status);
-    if (!failed && aim_.isMove) {
-        record(sources_.pathOf(entry.name), status);
-    }
-    return failed;
-}
-
-void TreeCopy::record(const std::string& path, const struct stat& status)
-{
-    if (aim_.isMove) {
-        copied_.add(path, status);
-    }
-}
-
-CopyFailure TreeCopy::leave()
-{
-    const std::string path = sources_.path();
-    int error = 0;
-    const Descriptor source = sources_.leave(error);
-    if (!source) {
-        return at(path, CopyFailure::ofSource(error));
-    }
-    const Descriptor target = targets_.leave(error);
-    return target ? at(path, finishFolder(source.get(), target.get())) : at(path, CopyFailure::ofTarget(error));
-}
-
-CopyFailure TreeCopy::finishFolder(int source, int target)
-{
-    const struct stat status = levels_.back();
-    levels_.pop_back();
-    if (const CopyFailure failed = keepMetadata(source, target, status, newcomer_)) {
+    if (Failure failed = requireRemovable(entry)) {
         return failed;
     }
-    const int error = flushesEach_ ? flushFolder(target) : 0;
-    return error == 0 ? CopyFailure{} : CopyFailure::ofTarget(error);
+    struct stat status {};
+    const int target = targets_.folder();
+    Failure failed = entry.type == DT_REG ? files_.copy(entry.folder, entry.name, target, defaultOwner_, status)
+                                          : copySpecial(entry.folder, entry.name, target, entry.name, status);
+    if (!failed) {
+        record(entry, status);
+    }
+    return failed;
+}
+
+Failure TreeCopy::choose(const TreeEntry& folder, Choice&)
+{
+    return requireRemovable(folder);
+}
+
+// Of an empty folder nobody needs to be able to remove anything.
+Failure TreeCopy::requireRemovable(const TreeEntry& entry)
+{
+    if (!options_.isMove || entry.isRoot()) {
+        return {};
+    }
+    Level& level = levels_.back();
+    const int error = level.mayBeEmptied ? 0 : errorOfRemovingFrom(entry.folder);
+    if (error != 0) {
+        return Failure::ofSource(error).at(entry.folderPath());
+    }
+    level.mayBeEmptied = true;
+    return Failure::ofSource(errorOfRemovingEntry(entry.folder, level.status, entry.name));
+}
+
+Failure TreeCopy::enter(const TreeEntry& folder, int opened)
+{
+    struct stat status {};
+    if (fstat(opened, &status) != 0) {
+        return Failure::ofSource(errno);
+    }
+    if (Identity::of(status) == forbidden_) {
+        return Failure::because(intoItself);
+    }
+    levels_.push_back({status});
+    record(folder, status);
+    return folder.isRoot() ? start(status) : makeTarget(folder);
+}
+
+// New entries belong to whom the root belongs to: the set-group-ID bit of a folder above was handed down to it, or else
+// plays no part.
+Failure TreeCopy::start(const struct stat& status)
+{
+    rootStatus_ = status;
+    struct stat made {};
+    if (fstat(targets_.folder(), &made) != 0) {
+        return Failure::ofTarget(errno);
+    }
+    defaultOwner_ = Owner::of(made);
+    return {};
+}
+
+Failure TreeCopy::makeTarget(const TreeEntry& folder)
+{
+    if (mkdirat(targets_.folder(), folder.name, S_IRWXU) != 0) {
+        return Failure::ofTarget(errno);
+    }
+    return Failure::ofTarget(targets_.enter(folder.name));
+}
+
+void TreeCopy::record(const TreeEntry& entry, const struct stat& status)
+{
+    if (options_.isMove) {
+        copied_.add(entry.place(), status);
+    }
+}
+
+Failure TreeCopy::leave(const TreeEntry& folder, int left, Next&)
+{
+    const struct stat status = levels_.back().status;
+    levels_.pop_back();
+    int error = 0;
+    const Descriptor inner = folder.isRoot() ? Descriptor() : targets_.leave(error);
+    if (error != 0) {
+        return Failure::ofTarget(error);
+    }
+    const int target = folder.isRoot() ? targets_.folder() : inner.get();
+    if (Failure failed = keepMetadata(left, target, status, defaultOwner_)) {
+        return failed;
+    }
+    return Failure::ofTarget(flushesEach_ ? posix::flushFolder(target) : 0);
 }
 
 } // namespace
 
-CopyFailure FileCopier::fill(const OpenFile& source, int target, Owner current)
+Failure FileCopier::fill(const OpenFile& source, int target, Owner current)
 {
-    if (const CopyFailure failed = data_.copy(source.descriptor.get(), target, source.status)) {
+    if (Failure failed = data_.copy(source.descriptor.get(), target, source.status)) {
         return failed;
     }
-    if (const CopyFailure failed = keepMetadata(source.descriptor.get(), target, source.status, current)) {
+    if (Failure failed = keepMetadata(source.descriptor.get(), target, source.status, current)) {
         return failed;
     }
-    const bool isDone = !flushesEach_ || retried([&] { return fsync(target); }) == 0;
-    return isDone ? CopyFailure{} : CopyFailure::ofTarget(errno);
+    const int error = flushesEach_ ? posix::flushFile(target) : 0;
+    return Failure::ofTarget(error);
 }
 
-CopyFailure FileCopier::copy(int sourceFolder, const char* name, int targetFolder, Owner newcomer, struct stat& status)
+Failure FileCopier::copy(int sourceFolder, const char* name, int targetFolder, Owner defaultOwner, struct stat& status)
 {
     OpenFile source;
-    if (const CopyFailure failed = openFile(sourceFolder, name, source)) {
+    if (Failure failed = openFile(sourceFolder, name, source)) {
         return failed;
     }
-    if (const CopyFailure failed = aim_.isMove ? requireRest(source) : CopyFailure{}) {
+    if (Failure failed = options_.isMove ? waitUntilTimestampSettles(source) : Failure{}) {
         return failed;
     }
     status = source.status;
-    Descriptor target(retried([&] {
-        return openat(targetFolder, name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR);
-    }));
+    Descriptor target = posix::openAt(targetFolder, name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, S_IRUSR | S_IWUSR);
     if (!target) {
-        return CopyFailure::ofTarget(errno);
+        return Failure::ofTarget(errno);
     }
-    if (const CopyFailure failed = fill(source, target.get(), newcomer)) {
+    if (Failure failed = fill(source, target.get(), defaultOwner)) {
         return failed;
     }
-    const int error = target.close();
-    return error == 0 ? CopyFailure{} : CopyFailure::ofTarget(error);
+    return Failure::ofTarget(target.close());
 }
 
-CopyFailure copySpecial(int sourceFolder, const char* sourceName, int targetFolder, const char* targetName,
-                        struct stat& status)
+Failure copySpecial(int sourceFolder, const char* sourceName, int targetFolder, const char* targetName,
+                    struct stat& status)
 {
     if (fstatat(sourceFolder, sourceName, &status, AT_SYMLINK_NOFOLLOW) != 0) {
-        return CopyFailure::ofSource(errno);
+        return Failure::ofSource(errno);
     }
     if (S_ISSOCK(status.st_mode)) {
-        return CopyFailure::because("a socket can't be copied");
+        return Failure::because("a socket can't be copied");
     }
     if (S_ISREG(status.st_mode) || S_ISDIR(status.st_mode)) {
-        return CopyFailure::because(exchangedMeanwhile);
+        return Failure::because(replacedMeanwhile);
     }
     if (S_ISLNK(status.st_mode)) {
-        if (const CopyFailure failed = copyLink(sourceFolder, sourceName, targetFolder, targetName)) {
+        if (Failure failed = copyLink(sourceFolder, sourceName, targetFolder, targetName)) {
             return failed;
         }
     } else if (mknodat(targetFolder, targetName, (status.st_mode & S_IFMT) | S_IRUSR | S_IWUSR, status.st_rdev) != 0) {
-        return CopyFailure::ofTarget(errno);
+        return Failure::ofTarget(errno);
     }
     return keepEntryMetadata(sourceFolder, sourceName, targetFolder, targetName, status);
 }
 
-Outcome copyTree(const CopyAim& aim, int source, int target, std::string_view sourcePath, std::string_view targetPath,
-                 Identity forbidden, CopyRecord& copied)
+Failure copyTree(const CopyOptions& options, int sourceFolder, const char* name, int target, Identity forbidden,
+                 CopyRecord& copied, struct stat& status)
 {
-    Descriptor sourceRoot = duplicate(source);
-    Descriptor targetRoot = duplicate(target);
-    if (!sourceRoot || !targetRoot) {
-        return systemFailure(aim.action(), sourcePath, errno);
-    }
-    TreeCopy copy(aim, std::move(sourceRoot), std::move(targetRoot), forbidden, copied);
-    if (const CopyFailure failed = copy.run()) {
-        return failed.outcome(aim.action(), std::string(sourcePath) + copy.failedPath(),
-                              std::string(targetPath) + copy.failedPath());
-    }
-    return Outcome::success();
+    TreeCopy copy(options, target, forbidden, copied);
+    Failure failed = walkTree(sourceFolder, name, copy);
+    status = copy.rootStatus();
+    return failed;
 }
 
 } // namespace platform::linux_os

@@ -12,10 +12,11 @@
 
 namespace platform::linux_os {
 
+using posix::Failure;
+
 namespace {
 
 constexpr const char* accessList = "system.posix_acl_access";
-constexpr const char* defaultList = "system.posix_acl_default";
 
 // Tags and rights of <linux/posix_acl.h>, which isn't for programs.
 constexpr unsigned ownerGroupTag = 0x04;
@@ -55,7 +56,7 @@ bool isFailure(std::string_view name, int error)
 }
 
 // All names, each with its zero; empty when there are none or the file system has no attributes.
-CopyFailure readNames(const AttributeHolder& source, std::vector<char>& names)
+Failure readNames(const AttributeHolder& source, std::vector<char>& names)
 {
     std::array<char, 512> small{};
     ssize_t size = source.list(small.data(), small.size());
@@ -68,7 +69,7 @@ CopyFailure readNames(const AttributeHolder& source, std::vector<char>& names)
         size = source.list(names.data(), names.size());
     }
     if (size < 0 && errno != ENOTSUP && errno != ENOENT && errno != EPERM) {
-        return CopyFailure::ofSource(errno);
+        return Failure::ofSource(errno);
     }
     names.resize(size < 0 ? 0 : static_cast<std::size_t>(size));
     return {};
@@ -114,10 +115,10 @@ int AttributeHolder::set(const char* name, const void* value, std::size_t size) 
                          : lsetxattr(path_.c_str(), name, value, size, 0);
 }
 
-CopyFailure keepExtendedAttributes(const AttributeHolder& source, const AttributeHolder& target, mode_t& mode)
+Failure keepExtendedAttributes(const AttributeHolder& source, const AttributeHolder& target, mode_t& mode)
 {
     std::vector<char> names;
-    if (const CopyFailure failed = readNames(source, names)) {
+    if (Failure failed = readNames(source, names)) {
         return failed;
     }
     std::vector<char> value;
@@ -125,7 +126,7 @@ CopyFailure keepExtendedAttributes(const AttributeHolder& source, const Attribut
         const char* name = names.data() + at;
         if (!readValue(source, name, value)) {
             if (errno != ENODATA && isFailure(name, errno)) {
-                return CopyFailure::ofSource(errno);
+                return Failure::ofSource(errno);
             }
             continue;
         }
@@ -133,22 +134,13 @@ CopyFailure keepExtendedAttributes(const AttributeHolder& source, const Attribut
             continue;
         }
         if (isFailure(name, errno)) {
-            return CopyFailure::ofTarget(errno);
+            return Failure::ofTarget(errno);
         }
         if (std::string_view(name) == accessList) {
             mode = withoutList(mode, value);
         }
     }
     return {};
-}
-
-void dropInheritedLists(int item, bool isFolder)
-{
-    // Usually there is none (ENODATA), and some file systems know none.
-    fremovexattr(item, accessList);
-    if (isFolder) {
-        fremovexattr(item, defaultList);
-    }
 }
 
 } // namespace platform::linux_os

@@ -1,7 +1,7 @@
 // Extended attributes, access control lists among them (xattr(7), acl(5)).
 #pragma once
 
-#include "platform/linux/system_error.h"
+#include "platform/posix/failure.h"
 
 #include <sys/types.h>
 
@@ -30,10 +30,6 @@ private:
 // Sets every attribute of `source` on `target`. What the target's file system has no place for and what takes a
 // privilege that the process lacks is left out; a full file system is a failure. When an access list can't be kept,
 // `mode` loses the rights that its group bits then would give to the owning group alone.
-CopyFailure keepExtendedAttributes(const AttributeHolder& source, const AttributeHolder& target, mode_t& mode);
-
-// Takes away the access lists that a new file or folder inherits from the folder it is made in (acl(5), "object
-// creation and default ACLs").
-void dropInheritedLists(int item, bool isFolder);
+posix::Failure keepExtendedAttributes(const AttributeHolder& source, const AttributeHolder& target, mode_t& mode);
 
 } // namespace platform::linux_os

@@ -3,9 +3,10 @@
 
 #include "platform/file_manager.h"
 
-#include "platform/linux/descriptor.h"
-#include "platform/linux/system_error.h"
-#include "platform/linux/tree_walk.h"
+#include "platform/posix/descriptor.h"
+#include "platform/posix/directory_reader.h"
+#include "platform/posix/failure.h"
+#include "platform/posix/tree_walk.h"
 #include "platform/unicode.h"
 
 #include <fcntl.h>
@@ -20,11 +21,13 @@
 
 namespace platform {
 
-using linux_os::Descriptor;
-using linux_os::DirectoryEntry;
-using linux_os::DirectoryReader;
-using linux_os::retried;
-using linux_os::systemFailure;
+using posix::Descriptor;
+using posix::DirectoryEntry;
+using posix::DirectoryReader;
+using posix::Failure;
+using posix::retried;
+using posix::systemFailure;
+using posix::TreeEntry;
 
 namespace {
 
@@ -53,7 +56,7 @@ Descriptor openFolder(std::string_view action, PathView folder, std::string& pat
 {
     const std::optional<std::string> bytes = fileSystemRepresentation(folder);
     path = bytes ? *bytes : utf8FromUtf16(folder).value_or("the folder");
-    Descriptor descriptor(bytes ? retried([&] { return open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }) : -1);
+    Descriptor descriptor = bytes ? posix::openAt(AT_FDCWD, path.c_str(), O_RDONLY | O_DIRECTORY) : Descriptor();
     if (!descriptor) {
         outcome = systemFailure(action, path, bytes ? errno : ENOENT);
     }
@@ -96,75 +99,31 @@ bool hasVanished(int error)
 constexpr const char* summing = "read the folder";
 
 // Mount points inside the folder are walked like any other sub-folder, each place with what it shows.
-class SizeWalk {
+class SizeSum : public posix::TreeVisitor {
 public:
-    SizeWalk(std::string path, Descriptor folder) : path_(std::move(path)), walk_(std::move(folder)) {}
-
-    Outcome run()
-    {
-        Outcome outcome = countEntries();
-        while (outcome.ok()) {
-            if (const std::optional<std::string> name = walk_.takeKept()) {
-                outcome = enter(*name);
-            } else if (walk_.isAtRoot()) {
-                break;
-            } else if (int error = 0; !walk_.leave(error)) {
-                outcome = error == ESTALE ? linux_os::failure(summing, shown(walk_.path()), "it was moved meanwhile")
-                                          : failed(walk_.path(), error);
-            }
-        }
-        return outcome;
-    }
-
     std::uint64_t bytes() const { return bytes_; }
 
-private:
-    std::string shown(std::string_view below) const
+    // What can't be examined adds nothing.
+    Failure visit(const TreeEntry& entry) override
     {
-        return path_ + std::string(below.substr(path_.back() == '/' && !below.empty() ? 1 : 0));
-    }
-    Outcome failed(std::string_view below, int error) const { return systemFailure(summing, shown(below), error); }
-
-    Outcome enter(const std::string& name)
-    {
-        const int error = walk_.enter(name);
-        if (error != 0) {
-            return hasVanished(error) ? Outcome::success() : failed(walk_.pathOf(name), error);
-        }
-        return countEntries();
-    }
-
-    Outcome countEntries()
-    {
-        reader_.start(walk_.folder());
-        while (const DirectoryEntry* entry = reader_.next()) {
-            count(*entry);
-        }
-        const int error = reader_.error();
-        const bool isPassed = error == 0 || (hasVanished(error) && !walk_.isAtRoot());
-        return isPassed ? Outcome::success() : failed(walk_.path(), error);
-    }
-
-    // Adds the entry's size; what can't be examined adds nothing.
-    void count(const DirectoryEntry& entry)
-    {
-        struct stat own;
-        if (entry.type == DT_UNKNOWN &&
-            retried([&] { return fstatat(walk_.folder(), entry.name, &own, AT_SYMLINK_NOFOLLOW); }) != 0) {
-            return;
-        }
         struct statx status;
-        if (retried([&] { return statx(walk_.folder(), entry.name, AT_NO_AUTOMOUNT, STATX_SIZE, &status); }) == 0) {
+        if (retried([&] { return statx(entry.folder, entry.name, AT_NO_AUTOMOUNT, STATX_SIZE, &status); }) == 0) {
             bytes_ += status.stx_size;
         }
-        if (entry.type == DT_DIR || (entry.type == DT_UNKNOWN && S_ISDIR(own.st_mode))) {
-            walk_.keep(entry.name);
-        }
+        return {};
     }
 
-    std::string path_;
-    linux_os::TreeWalk walk_;
-    DirectoryReader reader_;
+    Failure choose(const TreeEntry& folder, Choice&) override { return visit(folder); }
+
+    Failure failed(const TreeEntry& entry, int error) override
+    {
+        const bool isPassed = !entry.isRoot() && (entry.type == DT_UNKNOWN || hasVanished(error));
+        return isPassed          ? Failure{}
+               : error == ESTALE ? Failure::because("it was moved meanwhile")
+                                 : Failure::ofSource(error);
+    }
+
+private:
     std::uint64_t bytes_ = 0;
 };
 
@@ -225,9 +184,9 @@ Outcome sumFolderSizes(PathView folder, std::uint64_t& bytes)
     if (!descriptor) {
         return outcome;
     }
-    SizeWalk walk(std::move(path), std::move(descriptor));
-    outcome = walk.run();
-    bytes = walk.bytes();
+    SizeSum sum;
+    outcome = walkFolder(std::move(descriptor), sum).outcome(summing, path);
+    bytes = sum.bytes();
     return outcome;
 }
 

@@ -1,43 +1,45 @@
 // Removes what an entry of an open folder is: a file, a link, a folder with everything in it. Links are never followed,
-// and what is mounted inside is never emptied: a mount's root answers "busy" before anything in it is touched.
-//
-// `path` is the entry's, in file-system bytes, for messages. All stop at the first entry that can't be removed.
+// and what is mounted inside is never emptied: a mount's root is found busy before anything in it is touched.
 #pragma once
 
-#include "platform/copy_record.h"
 #include "platform/outcome.h"
-
-#include <sys/stat.h>
+#include "platform/posix/tree_walk.h"
 
 #include <string_view>
+#include <vector>
 
 namespace platform::linux_os {
 
+// Stops at the first entry that can't be removed. `path`: the entry's, in file-system bytes, for the message.
 Outcome removeEntry(int folder, const char* name, std::string_view path);
-
-// Removes the source of a copy. Every entry is compared with the record right before it goes, and the first that isn't
-// as it was copied stops the removal. SIGIO must be kept from the thread (source_file.h).
-//
-// A file loses its name before the comparison that counts, so that nobody can open it any more, and gets it back when
-// it stays. On an overlay, where a new name would copy the file (Documentation/filesystems/overlayfs.rst), it doesn't.
-Outcome removeCopied(int folder, const char* name, std::string_view path, const CopyRecord& copied);
-
-// The comparison alone: a failure that names the first entry that isn't as it was copied.
-Outcome requireUnchanged(int folder, const char* name, std::string_view path, const CopyRecord& copied);
 
 // Takes away what a call has made itself, folders without write permission included, where nobody listens for a
 // failure. Keeps errno.
 void discardEntry(int folder, const char* name) noexcept;
 
-// Whether entries could be removed, asked before a move that has to copy spends its work on them: errno values, 0 when
-// nothing is in the way. An answer is what holds now; the removal itself may still fail.
+// The removal, for whoever has conditions of his own.
+class TreeRemoval : public posix::TreeVisitor {
+public:
+    posix::Failure visit(const posix::TreeEntry& entry) override;
+    posix::Failure choose(const posix::TreeEntry& folder, Choice& choice) override;
+    posix::Failure enter(const posix::TreeEntry& folder, int opened) override;
+    posix::Failure leave(const posix::TreeEntry& folder, int left, Next& next) override;
+    posix::Failure failed(const posix::TreeEntry& entry, int error) override;
 
-// Whether the folder's entries may change at all: no permission (EACCES), a read-only file system (EROFS), an immutable
-// or append-only folder (EPERM).
-int errorOfRemovingFrom(int folder);
+protected:
+    // Removes an entry that isn't a folder, under the name that it has now. One that is gone already is no failure.
+    posix::Failure removeFile(const posix::TreeEntry& entry, const char* nameNow);
 
-// Whether one entry may go: immutable and append-only items (EPERM), roots of mounts (EBUSY), others' entries of a
-// folder with the sticky bit (EPERM). `folderStatus`: of the folder.
-int errorOfRemovingEntry(int folder, const struct stat& folderStatus, const char* name);
+private:
+    struct Pass {
+        int number = 1;
+        bool removedSomething = false;
+    };
+
+    posix::Failure removed(const posix::TreeEntry& entry, int result, int error);
+
+    std::vector<Pass> passes_{{}}; // of the place around the root, and of every folder down to the innermost
+    int nextPass_ = 1;
+};
 
 } // namespace platform::linux_os

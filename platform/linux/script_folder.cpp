@@ -3,7 +3,7 @@
 
 #include "platform/linux/script_folder.h"
 
-#include "platform/linux/descriptor.h"
+#include "platform/posix/descriptor.h"
 #include "platform/signal_block.h"
 #include "resources/embedded.h"
 
@@ -32,6 +32,9 @@
 
 namespace platform::linux_os {
 
+using posix::Descriptor;
+using posix::retried;
+
 namespace {
 
 constexpr uid_t root = 0;
@@ -52,7 +55,7 @@ bool writeAll(int descriptor, std::string_view bytes)
 
 Descriptor openIn(int folder, const char* name, int flags, mode_t mode = 0)
 {
-    return Descriptor(retried([=] { return ::openat(folder, name, flags | O_NOFOLLOW | O_CLOEXEC, mode); }));
+    return posix::openAt(folder, name, flags | O_NOFOLLOW, mode);
 }
 
 // ---- What is in a folder --------------------------------------------------------------------------------------------

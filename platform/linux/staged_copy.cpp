@@ -1,9 +1,12 @@
 #include "platform/linux/staged_copy.h"
 
-#include "platform/linux/extended_attributes.h"
-#include "platform/linux/publish.h"
+#include "platform/linux/moved_source.h"
+#include "platform/linux/removal_check.h"
 #include "platform/linux/remove_tree.h"
-#include "platform/linux/system_error.h"
+#include "platform/posix/access_lists.h"
+#include "platform/posix/failure.h"
+#include "platform/posix/flush.h"
+#include "platform/posix/names.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -13,12 +16,26 @@
 
 namespace platform::linux_os {
 
+using posix::Descriptor;
+using posix::Failure;
+using posix::Identity;
+using posix::Location;
+using posix::openAt;
+using posix::temporaryName;
+
 namespace {
 
 // The name of a link, FIFO or device inside its temporary folder.
 constexpr const char* specialName = "item";
 
 constexpr int attempts = 8; // at a temporary name that nothing has
+
+// Gives an unnamed file its name; returns an errno value, EEXIST when the name is taken.
+int linkUnnamed(int file, int folder, const char* name)
+{
+    const std::string path = "/proc/self/fd/" + std::to_string(file);
+    return linkat(AT_FDCWD, path.c_str(), folder, name, AT_SYMLINK_FOLLOW) == 0 ? 0 : errno;
+}
 
 bool isSpecial(const struct stat& status)
 {
@@ -27,14 +44,14 @@ bool isSpecial(const struct stat& status)
 
 } // namespace
 
-StagedCopy::StagedCopy(const Location& source, const Location& target, const CopyAim& aim)
-    : source_(source), target_(target), aim_(aim)
+StagedCopy::StagedCopy(const Location& source, const Location& target, const CopyOptions& options)
+    : source_(source), target_(target), options_(options)
 {
 }
 
 StagedCopy::~StagedCopy()
 {
-    if (isWithdrawn_) {
+    if (removeOnExit_) {
         withdraw();
     }
     if (!temporaryName_.empty()) {
@@ -58,25 +75,25 @@ Outcome StagedCopy::check()
     const int sourceFolder = source_.folder.get();
     const char* name = source_.path.name.c_str();
     if (fstatat(sourceFolder, name, &status_, AT_SYMLINK_NOFOLLOW) != 0) {
-        return failed(CopyFailure::ofSource(errno));
+        return failed(Failure::ofSource(errno));
     }
     if (source_.path.endsInSlash && !isFolder() && !S_ISLNK(status_.st_mode)) {
-        return failed(CopyFailure::ofSource(ENOTDIR));
+        return failed(Failure::ofSource(ENOTDIR));
     }
     struct stat existing {};
     if (fstatat(target_.folder.get(), target_.path.name.c_str(), &existing, AT_SYMLINK_NOFOLLOW) == 0) {
-        return failed(CopyFailure::ofTarget(EEXIST));
+        return failed(Failure::ofTarget(EEXIST));
     }
     if (errno != ENOENT || fstat(target_.folder.get(), &targetFolder_) != 0) {
-        return failed(CopyFailure::ofTarget(errno));
+        return failed(Failure::ofTarget(errno));
     }
     if (target_.path.endsInSlash && !isFolder()) {
-        return failed(CopyFailure::ofTarget(ENOTDIR));
+        return failed(Failure::ofTarget(ENOTDIR));
     }
-    if (isFolder() && isInside(target_.folder.get(), Identity::of(status_)).value_or(false)) {
-        return failed(CopyFailure::because("a folder can't be put into itself"));
+    if (isFolder() && posix::isInside(target_.folder.get(), Identity::of(status_)).value_or(false)) {
+        return failed(Failure::because(intoItself));
     }
-    if (!aim_.isMove) {
+    if (!options_.isMove) {
         return Outcome::success();
     }
     struct stat folder {};
@@ -84,40 +101,40 @@ Outcome StagedCopy::check()
     if (error == 0) {
         error = fstat(sourceFolder, &folder) == 0 ? errorOfRemovingEntry(sourceFolder, folder, name) : errno;
     }
-    return error == 0 ? Outcome::success() : failed(CopyFailure::ofSource(error));
+    return error == 0 ? Outcome::success() : failed(Failure::ofSource(error));
 }
 
 Outcome StagedCopy::buildFile()
 {
     OpenFile source;
-    CopyFailure failure = openFile(source_.folder.get(), source_.path.name.c_str(), source);
-    if (!failure && aim_.isMove) {
-        failure = requireRest(source);
+    Failure failure = openFile(source_.folder.get(), source_.path.name.c_str(), source);
+    if (!failure && options_.isMove) {
+        failure = waitUntilTimestampSettles(source);
     }
     if (failure) {
         return failed(failure);
     }
     status_ = source.status;
-    copied_.add("", status_);
+    copied_.add(posix::rootPlace, status_);
     struct stat made {};
     if (const int error = makeFile(); error != 0 || fstat(made_.get(), &made) != 0) {
-        return failed(CopyFailure::ofTarget(error != 0 ? error : errno));
+        return failed(Failure::ofTarget(error != 0 ? error : errno));
     }
-    dropInheritedLists(made_.get(), false);
-    failure = FileCopier(aim_, aim_.isDurable).fill(source, made_.get(), Owner::of(made));
-    if (const int error = failure ? 0 : errorOfClosing(made_.get())) {
-        failure = CopyFailure::ofTarget(error);
+    posix::dropAccessLists(made_.get());
+    failure = FileCopier(options_, options_.isDurable).fill(source, made_.get(), Owner::of(made));
+    if (const int error = failure ? 0 : posix::errorOfClosing(made_.get())) {
+        failure = Failure::ofTarget(error);
     }
-    return failure ? failed(failure) : Outcome::success();
+    return failed(failure);
 }
 
-// An unnamed file where it can get its name later, for which there has to be a /proc; answers an errno value.
+// An unnamed file where it can get its name later, for which there has to be a /proc; returns an errno value.
 int StagedCopy::makeFile()
 {
     const int folder = target_.folder.get();
     constexpr mode_t ownerOnly = S_IRUSR | S_IWUSR;
     if (usesUnnamedFiles_ && access("/proc/self/fd", X_OK) == 0) {
-        made_ = Descriptor(retried([&] { return openat(folder, ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, ownerOnly); }));
+        made_ = openAt(folder, ".", O_TMPFILE | O_WRONLY, ownerOnly);
         // EISDIR: a kernel, EOPNOTSUPP and EINVAL: a file system that doesn't know O_TMPFILE.
         if (made_ || (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL)) {
             return made_ ? 0 : errno;
@@ -125,9 +142,7 @@ int StagedCopy::makeFile()
     }
     for (int attempt = 0; attempt < attempts; ++attempt) {
         std::string name = temporaryName();
-        made_ = Descriptor(retried([&] {
-            return openat(folder, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, ownerOnly);
-        }));
+        made_ = openAt(folder, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, ownerOnly);
         if (made_) {
             temporaryName_ = std::move(name);
             return 0;
@@ -146,19 +161,17 @@ Outcome StagedCopy::makeTemporaryFolder()
         std::string name = temporaryName();
         if (mkdirat(folder, name.c_str(), S_IRWXU) == 0) {
             temporaryName_ = std::move(name);
-            made_ = Descriptor(retried([&] {
-                return openat(folder, temporaryName_.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-            }));
+            made_ = openAt(folder, temporaryName_.c_str(), posix::folderItself);
             if (!made_) {
                 break;
             }
-            return takeOver() ? Outcome::success() : failed(CopyFailure::ofTarget(errno));
+            return takeOver() ? Outcome::success() : failed(Failure::ofTarget(errno));
         }
         if (errno != EEXIST) {
             break;
         }
     }
-    return failed(CopyFailure::ofTarget(errno));
+    return failed(Failure::ofTarget(errno));
 }
 
 // Frees the temporary folder from what it inherits. A default access list may have left its owner without rights; the
@@ -166,7 +179,7 @@ Outcome StagedCopy::makeTemporaryFolder()
 bool StagedCopy::takeOver() const
 {
     struct stat status {};
-    dropInheritedLists(made_.get(), true);
+    posix::dropAccessLists(made_.get());
     if (fstat(made_.get(), &status) != 0) {
         return false;
     }
@@ -179,22 +192,15 @@ bool StagedCopy::takeOver() const
 
 Outcome StagedCopy::buildFolder()
 {
-    const Descriptor source(retried([&] {
-        return openat(source_.folder.get(), source_.path.name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    }));
-    if (!source || fstat(source.get(), &status_) != 0) {
-        return failed(CopyFailure::ofSource(errno));
-    }
     if (Outcome outcome = makeTemporaryFolder(); !outcome.ok()) {
         return outcome;
     }
-    Outcome outcome = copyTree(aim_, source.get(), made_.get(), source_.path.text, target_.path.text,
-                               Identity::of(targetFolder_), copied_);
-    if (outcome.ok() && aim_.isDurable && isFlushedAsAWhole(made_.get()) &&
-        retried([this] { return syncfs(made_.get()); }) != 0) {
-        return failed(CopyFailure::ofTarget(errno));
+    Failure failure = copyTree(options_, source_.folder.get(), source_.path.name.c_str(), made_.get(),
+                               Identity::of(targetFolder_), copied_, status_);
+    if (!failure && options_.isDurable && posix::isFlushedAsAWhole(made_.get())) {
+        failure = Failure::ofTarget(posix::flushFileSystem(made_.get()));
     }
-    return outcome;
+    return failed(failure);
 }
 
 Outcome StagedCopy::buildSpecial()
@@ -202,11 +208,11 @@ Outcome StagedCopy::buildSpecial()
     if (Outcome outcome = makeTemporaryFolder(); !outcome.ok()) {
         return outcome;
     }
-    if (const CopyFailure failure =
+    if (Failure failure =
             copySpecial(source_.folder.get(), source_.path.name.c_str(), made_.get(), specialName, status_)) {
         return failed(failure);
     }
-    copied_.add("", status_);
+    copied_.add(posix::rootPlace, status_);
     return Outcome::success();
 }
 
@@ -220,11 +226,11 @@ Outcome StagedCopy::publish()
         }
         error = giveName();
     }
-    isWithdrawn_ = error == 0;
-    if (error == 0 && aim_.isDurable) {
-        error = flushEntries(target_.folder.get(), made_.get());
+    removeOnExit_ = error == 0;
+    if (error == 0 && options_.isDurable) {
+        error = posix::flushEntries(target_.folder.get(), made_.get());
     }
-    return error == 0 ? Outcome::success() : failed(CopyFailure::ofTarget(error));
+    return error == 0 ? Outcome::success() : failed(Failure::ofTarget(error));
 }
 
 int StagedCopy::giveName()
@@ -241,9 +247,9 @@ int StagedCopy::giveName()
         return linkUnnamed(made_.get(), folder, name);
     }
     if (special) {
-        return renameWithoutReplacing(made_.get(), specialName, folder, name);
+        return posix::renameExclusively(made_.get(), specialName, folder, name);
     }
-    const int error = renameWithoutReplacing(folder, temporaryName_.c_str(), folder, name);
+    const int error = posix::renameExclusively(folder, temporaryName_.c_str(), folder, name);
     if (error == 0) {
         temporaryName_.clear();
     }

@@ -2,16 +2,15 @@
 //
 // A file is written into an unnamed file of the target's folder (open(2), O_TMPFILE), which vanishes with the process.
 // Where the file system has none, and for folders, links, FIFOs and devices, the copy is built under a temporary name
-// (publish.h) beside the target, in a folder that only its owner can enter; only a process that is killed leaves that
-// behind.
+// (platform/posix/names.h) beside the target, in a folder that only its owner can enter; only a process that is killed
+// leaves that behind.
 #pragma once
 
-#include "platform/copy_record.h"
 #include "platform/linux/copy_tree.h"
-#include "platform/linux/descriptor.h"
-#include "platform/linux/item_path.h"
-#include "platform/linux/tree_walk.h"
 #include "platform/outcome.h"
+#include "platform/posix/copy_record.h"
+#include "platform/posix/descriptor.h"
+#include "platform/posix/item_path.h"
 
 #include <sys/stat.h>
 
@@ -22,24 +21,24 @@ namespace platform::linux_os {
 class StagedCopy {
 public:
     // The locations must outlive the copy.
-    StagedCopy(const Location& source, const Location& target, const CopyAim& aim);
+    StagedCopy(const posix::Location& source, const posix::Location& target, const CopyOptions& options);
     ~StagedCopy();
     StagedCopy(const StagedCopy&) = delete;
     StagedCopy& operator=(const StagedCopy&) = delete;
 
-    // Copies everything, onto the disk where the aim says so. Refuses before anything is written: a missing source, a
-    // target that exists, a folder into itself, and for a move a source that can't be removed.
+    // Copies everything, onto the disk where the options say so. Refuses before anything is written: a missing source,
+    // a target that exists, a folder into itself, and for a move a source that can't be removed.
     Outcome build();
 
     // Gives the copy its name, unless something else has it by now; the name too is then on the disk where the aim says
     // so.
     Outcome publish();
 
-    // Otherwise a published copy goes with the value, unless it has been exchanged or changed since.
-    void keep() { isWithdrawn_ = false; }
+    // Otherwise a published copy goes with the value, unless it has been replaced or changed since.
+    void keep() { removeOnExit_ = false; }
 
     // The source as it was copied; for a move only, once build() is through.
-    const CopyRecord& copied() const { return copied_; }
+    const posix::CopyRecord& copied() const { return copied_; }
     bool isFolder() const { return S_ISDIR(status_.st_mode); }
 
 private:
@@ -54,22 +53,22 @@ private:
     bool isRefusedAsUnnamed(int error) const;
     void withdraw() const;
 
-    Outcome failed(const CopyFailure& failure) const
+    Outcome failed(const posix::Failure& failure) const
     {
-        return failure.outcome(aim_.action(), source_.path.text, target_.path.text);
+        return failure.outcome(options_.action(), source_.path.text, target_.path.text);
     }
 
-    const Location& source_;
-    const Location& target_;
-    CopyAim aim_;
+    const posix::Location& source_;
+    const posix::Location& target_;
+    CopyOptions options_;
     bool usesUnnamedFiles_ = true;
-    bool isWithdrawn_ = false; // published, but not kept
+    bool removeOnExit_ = false; // published, but not kept
     struct stat status_ {};
     struct stat targetFolder_ {};
     struct stat published_ {};  // the copy as it got its name
-    Descriptor made_;           // the file, the folder, or the folder around a special item
+    posix::Descriptor made_;    // the file, the folder, or the folder around a special item
     std::string temporaryName_; // in the target's folder; empty for an unnamed file and when published
-    CopyRecord copied_;
+    posix::CopyRecord copied_;
 };
 
 } // namespace platform::linux_os

@@ -1,7 +1,7 @@
 #include "platform/volumes.h"
 
-#include "platform/linux/descriptor.h"
 #include "platform/linux/mount_filter.h"
+#include "platform/posix/descriptor.h"
 #include "platform/unicode.h"
 
 #include <fcntl.h>
@@ -22,16 +22,17 @@ namespace platform {
 
 namespace {
 
-using linux_os::Descriptor;
 using linux_os::LocalVolume;
 using linux_os::MountPoint;
-using linux_os::retried;
+using posix::Descriptor;
+using posix::openAt;
+using posix::retried;
 
 // The mount point's folder; nothing when something else is to be seen there by now, or when it doesn't answer. Opened
 // as a mere place, and only then asked: so no question goes to a file system that was mounted over it meanwhile.
 Descriptor openAnswering(const MountPoint& point)
 {
-    Descriptor place(retried([&] { return open(point.path.c_str(), O_PATH | O_CLOEXEC); }));
+    Descriptor place = openAt(AT_FDCWD, point.path.c_str(), O_PATH);
     struct statx status;
     struct statvfs space;
     if (!place || statx(place.get(), "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC, STATX_TYPE | STATX_MNT_ID, &status) != 0 ||
@@ -53,7 +54,7 @@ Descriptor openAnswering(const MountPoint& point)
 std::string labelFromDriver(const Descriptor& place)
 {
     std::array<char, FSLABEL_MAX + 1> label{};
-    const Descriptor folder(retried([&] { return openat(place.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+    const Descriptor folder = openAt(place.get(), ".", posix::folderItself);
     if (!folder || ioctl(folder.get(), FS_IOC_GETFSLABEL, label.data()) != 0) {
         return {};
     }

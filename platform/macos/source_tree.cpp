@@ -116,7 +116,7 @@ int errorOfRemoving(const Entry& entry)
 // it anew. Answers an errno value.
 int rest(const Entry& entry, struct stat& status)
 {
-    const std::int64_t left = S_ISREG(status.st_mode) ? timeUntilNextStamp(status) : 0;
+    const std::int64_t left = S_ISREG(status.st_mode) ? posix::timeUntilNextStamp(status) : 0;
     if (left == 0) {
         return 0;
     }
@@ -185,7 +185,7 @@ Outcome SourceTree::examine()
             error = status.st_dev != source_.status.st_dev ? EBUSY : errorOfRemoving(entry);
             error = error == 0 ? rest(entry, status) : error;
         }
-        record_.add(entry.path, status);
+        record_.add(posix::placeOf(posix::rootPlace, entry.path), status);
         return error == 0 ? Outcome::success() : failed(entry, error);
     };
     Outcome outcome = walk({AT_FDCWD, source_.path, {}}, {.enter = note, .failed = failed});
@@ -199,7 +199,7 @@ Outcome SourceTree::requireCopied(const std::string& copy, const std::string& ta
         return isMove() ? because(action_, source_.path + entry.path, changedMeanwhile) : Outcome::success();
     };
     const auto compare = [&](const Entry& entry) {
-        if (!record_.holds(entry.path, entry.status)) {
+        if (!record_.holds(posix::placeOf(posix::rootPlace, entry.path), entry.status)) {
             return changed(entry);
         }
         struct stat made {};
@@ -227,7 +227,8 @@ Outcome SourceTree::remove() const
                                : posixFailure(action_, source_.path + entry.path, error);
     };
     const auto compare = [&](const Entry& entry) {
-        return record_.holds(entry.path, entry.status) ? Outcome::success() : failed(entry, ESTALE);
+        return record_.holds(posix::placeOf(posix::rootPlace, entry.path), entry.status) ? Outcome::success()
+                                                                                         : failed(entry, ESTALE);
     };
     const auto take = [&](const Entry& entry) {
         const int flags = S_ISDIR(entry.status.st_mode) ? AT_REMOVEDIR : 0;

@@ -8,9 +8,9 @@
 // Thread rule: a value belongs to one thread at a time.
 #pragma once
 
-#include "platform/copy_record.h"
 #include "platform/macos/transfer.h"
 #include "platform/outcome.h"
+#include "platform/posix/copy_record.h"
 
 #include <string>
 #include <string_view>
@@ -40,7 +40,7 @@ private:
 
     std::string_view action_;
     const Item& source_;
-    CopyRecord record_;
+    posix::CopyRecord record_;
 };
 
 // Takes away what a call has made itself, whatever restrictions it carries, as far as that goes.

@@ -1,9 +1,9 @@
 // What the Linux implementation promises beyond the common contract: metadata, other file systems, depth, mounts. What
 // it does without, who may come in between and what a kill leaves is in tests/faults.
 
-#include "platform/copy_record.h"
 #include "platform/file_manager.h"
-#include "platform/linux/tree_walk.h"
+#include "platform/posix/copy_record.h"
+#include "platform/posix/folder_stack.h"
 #include "platform/unicode.h"
 #include "support/child_process.h"
 #include "support/scratch_folder.h"
@@ -396,18 +396,18 @@ TEST(LinuxTrees, AreLeftNowhereButWhereTheyWereEntered)
     }
     scratch.makeFolder(path);
     scratch.makeFolder("elsewhere");
-    using platform::linux_os::Descriptor;
-    platform::linux_os::TreeWalk walk(Descriptor(open(scratch.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)));
+    platform::posix::FolderStack folders(AT_FDCWD);
+    ASSERT_EQ(folders.enter(scratch.path()), 0);
     for (int level = 0; level < depth; ++level) {
-        ASSERT_EQ(walk.enter(std::to_string(level)), 0);
+        ASSERT_EQ(folders.enter(std::to_string(level)), 0);
     }
-    EXPECT_EQ(walk.path(), "/" + path);
+    EXPECT_EQ(folders.path(), "/" + path);
     fs::rename(scratch / "0/1/2/3/4", scratch / "elsewhere/4");
     int error = 0;
-    while (walk.leave(error)) {
+    while (folders.leave(error)) {
     }
     EXPECT_EQ(error, ESTALE);
-    EXPECT_EQ(walk.path(), "/0/1/2/3/4");
+    EXPECT_EQ(folders.path(), "/0/1/2/3/4");
 }
 
 // Times in whole seconds are FAT's, and those of many servers.
@@ -418,7 +418,7 @@ TEST(LinuxMove, WaitsUntilAnotherChangeWouldShow)
     for (const auto& [seconds, nanoseconds, waits] :
          {std::tuple{now + 1, 0L, true}, {now - 3, 0L, false}, {now - 1, 250'000'000L, false}, {now + 60, 0L, false}}) {
         status.st_ctim = {seconds, nanoseconds};
-        EXPECT_EQ(platform::timeUntilNextStamp(status) > 0, waits) << seconds - now << " s " << nanoseconds;
+        EXPECT_EQ(platform::posix::timeUntilNextStamp(status) > 0, waits) << seconds - now << " s " << nanoseconds;
     }
 }
 

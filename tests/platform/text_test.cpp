@@ -1,7 +1,7 @@
 #include "platform/path_text.h"
 #include "platform/unicode.h"
 #ifdef __linux__
-#include "platform/linux/desktop_uri.h"
+#include "platform/linux/desktop/uri.h"
 #endif
 
 #include <gtest/gtest.h>

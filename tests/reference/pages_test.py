@@ -27,6 +27,25 @@ PATH = re.compile(r"(?<![\w/.…])(?:\.ci|archive|bench|cmake|docs|fmx|frame|fuz
                   r"|resources|scripts|tests|tools)/[\w./-]*\w")
 
 
+# What a step holds on FileMaker's clipboard: step, path, how often, and where that is publicly said. "Help" is Claris FileMaker Pro
+# Help, a page a step; "samples" are published copies of the clipboard, such as those of github.com/mrwatson-de/fmCheckMate-XSLT.
+SNIPPET_FACTS = (
+    ("any", ".//Field[@id='0']", 0, "samples: a field is found by table and name; number 0 is a missing one"),
+    ("any", ".//Layout[@id='0']", 0, "samples, as for fields"),
+    ("Enter Find Mode", "Pause[@state='False']", 1, "Help: Pause is an option, and a server can't pause for a user"),
+    ("Export Field Contents", "UniversalPathList", 1, "samples: a path is a variable or a text, no calculation"),
+    ("Go to Layout", "LayoutDestination[@value='SelectedLayout']", 1, "samples"),
+    ("Import Records", "DataSourceType[@value='File']", 1, "Help: the source is a file, folder, XML or ODBC"),
+    ("Import Records", "NoInteract[@state='True']", 1, "Help: With dialog is off on a server"),
+    ("Insert from URL", "DontEncodeURL[@state='True']", 1, "Help: Do not automatically encode URL"),
+    ("Insert from URL", "NoInteract[@state='True']", 1, "Help: With dialog is off on a server"),
+    ("Pause/Resume Script", "PauseTime[@value='ForDuration']", 1, "Help: Indefinitely or For duration"),
+    ("Perform Script", "Calculated/Calculation", 1, "Help: Specified By name takes a calculation"),
+    ("Set Error Capture", "Set[@state='True']", 1, "Help: On or Off"),
+    ("Show Custom Dialog", "Buttons/Button", 3, "Help: three buttons, those without a label aren't shown"),
+)
+
+
 def places_of(file):
     text = file.read_text("utf-8")
     headings = re.findall(r"^#+ (.*)$", text, re.M)
@@ -62,12 +81,17 @@ class Pages(unittest.TestCase):
                     missing.append(f"{file}#{place}")
             self.assertEqual(missing, [], document.name)
 
-    def test_recipes_to_paste_have_the_steps(self):
+    def test_recipes_to_paste_are_what_filemaker_takes(self):
         for title, text in function_texts.sections_of((DOCS / "recipes.md").read_text("utf-8")):
             for script in re.findall(r"^```filemaker\n(.*?)^```$", text, re.M | re.S):
                 root = ElementTree.parse(DOCS / f"recipes/{reference.slug(title)}.xml").getroot()
+                self.assertEqual((root.tag, root.get("type")), ("fmxmlsnippet", "FMObjectList"))
                 names = [step.get("name").partition(" (comment)")[0] for step in root]
                 self.assertEqual(names, [step.name for step in filemaker_script.parse(script)], title)
+                for step in root:
+                    for name, path, count, source in SNIPPET_FACTS:
+                        if name in ("any", step.get("name")):
+                            self.assertEqual(len(step.findall(path)), count, f"{title}, {step.get('name')}: {path} ({source})")
 
 
 if __name__ == "__main__":

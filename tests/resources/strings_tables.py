@@ -8,22 +8,10 @@ import re
 import subprocess
 import sys
 import unittest
-from pathlib import Path
 
 RESOURCES, FMXHOST, PLUGIN = sys.argv[1:4]
-ENTRY = re.compile(r'"((?:\\.|[^"\\])*)"\s*=\s*"((?:\\.|[^"\\])*)"\s*;')
-COMMENT = re.compile(r"/\*.*?\*/", re.DOTALL)
-DESCRIPTION_OFFSET = 200
-
-
-def read_table(path):
-    """The table as a dictionary, "KORB n" as n; fails on anything that is neither a comment nor an entry, and on a repeated key."""
-    text = COMMENT.sub("", path.read_text(encoding="utf-8"))
-    entries = [(int(key.removeprefix("KORB ")), re.sub(r"\\(.)", r"\1", value)) for key, value in ENTRY.findall(text)]
-    rest = ENTRY.sub("", text).strip()
-    if rest or len(dict(entries)) != len(entries):
-        raise ValueError(f"{path}: unreadable near {rest[:60]!r}, or a key stands twice")
-    return dict(entries)
+sys.path.insert(0, f"{RESOURCES}/../tools")
+from strings_table import DESCRIPTION_OFFSET, read_tables  # noqa: E402
 
 
 class StringsTables(unittest.TestCase):
@@ -31,7 +19,7 @@ class StringsTables(unittest.TestCase):
 
     @classmethod
     def setUpClass(cls):
-        cls.tables = {path.parent.stem: read_table(path) for path in Path(RESOURCES).glob("*.lproj/*.strings")}
+        cls.tables = read_tables(RESOURCES)
         cls.english = cls.tables["en"]
         cls.prototypes = {number: text for number, text in cls.english.items() if 150 <= number <= 201}
         listing = subprocess.run([FMXHOST, "--plugin", PLUGIN, "list", "--json"], check=True, capture_output=True, text=True)

@@ -1,11 +1,11 @@
-#include "platform/copy_record.h"
+#include "platform/posix/copy_record.h"
 
 #include <algorithm>
 #include <array>
 #include <ctime>
 #include <functional>
 
-namespace platform {
+namespace platform::posix {
 
 namespace {
 
@@ -35,9 +35,9 @@ const timespec& change(const struct stat& status)
 }
 #endif
 
-std::uint64_t fingerprint(std::string_view path, const struct stat& status, bool withChange)
+std::uint64_t fingerprint(Place place, const struct stat& status, bool withChange)
 {
-    std::array<std::uint64_t, 7> facts{hash(path), std::uint64_t{status.st_mode} & S_IFMT};
+    std::array<std::uint64_t, 7> facts{place, std::uint64_t{status.st_mode} & S_IFMT};
     if (!S_ISDIR(status.st_mode)) {
         facts[2] = static_cast<std::uint64_t>(status.st_size);
         facts[3] = static_cast<std::uint64_t>(modification(status).tv_sec);
@@ -52,9 +52,15 @@ std::uint64_t fingerprint(std::string_view path, const struct stat& status, bool
 
 } // namespace
 
-void CopyRecord::add(std::string_view path, const struct stat& status)
+Place placeOf(Place folder, std::string_view name)
 {
-    prints_.push_back(fingerprint(path, status, status.st_nlink == 1));
+    const std::array<std::uint64_t, 2> steps{folder, hash(name)};
+    return hash({reinterpret_cast<const char*>(steps.data()), sizeof steps});
+}
+
+void CopyRecord::add(Place place, const struct stat& status)
+{
+    prints_.push_back(fingerprint(place, status, status.st_nlink == 1));
 }
 
 void CopyRecord::close()
@@ -62,10 +68,10 @@ void CopyRecord::close()
     std::sort(prints_.begin(), prints_.end());
 }
 
-bool CopyRecord::holds(std::string_view path, const struct stat& status) const
+bool CopyRecord::holds(Place place, const struct stat& status) const
 {
     const auto has = [&](bool withChange) {
-        return std::binary_search(prints_.begin(), prints_.end(), fingerprint(path, status, withChange));
+        return std::binary_search(prints_.begin(), prints_.end(), fingerprint(place, status, withChange));
     };
     return has(true) || has(false);
 }
@@ -88,4 +94,4 @@ std::int64_t timeUntilNextStamp(const struct stat& status)
     return age >= precision || age < -precision - tick ? 0 : precision - age + tick;
 }
 
-} // namespace platform
+} // namespace platform::posix

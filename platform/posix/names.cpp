@@ -1,24 +1,44 @@
-#include "platform/linux/publish.h"
+#include "platform/posix/names.h"
 
-#include "platform/linux/descriptor.h"
+#include "platform/posix/descriptor.h"
 
 #include <fcntl.h>
-#include <linux/fs.h>
-#include <linux/magic.h>
 #include <sys/random.h>
 #include <sys/stat.h>
-#include <sys/vfs.h>
 #include <unistd.h>
+#ifdef __linux__
+#include <linux/fs.h>
+#endif
 
 #include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <string_view>
 
-namespace platform::linux_os {
+namespace platform::posix {
 
 namespace {
+
+bool fillAtRandom(std::array<unsigned char, 16>& bytes)
+{
+#ifdef __APPLE__
+    return getentropy(bytes.data(), bytes.size()) == 0;
+#else
+    return getrandom(bytes.data(), bytes.size(), GRND_NONBLOCK) == static_cast<ssize_t>(bytes.size());
+#endif
+}
+
+// EINVAL or ENOTSUP where the file system doesn't know how to refuse.
+int renameInOneStep(int fromFolder, const char* from, int toFolder, const char* to)
+{
+#ifdef __APPLE__
+    return renameatx_np(fromFolder, from, toFolder, to, RENAME_EXCL) == 0 ? 0 : errno;
+#else
+    return renameat2(fromFolder, from, toFolder, to, RENAME_NOREPLACE) == 0 ? 0 : errno;
+#endif
+}
 
 // Takes the name by something empty of our own; whoever else wants it finds it taken.
 int claim(int folder, const char* name, bool forFolder)
@@ -26,9 +46,7 @@ int claim(int folder, const char* name, bool forFolder)
     if (forFolder) {
         return mkdirat(folder, name, S_IRWXU) == 0 ? 0 : errno;
     }
-    return Descriptor(retried([&] { return openat(folder, name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0); }))
-               ? 0
-               : errno;
+    return openAt(folder, name, O_WRONLY | O_CREAT | O_EXCL) ? 0 : errno;
 }
 
 int renameOverClaim(int fromFolder, const char* from, int toFolder, const char* to, bool isFolder)
@@ -73,26 +91,24 @@ std::string temporaryName()
 {
     constexpr std::string_view letters = "abcdefghijklmnopqrstuvwxyz234567";
     std::array<unsigned char, 16> random{};
-    if (getrandom(random.data(), random.size(), GRND_NONBLOCK) < 0) {
+    if (!fillAtRandom(random)) {
         // Early in the system's start there is no randomness yet; a clock will do, for a taken name is noticed.
         timespec now{};
         clock_gettime(CLOCK_MONOTONIC, &now);
         std::memcpy(random.data(), &now.tv_nsec, sizeof now.tv_nsec);
     }
-    std::string name = ".folidex-";
+    std::string name = temporaryPrefix;
     for (const unsigned char byte : random) {
         name.push_back(letters[byte % letters.size()]);
     }
     return name;
 }
 
-int renameWithoutReplacing(int fromFolder, const char* from, int toFolder, const char* to)
+int renameExclusively(int fromFolder, const char* from, int toFolder, const char* to)
 {
-    if (renameat2(fromFolder, from, toFolder, to, RENAME_NOREPLACE) == 0) {
-        return 0;
-    }
-    if (errno != EINVAL && errno != ENOSYS && errno != ENOTSUP) {
-        return errno;
+    const int error = renameInOneStep(fromFolder, from, toFolder, to);
+    if (error != EINVAL && error != ENOSYS && error != ENOTSUP) {
+        return error;
     }
     struct stat status {};
     if (fstatat(fromFolder, from, &status, AT_SYMLINK_NOFOLLOW) != 0) {
@@ -115,67 +131,8 @@ Hiding::Hiding(int folder, const char* name, const std::string& hidden) noexcept
 Hiding::~Hiding()
 {
     if (isHidden_) {
-        renameWithoutReplacing(folder_, hidden_, folder_, name_);
+        renameExclusively(folder_, hidden_, folder_, name_);
     }
 }
 
-int linkUnnamed(int file, int folder, const char* name)
-{
-    const std::string path = "/proc/self/fd/" + std::to_string(file);
-    return linkat(AT_FDCWD, path.c_str(), folder, name, AT_SYMLINK_FOLLOW) == 0 ? 0 : errno;
-}
-
-int errorOfClosing(int file)
-{
-    for (;;) {
-        Descriptor second(fcntl(file, F_DUPFD_CLOEXEC, 0));
-        const int error = second ? second.close() : errno;
-        if (error != EINTR) {
-            return error;
-        }
-    }
-}
-
-bool isFlushedAsAWhole(int item)
-{
-    struct statfs status {};
-    if (fstatfs(item, &status) != 0) {
-        return false;
-    }
-    switch (status.f_type) {
-    case EXT4_SUPER_MAGIC: // ext2 and ext3 too
-    case XFS_SUPER_MAGIC:
-    case BTRFS_SUPER_MAGIC:
-    case TMPFS_MAGIC:
-        return true;
-    default:
-        return false;
-    }
-}
-
-int flushFolder(int folder)
-{
-    if (retried([=] { return fsync(folder); }) != 0 && errno != EINVAL) {
-        return errno;
-    }
-    // XFS flushes a folder with success although it has shut itself down, as it does when its disk fails; it is opening
-    // that says so.
-    const Descriptor again(retried([=] { return openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
-    return again ? 0 : errno;
-}
-
-int flushEntries(int folder, int inside)
-{
-    const Descriptor readable(retried([=] { return openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
-    if (readable) {
-        return flushFolder(readable.get());
-    }
-    if (inside < 0) {
-        const int error = errno;
-        sync();
-        return error == EACCES ? 0 : error;
-    }
-    return retried([=] { return syncfs(inside); }) == 0 ? 0 : errno;
-}
-
-} // namespace platform::linux_os
+} // namespace platform::posix

@@ -1,6 +1,6 @@
-#include "platform/linux/desktop_session.h"
+#include "platform/linux/desktop/session.h"
 
-#include "platform/linux/desktop_uri.h"
+#include "platform/linux/desktop/uri.h"
 
 #include <algorithm>
 #include <climits>

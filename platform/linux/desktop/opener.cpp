@@ -6,9 +6,9 @@
 // own that no signal of the host's terminal reaches, and a shell reports its exit status through a pipe.
 
 #include "platform/desktop.h"
-#include "platform/linux/descriptor.h"
-#include "platform/linux/desktop_session.h"
-#include "platform/linux/desktop_uri.h"
+#include "platform/linux/desktop/session.h"
+#include "platform/linux/desktop/uri.h"
+#include "platform/posix/descriptor.h"
 #include "platform/unicode.h"
 
 #include <fcntl.h>
@@ -33,6 +33,8 @@ namespace platform {
 namespace {
 
 using namespace linux_os;
+using posix::Descriptor;
+using posix::retried;
 
 constexpr int statusDescriptor = 3;
 // Runs its arguments as they are, without the pipe, and reports how they ended.

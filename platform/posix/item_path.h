@@ -2,15 +2,15 @@
 // everything is relative to descriptors, so that renaming a folder further up can't lead the work astray.
 #pragma once
 
-#include "platform/linux/descriptor.h"
 #include "platform/outcome.h"
 #include "platform/path_text.h"
+#include "platform/posix/descriptor.h"
 
 #include <optional>
 #include <string>
 #include <string_view>
 
-namespace platform::linux_os {
+namespace platform::posix {
 
 struct ItemPath {
     std::string text;         // the whole path in file-system bytes, trailing slashes left out; for messages too
@@ -18,7 +18,7 @@ struct ItemPath {
     std::string name;         // never empty: "." for "/"
     bool endsInSlash = false; // such a path names folders only (POSIX.1-2017, 4.13)
 
-    // Nothing for a text that names nothing that can exist (invalid UTF-16, a NUL, no text at all).
+    // Empty for a text that names nothing that can exist (invalid UTF-16, a NUL, no text at all).
     static std::optional<ItemPath> of(PathView path);
     static std::optional<ItemPath> ofBytes(std::string path);
 
@@ -26,7 +26,7 @@ struct ItemPath {
     bool namesItself() const { return name == "." || name == ".."; }
 };
 
-// An item's place: its path, and the folder that holds it, open for paths relative to it only (open(2), O_PATH).
+// An item's place: its path, and the folder that holds it, open as a place (descriptor.h).
 struct Location {
     ItemPath path;
     Descriptor folder;
@@ -38,4 +38,4 @@ Outcome locate(std::string_view action, PathView path, Location& location);
 // The failure for a text that ItemPath::of() refuses. `action`: as in systemFailure().
 Outcome nothingThere(std::string_view action, PathView path);
 
-} // namespace platform::linux_os
+} // namespace platform::posix

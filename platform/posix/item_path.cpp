@@ -1,6 +1,6 @@
-#include "platform/linux/item_path.h"
+#include "platform/posix/item_path.h"
 
-#include "platform/linux/system_error.h"
+#include "platform/posix/failure.h"
 #include "platform/unicode.h"
 
 #include <fcntl.h>
@@ -10,7 +10,7 @@
 #include <cstddef>
 #include <utility>
 
-namespace platform::linux_os {
+namespace platform::posix {
 
 std::optional<ItemPath> ItemPath::of(PathView path)
 {
@@ -55,8 +55,7 @@ Outcome locate(std::string_view action, PathView path, Location& location)
         // From an open folder it could be reached, but by nobody else afterwards.
         return systemFailure(action, location.path.text, ENAMETOOLONG);
     }
-    location.folder =
-        Descriptor(retried([&] { return open(location.path.folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC); }));
+    location.folder = openAt(AT_FDCWD, location.path.folder.c_str(), asPlace);
     return location.folder ? Outcome::success() : systemFailure(action, location.path.text, errno);
 }
 
@@ -71,4 +70,4 @@ Outcome nothingThere(std::string_view action, PathView path)
     return systemFailure(action, shown, ENOENT);
 }
 
-} // namespace platform::linux_os
+} // namespace platform::posix

@@ -3,9 +3,9 @@
 // (freedesktop.org, org.freedesktop.Notifications 1.2). Opening a file is in desktop_opener.cpp.
 
 #include "platform/desktop.h"
-#include "platform/linux/desktop_bus.h"
-#include "platform/linux/desktop_session.h"
-#include "platform/linux/desktop_uri.h"
+#include "platform/linux/desktop/bus.h"
+#include "platform/linux/desktop/session.h"
+#include "platform/linux/desktop/uri.h"
 #include "platform/unicode.h"
 
 #include <sys/stat.h>

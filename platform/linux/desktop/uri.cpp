@@ -1,4 +1,4 @@
-#include "platform/linux/desktop_uri.h"
+#include "platform/linux/desktop/uri.h"
 
 #include "platform/unicode.h"
 

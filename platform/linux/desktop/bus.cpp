@@ -1,4 +1,4 @@
-#include "platform/linux/desktop_bus.h"
+#include "platform/linux/desktop/bus.h"
 
 #include <dlfcn.h>
 

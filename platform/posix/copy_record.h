@@ -1,6 +1,6 @@
 // What a copy found in its source, for a move that removes nothing else.
 //
-// Of each entry only a fingerprint is kept, 8 bytes for path, kind, size and times, so that a million entries take
+// Of each entry only a fingerprint is kept, 8 bytes for place, kind, size and times, so that a million entries take
 // 8 MB. That another state of an entry has a fingerprint of the record's is as likely as a million in 2^64.
 #pragma once
 
@@ -10,19 +10,25 @@
 #include <string_view>
 #include <vector>
 
-namespace platform {
+namespace platform::posix {
+
+// Stands for an entry's path below the root of a tree: a hash that is made name by name, for building and hashing the
+// whole path of every entry takes time that grows with depth times depth.
+using Place = std::uint64_t;
+inline constexpr Place rootPlace = 0;
+Place placeOf(Place folder, std::string_view name);
 
 class CopyRecord {
 public:
-    // `path`: below the copy's root, "" for the root itself. `status`: from before the entry was read.
-    void add(std::string_view path, const struct stat& status);
+    // `status`: from before the entry was read.
+    void add(Place place, const struct stat& status);
 
     // To be called once, after the last add() and before the first holds().
     void close();
 
-    // Whether the entry is as it was: a folder by its path alone, anything else by its size, the time of its last
+    // Whether the entry is as it was: a folder by its place alone, anything else by its size, the time of its last
     // modification and, unless it has or had several names, of its last change, which a removed name sets.
-    bool holds(std::string_view path, const struct stat& status) const;
+    bool holds(Place place, const struct stat& status) const;
 
 private:
     std::vector<std::uint64_t> prints_;
@@ -33,4 +39,4 @@ private:
 // kernel's clock.
 std::int64_t timeUntilNextStamp(const struct stat& status);
 
-} // namespace platform
+} // namespace platform::posix

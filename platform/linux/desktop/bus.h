@@ -9,7 +9,7 @@
 // stream here.
 #pragma once
 
-#include "platform/linux/desktop_session.h"
+#include "platform/linux/desktop/session.h"
 
 #include <systemd/sd-bus.h>
 

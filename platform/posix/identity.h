@@ -1,0 +1,25 @@
+// Which item an item is, whatever path led to it.
+//
+// removalTakesAway() of platform/file_manager.h is kept here, for both systems.
+#pragma once
+
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include <optional>
+
+namespace platform::posix {
+
+struct Identity {
+    dev_t device = 0;
+    ino_t inode = 0;
+
+    static Identity of(const struct stat& status) { return {status.st_dev, status.st_ino}; }
+    bool operator==(const Identity&) const = default;
+};
+
+// Whether the open folder is `ancestor` or lies anywhere below it, by the folders that hold it, not by any path's text.
+// Empty when a folder above can't be examined.
+std::optional<bool> isInside(int folder, Identity ancestor);
+
+} // namespace platform::posix

@@ -1,8 +1,8 @@
 # Folidex.fmplugin: the bundle that FileMaker loads on macOS, its signature and its notarisation.
 #
-# The targets sign and notarise run this file as a script. STEP=sign: signs BUNDLE as IDENTITY under the hardened runtime.
-# STEP=notarise: has it checked by Apple with the credentials of PROFILE, by way of the archive ZIP, and staples the ticket
-# to it. codesign(1), notarytool(1), stapler(1).
+# The targets sign and notarise run this file as a script. STEP=sign: signs what is in BUNDLE and then the bundle as
+# IDENTITY, under the hardened runtime. STEP=notarise: has it checked by Apple with the CREDENTIALS, by way of the archive
+# ZIP, and staples the ticket to it. codesign(1), notarytool(1), stapler(1), spctl(8).
 
 if(CMAKE_SCRIPT_MODE_FILE)
     function(run)
@@ -19,10 +19,11 @@ if(CMAKE_SCRIPT_MODE_FILE)
             "`security find-identity -v -p codesigning` lists those in the keychain. A certificate of this kind comes with "
             "membership in the Apple Developer Program. For this Mac alone \"-\" signs without one.")
     endif()
-    if(STEP STREQUAL "notarise" AND (NOT PROFILE OR IDENTITY STREQUAL "-"))
+    if(STEP STREQUAL "notarise" AND (NOT CREDENTIALS OR IDENTITY STREQUAL "-"))
         message(FATAL_ERROR "Notarising needs a Developer ID identity (FOLIDEX_SIGN_IDENTITY) and Apple's credentials. "
             "Store them once by\n  xcrun notarytool store-credentials PROFILE --apple-id ADDRESS --team-id TEAM\n"
-            "and configure with -DFOLIDEX_NOTARY_PROFILE=PROFILE.")
+            "and configure with -DFOLIDEX_NOTARY_CREDENTIALS=\"--keychain-profile PROFILE\", or name a key of App Store "
+            "Connect: \"--key FILE --key-id ID --issuer ISSUER\".")
     endif()
 
     if(STEP STREQUAL "sign")
@@ -30,12 +31,23 @@ if(CMAKE_SCRIPT_MODE_FILE)
         if(IDENTITY STREQUAL "-")
             set(timestamp --timestamp=none)
         endif()
-        run(codesign --force --options runtime ${timestamp} --sign "${IDENTITY}" "${BUNDLE}")
-        run(codesign --verify --strict --verbose=2 "${BUNDLE}")
+        # From the inside out, because a bundle's signature holds those of the code in it (Apple's technical note TN2206).
+        # The bundle's own binary is signed with the bundle.
+        file(GLOB programs "${BUNDLE}/Contents/MacOS/*" "${BUNDLE}/Contents/Helpers/*")
+        get_filename_component(name "${BUNDLE}" NAME_WE)
+        list(REMOVE_ITEM programs "${BUNDLE}/Contents/MacOS/${name}")
+        foreach(code IN LISTS programs ITEMS "${BUNDLE}")
+            run(codesign --force --options runtime ${timestamp} --prefix com.folidex. --sign "${IDENTITY}" "${code}")
+        endforeach()
+        run(codesign --verify --deep --strict --verbose=2 "${BUNDLE}")
     elseif(STEP STREQUAL "notarise")
+        separate_arguments(CREDENTIALS UNIX_COMMAND "${CREDENTIALS}")
         run(ditto -c -k --keepParent "${BUNDLE}" "${ZIP}")
-        run(xcrun notarytool submit "${ZIP}" --keychain-profile "${PROFILE}" --wait)
+        run(xcrun notarytool submit "${ZIP}" ${CREDENTIALS} --wait)
         run(xcrun stapler staple "${BUNDLE}")
+        run(xcrun stapler validate "${BUNDLE}")
+        # As Gatekeeper judges what is neither an application nor a document.
+        run(spctl --assess --type install --verbose=2 "${BUNDLE}")
     endif()
     return()
 endif()
@@ -84,11 +96,11 @@ install(TARGETS Folidex LIBRARY DESTINATION "${FOLIDEX_PLUGIN_DIR}" BUNDLE DESTI
         COMPONENT plugin)
 
 set(FOLIDEX_SIGN_IDENTITY "" CACHE STRING "Signing identity, as \"Developer ID Application: NAME (TEAM)\"")
-set(FOLIDEX_NOTARY_PROFILE "" CACHE STRING "Keychain profile made by xcrun notarytool store-credentials")
+set(FOLIDEX_NOTARY_CREDENTIALS "" CACHE STRING "Options of notarytool that say who submits, as \"--keychain-profile NAME\"")
 foreach(step IN ITEMS sign notarise)
     add_custom_target(${step}
         COMMAND "${CMAKE_COMMAND}" -DSTEP=${step} "-DBUNDLE=$<TARGET_BUNDLE_DIR:Folidex>"
-                "-DIDENTITY=${FOLIDEX_SIGN_IDENTITY}" "-DPROFILE=${FOLIDEX_NOTARY_PROFILE}"
+                "-DIDENTITY=${FOLIDEX_SIGN_IDENTITY}" "-DCREDENTIALS=${FOLIDEX_NOTARY_CREDENTIALS}"
                 "-DZIP=${PROJECT_BINARY_DIR}/Folidex.zip" -P "${CMAKE_CURRENT_LIST_FILE}"
         DEPENDS Folidex
         VERBATIM)

@@ -12,7 +12,7 @@ namespace platform {
 
 namespace {
 
-std::mutex guard;
+[[clang::no_destroy]] std::mutex guard; // calls may still be under way when the process exits
 int values = 0; // of all threads; one signal is all that there is in use
 bool isIgnored = false;
 

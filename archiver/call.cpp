@@ -1,0 +1,78 @@
+#include "archiver/call.h"
+
+#include "archiver/encrypted_file.h"
+#include "archiver/failure.h"
+#include "archiver/interruption.h"
+#include "archiver/protocol.h"
+
+#if __has_include("archiver/expansion.h")
+#include "archiver/expansion.h"
+#else
+namespace archiver {
+static void expand(const Job&)
+{
+    fail(Exit::unsupported, "not built in");
+}
+} // namespace archiver
+#endif
+#if __has_include("archiver/packing.h")
+#include "archiver/packing.h"
+#else
+namespace archiver {
+static void pack(const Job&)
+{
+    fail(Exit::unsupported, "not built in");
+}
+} // namespace archiver
+#endif
+
+#include <exception>
+#include <new>
+
+namespace archiver {
+
+namespace {
+
+void perform(const Job& job)
+{
+    switch (job.verb) {
+    case Verb::zip:
+    case Verb::zipEncrypt:
+        return pack(job);
+    case Verb::unzip:
+    case Verb::unzipDecrypt:
+        return expand(job);
+    case Verb::encrypt:
+        return encryptFile(job);
+    case Verb::decrypt:
+        return decryptFile(job);
+    }
+}
+
+Ending endingOf(const Failure& failure, std::string_view line)
+{
+    const bool isOfZip = failure.exit() == Exit::wrongPassword && line.starts_with("unzip");
+    return {static_cast<int>(isOfZip ? Exit::wrongZipPassword : failure.exit()), failure.cause()};
+}
+
+} // namespace
+
+Ending perform(std::string_view line)
+{
+    constexpr int internal = static_cast<int>(Exit::internal);
+    constexpr int signalled = 128;
+    try {
+        perform(parseJob(line));
+        return {};
+    } catch (const Failure& failure) {
+        return endingOf(failure, line);
+    } catch (const Interrupted& interrupted) {
+        return {signalled + interrupted.signal, "signal"};
+    } catch (const std::bad_alloc&) {
+        return {internal, "no memory"};
+    } catch (const std::exception& error) {
+        return {internal, error.what()};
+    }
+}
+
+} // namespace archiver

@@ -13,7 +13,8 @@ function(compressed source)
         DEPENDS "${source}"
         VERBATIM)
 endfunction()
-compressed("${packaging}/debian/changelog")
+configure_file("${packaging}/debian/changelog" "${documents}/changelog" @ONLY)
+compressed("${documents}/changelog")
 compressed("${packaging}/fmxhost.1")
 add_custom_target(documents ALL DEPENDS "${documents}/changelog.gz" "${documents}/fmxhost.1.gz")
 # Whoever builds the plug-in alone can install it.
@@ -30,9 +31,9 @@ foreach(component IN LISTS components)
             DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/doc/${${component}_package}" COMPONENT ${component})
 endforeach()
 
-# The reference, how to install, the recipes with what is pasted of them.
+# The reference, how to install, the recipes with what is pasted of them, and what they link to.
 install(FILES docs/functions.html docs/functions.md docs/recipes.md docs/install.md docs/encrypted-files.md docs/guarantees.md
-              docs/deviations.txt
+              docs/macos.md docs/deviations.txt
         DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/doc/${plugin_package}" COMPONENT plugin)
 install(DIRECTORY docs/recipes DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/doc/${plugin_package}" COMPONENT plugin)
 
@@ -65,7 +66,7 @@ set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME folidex)
 set(CPACK_PACKAGE_VERSION "${PROJECT_VERSION}")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")
-set(CPACK_PACKAGE_CONTACT "The Folidex developers")
+set(CPACK_PACKAGE_CONTACT "${FOLIDEX_MAINTAINER}")
 set(CPACK_DEBIAN_PACKAGE_HOMEPAGE "${FOLIDEX_HOMEPAGE}")
 set(CPACK_PACKAGE_DIRECTORY "${PROJECT_BINARY_DIR}/packages")
 set(CPACK_COMPONENTS_ALL ${components})

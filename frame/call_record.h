@@ -1,6 +1,6 @@
 // What the plug-in keeps of the call records that FileMaker hands to its entry point.
 //
-// Thread rule: the entry point notes each record before anything else; any thread may ask meanwhile.
+// Thread rule: the entry point notes each record before anything else; any thread may read it meanwhile.
 #pragma once
 
 #include "frame/fmx_sdk.h"

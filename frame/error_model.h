@@ -73,7 +73,7 @@ public:
         std::optional<std::string> extendedError; // text from the failing function
     };
 
-    // Replaces the whole record. `extended`: nothing, or a text that is stored even when it is empty.
+    // Replaces the whole record. `extended`: nullopt, or a text that is stored even when it is empty.
     void setError(std::int32_t code, std::int32_t systemCode, std::optional<std::string> extended);
 
     // "Success" when cleared; else the message, followed by a blank and the extended text where there is one.
@@ -97,8 +97,8 @@ korb_Errors& lastErrors();
 // What a function does first: no error, code 0.
 void clearLastError();
 
-// What a failing function does last: records code and extended text and makes the result "!!ERROR!!". Answers the 0
-// that the function hands to FileMaker. Throws what the SDK's wrapper calls throw.
+// What a failing function does last: records code and extended text and makes the result "!!ERROR!!". Returns the 0
+// that the function returns to FileMaker. Throws what the SDK's wrapper calls throw.
 fmx::errcode setErrorResult(ErrorCode code, fmx::Data& result, std::optional<std::string> extended = std::nullopt);
 
 } // namespace frame

@@ -1,4 +1,4 @@
-// The FileMaker plug-in SDK, wherever it stands: a framework on macOS, a folder of headers elsewhere. The kit in fmx/
+// The FileMaker plug-in SDK, wherever it is: a framework on macOS, a folder of headers elsewhere. The kit in fmx/
 // offers the same names.
 #pragma once
 

@@ -30,7 +30,7 @@ fmx::TextUniquePtr descriptionOf(const Function& function)
     return loadText(static_cast<short>(function.stringNumber + descriptionOffset), Extent::whole);
 }
 
-// Answers the code of the last registration call: 0, or what FileMaker refuses with.
+// Returns the code of the last registration call: 0, or what FileMaker refuses with.
 fmx::errcode registerFunction(const Function& function)
 {
     const auto id = pluginId();

@@ -11,7 +11,7 @@ namespace logging {
 
 namespace {
 
-// A logger that is on when the plug-in is unloaded goes without a last line: shutting down doesn't end the session.
+// A logger that is on when the plug-in is unloaded writes no last line: shutting down doesn't end the session.
 class ProcessLogger {
 public:
     ~ProcessLogger()

@@ -28,7 +28,7 @@ constexpr const char* emptyMode = "wet";
 constexpr const char* lineMode = "ae";
 
 // The folders on the way to the log file, from the top: "/a", "/a/b". They are absolute, so that threads that change
-// the current folder at the same time can't lead each other astray.
+// the working directory at the same time don't affect each other.
 std::vector<std::string> foldersOnTheWay(std::string_view logPath)
 {
     std::vector<std::string> folders;
@@ -184,8 +184,8 @@ bool PluginLogger::GetIntoLogDirectory() const
     return std::all_of(folders.begin(), folders.end(), enterOrCreate);
 }
 
-// "LogFile.txt" in the folder that GetIntoLogDirectory() enters, by its whole path: the current folder may be another
-// thread's choice by now.
+// "LogFile.txt" in the folder that GetIntoLogDirectory() enters, by its whole path: the working directory may be
+// another thread's choice by now.
 std::string PluginLogger::logFile() const
 {
     const std::vector<std::string> folders = foldersOnTheWay(logPath_);

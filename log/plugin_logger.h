@@ -2,7 +2,7 @@
 // the number of functions that were entered and not yet left. The file is opened and closed for every line, so that it
 // survives a crash of the host and can be read at any time. What can't be written is silently left out.
 //
-// Writing moves the process's current folder into the log file's folder and makes the folders that are missing
+// Writing changes the process's working directory to the log file's folder and creates the folders that are missing
 // (mode 0777 less the umask): solutions that use relative paths depend on where it leaves them.
 //
 // Thread rule: several threads may write lines to one logger; whole lines may interleave. SetLogPath() and the
@@ -41,12 +41,12 @@ public:
     bool OpenLogFile() noexcept;
     void CloseLogFile() noexcept;
 
-    // With an empty path nothing is written any more. A logger without a path first makes the folders of its default
+    // With an empty path nothing is written any more. A logger without a path first creates the folders of its default
     // path.
     void SetLogPath(std::string path);
 
-    // Changes the current folder to the log file's, component by component where one is missing. False when a
-    // component can neither be entered nor created; the current folder is then the last one that was entered.
+    // Changes the working directory to the log file's folder, component by component where one is missing. False when a
+    // component can neither be entered nor created; the working directory is then the last one that was entered.
     bool GetIntoLogDirectory() const;
 
 private:
@@ -56,7 +56,7 @@ private:
     std::atomic<std::int32_t> depth_{0};
     std::string logPath_; // empty: not set
     const std::string name_;
-    std::atomic<std::FILE*> file_{nullptr}; // belongs to the thread that exchanges it out
+    std::atomic<std::FILE*> file_{nullptr}; // belongs to the thread that takes it out
     [[maybe_unused]] const std::uint32_t instanceId_;
 };
 

@@ -1,5 +1,5 @@
 // Copying, moving, renaming and deleting one file. Copy and move differ in how the target's path is put together and in
-// the call that does the work; what a failed move reports is a copy's code, too.
+// the call that does the work; a failed move reports a copy's code.
 
 #include "frame/external_call.h"
 #include "frame/fmx_text.h"

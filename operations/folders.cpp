@@ -66,7 +66,7 @@ fmx::errcode KORB_FolderCopy(short, const fmx::ExprEnv&, const fmx::DataVect& ar
         const PathText target = destination + u'/' + platform::lastComponent(source);
         requireNothingAt(target);
         requireDifferent(source, destination);
-        // The one failure here that deliberately goes without the system's description.
+        // The one failure here that deliberately leaves out the system's description.
         if (!platform::copyItem(source, target).ok()) {
             frame::fail(ErrorCode::unableToCopy);
         }

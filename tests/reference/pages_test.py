@@ -81,6 +81,13 @@ class Pages(unittest.TestCase):
                     missing.append(f"{file}#{place}")
             self.assertEqual(missing, [], document.name)
 
+    def test_packaged_documents_link_to_what_is_packaged(self):
+        installed = re.search(r"install\(FILES (docs/functions.html.*?)DESTINATION", Path(SOURCE, "cmake/Packages.cmake").read_text("utf-8"), re.S)
+        packaged = {Path(file).name for file in installed[1].split()}
+        for name in sorted(name for name in packaged if name.endswith(".md")):
+            linked = {file for file, _ in LINK.findall((DOCS / name).read_text("utf-8")) if file and not file.startswith("recipes/")}
+            self.assertLessEqual(linked, packaged, name)
+
     def test_recipes_to_paste_are_what_filemaker_takes(self):
         for title, text in function_texts.sections_of((DOCS / "recipes.md").read_text("utf-8")):
             for script in re.findall(r"^```filemaker\n(.*?)^```$", text, re.M | re.S):

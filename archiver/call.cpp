@@ -3,6 +3,7 @@
 #include "archiver/encrypted_file.h"
 #include "archiver/failure.h"
 #include "archiver/interruption.h"
+#include "archiver/packing.h"
 #include "archiver/protocol.h"
 
 #if __has_include("archiver/expansion.h")
@@ -15,17 +16,6 @@ static void expand(const Job&)
 }
 } // namespace archiver
 #endif
-#if __has_include("archiver/packing.h")
-#include "archiver/packing.h"
-#else
-namespace archiver {
-static void pack(const Job&)
-{
-    fail(Exit::unsupported, "not built in");
-}
-} // namespace archiver
-#endif
-
 #include <exception>
 #include <new>
 

@@ -2,8 +2,8 @@
 // that fills the tasks also takes what has been made of them.
 //
 // The tasks stand in a ring and are used again and again, with the memory that they hold. Threads are started as tasks
-// find none idle, until there is one for each processor, the caller's included: while that waits for the oldest task, it
-// does what nobody has begun. So all gets done even if no thread can be started.
+// find none idle, until there is one for each processor, the caller's included: while that waits for the oldest task,
+// it does what nobody has begun. So all gets done even if no thread can be started.
 #pragma once
 
 #include "archiver/workers.h"

@@ -1,6 +1,6 @@
-// One thread walks the tree, opens and reads; all compress and encrypt; the first writes what comes of it, in the order of
-// the walk (ordered_work.h). A task is either a batch of small items, whole entries with their headers, or one block of
-// a larger file. Such a file's header is written ahead of its first block, and once more when its sizes are known.
+// One thread walks the tree, opens and reads; all compress and encrypt; the first writes what comes of it, in the order
+// of the walk (ordered_work.h). A task is either a batch of small items, whole entries with their headers, or one block
+// of a larger file. Such a file's header is written ahead of its first block, and once more when its sizes are known.
 //
 // Of each folder first all names are read, then its items are packed, sorted by name: the same tree gives the same
 // bytes.
@@ -350,7 +350,7 @@ private:
     PackTask* batch_ = nullptr; // the one that is being filled
     BlockDeflater trial_;
     std::vector<std::byte> window_;
-    Identity place_;              // the folder that the archive gets its name in
+    Identity place_;               // the folder that the archive gets its name in
     bool isArchivesPlace_ = false; // the innermost folder of the walk
     bool isAnyEncrypted_ = false;
 };

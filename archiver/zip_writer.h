@@ -32,9 +32,8 @@ struct Entry {
 // The strength of all encryption that is written.
 inline constexpr AesStrength writtenStrength = AesStrength::bits256;
 
-// Appends the header that precedes the entry's content. Its length depends on neither crc nor sizes, so that they can be
-// filled in later by writing it again.
-// Failures: unusableSource, for a name of more than 65,535 bytes.
+// Appends the header that precedes the entry's content. Its length depends on neither crc nor sizes, so that they can
+// be filled in later by writing it again. Failures: unusableSource, for a name of more than 65,535 bytes.
 void appendLocalHeader(const Entry& entry, std::vector<std::byte>& out);
 
 // What is known of all entries, in the form in which it is written in the end: about 60 bytes and a name for each.

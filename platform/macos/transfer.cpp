@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdio>
+#include <memory>
 #include <optional>
 #include <random>
 #include <system_error>

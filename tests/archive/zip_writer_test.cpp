@@ -67,7 +67,8 @@ TEST_F(ZipWriterTest, PutsLargeNumbersIntoZip64Fields)
         Entry entry;
         entry.name = "name";
         entry.mode = S_IFREG | 0644;
-        std::tie(entry.size, entry.compressedSize, entry.offset) = std::tie(each.size, each.compressedSize, each.offset);
+        std::tie(entry.size, entry.compressedSize, entry.offset) =
+            std::tie(each.size, each.compressedSize, each.offset);
         CentralDirectory directory;
         directory.add(entry);
         const std::string text = written(directory);

@@ -48,7 +48,7 @@ TEST(CryptoTest, DerivesKeys)
          "9ccad6d468770cd51b10e6a68721be611a8b4d282601db3b36be9246915ec82a"},
         {Hash::sha256, "passwd", "salt", 1,
          "55ac046e56e3089fec1691c22544b605f94185216dde0465e68b9d57c20dacbc"
-         "a49ca9cccf179b645991664b39d77ef317c71b845b1e30bd509112041d3a1978"},
+         "49ca9cccf179b645991664b39d77ef317c71b845b1e30bd509112041d3a19783"},
         {Hash::sha256, "Password", "NaCl", 80000,
          "4ddcd8f60b98be21830cee5ef22701f9641a4418d04c0414aeff08876b34ab56"
          "a1d425a1225833549adb841b51c9b3176a272bdebba1d078478f62b397f33c8d"},

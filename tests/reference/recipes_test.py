@@ -98,6 +98,7 @@ class Recipes(unittest.TestCase):
                     ["1", "1", "2", "2"])
         self.assertEqual(self.take_in(performing=growing), "bad.csv: failed, not imported, error 720\rx.txt: failed, not a CSV file\r")
         self.assertEqual(self.state(), expected)
+        self.assertEqual([record["Line"] for record in self.tables["Log"]], ["bad.csv: failed, not imported, error 720", "x.txt: failed, not a CSV file"])
         self.assertEqual(self.take_in(performing=growing), "")
         self.assertEqual(self.state(), expected)
         # The same name arrives again, and a script that doesn't exist takes in nothing.
@@ -113,6 +114,8 @@ class Recipes(unittest.TestCase):
         self.write("Documents/box/work/notes.txt", "Documents/box2/in/" + "n" * 240 + ".csv", age=2 * HOUR)
         result = self.run_recipe(TAKE_IN, "box2,Import every file of a folder")
         self.assertRegex(result, r"^n+\.csv: Unable to copy .*File name too long\r$")
+        self.run_recipe("Write a line to the log", "another line")
+        self.assertEqual([record["Line"] for record in self.tables["Log"]], [result.removesuffix("\r"), "another line"])
         self.assertEqual([len(self.names("Documents/box2/in")), self.tables["Orders"]], [1, []])
 
     def check_cut_short(self, script, fill, expected):
@@ -239,7 +242,7 @@ class Recipes(unittest.TestCase):
             return self.run_recipe("Nightly backup of a folder with encryption", password).removeprefix("Backup: ")
 
         (self.data / "Documents").mkdir()
-        self.assertEqual(backup(), "Source path not found")
+        self.assertRegex(backup(), "/letters: Source path not found$")
         archive = f"letters-{datetime.date.today().isoweekday() % 7 + 1}.zip"
         self.write("Documents/backups/tonight.zip", f"Documents/backups/{archive}", content="cut short, or last week's")
         self.write("Documents/letters/1.txt", content="Dear")

@@ -104,7 +104,7 @@ class FileMaker:
             name, parameter = calculate(name), calculate(parameter)
             self.gets["LastError"] = 0 if name in self.scripts else 104
             if name in self.scripts:
-                self.gets["ScriptResult"] = self.run(self.scripts[name], parameter)
+                self.gets["ScriptResult"] = self.run(self.scripts[name], parameter) or ""
 
         lines, depth = ["def script():"], 1
         for name, options in filemaker_script.parse(text):

@@ -1,21 +1,12 @@
 #include "archiver/call.h"
 
 #include "archiver/encrypted_file.h"
+#include "archiver/expansion.h"
 #include "archiver/failure.h"
 #include "archiver/interruption.h"
 #include "archiver/packing.h"
 #include "archiver/protocol.h"
 
-#if __has_include("archiver/expansion.h")
-#include "archiver/expansion.h"
-#else
-namespace archiver {
-static void expand(const Job&)
-{
-    fail(Exit::unsupported, "not built in");
-}
-} // namespace archiver
-#endif
 #include <exception>
 #include <new>
 
@@ -45,9 +36,7 @@ Ending endingOf(const Failure& failure, std::string_view line)
     return {static_cast<int>(isOfZip ? Exit::wrongZipPassword : failure.exit()), failure.cause()};
 }
 
-} // namespace
-
-Ending perform(std::string_view line)
+Ending attempt(std::string_view line)
 {
     constexpr int internal = static_cast<int>(Exit::internal);
     constexpr int signalled = 128;
@@ -62,6 +51,17 @@ Ending perform(std::string_view line)
         return {internal, "no memory"};
     } catch (const std::exception& error) {
         return {internal, error.what()};
+    }
+}
+
+} // namespace
+
+Ending perform(std::string_view line)
+{
+    try {
+        return attempt(line);
+    } catch (const std::bad_alloc&) {
+        return {static_cast<int>(Exit::internal), "no memory"}; // not even for another cause
     }
 }
 

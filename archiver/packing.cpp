@@ -548,7 +548,7 @@ void pack(const Job& job)
     if (S_ISREG(status.st_mode)) {
         packing.addFile(source.get(), status, job.sourceName);
     } else if (walkFolder(std::move(source), packing, platform::posix::Names::sorted)) {
-        fail(Exit::internal, "the walk failed");
+        fail(Exit::unusableSource, "a folder was moved while it was packed");
     }
     packing.finish();
 }

@@ -43,6 +43,11 @@ def keeps(name, value):
     return True
 
 
+def keeps_creation_dates():
+    with tempfile.NamedTemporaryFile() as file:
+        return succeeds("sh", "-c", '[ "$(stat -c %W "$1")" -gt 0 ]', "sh", file.name)
+
+
 def has_memory():
     memory = "/dev/shm"
     return os.access(memory, os.W_OK) and os.stat(memory).st_dev != os.stat(tempfile.gettempdir()).st_dev
@@ -71,6 +76,7 @@ NEEDS = {
     "xfs": (lambda: mounts_image("xfs", "300M"), "loop mounts as root, and mkfs.xfs (xfsprogs)"),
     "attributes": (lambda: keeps("user.folidex", b"1"), f"extended attributes in {tempfile.gettempdir()}"),
     "access-lists": (lambda: keeps("system.posix_acl_access", ACCESS_LIST), f"access lists in {tempfile.gettempdir()}"),
+    "creation-dates": (keeps_creation_dates, f"dates of creation in {tempfile.gettempdir()}"),
     "memory": (has_memory, "a second file system, at /dev/shm"),
     "french": (speaks_french, "the C library's French (libc-l10n, locales)"),
 }

@@ -22,7 +22,7 @@ for test in tests:
     if test.find("skipped") is not None:
         reason = REASON.search(output)
         words = (reason[1] or reason[2]) if reason else "no reason told"
-        skipped[words.strip().replace("\n", "; ")].append(test.get("name"))
+        skipped[words.strip().replace("\n", "; ")].append(test.get("name").split("  #")[0])
     for some, all_there_are, what in SAMPLE.findall(output):
         sampled[what][0] += int(some)
         sampled[what][1] += int(all_there_are)

@@ -11,22 +11,12 @@
 //   zip_writer      the records of an archive: zip_format; block_deflate, zip_crypto: its contents
 
 #include "archiver/encrypted_file.h"
+#include "archiver/expansion.h"
 #include "archiver/failure.h"
 #include "archiver/interruption.h"
 #include "archiver/packing.h"
 #include "archiver/protocol.h"
 #include "archiver/result_file.h"
-
-#if __has_include("archiver/expansion.h")
-#include "archiver/expansion.h"
-#else
-namespace archiver {
-static void expand(const Job&)
-{
-    fail(Exit::unsupported, "not built in");
-}
-} // namespace archiver
-#endif
 
 #include <fcntl.h>
 #include <sys/stat.h>

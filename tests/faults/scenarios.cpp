@@ -74,6 +74,13 @@ void linkSourceToTarget(const Places& places)
     fs::create_hard_link(places.home + "/src/report.txt", places.home + "/dest/old.txt");
 }
 
+void addTwins(const Places& places)
+{
+    for (const char* name : {"/src/twin", "/src/inner/twin"}) {
+        fs::create_hard_link(places.home + "/src/report.txt", places.home + name);
+    }
+}
+
 void setHome(const Places& places)
 {
     setenv("HOME", places.home.c_str(), 1);
@@ -160,10 +167,12 @@ const std::vector<Scenario> changes{
     {.call = {"FolderCopy", "~/src", "~/dest"}},
     {.call = {"FolderCopy", "~/src", "~/dest"}, .where = "somebody's", .prepare = giveAway, .needsRoot = true},
     {.call = {"FolderCopy", "~/src", "~/dest"}, .where = "plainest", .lacks = plainest},
+    {.call = {"FolderCopy", "~/src", "~/dest"}, .where = "hard links", .prepare = addTwins},
     {.call = {"FolderCopy", "~/deep", "~/dest"}, .prepare = makeDeep},
     {.call = {"FolderMove", "~/src", "~/dest"}},
     {.call = {"FolderMove", "~/src", "~/dest"}, .where = "plainest", .lacks = plainest},
     {.call = {"FolderMove", "~/src", "@"}, .leavesPart = true},
+    {.call = {"FolderMove", "~/src", "@"}, .where = "hard links", .leavesPart = true, .prepare = addTwins},
     {.call = {"FolderMove", "~/src", "@"}, .where = "plainest", .lacks = plainest, .leavesPart = true},
     {.call = {"FolderRename", "~/src", "renamed"}},
     {.call = {"FolderDelete", "~/src"}, .leavesPart = true},

@@ -3,7 +3,9 @@
 // skip entries when others are removed between two reads of a folder, so one that isn't empty afterwards is walked
 // again, for as long as that removes something.
 
-#include "platform/linux/remove_tree.h"
+#include "platform/posix/remove_tree.h"
+
+#include "platform/posix/unlock.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -13,10 +15,7 @@
 #include <new>
 #include <utility>
 
-namespace platform::linux_os {
-
-using posix::Failure;
-using posix::TreeEntry;
+namespace platform::posix {
 
 namespace {
 
@@ -27,16 +26,18 @@ bool isNotEmpty(int error)
     return error == ENOTEMPTY || error == EEXIST; // both are allowed (rmdir(2))
 }
 
-// Folders that their owner may not change are made changeable first. Without success the removal says what is wrong.
+// What its owner may not change is made changeable first. Without success the removal says what is wrong.
 class UnlockingRemoval : public TreeRemoval {
 public:
+    Failure visit(const TreeEntry& entry) override
+    {
+        unlock(entry.folder, entry.name, entry.type);
+        return TreeRemoval::visit(entry);
+    }
     Failure choose(const TreeEntry& folder, Choice& choice) override
     {
-        Failure failure = TreeRemoval::choose(folder, choice);
-        if (!failure && choice == Choice::enter) {
-            [[maybe_unused]] const int result = fchmodat(folder.folder, folder.name, S_IRWXU, AT_SYMLINK_NOFOLLOW);
-        }
-        return failure;
+        unlock(folder.folder, folder.name, folder.type);
+        return TreeRemoval::choose(folder, choice);
     }
 };
 
@@ -65,9 +66,13 @@ Failure TreeRemoval::visit(const TreeEntry& entry)
 Failure TreeRemoval::choose(const TreeEntry& folder, Choice& choice)
 {
     const int result = unlinkat(folder.folder, folder.name, AT_REMOVEDIR);
-    const bool isFull = result != 0 && isNotEmpty(errno);
-    choice = isFull ? Choice::enter : Choice::skip;
-    return isFull ? Failure{} : removed(folder, result, errno);
+    const int error = errno;
+    if (result != 0 && isNotEmpty(error)) {
+        return {};
+    }
+    choice = Choice::skip;
+    nextPass_ = 1;
+    return removed(folder, result, error);
 }
 
 Failure TreeRemoval::enter(const TreeEntry&, int)
@@ -101,8 +106,8 @@ Outcome removeEntry(int folder, const char* name, std::string_view path)
     if (unlinkat(folder, name, 0) == 0) {
         return Outcome::success();
     }
-    if (errno != EISDIR) {
-        return posix::systemFailure(action, path, errno);
+    if (errno != EISDIR && errno != EPERM) { // of a folder Linux says the one, POSIX the other
+        return systemFailure(action, path, errno);
     }
     TreeRemoval removal;
     return walkTree(folder, name, removal).outcome(action, path);
@@ -124,4 +129,4 @@ void discardEntry(int folder, const char* name) noexcept
     errno = saved;
 }
 
-} // namespace platform::linux_os
+} // namespace platform::posix

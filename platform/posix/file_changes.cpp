@@ -2,16 +2,16 @@
 
 #include "platform/file_manager.h"
 
-#include "platform/linux/moved_source.h"
-#include "platform/linux/remove_tree.h"
-#include "platform/linux/staged_copy.h"
 #include "platform/posix/failure.h"
 #include "platform/posix/flush.h"
 #include "platform/posix/identity.h"
 #include "platform/posix/item_path.h"
+#include "platform/posix/moved_source.h"
 #include "platform/posix/names.h"
+#include "platform/posix/remove_tree.h"
 #include "platform/signal_block.h"
 #include "platform/unicode.h"
+#include "staged_copy.h" // the system's
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -30,61 +30,102 @@
 
 namespace platform {
 
-using linux_os::intoItself;
-using linux_os::StagedCopy;
 using posix::Descriptor;
+using posix::Failure;
 using posix::failureBecause;
 using posix::Identity;
+using posix::intoItself;
 using posix::Location;
+using posix::StagedCopy;
 using posix::systemFailure;
 
 namespace {
 
-// A transfer's two places, and the signals that its own system calls may raise.
+constexpr const char* wouldTakeSource = "the source would be removed with it";
+
+// A copy or a move: its two places, and the signals that its own system calls may raise.
 struct Transfer {
-    const char* action;
-    const char* actionOnTarget;
+    bool isMove;
     PathView sourcePath;
+    Existing existing;
     Location source{};
     Location target{};
+    struct stat status {}; // the source's
     SignalBlock noFileSizeSignal{SIGXFSZ};
     SignalBlock noLeaseSignal{SIGIO};
 
-    Outcome locate(PathView targetPath)
+    const char* action() const { return isMove ? "move" : "copy"; }
+    bool replaces() const { return existing == Existing::replaced; }
+    Outcome failed(const Failure& failure) const
     {
-        Outcome outcome = posix::locate(action, sourcePath, source);
-        return outcome.ok() ? posix::locate(actionOnTarget, targetPath, target) : outcome;
+        return failure.outcome(action(), source.path.text, target.path.text);
     }
 };
 
-Outcome failed(const char* action, const Location& item, int error)
+// What is refused before anything is touched. Into itself: rename(2) returns EINVAL or, from another mount of the same
+// file system, EXDEV, and a copy would never end.
+Failure requirePossible(Transfer& transfer)
 {
-    return systemFailure(action, item.path.text, error);
+    const Location& source = transfer.source;
+    const Location& target = transfer.target;
+    if (fstatat(source.folder.get(), source.path.name.c_str(), &transfer.status, AT_SYMLINK_NOFOLLOW) != 0) {
+        return Failure::ofSource(errno);
+    }
+    const mode_t mode = transfer.status.st_mode;
+    if (transfer.isMove && source.path.namesItself()) {
+        return Failure::ofSource(EBUSY);
+    }
+    if (source.path.endsInSlash && !S_ISDIR(mode) && !S_ISLNK(mode)) {
+        return Failure::ofSource(ENOTDIR);
+    }
+    struct stat existing {};
+    const bool isTaken = fstatat(target.folder.get(), target.path.name.c_str(), &existing, AT_SYMLINK_NOFOLLOW) == 0;
+    if (isTaken && !transfer.replaces()) {
+        return Failure::ofTarget(EEXIST);
+    }
+    if (!isTaken && errno != ENOENT) {
+        return Failure::ofTarget(errno);
+    }
+    if (target.path.endsInSlash && !S_ISDIR(mode)) {
+        return Failure::ofTarget(ENOTDIR);
+    }
+    const bool isIntoItself =
+        S_ISDIR(mode) && posix::isInside(target.folder.get(), Identity::of(transfer.status)).value_or(false);
+    return isIntoItself ? Failure::because(intoItself) : Failure{};
+}
+
+Outcome prepare(Transfer& transfer, PathView target)
+{
+    Outcome outcome = posix::locate(transfer.action(), transfer.sourcePath, transfer.source);
+    if (outcome.ok()) {
+        outcome = posix::locate("write", target, transfer.target);
+    }
+    return outcome.ok() ? transfer.failed(requirePossible(transfer)) : outcome;
 }
 
 // Removes what is at the target. It loses its name before it goes for good: only then can be seen that the source isn't
-// the same item by a name that this file system takes for another spelling.
+// the same item by a name that this file system takes for another spelling, or by another way that leads there.
 Outcome removeExisting(const Transfer& transfer)
 {
+    constexpr const char* remove = "remove";
     const Location& target = transfer.target;
     const int folder = target.folder.get();
     const char* name = target.path.name.c_str();
-    constexpr const char* action = "remove";
     if (target.path.namesItself()) {
-        return failed(action, target, EBUSY);
+        return systemFailure(remove, target.path.text, EBUSY);
     }
     const std::string hidden = posix::temporaryName();
     posix::Hiding hiding(folder, name, hidden);
     if (const int error = hiding.error()) {
         // ENOENT: it is gone already. EXDEV: a folder of an overlay's lower layer.
         return error == ENOENT  ? Outcome::success()
-               : error == EXDEV ? linux_os::removeEntry(folder, name, target.path.text)
-                                : failed(action, target, error);
+               : error == EXDEV ? posix::removeEntry(folder, name, target.path.text)
+                                : systemFailure(remove, target.path.text, error);
     }
-    if (!existence(transfer.sourcePath).exists) {
-        return failureBecause(action, target.path.text, "the source would go with it");
+    if (!posix::canBeReached(transfer.sourcePath)) {
+        return failureBecause(remove, target.path.text, wouldTakeSource);
     }
-    Outcome outcome = linux_os::removeEntry(folder, hiding.name(), target.path.text);
+    Outcome outcome = posix::removeEntry(folder, hiding.name(), target.path.text);
     if (outcome.ok()) {
         hiding.itemIsGone();
     }
@@ -92,14 +133,15 @@ Outcome removeExisting(const Transfer& transfer)
 }
 
 // The copy is whole and on the disk before the source goes.
-Outcome moveByCopying(const Location& source, const Location& target)
+Outcome moveByCopying(const Transfer& transfer)
 {
+    const Location& source = transfer.source;
     const int folder = source.folder.get();
     const char* name = source.path.name.c_str();
-    StagedCopy copy(source, target, {.isMove = true, .isDurable = true});
+    StagedCopy copy(source, transfer.target, {.isMove = true, .isDurable = true});
     Outcome outcome = copy.build();
     if (outcome.ok()) {
-        outcome = linux_os::requireUnchanged(folder, name, source.path.text, copy.copied());
+        outcome = posix::requireUnchanged(folder, name, source.path.text, copy.copied());
     }
     if (outcome.ok()) {
         outcome = copy.publish();
@@ -110,7 +152,7 @@ Outcome moveByCopying(const Location& source, const Location& target)
     if (copy.isFolder()) {
         copy.keep(); // should the removal end half-way, the copy alone is whole
     }
-    outcome = linux_os::removeCopied(folder, name, source.path.text, copy.copied());
+    outcome = posix::removeCopied(folder, name, source.path.text, copy.copied());
     if (outcome.ok()) {
         copy.keep();
     }
@@ -136,68 +178,66 @@ int flushItem(const Location& item)
                                      : 0;
 }
 
-// For which rename(2) returns EINVAL or, from another mount of the same file system, with EXDEV.
-bool isFolderIntoItself(const Location& target, const struct stat& source)
+bool mayChangeEntries(const Location& item)
 {
-    return S_ISDIR(source.st_mode) && posix::isInside(target.folder.get(), Identity::of(source)).value_or(false);
+    return faccessat(item.folder.get(), ".", W_OK | X_OK, AT_EACCESS) == 0;
 }
 
-Outcome requireMovable(const Transfer& transfer)
+// On which side a rename was refused.
+Failure renameFailure(const Transfer& transfer, int error)
 {
-    const Location& source = transfer.source;
-    struct stat status {};
-    if (fstatat(source.folder.get(), source.path.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
-        return failed(transfer.action, source, errno);
+    switch (error) {
+    case EEXIST:
+    case ENOSPC:
+    case EDQUOT:
+    case ENAMETOOLONG:
+    case EMLINK:
+        return Failure::ofTarget(error);
+    case EACCES:
+    case EPERM:
+    case EROFS:
+        return mayChangeEntries(transfer.source) && !mayChangeEntries(transfer.target) ? Failure::ofTarget(error)
+                                                                                       : Failure::ofSource(error);
+    default:
+        return Failure::ofSource(error);
     }
-    if (source.path.namesItself()) {
-        return failed(transfer.action, source, EBUSY);
-    }
-    if (isFolderIntoItself(transfer.target, status)) {
-        return failureBecause(transfer.action, source.path.text, intoItself);
-    }
-    const bool sourceFits = !source.path.endsInSlash || S_ISDIR(status.st_mode) || S_ISLNK(status.st_mode);
-    const bool targetFits = !transfer.target.path.endsInSlash || S_ISDIR(status.st_mode);
-    return sourceFits && targetFits ? Outcome::success() : failed(transfer.action, source, ENOTDIR);
 }
 
-Outcome moveByRenaming(const Transfer& transfer, bool isDurable)
+Outcome moveByRenaming(const Transfer& transfer)
 {
-    const Location& source = transfer.source;
-    const Location& target = transfer.target;
     const auto rename = [](const Location& from, const Location& to) {
         return posix::renameExclusively(from.folder.get(), from.path.name.c_str(), to.folder.get(),
                                         to.path.name.c_str());
     };
-    const int error = rename(source, target);
+    const Location& target = transfer.target;
+    const int error = rename(transfer.source, target);
     if (error == EXDEV) {
-        return moveByCopying(source, target);
+        return moveByCopying(transfer);
     }
     if (error != 0) {
-        return failed(transfer.action, error == EEXIST ? target : source, error);
+        return transfer.failed(renameFailure(transfer, error));
     }
-    if (!isDurable) {
-        return Outcome::success();
+    const int flushError =
+        transfer.replaces() ? posix::flushEntries(target.folder.get(), openToFlush(target).get()) : 0;
+    if (flushError != 0) {
+        rename(target, transfer.source);
     }
-    if (const int flushError = posix::flushEntries(target.folder.get(), openToFlush(target).get())) {
-        rename(target, source);
-        return failed("write", target, flushError);
-    }
-    return Outcome::success();
+    return transfer.failed(Failure::ofTarget(flushError));
 }
 
 } // namespace
 
 Outcome copyItem(PathView source, PathView target, Existing existing)
 {
-    Transfer transfer{"copy", "write", source};
-    Outcome outcome = transfer.locate(target);
-    if (outcome.ok() && existing == Existing::replaced) {
+    Transfer transfer{false, source, existing};
+    Outcome outcome = prepare(transfer, target);
+    if (outcome.ok() && transfer.replaces()) {
         outcome = removeExisting(transfer);
     }
     if (!outcome.ok()) {
         return outcome;
     }
-    StagedCopy copy(transfer.source, transfer.target, {.isDurable = existing == Existing::replaced});
+    StagedCopy copy(transfer.source, transfer.target, {.isDurable = transfer.replaces()});
     outcome = copy.build();
     if (outcome.ok()) {
         outcome = copy.publish();
@@ -210,37 +250,36 @@ Outcome copyItem(PathView source, PathView target, Existing existing)
 
 Outcome moveItem(PathView source, PathView target, Existing existing)
 {
-    Transfer transfer{"move", "move", source};
-    const bool replaces = existing == Existing::replaced;
-    Outcome outcome = transfer.locate(target);
-    if (outcome.ok()) {
-        outcome = requireMovable(transfer);
+    Transfer transfer{true, source, existing};
+    Outcome outcome = prepare(transfer, target);
+    if (outcome.ok() && transfer.replaces()) {
+        outcome = transfer.failed(Failure::ofSource(flushItem(transfer.source)));
     }
-    if (outcome.ok() && replaces) {
-        const int error = flushItem(transfer.source);
-        outcome = error == 0 ? removeExisting(transfer) : failed(transfer.action, transfer.source, error);
+    if (outcome.ok() && transfer.replaces()) {
+        outcome = removeExisting(transfer);
     }
-    return outcome.ok() ? moveByRenaming(transfer, replaces) : outcome;
+    return outcome.ok() ? moveByRenaming(transfer) : outcome;
 }
 
 Outcome removeItem(PathView path)
 {
     constexpr const char* action = "remove";
+    const auto failed = [&](const Location& item, int error) { return systemFailure(action, item.path.text, error); };
     Location item;
     if (Outcome outcome = posix::locate(action, path, item); !outcome.ok()) {
         return outcome;
     }
     if (item.path.namesItself()) {
         // rmdir(2) would refuse too, but only after everything inside is gone.
-        return failed(action, item, EBUSY);
+        return failed(item, EBUSY);
     }
     struct stat status {};
     if (item.path.endsInSlash &&
         fstatat(item.folder.get(), item.path.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
         !S_ISDIR(status.st_mode) && !S_ISLNK(status.st_mode)) {
-        return failed(action, item, ENOTDIR);
+        return failed(item, ENOTDIR);
     }
-    return linux_os::removeEntry(item.folder.get(), item.path.name.c_str(), item.path.text);
+    return posix::removeEntry(item.folder.get(), item.path.name.c_str(), item.path.text);
 }
 
 namespace {

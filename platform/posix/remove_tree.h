@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-namespace platform::linux_os {
+namespace platform::posix {
 
 // Stops at the first entry that can't be removed. `path`: the entry's, in file-system bytes, for the message.
 Outcome removeEntry(int folder, const char* name, std::string_view path);
@@ -18,17 +18,20 @@ Outcome removeEntry(int folder, const char* name, std::string_view path);
 void discardEntry(int folder, const char* name) noexcept;
 
 // The removal, for whoever has conditions of his own.
-class TreeRemoval : public posix::TreeVisitor {
+class TreeRemoval : public TreeVisitor {
 public:
-    posix::Failure visit(const posix::TreeEntry& entry) override;
-    posix::Failure choose(const posix::TreeEntry& folder, Choice& choice) override;
-    posix::Failure enter(const posix::TreeEntry& folder, int opened) override;
-    posix::Failure leave(const posix::TreeEntry& folder, int left, Next& next) override;
-    posix::Failure failed(const posix::TreeEntry& entry, int error) override;
+    Failure visit(const TreeEntry& entry) override;
+    Failure choose(const TreeEntry& folder, Choice& choice) override;
+    Failure enter(const TreeEntry& folder, int opened) override;
+    Failure leave(const TreeEntry& folder, int left, Next& next) override;
+    Failure failed(const TreeEntry& entry, int error) override;
 
 protected:
     // Removes an entry that isn't a folder, under the name that it has now. One that is gone already is no failure.
-    posix::Failure removeFile(const posix::TreeEntry& entry, const char* nameNow);
+    Failure removeFile(const TreeEntry& entry, const char* nameNow);
+
+    // Whether a folder that is chosen was walked before.
+    bool isRepeated() const { return nextPass_ > 1; }
 
 private:
     struct Pass {
@@ -36,10 +39,10 @@ private:
         bool removedSomething = false;
     };
 
-    posix::Failure removed(const posix::TreeEntry& entry, int result, int error);
+    Failure removed(const TreeEntry& entry, int result, int error);
 
     std::vector<Pass> passes_{{}}; // of the place around the root, and of every folder down to the innermost
     int nextPass_ = 1;
 };
 
-} // namespace platform::linux_os
+} // namespace platform::posix

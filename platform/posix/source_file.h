@@ -6,16 +6,16 @@
 
 #include <sys/stat.h>
 
-namespace platform::linux_os {
+namespace platform::posix {
 
 struct OpenFile {
-    posix::Descriptor descriptor;
+    Descriptor descriptor;
     struct stat status {};
 };
 
 inline constexpr const char* replacedMeanwhile = "the item was replaced while it was being copied";
 
 // Opens a regular file for reading; anything else under that name is a failure.
-posix::Failure openFile(int folder, const char* name, OpenFile& file);
+Failure openFile(int folder, const char* name, OpenFile& file);
 
-} // namespace platform::linux_os
+} // namespace platform::posix

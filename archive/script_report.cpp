@@ -12,6 +12,7 @@
 #include <array>
 #include <cstdlib>
 #include <fstream>
+#include <istream>
 #include <mutex>
 #include <string_view>
 

@@ -7,10 +7,13 @@
 //   source_file     the file that is read
 //   result_file     the file that is written; leftovers: what killed calls left
 //   encrypted_file  encrypt, decrypt
+//   packing         zip, zipencrypt, by ordered_work on all processors: workers
+//   zip_writer      the records of an archive: zip_format; block_deflate, zip_crypto: its contents
 
 #include "archiver/encrypted_file.h"
 #include "archiver/failure.h"
 #include "archiver/interruption.h"
+#include "archiver/packing.h"
 #include "archiver/protocol.h"
 #include "archiver/result_file.h"
 
@@ -19,16 +22,6 @@
 #else
 namespace archiver {
 static void expand(const Job&)
-{
-    fail(Exit::unsupported, "not built in");
-}
-} // namespace archiver
-#endif
-#if __has_include("archiver/packing.h")
-#include "archiver/packing.h"
-#else
-namespace archiver {
-static void pack(const Job&)
 {
     fail(Exit::unsupported, "not built in");
 }

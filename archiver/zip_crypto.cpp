@@ -23,7 +23,7 @@ void wipe(std::span<std::byte> secret)
 
 // What PBKDF2 gives, in the order in which it is used.
 struct Keys {
-    std::array<std::byte, 2 * 32 + WinZipAes::checkSize> bytes;
+    std::array<std::byte, std::size_t{2} * 32 + WinZipAes::checkSize> bytes;
     std::size_t size;
 
     Keys(std::string_view password, std::span<const std::byte> salt, AesStrength strength) : size(keySize(strength))
@@ -50,7 +50,7 @@ std::size_t saltSize(AesStrength strength)
 
 struct WinZipAes::State {
     // Small enough for the nearest cache, with the content beside it.
-    static constexpr std::size_t streamSize = 8 * 1024;
+    static constexpr std::size_t streamSize = std::size_t{8} * 1024;
 
     platform::crypto::AesBlocks cipher;
     platform::crypto::Hmac hmac;
@@ -72,7 +72,7 @@ struct WinZipAes::State {
             // No more than is wanted: most files are small. The counter's upper half stays zero.
             const std::size_t wanted = (content.size() + platform::crypto::aesBlockSize - 1) /
                                        platform::crypto::aesBlockSize * platform::crypto::aesBlockSize;
-            used -= std::min(wanted, stream.size());
+            used -= std::min(wanted, streamSize);
             const std::span fresh = std::span(stream).subspan(used);
             std::fill(fresh.begin(), fresh.end(), std::byte{0});
             for (std::size_t at = 0; at < fresh.size(); at += platform::crypto::aesBlockSize, ++counter) {

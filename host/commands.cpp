@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include <iomanip>
+#include <ios>
 #include <sstream>
 #include <utility>
 

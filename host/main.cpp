@@ -21,7 +21,9 @@
 #include <clocale>
 #include <functional>
 #include <iostream>
+#include <iterator>
 #include <new>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>

@@ -49,6 +49,8 @@ public:
     // component can neither be entered nor created; the working directory is then the last one that was entered.
     bool GetIntoLogDirectory() const;
 
+    std::uint32_t instanceId() const { return instanceId_; } // as GetInstanceID() drew it
+
 private:
     void writeToFile(std::string_view label, std::string_view text) noexcept;
     std::string logFile() const;
@@ -57,7 +59,7 @@ private:
     std::string logPath_; // empty: not set
     const std::string name_;
     std::atomic<std::FILE*> file_{nullptr}; // belongs to the thread that takes it out
-    [[maybe_unused]] const std::uint32_t instanceId_;
+    const std::uint32_t instanceId_;
 };
 
 // Tries to enter the literal "~/Desktop", then enters "HALVIK" and in it a folder named `name`, creating the two where

@@ -133,6 +133,11 @@ std::u16string utf16FromUtf8(std::string_view bytes)
     return text;
 }
 
+bool isUtf8(std::string_view bytes)
+{
+    return utf8FromUtf16(utf16FromUtf8(bytes)) == bytes;
+}
+
 std::optional<std::string> fileSystemRepresentation(std::u16string_view path)
 {
     if (path.find(u'\0') != std::u16string_view::npos) {

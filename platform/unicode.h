@@ -18,6 +18,9 @@ std::u16string utf16FromUtf8(std::string_view bytes);
 // The same, appended to `text`.
 void appendUtf16FromUtf8(std::u16string& text, std::string_view bytes);
 
+// Whether all of the bytes are valid UTF-8.
+bool isUtf8(std::string_view bytes);
+
 // What a C library call takes as a path: UTF-8 of `path`; nothing when the path isn't valid UTF-16 or holds a NUL,
 // for such a text names nothing that can exist.
 std::optional<std::string> fileSystemRepresentation(std::u16string_view path);

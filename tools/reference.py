@@ -263,8 +263,8 @@ class Page:
         # The name as a place too, in its own spelling. English descriptions say what the text does.
         anchor = f'<a id="{function["name"]}"></a>'
         words = descriptions | {"en": descriptions["en"].partition("|")[0]}
-        found = "".join(f'<p class="words" lang="{language}">{escape(text.replace("|", ": "))}</p>\n' for language, text in words.items())
-        return self.part("function", function["name"], text.partition("\n")[2], found, anchor)
+        found = [f'<p class="words" lang="{language}">{escape(description.replace("|", ": "))}</p>\n' for language, description in words.items()]
+        return self.part("function", function["name"], text.partition("\n")[2], "".join(found), anchor)
 
     def recipe(self, title, text):
         return self.part("recipe", title, text)

@@ -23,7 +23,8 @@ def field(text):
 
 
 def layout(name):
-    return f'<LayoutDestination value="SelectedLayout"></LayoutDestination><Layout id="{NUMBER}" name={quoteattr(name.strip(chr(34)))}></Layout>'
+    destination = '<LayoutDestination value="SelectedLayout"></LayoutDestination>'
+    return f'{destination}<Layout id="{NUMBER}" name={quoteattr(name.strip(chr(34)))}></Layout>'
 
 
 def on(name, state="True"):
@@ -53,6 +54,10 @@ def insert(_, __, target, url, *encoding):
     return on("NoInteract") + on("DontEncodeURL", state) + on("SelectAll") + calculation(url) + field(target)
 
 
+def imported(_, path):
+    return on("NoInteract") + on("Restore", "False") + '<DataSourceType value="File"></DataSourceType>' + path_of(path)
+
+
 def record(which, *exits):
     return on("NoInteract", "False") + (on("Exit") if exits else "") + f'<RowPageLocation value="{which}"></RowPageLocation>'
 
@@ -77,7 +82,7 @@ STEPS = {
     "Go to Layout": (6, layout),
     "Go to Record/Request/Page": (16, record),
     "If": (68, calculation),
-    "Import Records": (35, lambda _, path: on("NoInteract") + on("Restore", "False") + '<DataSourceType value="File"></DataSourceType>' + path_of(path)),
+    "Import Records": (35, imported),
     "Insert from URL": (160, insert),
     "Install Plug-In File": (157, field),
     "Loop": (71, None),

@@ -10,6 +10,7 @@
 #include <exception>
 #include <map>
 #include <memory>
+#include <system_error>
 #include <typeinfo>
 #include <utility>
 

@@ -1,6 +1,7 @@
 #include "host/calculation/built_ins.h"
 
 #include <cmath>
+#include <iterator>
 
 namespace fmxhost {
 namespace {

@@ -7,6 +7,7 @@
 #include <unicode/utf16.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <utility>
 
 namespace fmxhost {

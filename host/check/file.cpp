@@ -32,6 +32,7 @@ void examineLibraries(Examination& examination)
 #include <algorithm>
 #include <cstring>
 #include <fstream>
+#include <istream>
 #include <iterator>
 #include <map>
 #include <set>

@@ -43,6 +43,15 @@ std::string lowered(std::string_view text)
     return toUtf8(foldCase(toUtf16(text)));
 }
 
+// Where the parser is, in bytes. Newer versions of Expat deprecate the one function for it that all versions have.
+XML_Index byteIndex(XML_Parser parser)
+{
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+    return XML_GetCurrentByteIndex(parser);
+#pragma GCC diagnostic pop
+}
+
 class DefinitionReader {
 public:
     // Answers what is wrong.
@@ -69,7 +78,7 @@ public:
         if (XML_Parse(parser.get(), definition.data(), static_cast<int>(definition.size()), isFinal) != XML_STATUS_OK) {
             return {std::string("the definition isn't well-formed XML: ") +
                     XML_ErrorString(XML_GetErrorCode(parser.get())) + " at character " +
-                    std::to_string(XML_GetCurrentByteIndex(parser.get()) + 1)};
+                    std::to_string(byteIndex(parser.get()) + 1)};
         }
         return std::move(faults_);
     }

@@ -48,7 +48,7 @@ bool DirectoryReader::fill()
         }
         isAtEnd_ = bytes <= 0;
         filled_ += isAtEnd_ ? 0 : static_cast<std::size_t>(bytes);
-    } while (!isAtEnd_ && names_ == Names::allFirst);
+    } while (!isAtEnd_ && names_ != Names::asTheyAreRead);
     return filled_ > 0 && error_ == 0;
 }
 

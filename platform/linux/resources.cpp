@@ -15,6 +15,7 @@
 #include <climits>
 #include <csignal>
 #include <cstddef>
+#include <cstdlib>
 #include <utility>
 
 namespace platform {

@@ -13,6 +13,7 @@ namespace platform::posix {
 enum class Names {
     asTheyAreRead, // however many there are, in little memory; what comes meanwhile may be among them
     allFirst, // what comes after the reading has begun to show entries isn't among them; takes memory for all names
+    sorted,   // the same; a walk takes them in the order of their bytes, too
 };
 
 // The name points into the reader's buffer: valid until the next entry is read.

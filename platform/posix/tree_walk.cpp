@@ -1,5 +1,5 @@
 // Depth first and without recursion. A folder is read to its end at once: what isn't a folder is visited as it is read,
-// the names of its folders are kept in its level. Then the walk goes on with the last name that the innermost level
+// the names of its folders are kept in its level. Then the walk goes on with the next name that the innermost level
 // keeps, and leaves the folder when there is none. The root's name is kept in a level for the place around it.
 
 #include "platform/posix/tree_walk.h"
@@ -9,7 +9,9 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -27,7 +29,8 @@ public:
 
 private:
     struct Level {
-        std::string kept{}; // names, each followed by a zero, which no name contains
+        std::string kept{};    // names, each followed by a zero, which no name contains
+        std::size_t taken = 0; // of kept
         Place place = rootPlace;
     };
 
@@ -133,8 +136,22 @@ Failure Walk::enter(const TreeEntry& entry, Descriptor opened)
 Failure Walk::readEntries(const TreeEntry& folder)
 {
     reader_.start(folders_.folder(), names_);
+    std::vector<DirectoryEntry> sorted;
     while (const DirectoryEntry* entry = reader_.next()) {
+        if (names_ == Names::sorted) {
+            sorted.push_back(*entry); // with all names read first they all stay valid
+            continue;
+        }
         Failure failure = visit(entry->name, entry->type);
+        if (failure) {
+            return failure;
+        }
+    }
+    std::sort(sorted.begin(), sorted.end(), [](const DirectoryEntry& left, const DirectoryEntry& right) {
+        return std::strcmp(left.name, right.name) < 0;
+    });
+    for (const DirectoryEntry& entry : sorted) {
+        Failure failure = visit(entry.name, entry.type);
         if (failure) {
             return failure;
         }
@@ -165,14 +182,12 @@ Failure Walk::leave()
 
 std::optional<std::string> Walk::takeKept()
 {
-    std::string& kept = levels_.back().kept;
-    if (kept.empty()) {
+    Level& level = levels_.back();
+    if (level.taken == level.kept.size()) {
         return std::nullopt;
     }
-    kept.pop_back();
-    const std::size_t start = kept.rfind('\0') + 1; // npos + 1 is 0
-    std::string name = kept.substr(start);
-    kept.resize(start);
+    std::string name = level.kept.c_str() + level.taken;
+    level.taken += name.size() + 1;
     return name;
 }
 

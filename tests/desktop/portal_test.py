@@ -1,12 +1,11 @@
 """The desktop's services as a plug-in meets them: none at all, ones that answer, ones that fail or fall silent.
 
-Arguments: fmxhost, the plug-in, the program desktop_call. Exit status 77: dbus-daemon, setpriv or jeepney is missing.
+Arguments: fmxhost, the plug-in, the program desktop_call.
 """
 
 import json
 import os
 import pathlib
-import shutil
 import signal
 import subprocess
 import sys
@@ -20,6 +19,8 @@ try:
     from jeepney.io.blocking import open_dbus_connection
 except ImportError:
     open_dbus_connection = None
+sys.path.insert(0, str(pathlib.Path(__file__).parents[1]))
+from support import surroundings
 
 HOST, PLUGIN, CALL = sys.argv[1:4]
 BACKEND = "org.freedesktop.impl.portal.desktop.fake"
@@ -209,7 +210,7 @@ class Desktop(DesktopTest):
 
 
 if __name__ == "__main__":
-    if not (open_dbus_connection and shutil.which("dbus-daemon") and shutil.which("setpriv")):
-        print("skipped: dbus-daemon, setpriv or jeepney is missing")
-        sys.exit(77)
+    surroundings.skip_without("dbus-daemon", "setpriv")
+    if not open_dbus_connection:
+        surroundings.skip("needs jeepney (python3-jeepney)")
     unittest.main(argv=sys.argv[:1])

@@ -7,26 +7,27 @@ Needs Linux and the packages xvfb openbox xdotool xclip imagemagick dbus xdg-des
 
 import os
 import pathlib
-import shutil
 import subprocess
 import sys
 import time
 
+sys.path.insert(0, str(pathlib.Path(__file__).parents[1]))
+from support import surroundings
+
 PORTAL = "/usr/libexec/xdg-desktop-portal"
 BACKEND = "/usr/libexec/xdg-desktop-portal-gtk"
 PROGRAMS = ["Xvfb", "openbox", "xdotool", "xclip", "import", "dbus-daemon", PORTAL, BACKEND]
-OWN_SPACE = ["unshare", "--pid", "--fork", "--kill-child", "--mount", "--mount-proc"]
 
 
 def enter_own_space():
-    """Runs this program again in a name space of its own; answers what the machine lacks for it."""
-    missing = [program for program in PROGRAMS if not shutil.which(program)]
-    command = [*OWN_SPACE, *([] if os.geteuid() == 0 else ["--map-root-user"])]
-    if not missing and os.getpid() != 1:
-        if subprocess.run([*command, "true"], stderr=subprocess.DEVNULL, check=False).returncode != 0:
-            return ["name spaces"]
-        os.execvp(command[0], [*command, sys.executable, *sys.argv])
-    return missing
+    """Runs this program again in a name space of its own, or ends it as skipped."""
+    if os.getpid() == 1:
+        return
+    surroundings.skip_without("own-mounts", *PROGRAMS)
+    command = [*surroundings.own_mounts(), "--pid", "--fork", "--kill-child", "--mount-proc"]
+    if not surroundings.succeeds(*command, "true"):
+        surroundings.skip("needs a name space of processes, with a /proc")
+    os.execvp(command[0], [*command, sys.executable, *sys.argv])
 
 
 def wait_for(condition, what, seconds=30):

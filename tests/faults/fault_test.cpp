@@ -3,13 +3,15 @@
 //
 // A scenario is run undisturbed first, which tells its calls and its outcome. Then each fault is tried in a process of
 // its own: the tree is built, the call made, and what stands afterwards is held against what stood before and what the
-// undisturbed call left. All faults with FOLIDEX_FULL in the environment, otherwise a sample; their number is printed.
+// undisturbed call left. All faults with FOLIDEX_FULL in the environment, otherwise a sample, of which each test prints
+// how large it is.
 
 #include "faults/fault_injector.h"
 #include "faults/scenarios.h"
 #include "support/child_process.h"
 #include "support/plugin_under_test.h"
 #include "support/scratch_folder.h"
+#include "support/surroundings.h"
 #include "support/tree_snapshot.h"
 
 #include <gtest/gtest.h>
@@ -22,9 +24,11 @@
 #include <cstring>
 #include <fstream>
 #include <iostream>
+#include <iterator>
 #include <new>
 #include <set>
 #include <sstream>
+#include <tuple>
 
 namespace folidex::test {
 namespace {
@@ -175,7 +179,7 @@ public:
 private:
     void runUndisturbed();
     std::vector<Injection> injections(bool isFull) const;
-    void addPairs(const Injection& first, std::vector<Injection>& list) const;
+    std::vector<Injection> pairsOf(const Injection& first) const;
     std::string attempt(const Injection& injection) const;
     Snapshot prepare() const;
     CallResult call(FaultPlan plan) const;
@@ -260,8 +264,9 @@ void ScenarioRun::runUndisturbed()
 }
 
 // A second fault can strike whatever is done after the first one; how much that is shows when only the first one does.
-void ScenarioRun::addPairs(const Injection& first, std::vector<Injection>& list) const
+std::vector<Injection> ScenarioRun::pairsOf(const Injection& first) const
 {
+    std::vector<Injection> list;
     const std::string after = inChild([&] {
         prepare();
         return std::to_string(call(first.plan).report.sinceFault);
@@ -270,6 +275,7 @@ void ScenarioRun::addPairs(const Injection& first, std::vector<Injection>& list)
         list.push_back(first);
         list.back().plan.secondAt = second;
     }
+    return list;
 }
 
 std::vector<Injection> ScenarioRun::injections(bool isFull) const
@@ -298,7 +304,7 @@ std::vector<Injection> ScenarioRun::injections(bool isFull) const
             }
         }
     }
-    const auto sample = [&](std::vector<Injection>& all, std::size_t wanted, auto&& isKept) {
+    const auto sample = [&](std::vector<Injection>& all, std::size_t wanted, const char* what, auto&& isKept) {
         const std::size_t step = isFull ? 1 : std::max<std::size_t>(all.size() / wanted, 1);
         std::vector<Injection> some;
         for (std::size_t i = 0; i < all.size(); ++i) {
@@ -306,16 +312,22 @@ std::vector<Injection> ScenarioRun::injections(bool isFull) const
                 some.push_back(all[i]);
             }
         }
+        std::cout << "sample: " << some.size() << " of " << all.size() << " " << what << std::endl;
         all = some;
     };
-    sample(list, scenario_.runsScript ? 6 : 50, [](const Injection& injection) { // each call of another name once
+    const auto isNone = [](const Injection&) { return false; };
+    sample(list, scenario_.runsScript ? 3 : 24, "faults", [](const Injection& injection) { // each call of another name
         return injection.plan.at == 1 && injection.isOnce() &&
                injection.fault.error == faultsOf(injection.plan.call)[0].error;
     });
-    sample(firsts, 2, [](const Injection&) { return false; });
+    sample(firsts, 2, "first faults of pairs", isNone);
+    std::vector<Injection> pairs;
     for (const Injection& first : firsts) {
-        addPairs(first, list);
+        const std::vector<Injection> some = pairsOf(first);
+        pairs.insert(pairs.end(), some.begin(), some.end());
     }
+    sample(pairs, 12, "pairs of faults", isNone);
+    list.insert(list.end(), pairs.begin(), pairs.end());
     return list;
 }
 
@@ -480,11 +492,11 @@ TEST_P(Faults, Hold)
     const Scenario& scenario = GetParam();
     static const PluginUnderTest plugin;
     const ScratchPair scratch;
-    if (scenario.needsRoot && !isRoot()) {
-        GTEST_SKIP() << "needs root's rights";
+    if (scenario.needsRoot) {
+        SKIP_WITHOUT("root");
     }
-    if (scenario.isAcross() && !scratch.away) {
-        GTEST_SKIP() << "needs a second file system at /dev/shm";
+    if (scenario.isAcross()) {
+        SKIP_WITHOUT("memory");
     }
     const std::string outcome = inChild([&] {
         setenv("TZ", "UTC", 1);

@@ -13,9 +13,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <functional>
+#include <stdexcept>
 #include <string_view>
+#include <system_error>
 
 namespace folidex::test {
 namespace fs = std::filesystem;
@@ -150,22 +153,18 @@ StrangeFileSystem::StrangeFileSystem(const fs::path& folder, const fs::path& mou
     char* arguments = program.data();
     fuse_args options = FUSE_ARGS_INIT(1, &arguments);
     server_ = fuse_new(&options, &all, sizeof all, nullptr);
-    if (geteuid() != 0 || server_ == nullptr || fuse_mount(server_, mountPoint.c_str()) != 0) {
-        problem_ = "needs /dev/fuse and root's rights";
-        return;
+    if (server_ == nullptr || fuse_mount(server_, mountPoint.c_str()) != 0) {
+        fuse_destroy(server_);
+        throw std::runtime_error("no FUSE mount at " + mountPoint.native());
     }
     thread_ = std::thread([this] { fuse_loop(server_); });
 }
 
 StrangeFileSystem::~StrangeFileSystem()
 {
-    if (thread_.joinable()) {
-        fuse_unmount(server_);
-        thread_.join();
-    }
-    if (server_ != nullptr) {
-        fuse_destroy(server_);
-    }
+    fuse_unmount(server_);
+    thread_.join();
+    fuse_destroy(server_);
 }
 
 } // namespace folidex::test

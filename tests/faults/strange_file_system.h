@@ -21,7 +21,7 @@ struct Strangeness {
 };
 
 // Mounted while the object lives, served by a thread of this process; there can be one at a time. `folder` and
-// `mountPoint`: absolute paths of folders. problem() says why there is no mount; empty when there is one.
+// `mountPoint`: absolute paths of folders. Errors: std::runtime_error.
 class StrangeFileSystem {
 public:
     StrangeFileSystem(const std::filesystem::path& folder, const std::filesystem::path& mountPoint,
@@ -30,10 +30,7 @@ public:
     StrangeFileSystem(const StrangeFileSystem&) = delete;
     StrangeFileSystem& operator=(const StrangeFileSystem&) = delete;
 
-    const std::string& problem() const { return problem_; }
-
 private:
-    std::string problem_;
     fuse* server_ = nullptr;
     std::thread thread_;
 };

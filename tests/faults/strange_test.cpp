@@ -5,6 +5,7 @@
 #include "support/child_process.h"
 #include "support/plugin_under_test.h"
 #include "support/scratch_folder.h"
+#include "support/surroundings.h"
 #include "support/tree_snapshot.h"
 
 #include <gtest/gtest.h>
@@ -38,10 +39,8 @@ struct Strange : testing::Test {
 // Each fails, keeps its source and leaves nothing at the target.
 TEST_F(Strange, CloseThatFailsIsReported)
 {
+    SKIP_WITHOUT("fuse");
     const StrangeFileSystem fileSystem(shown, mounted, {.closeFails = true});
-    if (!fileSystem.problem().empty()) {
-        GTEST_SKIP() << fileSystem.problem();
-    }
     const std::string file = scratch.write("source/a.txt", "twelve bytes");
     const std::string folder = scratch.write("source/inner/b.txt", std::string(100'000, 'b')).parent_path();
     const std::string archives = FOLIDEX_ARCHIVES;
@@ -70,6 +69,7 @@ TEST_F(Strange, CloseThatFailsIsReported)
 // A file under another spelling of its name is the same file, whatever its number says.
 TEST_F(Strange, OtherSpellingsDontLoseTheFile)
 {
+    SKIP_WITHOUT("fuse");
     const std::string file = mounted / "a.txt";
     const std::string folder = mounted / "inner";
     const FunctionCall calls[] = {
@@ -83,9 +83,6 @@ TEST_F(Strange, OtherSpellingsDontLoseTheFile)
     for (const bool isPoor : {false, true}) {
         const StrangeFileSystem fileSystem(
             shown, mounted, {.noExclusiveRename = isPoor, .ignoresCase = true, .unstableInodes = isPoor});
-        if (!fileSystem.problem().empty()) {
-            GTEST_SKIP() << fileSystem.problem();
-        }
         for (const auto& [function, arguments] : calls) {
             fs::remove_all(shown);
             scratch.write("shown/a.txt", "twelve bytes");
@@ -152,11 +149,10 @@ TEST_F(Strange, FilesAreMovedWholeOrNotAtAll)
 // can't be asked for the whole file.
 TEST_F(Strange, XfsSharesDataAlsoBehindAGibibyte)
 {
+    SKIP_WITHOUT("xfs");
     const std::string image = scratch.write("image");
     fs::resize_file(image, std::uintmax_t{3} << 30);
-    if (std::system(("mkfs.xfs -q -m reflink=1 '" + image + "' 2>/dev/null").c_str()) != 0 || !isRoot()) {
-        GTEST_SKIP() << "needs mkfs.xfs (xfsprogs) and root's rights";
-    }
+    ASSERT_EQ(std::system(("mkfs.xfs -q -m reflink=1 '" + image + "'").c_str()), 0);
     const std::string answer = inChild([&] {
         leaveMountNamespace();
         if (std::system(("mount -o loop '" + image + "' '" + mounted.native() + "'").c_str()) != 0) {

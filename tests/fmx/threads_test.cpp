@@ -1,6 +1,7 @@
 // What several threads may do at once; ThreadSanitizer is the judge of most of it.
 #include "values.h"
 
+#include <algorithm>
 #include <atomic>
 #include <barrier>
 #include <functional>

@@ -20,7 +20,9 @@ import subprocess
 import sys
 import tempfile
 
-SKIPPED = 77
+sys.path.insert(0, str(pathlib.Path(__file__).parents[1]))
+from support import surroundings
+
 DESKTOP = ("DISPLAY", "WAYLAND_DISPLAY", "DBUS_SESSION_BUS_ADDRESS", "XDG_RUNTIME_DIR")
 
 # A root folder with all that is in the machine's, and with a folder /Volumes of its own.
@@ -36,17 +38,10 @@ exec chroot /mnt "$@"
 """
 
 
-def skip(reason):
-    print("skipped:", reason)
-    sys.exit(SKIPPED)
-
-
 def enter_volumes():
     """Runs this program again where there is a folder /Volumes."""
-    space = ["unshare", "-m"] if os.geteuid() == 0 else ["unshare", "-r", "-m"]
-    trial = [*space, "mount", "-t", "tmpfs", "none", "/mnt"]
-    if subprocess.run(trial, stderr=subprocess.DEVNULL, check=False).returncode != 0:
-        skip("mounts of a test's own aren't allowed here")
+    surroundings.skip_without("own-mounts")
+    space = surroundings.own_mounts()
     os.environ["IN_VOLUMES"] = "yes"
     words = [word if word.startswith("--") else os.path.abspath(word) for word in sys.argv]
     os.execvp(space[0], [*space, "sh", "-c", WITH_VOLUMES, "sh", sys.executable, *words])
@@ -115,9 +110,7 @@ def main():
     wishes = lines[0][3:].split() if lines[0].startswith("#! ") else []
     if "volumes" in wishes and "IN_VOLUMES" not in os.environ:
         enter_volumes()
-    for program in wishes:
-        if program != "volumes" and "=" not in program and not shutil.which(program):
-            skip(f"{program} is missing")
+    surroundings.skip_without(*(wish for wish in wishes if wish != "volumes" and "=" not in wish))
     os.umask(0o022)
     with tempfile.TemporaryDirectory(prefix="folidex-") as folder:
         found = transcript(host, plugin, lines, wishes, os.path.realpath(folder))

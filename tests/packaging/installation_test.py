@@ -11,6 +11,9 @@ import tempfile
 import unittest
 from pathlib import Path
 
+sys.path.insert(0, str(Path(__file__).parents[1]))
+from support import surroundings
+
 PACKAGES, SOURCE, VERSION = sys.argv[1:4]
 SERVER = "/opt/FileMaker/FileMaker Server"
 WEB = "Web Publishing/publishing-engine"
@@ -179,6 +182,5 @@ if __name__ == "__main__":
     try:
         ScratchRoot().close()
     except OSError as reason:
-        print("skipped:", reason)
-        sys.exit(77)
+        surroundings.skip(str(reason))
     unittest.main(argv=sys.argv[:1], verbosity=2)

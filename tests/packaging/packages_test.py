@@ -5,12 +5,14 @@ Called as: packages_test.py PACKAGES-FOLDER VERSION ARCHITECTURE PLUGIN-FOLDER
 
 import gzip
 import re
-import shutil
 import subprocess
 import sys
 import tempfile
 import unittest
 from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).parents[1]))
+from support import surroundings
 
 PACKAGES, VERSION, ARCHITECTURE, FOLDER = sys.argv[1:5]
 SERVER, HOST = (f"{PACKAGES}/{name}_{VERSION}_{ARCHITECTURE}.deb" for name in ("folidex-server", "fmxhost"))
@@ -57,7 +59,6 @@ class Packages(unittest.TestCase):
             for file, begin in (("man/man1/fmxhost.1.gz", ".TH FMXHOST 1"), ("doc/fmxhost/changelog.gz", f"folidex ({VERSION}) ")):
                 self.assertTrue(gzip.open(Path(root, "usr/share", file), "rt").read().startswith(begin), file)
 
-    @unittest.skipUnless(shutil.which("lintian"), "needs lintian")
     def test_lintian_finds_nothing(self):
         command = ["lintian", "--allow-root", "--fail-on", "error,warning", SERVER, HOST]
         checked = subprocess.run(command, capture_output=True, text=True)
@@ -65,4 +66,5 @@ class Packages(unittest.TestCase):
 
 
 if __name__ == "__main__":
+    surroundings.skip_without("lintian")
     unittest.main(argv=sys.argv[:1], verbosity=2)

@@ -7,6 +7,7 @@
 #include "platform/unicode.h"
 #include "support/child_process.h"
 #include "support/scratch_folder.h"
+#include "support/surroundings.h"
 #include "support/tree_snapshot.h"
 
 #include <gtest/gtest.h>
@@ -28,6 +29,7 @@
 #include <cstring>
 #include <ctime>
 #include <filesystem>
+#include <iterator>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -107,6 +109,7 @@ void makeRichTree(const ScratchFolder& scratch)
 
 TEST(LinuxCopy, KeepsOwnersAttributesListsAndSetIdBits)
 {
+    SKIP_WITHOUT("attributes access-lists");
     const ScratchFolder scratch;
     makeRichTree(scratch);
     const auto before = snapshot(scratch / "tree");
@@ -168,6 +171,7 @@ TEST(LinuxCopy, LinksItsOwnFileInAnyThread)
 // A folder's default list is for what is made in it, not for copies, which bring their own rights.
 TEST(LinuxCopy, InheritsNoAccessList)
 {
+    SKIP_WITHOUT("access-lists");
     const ScratchFolder scratch;
     scratch.write("tree/sub/file", "f");
     scratch.makeFolder("target");
@@ -184,9 +188,7 @@ TEST(LinuxCopy, InheritsNoAccessList)
 
 TEST(LinuxCopy, DropsSetIdBitsWithTheOwner)
 {
-    if (!isRoot()) {
-        GTEST_SKIP() << "a file of another owner takes root's rights";
-    }
+    SKIP_WITHOUT("root");
     const ScratchFolder scratch;
     fs::permissions(scratch.path(), fs::perms::all);
     scratch.write("set-id", "s");
@@ -226,6 +228,7 @@ TEST(LinuxCopy, RefusesSocketsByName)
 
 TEST(LinuxCopy, ReadsFilesThatMakeUpTheirContent)
 {
+    SKIP_WITHOUT("/sys/kernel/mm/transparent_hugepage/enabled");
     const ScratchFolder scratch;
     EXPECT_EQ(copyIt("/proc/version", scratch / "version"), "");
     EXPECT_EQ(copyIt("/sys/kernel/mm/transparent_hugepage/enabled", scratch / "setting"), "");
@@ -239,9 +242,7 @@ class LinuxMounts : public testing::Test {
 protected:
     void SetUp() override
     {
-        if (!isRoot()) {
-            GTEST_SKIP() << "mounts take root's rights";
-        }
+        SKIP_WITHOUT("mounts attributes access-lists");
         fs::permissions(scratch.path(), fs::perms::all);
     }
 
@@ -509,18 +510,21 @@ TEST(LinuxCopy, OutlivesTheLimitOnFileSizes)
 
 TEST(LinuxCopy, TellsErrorsInTheLanguageOfTheProcess)
 {
+    SKIP_WITHOUT("french");
     const ScratchFolder scratch;
-    const std::string make = "localedef -i fr_FR -f UTF-8 '" + scratch.text("fr_FR.UTF-8") + "' 2>/dev/null";
-    if (access("/usr/share/locale/fr/LC_MESSAGES/libc.mo", R_OK) != 0 || std::system(make.c_str()) != 0) {
-        GTEST_SKIP() << "needs the C library's messages and locales (libc-l10n, locales)";
-    }
+    ASSERT_EQ(std::system(("localedef -i fr_FR -f UTF-8 '" + scratch.text("fr_FR.UTF-8") + "'").c_str()), 0);
     scratch.write("file", "f");
     const std::string answer = inChild([&] {
         setenv("LOCPATH", scratch.text().c_str(), 1);
-        return setlocale(LC_ALL, "fr_FR.UTF-8") == nullptr ? "no locale"
-                                                           : copyIt(scratch / "file", scratch / "none/copy");
+        const bool isFrench = setlocale(LC_ALL, "fr_FR.UTF-8") != nullptr;
+        const std::string inFrench = strerror(ENOENT); // the C library's words differ from version to version
+        return isFrench && inFrench != "No such file or directory" &&
+                       copyIt(scratch / "file", scratch / "none/copy") ==
+                           "could not write " + scratch.text("none/copy") + ": " + inFrench
+                   ? "in French"
+                   : "not in French";
     });
-    EXPECT_EQ(answer, "could not write " + scratch.text("none/copy") + ": Aucun fichier ou dossier de ce type");
+    EXPECT_EQ(answer, "in French");
 }
 
 } // namespace

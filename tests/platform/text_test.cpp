@@ -8,6 +8,7 @@
 
 #include <cstdlib>
 #include <optional>
+#include <utility>
 
 namespace {
 

@@ -2,6 +2,7 @@
 #include "platform/volumes.h"
 #include "support/child_process.h"
 #include "support/scratch_folder.h"
+#include "support/surroundings.h"
 
 #include <gtest/gtest.h>
 
@@ -43,17 +44,16 @@ bool runs(const std::string& command)
 
 TEST(Volumes, MountedImagesAppearByLabelOrFolder)
 {
+    SKIP_WITHOUT("ext4");
     const ScratchFolder scratch;
     const std::string folder = scratch.text();
-    if (!folidex::test::isRoot() || !runs("cd '" + folder + "' && truncate -s 4M plain labelled && mkfs.ext4 -q plain" +
-                                          " && mkfs.ext4 -q -L 'Büro 1' -m 50 labelled && mkdir a b c d")) {
-        GTEST_SKIP() << "takes root's rights and mkfs.ext4";
-    }
+    ASSERT_TRUE(runs("cd '" + folder + "' && truncate -s 4M plain labelled && mkfs.ext4 -q plain" +
+                     " && mkfs.ext4 -q -L 'Büro 1' -m 50 labelled && mkdir a b c d"));
     const std::string found = inChild([&] {
         const auto before = platform::mountedLocalVolumeNames().value();
         folidex::test::leaveMountNamespace();
         if (!runs("cd '" + folder + "' && mount -o loop plain a && mount -o loop labelled b")) {
-            return std::string("no loop device");
+            return std::string("no mount of an image");
         }
         std::string text = newVolumeNames(before);
 
@@ -70,17 +70,12 @@ TEST(Volumes, MountedImagesAppearByLabelOrFolder)
         }
         return text;
     });
-    if (found == "no loop device") {
-        GTEST_SKIP() << found;
-    }
     EXPECT_EQ(found, "a, Büro 1; a; as a user");
 }
 
 TEST(Volumes, NobodyIsHeldByWhatDoesNotAnswer)
 {
-    if (!folidex::test::isRoot()) {
-        GTEST_SKIP() << "takes root's rights";
-    }
+    SKIP_WITHOUT("fuse");
     const ScratchFolder scratch;
     // A FUSE file system whose daemon never reads its first request: whoever asks it anything waits for ever.
     const std::string found = inChild([&] {
@@ -94,9 +89,6 @@ TEST(Volumes, NobodyIsHeldByWhatDoesNotAnswer)
         alarm(120);
         return newVolumeNames(before);
     });
-    if (found == "no FUSE") {
-        GTEST_SKIP() << found;
-    }
     EXPECT_EQ(found, "");
 }
 

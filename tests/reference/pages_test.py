@@ -12,12 +12,12 @@ import xml.etree.ElementTree as ElementTree
 from pathlib import Path
 
 FMXHOST, PLUGIN, SOURCE, ERROR_TEXTS = sys.argv[1:5]
-sys.path.insert(0, f"{SOURCE}/tools")
+sys.path[:0] = [f"{SOURCE}/tools", f"{SOURCE}/tests"]
+from support import surroundings
 try:
     import reference
 except ModuleNotFoundError as missing:
-    print(f"skipped: {missing} (Debian: python3-markdown-it)")
-    sys.exit(77)
+    surroundings.skip(f"{missing} (python3-markdown-it)")
 import filemaker_script
 import function_texts
 
@@ -69,6 +69,9 @@ class Pages(unittest.TestCase):
         self.assertLessEqual({"korb_filecopy", "KORB_FileCopy", "-8008", "paths", "rotate-logs"}, set(places))
         self.assertEqual(set(re.findall(r'\b(?:href|src)="([^"]*)"', text)) - {f"#{place}" for place in places}, set())
         self.assertEqual(text.count("<section"), text.count("</section>"))
+        # Functions are found by words of every language.
+        languages = re.findall(r'<p class="words" lang="(\w+)">', text)
+        self.assertEqual({language: languages.count(language) for language in languages}, dict.fromkeys(("de", "en", "es", "fr", "ja"), 41))
         self.assertNotRegex(text, r"https?:|url\(|@import|\{\{")
 
     def test_what_documents_point_to_is_there(self):
@@ -82,7 +85,8 @@ class Pages(unittest.TestCase):
             self.assertEqual(missing, [], document.name)
 
     def test_packaged_documents_link_to_what_is_packaged(self):
-        installed = re.search(r"install\(FILES (docs/functions.html.*?)DESTINATION", Path(SOURCE, "cmake/Packages.cmake").read_text("utf-8"), re.S)
+        packages = Path(SOURCE, "cmake/Packages.cmake").read_text("utf-8")
+        installed = re.search(r"install\(FILES (docs/functions.html.*?)DESTINATION", packages, re.S)
         packaged = {Path(file).name for file in installed[1].split()}
         for name in sorted(name for name in packaged if name.endswith(".md")):
             linked = {file for file, _ in LINK.findall((DOCS / name).read_text("utf-8")) if file and not file.startswith("recipes/")}

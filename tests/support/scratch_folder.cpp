@@ -14,6 +14,7 @@
 #include <fstream>
 #include <iterator>
 #include <system_error>
+#include <utility>
 
 namespace folidex::test {
 namespace fs = std::filesystem;

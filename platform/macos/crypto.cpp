@@ -1,4 +1,5 @@
 // By CommonCrypto (CC_crypto(3cc)), which is part of libSystem.
+#define __STDC_WANT_LIB_EXT1__ 1 // memset_s(3)
 #include "platform/crypto.h"
 
 #include <CommonCrypto/CommonCrypto.h>

@@ -13,14 +13,6 @@ std::size_t keySize(AesStrength strength)
     return 8 + 8 * static_cast<std::size_t>(strength);
 }
 
-// Writes to all of the memory, also when nobody reads it any more.
-void wipe(std::span<std::byte> secret)
-{
-    for (volatile std::byte& value : secret) {
-        value = std::byte{0};
-    }
-}
-
 // What PBKDF2 gives, in the order in which it is used.
 struct Keys {
     std::array<std::byte, std::size_t{2} * 32 + WinZipAes::checkSize> bytes;
@@ -32,7 +24,7 @@ struct Keys {
         platform::crypto::deriveKey(platform::crypto::Hash::sha1, password, salt, rounds,
                                     std::span(bytes).first(2 * size + WinZipAes::checkSize));
     }
-    ~Keys() { wipe(bytes); }
+    ~Keys() { platform::crypto::wipe(bytes); }
     Keys(const Keys&) = delete;
     Keys& operator=(const Keys&) = delete;
 
@@ -133,7 +125,7 @@ namespace {
 std::uint32_t crcStep(std::uint32_t crc, unsigned char byte)
 {
     static const z_crc_t* const table = get_crc_table();
-    return (crc >> 8) ^ table[(crc ^ byte) & 0xff];
+    return (crc >> 8) ^ static_cast<std::uint32_t>(table[(crc ^ byte) & 0xff]);
 }
 
 void updateKeys(std::array<std::uint32_t, 3>& keys, unsigned char byte)

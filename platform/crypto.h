@@ -79,4 +79,7 @@ private:
 // Whether two texts of one length are equal, in a time that doesn't tell where they differ.
 bool equalInConstantTime(std::span<const std::byte> left, std::span<const std::byte> right);
 
+// Overwrites a secret, for certain: compilers leave out what nobody reads any more.
+void wipe(std::span<std::byte> secret) noexcept;
+
 } // namespace platform::crypto

@@ -321,4 +321,9 @@ bool equalInConstantTime(std::span<const std::byte> left, std::span<const std::b
     return left.size() == right.size() && CRYPTO_memcmp(left.data(), right.data(), left.size()) == 0;
 }
 
+void wipe(std::span<std::byte> secret) noexcept
+{
+    OPENSSL_cleanse(secret.data(), secret.size());
+}
+
 } // namespace platform::crypto

@@ -1,5 +1,6 @@
 // By CommonCrypto (CC_crypto(3cc)), which is part of libSystem.
 #define __STDC_WANT_LIB_EXT1__ 1 // memset_s(3)
+
 #include "platform/crypto.h"
 
 #include <CommonCrypto/CommonCrypto.h>
@@ -8,6 +9,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <new>
 #include <stdexcept>
 
@@ -62,7 +64,7 @@ void random(std::span<std::byte> bytes)
 }
 
 struct Hmac::State {
-    ~State() { memset_s(&context, sizeof context, 0, sizeof context); }
+    ~State() { wipe(std::as_writable_bytes(std::span(&context, 1))); }
 
     Hash hash;
     CCHmacContext context;
@@ -135,6 +137,11 @@ void AesCounter::apply(std::span<std::byte> bytes)
 bool equalInConstantTime(std::span<const std::byte> left, std::span<const std::byte> right)
 {
     return left.size() == right.size() && timingsafe_bcmp(left.data(), right.data(), left.size()) == 0;
+}
+
+void wipe(std::span<std::byte> secret) noexcept
+{
+    memset_s(secret.data(), secret.size(), 0, secret.size());
 }
 
 } // namespace platform::crypto

@@ -4,7 +4,6 @@
 
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace archiver {
@@ -13,17 +12,17 @@ namespace {
 
 struct Square {
     int number = 0;
-    int result = 0;
+    unsigned result = 0;
     void work()
     {
         // Some take longer than those that follow.
-        for (int i = 0; i < number % 7 * 1000; ++i) {
-            std::this_thread::yield();
+        for (int i = 0; i < number % 7 * 5000; ++i) {
+            result = result * 31 + 7;
         }
         if (number == 300) {
             throw std::runtime_error("300");
         }
-        result = number * number;
+        result = static_cast<unsigned>(number * number);
     }
 };
 
@@ -35,7 +34,7 @@ TEST(OrderedWorkTest, TakesInOrder)
     std::string failure;
     const auto take = [&] {
         try {
-            EXPECT_EQ(work.take().result, taken * taken);
+            EXPECT_EQ(work.take().result, static_cast<unsigned>(taken * taken));
         } catch (const std::runtime_error& error) {
             failure = error.what();
             EXPECT_EQ(taken, 300);

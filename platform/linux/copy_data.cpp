@@ -92,7 +92,7 @@ bool DataCopier::cloned(int source, int target, const struct stat& status)
     if (retried([&] { return ioctl(target, FICLONE, source); }) == 0) {
         return true;
     }
-    // Other answers concern the one file only (a swap file, a file without copy-on-write).
+    // Other errors concern the one file only (a swap file, a file without copy-on-write).
     if (errno == EOPNOTSUPP || errno == ENOTTY || errno == EXDEV) {
         deviceWithoutClones_ = status.st_dev;
     }

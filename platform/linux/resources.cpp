@@ -45,7 +45,7 @@ bool childrenReachOurDescriptors()
 }
 
 // This process's number in the PID namespace that /proc shows, which may be an outer one: getpid(2)'s may be another
-// process's there. Nothing where that isn't to be seen.
+// process's there. Empty where that isn't to be seen.
 std::optional<std::string> numberInProc()
 {
     std::array<char, 32> number{};

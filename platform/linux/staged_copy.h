@@ -30,7 +30,7 @@ public:
     // first.
     Outcome build();
 
-    // Gives the copy its name, unless something else has it by now; the name too is then on the disk where the aim says
+    // Gives the copy its name, unless something else has it by now; the name too is then on the disk where the options say
     // so.
     Outcome publish();
 

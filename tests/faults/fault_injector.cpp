@@ -155,7 +155,7 @@ using namespace folidex::test;
         __VA_ARGS__                                                                                                    \
     }
 
-// `failure`: what the function answers when it fails.
+// `failure`: what the function returns when it fails.
 #define FAILING(name, call, failure)                                                                                   \
     STAND_BEFORE(name, return fails(call, caller) ? (failure) : next(a, b, c, d, e, f);)
 #define CALL(name, call) FAILING(name, call, -1L)

@@ -1,6 +1,6 @@
 // Somebody acts just before one of the plug-in's calls to the system: before each of them in turn, so that no moment
 // between a look and a deed is left untried; of these moments every fifth, without FOLIDEX_FULL in the environment.
-// Folders are exchanged with links that lead out of the tree, files come and are written to, somebody takes the name
+// Folders are replaced by links that lead out of the tree, files come and are written to, somebody takes the name
 // that a copy is about to get, or kills the process.
 
 #include "faults/fault_injector.h"

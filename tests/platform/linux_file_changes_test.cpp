@@ -246,7 +246,7 @@ protected:
         fs::permissions(scratch.path(), fs::perms::all);
     }
 
-    // What `body` answers with a file system mounted at the folder.
+    // What `body` returns with a file system mounted at the folder.
     template <typename Body>
     std::string with(const fs::path& folder, const char* type, const std::string& options, Body&& body) const
     {

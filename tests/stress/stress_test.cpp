@@ -104,7 +104,7 @@ public:
         scratch.makeFolder(folder_ + "/target");
     }
 
-    // Answers how many calls that took.
+    // Returns how many calls that took.
     unsigned make(const std::vector<Row>& rows)
     {
         for (const Row& row : rows) {
@@ -143,7 +143,7 @@ protected:
         unsetenv("WAYLAND_DISPLAY");
     }
 
-    // Each caller on a thread of its own, until so many calls are made or it is time. Answers how many were made.
+    // Each caller on a thread of its own, until so many calls are made or it is time. Returns how many were made.
     unsigned run(std::vector<Caller>& callers, unsigned calls, Clock::time_point end = Clock::time_point::max()) const
     {
         std::atomic<unsigned> made = 0;

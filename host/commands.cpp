@@ -20,8 +20,8 @@ constexpr std::string_view languageText =
 
   "text"  12.5  ¶          texts (\" and \\ stand for " and \; ¶ is the end of a line), numbers
   f ( a ; b )              a call; a function without parameters needs no parentheses
-  not  * /  + -  &         operators, the strongest first, then
-  = ≠ <> < > ≤ <= ≥ >=     comparisons, which don't mind letter case, then
+  not  ^  * /  + -  &      operators, the strongest first, then
+  = ≠ <> < > ≤ <= ≥ >=     comparisons, of texts where one is a text, without letter case, then
   and  or xor              both leave out what can't change the result
   $name = calculation      sets a variable for the calculations that follow and is its value; in parentheses it compares
   Let ( [ a = 1 ; $b = 2 ] ; a + $b )

@@ -14,25 +14,19 @@ constexpr std::u16string_view monthNames[] = {u"January",   u"February", u"March
 // A month and a day may lie outside their range.
 Value dateOf(const Value& month, const Value& day, const Value& year)
 {
-    constexpr int months = 12;
-    constexpr int lastYear = 4000;
-    const std::int64_t count = (floorOf(year) * months + floorOf(month) - 1).integer();
-    if (count < months || count >= (lastYear + 1) * months) {
+    // Since the year 0; the calendar is that of the years 1 to 4000.
+    const std::int64_t months = (floorOf(year) * 12 + floorOf(month) - 1).integer();
+    if (months < 12 || months >= 4001 * 12) {
         throw NoResult{Value::undefined(Data::kDTDate)};
     }
     const fmx::DateTimeUniquePtr first;
-    first->SetNormalizedDate(static_cast<fmx::int16>(count % months + 1), 1, static_cast<fmx::int16>(count / months));
+    first->SetNormalizedDate(static_cast<fmx::int16>(months % 12 + 1), 1, static_cast<fmx::int16>(months / 12));
     return momentOf(floorOf(day) + first->GetDaysSinceEpoch() - 1, Data::kDTDate);
-}
-
-std::int64_t newYear(const Date& date)
-{
-    return dateOf(1, 1, std::int64_t{date->GetYear()}).integer();
 }
 
 std::int64_t dayOfYear(const Date& date)
 {
-    return date.integer() - newYear(date) + 1;
+    return date.integer() - dateOf(1, 1, date->GetYear()).integer() + 1;
 }
 
 // 1 for a Sunday to 7: day 1 of the calendar is a Monday.
@@ -110,7 +104,8 @@ std::vector<Function> dateFunctions()
             }),
         row(u"Timestamp ( date ; time )",
             [](const Date& date, const Time& time) { return momentOf((date - 1) * 86400 + time, Data::kDTTimeStamp); }),
-        row(u"WeekOfYear ( date )", [](const Date& date) { return (dayOfYear(date) - 1 + newYear(date) % 7) / 7 + 1; }),
+        // Weeks begin on Sundays, the first one on January 1st.
+        row(u"WeekOfYear ( date )", [](const Date& date) { return (dayOfYear(date) + 13 - dayOfWeek(date)) / 7; }),
         row(u"Year ( date )", [](const Date& date) { return date->GetYear(); }),
     };
 }

@@ -269,14 +269,14 @@ private:
     {
         const Span name = take().span;
         const bool isChecked = options_.checkArgumentCounts || function.external == nullptr;
-        // [ searchString ; replaceString ] and [ keyOrIndexOrPath ; value ; type ], behind the first argument
+        // [ searchString ; replaceString ] or [ keyOrIndexOrPath ; value ; type ], behind the first argument
         const bool isGrouped = function.name == u"Substitute" || function.name == u"JSONSetElement";
-        const auto groupSize = static_cast<std::size_t>(function.minimumArguments - 1);
+        const std::size_t groupSize = isGrouped ? static_cast<std::size_t>(function.minimumArguments) - 1 : 0;
         const bool isLimited = isChecked && function.maximumArguments >= 0;
         std::vector<Expression> arguments;
         if (takeIf(u"(") && !takeIf(u")")) {
             do {
-                if (current().is(u"[") && isGrouped && arguments.size() % groupSize == 1) {
+                if (isGrouped && current().is(u"[") && arguments.size() % groupSize == 1) {
                     group(arguments, groupSize);
                     continue;
                 }

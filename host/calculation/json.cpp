@@ -120,8 +120,7 @@ Value getElement(const Value& json, const Value& path)
 // Path, value and type, once or several times.
 Value setElement(const Arguments& arguments)
 {
-    const std::string json = arguments[0].utf8();
-    Element root = json.empty() ? Element() : parsed(json);
+    Element root = arguments[0].data().IsEmpty() ? Element() : parsed(arguments[0].utf8());
     for (std::size_t index = 1; index + 2 < arguments.size(); index += 3) {
         Element* const place = find(root, arguments[index], true);
         if (place == nullptr) {

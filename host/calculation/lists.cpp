@@ -32,12 +32,6 @@ std::u16string listOf(const List& values, std::size_t first = 0, std::size_t cou
     return result;
 }
 
-std::u16string rightValues(const std::u16string& text, Count count)
-{
-    const List values = valuesOf(text);
-    return listOf(values, values.size() - std::min<std::size_t>(values.size(), count));
-}
-
 std::u16string getValue(const std::u16string& text, Count number)
 {
     const List values = valuesOf(text);
@@ -120,7 +114,11 @@ std::vector<Function> listFunctions()
             [](const std::u16string& text, Count first, Count count) {
                 return listOf(valuesOf(text), std::max<std::size_t>(first, 1) - 1, count);
             }),
-        row(u"RightValues ( text ; numberOfValues )", rightValues),
+        row(u"RightValues ( text ; numberOfValues )",
+            [](const std::u16string& text, Count count) {
+                const List values = valuesOf(text);
+                return listOf(values, values.size() - std::min(values.size(), count.value));
+            }),
         {u"SortValues ( values { ; dataType ; locale } )", 1, 3, sortValues},
         {u"UniqueValues ( values { ; dataType ; locale } )", 1, 3, uniqueValues},
         row(u"ValueCount ( text )",

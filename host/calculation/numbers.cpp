@@ -21,9 +21,9 @@ Value ofReal(long double value)
     return Value(Value(text).data().GetAsNumber());
 }
 
-Value absolute(const Value& number)
+Value towardsZero(const Value& number)
 {
-    return number < 0 ? 0 - number : number + 0;
+    return number < 0 ? 0 - floorOf(0 - number) : floorOf(number);
 }
 
 // Negative places are digits before the decimal point.
@@ -31,12 +31,6 @@ Value atPlaces(const Value& number, const Value& places, const std::function<Val
 {
     const Value unit = power(10, places);
     return whole(number * unit) / unit;
-}
-
-Value truncated(const Value& number, const Value& places)
-{
-    const Value magnitude = atPlaces(absolute(number), places, floorOf);
-    return number < 0 ? 0 - magnitude : magnitude;
 }
 
 // The least of the values; with the factor -1 the greatest. Empty ones don't count.
@@ -80,11 +74,11 @@ std::vector<Function> numberFunctions()
 {
     using In = const Value&;
     return {
-        row(u"Abs ( number )", absolute),
+        row(u"Abs ( number )", [](In number) { return number < 0 ? 0 - number : number + 0; }),
         row(u"Ceiling ( number )", [](In number) { return 0 - floorOf(0 - number); }),
         row(u"Div ( number ; divisor )", [](In number, In divisor) { return floorOf(number / divisor); }),
         row(u"Floor ( number )", floorOf),
-        row(u"Int ( number )", [](In number) { return truncated(number, 0); }),
+        row(u"Int ( number )", towardsZero),
         {u"Max ( value { ; value … } )", 1, -1, [](const Arguments& all) { return least(all, -1); }},
         {u"Min ( value { ; value … } )", 1, -1, [](const Arguments& all) { return least(all); }},
         row(u"Mod ( number ; divisor )",
@@ -96,7 +90,8 @@ std::vector<Function> numberFunctions()
             }),
         row(u"Sign ( number )", [](In number) { return (0 < number ? 1 : 0) - (number < 0 ? 1 : 0); }),
         row(u"Sqrt ( number )", [](In number) { return power(number, u".5"); }),
-        row(u"Truncate ( number ; precision )", truncated),
+        row(u"Truncate ( number ; precision )",
+            [](In number, In precision) { return atPlaces(number, precision, towardsZero); }),
     };
 }
 

@@ -133,13 +133,12 @@ Text filter(const Text& text, const Text& kept)
 
 Text quote(const Text& text)
 {
-    constexpr char16_t paragraphEnd = u'\r';
     Text result = u"\"";
     for (const char16_t unit : text) {
-        if (unit == u'"' || unit == u'\\' || unit == u'¶' || unit == paragraphEnd) {
+        if (unit == u'"' || unit == u'\\' || unit == u'¶' || unit == u'\r') {
             result += u'\\';
         }
-        result += unit == paragraphEnd ? u'¶' : unit;
+        result += unit == u'\r' ? u'¶' : unit;
     }
     return result + u'"';
 }

@@ -2,8 +2,8 @@
 CMake files on Linux, and what came of it looked at with the tools that a Mac has too.
 
 Zig brings macOS 13's C headers, the names of its system library, and a C++ library; frameworks.h has those names of
-Apple's frameworks that are used, the machine's own libraries those of expat, libedit, ICU and zlib. LLVM's linker makes the
-binaries. A name that no library has doesn't link. That doesn't hold for C++: Zig's library is linked in, where a Mac's
+Apple's frameworks that are used, the machine's own libraries those of expat, libedit, ICU, zlib and bzip2. LLVM's
+linker makes the binaries. A name that no library has doesn't link. That doesn't hold for C++: Zig's library is linked in, where a Mac's
 stands in the system. For it counts what the library's headers say of macOS 13 (their file __availability): what is newer
 doesn't compile.
 

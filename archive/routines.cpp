@@ -1,10 +1,9 @@
-#include "archive/routine.h"
+#include "archive/routines.h"
 
-#include "archive/script_report.h"
+#include "archive/script_process.h"
 #include "log/current_logger.h"
 
 #include <array>
-#include <cstdio>
 #include <memory>
 #include <string>
 #include <thread>
@@ -32,18 +31,6 @@ public:
 
 private:
     std::optional<logging::FunctionTrace> function_;
-};
-
-struct ClosePipe {
-    void operator()(std::FILE* pipe) const { ::pclose(pipe); }
-};
-using Pipe = std::unique_ptr<std::FILE, ClosePipe>;
-
-// A script on its way, or why there is none.
-struct Start {
-    Status status = status::success;
-    std::shared_ptr<const void> script = nullptr; // keeps the script's file for as long as the shell may read it
-    Pipe pipe = nullptr;
 };
 
 // The job's paths in their parts, the folders absolute.
@@ -115,9 +102,14 @@ std::optional<std::string> fieldsOf(const Routine& routine, const Parts& parts,
     return text;
 }
 
-// The script's standard output is never read.
-Start start(const Routine& routine, const Job& job, const ScriptSetup& setup, const ScriptReport& report,
-            const Trace& trace)
+// A script on its way, or why there is none.
+struct Start {
+    Status status = status::success;
+    std::shared_ptr<const void> script = nullptr; // keeps the script's file for as long as the shell may read it
+    std::optional<ScriptProcess> process = std::nullopt;
+};
+
+Start start(const Routine& routine, const Job& job, const ScriptSetup& setup, const Trace& trace)
 {
     const auto parts = split(routine, job, trace);
     if (!parts) {
@@ -141,45 +133,40 @@ Start start(const Routine& routine, const Job& job, const ScriptSetup& setup, co
     command.append(script->path).append("' '").append(routine.verb).append(*fields).append("'");
     trace.line(command);
 
-    Start started{status::success, script->keep, Pipe(report.startShell(command))};
-    if (!started.pipe) {
+    Start started{status::success, script->keep, ScriptProcess(command)};
+    if (!*started.process) {
         trace.line("Error - Failed to create the pipe to the shell script.");
-        started.status = status::badParameters;
+        started = {status::badParameters};
     }
     // Not sleep(3): the SIGCHLD of a script that ends sooner would cut it short.
     std::this_thread::sleep_for(setup.pause);
     return started;
 }
 
-Status waitStatus(int exitStatus)
-{
-    return exitStatus * 256;
-}
-
 } // namespace
 
 Status runRoutine(const Routine& routine, const Job& job, const ScriptSetup& setup)
 {
-    const ScriptReport report(logging::currentLogger() != nullptr);
-    Status status = status::success;
+    ScriptProcess::Ending ending;
     {
         const Trace trace(routine.tracedAs);
-        Start started = start(routine, job, setup, report, trace);
+        Start started = start(routine, job, setup, trace);
         trace.line("Cleaning up all the variables");
-        if (!started.pipe) {
+        if (!started.process) {
             return started.status;
         }
-        status = ::pclose(started.pipe.release());
+        ending = started.process->wait();
     }
-    const auto ending = report.read();
-    if (ending && status < 0) {
-        // The host ignores SIGCHLD, or reaps all children itself: pclose waits, but learns nothing.
-        status = waitStatus(ending->exitStatus);
+    if (ending.status != 0 && !ending.report.empty()) {
+        logging::writeLine("ZipFuncs.sh: " + ending.report);
     }
-    if (ending && status != 0) {
-        logging::writeLine("ZipFuncs.sh: " + std::to_string(ending->exitStatus) + " " + ending->cause);
-    }
-    return status;
+    return ending.status;
+}
+
+Status runRoutine(const Routine& routine, const Job& job, platform::Bundle bundle)
+{
+    return runRoutine(routine, job,
+                      {[bundle] { return platform::resourceFile(bundle, "ZipFuncs", "sh"); }, std::chrono::seconds(1)});
 }
 
 } // namespace archive

@@ -102,7 +102,7 @@ Value convertToFileMakerPath(const Value& given, const Value& format)
     return {"file:" + path};
 }
 
-// A folder as Get answers it: FileMaker's path, with a "/" at its end.
+// A folder as Get returns it: FileMaker's path, with a "/" at its end.
 Value folder(const char* variable, const char* below)
 {
     const char* value = std::getenv(variable);

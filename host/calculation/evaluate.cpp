@@ -21,7 +21,7 @@ namespace {
 constexpr const char* tooFewParameters = "There are too few parameters in this function.";
 constexpr const char* tooManyParameters = "There are too many parameters in this function.";
 
-// A function answered an error code: what is still to do in this calculation is left out.
+// A function returned an error code: the rest of this calculation is left out.
 struct FunctionFailed {
     fmx::errcode error;
 };

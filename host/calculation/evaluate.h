@@ -20,7 +20,7 @@ constexpr int maximumNesting = 200;
 
 struct ParserOptions {
     bool checkArgumentCounts = true; // of the plug-in's functions; FileMaker's are always checked
-    // What Get answers, by the case-folded name of what is asked for; before what the host knows by itself.
+    // What Get returns, by the case-folded name of what is asked for; before what the host knows by itself.
     std::map<std::u16string, Value> getAnswers;
 };
 

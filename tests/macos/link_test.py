@@ -2,8 +2,8 @@
 CMake files on Linux, and what came of it looked at with the tools that a Mac has too.
 
 Zig brings macOS 13's C headers, the names of its system library, and a C++ library; frameworks.h has those names of
-Apple's frameworks that are used, the machine's own libraries those of expat, libedit and ICU. LLVM's linker makes the
-binaries. A name that no library has doesn't link. That doesn't hold for C++: Zig's library is linked in, where a Mac's
+Apple's frameworks that are used, the machine's own libraries those of expat, libedit, ICU, zlib and bzip2. LLVM's
+linker makes the binaries. A name that no library has doesn't link. That doesn't hold for C++: Zig's library is linked in, where a Mac's
 stands in the system. For it counts what the library's headers say of macOS 13 (their file __availability): what is newer
 doesn't compile.
 
@@ -114,6 +114,9 @@ def make_frameworks():
         folder = f"System/Library/Frameworks/{name}.framework"
         stub_library(SDK / folder / f"{name}.tbd", f"/{folder}/Versions/A/{name}", symbols, classes)
         write(SDK / f"usr/include/{name}/{name}.h", '#include "frameworks.h"\n')
+    write(SDK / "usr/include/common_crypto.h", (HERE / "common_crypto.h").read_text())
+    for name in ("CommonCrypto", "CommonRandom"):
+        write(SDK / f"usr/include/CommonCrypto/{name}.h", '#include "common_crypto.h"\n')
 
 
 def link_header(name):
@@ -137,7 +140,8 @@ def make_libraries(zig):
                 shutil.copy(next(cache.rglob(name)), folder / name)
     shutil.copy(zig.parent / "lib/libc/darwin/libSystem.13.tbd", SDK / "usr/lib/libSystem.tbd")
     for name, library, headers in [("libexpat", "libexpat.so", ["expat.h", "expat_external.h"]), ("libedit", "libedit.so", ["histedit.h", "editline"]),
-                                   ("libicucore", "libicuuc.so", ICU)]:
+                                   ("libicucore", "libicuuc.so", ICU), ("libz", "libz.so", ["zlib.h", "zconf.h"]),
+                                   ("libbz2", "libbz2.so", ["bzlib.h"])]:
         found = run("clang", f"-print-file-name={library}").strip()
         symbols = {"_" + re.sub(r"_\d+$|@.*", "", line.split()[0])
                    for line in tool("nm", "-D", "--defined-only", "--format=posix", found).splitlines()}
@@ -190,7 +194,7 @@ class Bundle(unittest.TestCase):
         resources = SOURCE / "resources"
         tables = {str(file.relative_to(resources)) for file in resources.glob("*.lproj/KORBFolidex.strings")}
         self.assertGreaterEqual(len(tables), 5)
-        expected = {"Info.plist", "MacOS/Folidex", "Resources/ZipFuncs.sh", "Resources/functions.html",
+        expected = {"Info.plist", "MacOS/Folidex", "Helpers/folidex-archive", "Resources/ZipFuncs.sh", "Resources/functions.html",
                     *("Resources/" + table for table in tables)}
         for contents in self.bundles.values():
             self.assertEqual({str(file.relative_to(contents)) for file in contents.rglob("*") if file.is_file()}, expected)
@@ -207,7 +211,7 @@ class Bundle(unittest.TestCase):
 
     def test_both_architectures_make_one_binary(self):
         for target, name in [("Folidex", "Folidex.fmplugin/Contents/MacOS/Folidex"), ("FMWrapper", "FMWrapper.framework/Versions/A/FMWrapper"),
-                             ("fmxhost", "fmxhost")]:
+                             ("fmxhost", "fmxhost"), ("folidex-archive", "folidex-archive")]:
             with self.subTest(name):
                 for architecture in ARCHITECTURES:
                     build(WORK / architecture, target)

@@ -9,6 +9,9 @@
 //   encrypted_file  encrypt, decrypt
 //   packing         zip, zipencrypt, by ordered_work on all processors: workers
 //   zip_writer      the records of an archive: zip_format; block_deflate, zip_crypto: its contents
+//   expansion       unzip, unzipdecrypt, in a work folder; placement: whole or not at all; tree_cursor: both walk by it
+//   zip_reader      the directory of an archive, checked; entry_path: its names
+//   zip_content     what entries hold, decrypted and compared; decoders, deflate64: by which method
 
 #include "archiver/encrypted_file.h"
 #include "archiver/failure.h"

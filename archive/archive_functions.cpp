@@ -2,7 +2,7 @@
 // that is there or take an empty one, and which code an unknown failure gets, differs from one to the next: solutions
 // depend on each as it is.
 
-#include "archive/script_bridge.h"
+#include "archive/routines.h"
 #include "frame/call_record.h"
 #include "frame/external_call.h"
 #include "frame/functions.h"
@@ -24,8 +24,8 @@ using frame::ErrorCode;
 using frame::ExternalCall;
 using frame::externalFunction;
 using frame::fail;
-using frame::pluginBundle;
 using logging::writeLine;
+using namespace archive::routines;
 
 // The extended text of what fails before the script is asked: there, but empty.
 const std::string noDetails;
@@ -127,6 +127,11 @@ PathText destinationOr(const ExternalCall& call, const PathText& archive)
     return destination.empty() ? archive : destination;
 }
 
+Status run(const archive::Routine& routine, const archive::Job& job)
+{
+    return archive::runRoutine(routine, job, frame::pluginBundle());
+}
+
 void traceReturning(std::string_view outcome)
 {
     writeLine(std::string("Returning ").append(outcome));
@@ -180,9 +185,8 @@ fmx::errcode KORB_CompressFile(short, const fmx::ExprEnv&, const fmx::DataVect& 
         }
         writeLine(found.isFolder ? "Source is a folder. Calling ZipAFolder..."
                                  : "Source is a file. Calling ZipAFile...");
-        const Status status = found.isFolder
-                                  ? archive::ZipAFolder(withoutTrailingSlashes(source), destination, pluginBundle())
-                                  : archive::ZipAFile(source, destination, pluginBundle());
+        const Status status = found.isFolder ? run(zipAFolder, {withoutTrailingSlashes(source), destination})
+                                             : run(zipAFile, {source, destination});
         writeLine("Done calling zip function!");
         traceCompression(status);
         finish(call, ofCompressing, status);
@@ -199,7 +203,7 @@ fmx::errcode KORB_ExpandFile(short, const fmx::ExprEnv&, const fmx::DataVect& ar
         if (!platform::existence(source).exists) {
             fail(ErrorCode::sourceNotFound, noDetails);
         }
-        finish(call, ofExpanding, archive::UnzipAFile(source, destination, pluginBundle()));
+        finish(call, ofExpanding, run(unzipAFile, {source, destination}));
     });
 }
 
@@ -207,7 +211,7 @@ fmx::errcode KORB_EncryptFile(short, const fmx::ExprEnv&, const fmx::DataVect& a
 {
     return externalFunction(arguments, result, [](ExternalCall& call) {
         const auto [source, destination, password] = requiredTexts(call);
-        finish(call, ofEncrypting, archive::EncryptTheFile(source, destination, password, pluginBundle()));
+        finish(call, ofEncrypting, run(encryptTheFile, {source, destination, password}));
     });
 }
 
@@ -215,7 +219,7 @@ fmx::errcode KORB_DecryptFile(short, const fmx::ExprEnv&, const fmx::DataVect& a
 {
     return externalFunction(arguments, result, [](ExternalCall& call) {
         const auto [source, destination, password] = requiredTexts(call);
-        finish(call, ofDecrypting, archive::DecryptTheFile(source, destination, password, pluginBundle()));
+        finish(call, ofDecrypting, run(decryptTheFile, {source, destination, password}));
     });
 }
 
@@ -230,9 +234,9 @@ fmx::errcode KORB_CompressAndEncrypt(short, const fmx::ExprEnv&, const fmx::Data
         if (platform::existence(destination).exists) {
             fail(ErrorCode::fileExists, noDetails);
         }
-        const Status status = found.isFolder ? archive::ZipAndEncryptFolder(withoutTrailingSlashes(source), destination,
-                                                                            password, pluginBundle())
-                                             : archive::ZipAndEncrypt(source, destination, password, pluginBundle());
+        const Status status = found.isFolder
+                                  ? run(zipAndEncryptFolder, {withoutTrailingSlashes(source), destination, password})
+                                  : run(zipAndEncrypt, {source, destination, password});
         finish(call, ofCompressingAndEncrypting, status);
     });
 }
@@ -245,6 +249,6 @@ fmx::errcode KORB_DecryptAndExpand(short, const fmx::ExprEnv&, const fmx::DataVe
         const PathText destination = destinationOr(call, source);
         const PathText password = call.requiredText(2, ErrorCode::missingPassword, noDetails);
         refuseTooLong({source, destination, password});
-        finish(call, ofDecryptingAndExpanding, archive::UnzipAndDecrypt(source, destination, password, pluginBundle()));
+        finish(call, ofDecryptingAndExpanding, run(unzipAndDecrypt, {source, destination, password}));
     });
 }

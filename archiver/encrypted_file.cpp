@@ -211,7 +211,7 @@ MasterKey deriveMasterKey(std::string_view password, std::span<const std::byte> 
     return master;
 }
 
-void encryptFile(const Job& job)
+void encryptFile(const Job& job, const Derivation& derive)
 {
     const SourceFile source(job.sourceFolder + job.sourceName);
     ResultFile result(job.destinationFolder, job.destinationName, source.status());
@@ -221,7 +221,7 @@ void encryptFile(const Job& job)
     Head head;
     put(bytesOf(magic), head.magic());
     platform::crypto::random(head.salt());
-    const MasterKey master = deriveMasterKey(job.password, head.salt());
+    const MasterKey master = derive(job.password, head.salt());
     put(checkFor(master), head.check());
     put(checksumOf(head), head.checksum());
 

@@ -19,7 +19,7 @@ using Derivation = std::function<MasterKey(std::string_view password, std::span<
 MasterKey deriveMasterKey(std::string_view password, std::span<const std::byte> salt);
 
 // Writes an encrypted copy of the source under the destination's name.
-void encryptFile(const Job& job);
+void encryptFile(const Job& job, const Derivation& derive = deriveMasterKey);
 
 // Writes a decrypted one. Failures: damaged for a file of another kind and for one that was changed, wrongPassword for
 // nothing but that.

@@ -2,34 +2,23 @@
 // how it ended, "status verb: cause", for whoever started it; the system log gets it too when that isn't 0.
 //
 //   main.cpp        the process, and how it ends
-//   protocol        the verb line
+//   call            one call; protocol: the verb line
 //   failure         exit statuses; interruption: signals
 //   source_file     the file that is read
 //   result_file     the file that is written; leftovers: what killed calls left
 //   encrypted_file  encrypt, decrypt
+//   expansion       unzip, unzipdecrypt: zip_reader (the directory), zip_content, decoders, entry_path, placement
 //   packing         zip, zipencrypt, by ordered_work on all processors: workers
 //   zip_writer      the records of an archive: zip_format; block_deflate, zip_crypto: its contents
 //   expansion       unzip, unzipdecrypt, in a work folder; placement: whole or not at all; tree_cursor: both walk by it
 //   zip_reader      the directory of an archive, checked; entry_path: its names
 //   zip_content     what entries hold, decrypted and compared; decoders, deflate64: by which method
 
-#include "archiver/encrypted_file.h"
+#include "archiver/call.h"
 #include "archiver/failure.h"
 #include "archiver/interruption.h"
-#include "archiver/packing.h"
 #include "archiver/protocol.h"
 #include "archiver/result_file.h"
-
-#if __has_include("archiver/expansion.h")
-#include "archiver/expansion.h"
-#else
-namespace archiver {
-static void expand(const Job&)
-{
-    fail(Exit::unsupported, "not built in");
-}
-} // namespace archiver
-#endif
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -39,9 +28,7 @@ static void expand(const Job&)
 #include <algorithm>
 #include <csignal>
 #include <cstdlib>
-#include <exception>
 #include <initializer_list>
-#include <new>
 #include <string>
 #include <string_view>
 
@@ -54,11 +41,6 @@ extern char** environ; // NOLINT(readability-redundant-declaration): not every C
 namespace archiver {
 
 namespace {
-
-struct Ending {
-    int status = 0;
-    std::string cause; // empty after a success
-};
 
 // Nothing that the caller's process happens to be like makes a difference.
 void settle()
@@ -81,46 +63,6 @@ void settle()
     std::signal(SIGPIPE, SIG_IGN);
     callersMask();
     noteInterruptions();
-}
-
-void perform(const Job& job)
-{
-    switch (job.verb) {
-    case Verb::zip:
-    case Verb::zipEncrypt:
-        return pack(job);
-    case Verb::unzip:
-    case Verb::unzipDecrypt:
-        return expand(job);
-    case Verb::encrypt:
-        return encryptFile(job);
-    case Verb::decrypt:
-        return decryptFile(job);
-    }
-}
-
-Ending endingOf(const Failure& failure, std::string_view line)
-{
-    const bool isOfZip = failure.exit() == Exit::wrongPassword && line.starts_with("unzip");
-    return {static_cast<int>(isOfZip ? Exit::wrongZipPassword : failure.exit()), failure.cause()};
-}
-
-Ending run(std::string_view line)
-{
-    constexpr int internal = static_cast<int>(Exit::internal);
-    constexpr int signalled = 128;
-    try {
-        perform(parseJob(line));
-        return {};
-    } catch (const Failure& failure) {
-        return endingOf(failure, line);
-    } catch (const Interrupted& interrupted) {
-        return {signalled + interrupted.signal, "signal"};
-    } catch (const std::bad_alloc&) {
-        return {internal, "no memory"};
-    } catch (const std::exception& error) {
-        return {internal, error.what()};
-    }
 }
 
 void report(const Ending& ending, std::string_view verb)
@@ -151,7 +93,7 @@ int main(int count, char** arguments)
         // Out of the list of processes.
         std::fill(arguments[1] + lengthWithoutPassword(line), arguments[1] + line.size(), '\0');
     }
-    const Ending ending = count == 2 ? run(line) : Ending{static_cast<int>(Exit::usage), "not one argument"};
+    const Ending ending = count == 2 ? perform(line) : Ending{static_cast<int>(Exit::usage), "not one argument"};
     report(ending, std::string_view(line).substr(0, line.find('|')));
     return ending.status;
 }

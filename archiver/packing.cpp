@@ -12,6 +12,7 @@
 #include "archiver/leftovers.h"
 #include "archiver/ordered_work.h"
 #include "archiver/result_file.h"
+#include "archiver/source_file.h"
 #include "archiver/zip_writer.h"
 #include "platform/posix/descriptor.h"
 #include "platform/posix/identity.h"
@@ -42,7 +43,6 @@ namespace {
 using platform::posix::Descriptor;
 using platform::posix::Failure;
 using platform::posix::Identity;
-using platform::posix::openAt;
 using platform::posix::retried;
 using platform::posix::TreeEntry;
 using zip::Entry;
@@ -478,7 +478,7 @@ Failure Packing::visit(const TreeEntry& item)
         failSource(nameOf(item), "a pipe, socket or device can't be packed");
     }
     struct stat status {};
-    const Descriptor file = openAt(item.folder, item.name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);
+    const Descriptor file = openForReading(item.folder, item.name, O_NOFOLLOW);
     if (!file || fstat(file.get(), &status) != 0) {
         return failed(item, errno);
     }
@@ -536,7 +536,7 @@ void pack(const Job& job)
 {
     const std::string path = job.sourceFolder + job.sourceName;
     struct stat status {};
-    Descriptor source = openAt(AT_FDCWD, path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY);
+    Descriptor source = openForReading(AT_FDCWD, path.c_str());
     if (!source || fstat(source.get(), &status) != 0) {
         fail(Exit::unusableSource, std::string("the source can't be opened: ") + std::strerror(errno));
     }
@@ -548,7 +548,7 @@ void pack(const Job& job)
     if (S_ISREG(status.st_mode)) {
         packing.addFile(source.get(), status, job.sourceName);
     } else if (walkFolder(std::move(source), packing, platform::posix::Names::sorted)) {
-        fail(Exit::internal, "the walk failed");
+        fail(Exit::unusableSource, "a folder was moved while it was packed");
     }
     packing.finish();
 }

@@ -9,6 +9,7 @@
 #include "archiver/leftovers.h"
 #include "platform/posix/access_lists.h"
 #include "platform/posix/flush.h"
+#include "platform/posix/names.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -121,6 +122,7 @@ struct ResultFile::State {
     void narrowToReplaced(Privacy& privacy) const;
     void giveName();
     void requireInPlace() const;
+    void takeBack();
     void forgetName()
     {
         if (!item.name.empty()) {
@@ -132,6 +134,10 @@ struct ResultFile::State {
 private:
     bool link(const std::string& as) const;
     void copyIntoNamed();
+    bool holdsResult() const;
+
+    bool isExchanged_ = false; // the item's name is that of what was replaced
+    bool hasReplaced_ = false; // and of that nothing is left
 };
 
 ResultFile::ResultFile(const std::string& folder, const std::string& name, const struct stat& source)
@@ -188,10 +194,31 @@ void ResultFile::State::giveName()
             copyIntoNamed();
         }
     }
+    struct stat replaced {};
+    isExchanged_ = platform::posix::exchange(folder.get(), item.name.c_str(), folder.get(), name.c_str()) == 0;
+    if (isExchanged_) {
+        if (fstatat(folder.get(), item.name.c_str(), &replaced, AT_SYMLINK_NOFOLLOW) == 0 &&
+            !S_ISDIR(replaced.st_mode)) {
+            return;
+        }
+        takeBack();
+        fail(Exit::unusableDestination, inTheWay);
+    }
     if (renameat(folder.get(), item.name.c_str(), folder.get(), name.c_str()) != 0) {
         failWriting("the target can't be replaced", errno);
     }
+    hasReplaced_ = true;
     item.name.clear();
+}
+
+// After a failure: what was there has its name again, or nothing has.
+void ResultFile::State::takeBack()
+{
+    if (isExchanged_) {
+        platform::posix::exchange(folder.get(), item.name.c_str(), folder.get(), name.c_str());
+    } else if (!hasReplaced_ && holdsResult()) {
+        unlinkat(folder.get(), name.c_str(), 0);
+    }
 }
 
 void ResultFile::State::copyIntoNamed()
@@ -224,12 +251,19 @@ void ResultFile::State::narrowToReplaced(Privacy& privacy) const
     }
 }
 
-void ResultFile::State::requireInPlace() const
+// Sets errno where it can't be seen, else to 0.
+bool ResultFile::State::holdsResult() const
 {
+    errno = 0;
     struct stat made {};
     struct stat found {};
-    if (fstat(item.open.get(), &made) != 0 || fstatat(folder.get(), name.c_str(), &found, AT_SYMLINK_NOFOLLOW) != 0 ||
-        !isSameItem(made, found)) {
+    return fstat(item.open.get(), &made) == 0 &&
+           fstatat(folder.get(), name.c_str(), &found, AT_SYMLINK_NOFOLLOW) == 0 && isSameItem(made, found);
+}
+
+void ResultFile::State::requireInPlace() const
+{
+    if (!holdsResult() && (errno == 0 || errno == ENOENT)) {
         fail(Exit::unusableDestination, "somebody else changes the destination");
     }
 }
@@ -279,10 +313,12 @@ void ResultFile::publish(const Privacy& privacy)
 
     const Uninterruptible seenThrough;
     state_->giveName();
-    state_->requireInPlace();
-    if (const int error = platform::posix::flushEntries(folder(), descriptor())) {
+    const int error = platform::posix::flushEntries(folder(), descriptor());
+    if (error != 0) {
+        state_->takeBack();
         failResult(error);
     }
+    state_->requireInPlace();
 }
 
 } // namespace archiver

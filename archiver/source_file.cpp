@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 namespace archiver {
 
@@ -44,9 +45,15 @@ bool isSame(const timespec& left, const timespec& right)
 
 } // namespace
 
-SourceFile::SourceFile(const std::string& path)
-    // A FIFO would be waited for, a terminal would become this process's.
-    : file_(openAt(AT_FDCWD, path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY))
+platform::posix::Descriptor openForReading(int folder, const char* name, int flags)
+{
+    const int withoutEffect = O_RDONLY | O_NOCTTY | flags;
+    platform::posix::Descriptor item = openAt(folder, name, withoutEffect | O_NONBLOCK);
+    const bool isLeased = !item && errno == EWOULDBLOCK;
+    return isLeased ? openAt(folder, name, withoutEffect) : std::move(item);
+}
+
+SourceFile::SourceFile(const std::string& path) : file_(openForReading(AT_FDCWD, path.c_str()))
 {
     if (!file_ || fstat(file_.get(), &status_) != 0) {
         fail(Exit::unusableSource, std::string("the source can't be opened: ") + std::strerror(errno));

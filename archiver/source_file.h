@@ -12,6 +12,11 @@
 
 namespace archiver {
 
+// Opens an item for reading, of whatever kind it may be by now, without what opening can bring with it: a FIFO isn't
+// waited for, a terminal doesn't become the process's. Somebody's lease on a file (fcntl(2)) is waited for, which the
+// system limits. `flags`: O_NOFOLLOW or none. Empty with errno on failure.
+platform::posix::Descriptor openForReading(int folder, const char* name, int flags = 0);
+
 // Thread rule: read() and readSome() may be called by several threads at once.
 class SourceFile {
 public:

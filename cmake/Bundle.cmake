@@ -95,6 +95,14 @@ set_target_properties(Folidex PROPERTIES BUILD_WITH_INSTALL_RPATH ON INSTALL_RPA
 install(TARGETS Folidex LIBRARY DESTINATION "${FOLIDEX_PLUGIN_DIR}" BUNDLE DESTINATION "${FOLIDEX_PLUGIN_DIR}"
         COMPONENT plugin)
 
+# The archive script's program, where nested code belongs (Apple's technical note TN2206).
+add_custom_command(TARGET Folidex POST_BUILD
+    COMMAND "${CMAKE_COMMAND}" -E copy_if_different "${FOLIDEX_SHIPPED_ARCHIVER}"
+            "$<TARGET_BUNDLE_CONTENT_DIR:Folidex>/Helpers/folidex-archive"
+    VERBATIM)
+add_dependencies(Folidex shipped_archiver)
+set_property(TARGET Folidex APPEND PROPERTY LINK_DEPENDS "${FOLIDEX_SHIPPED_ARCHIVER}")
+
 set(FOLIDEX_SIGN_IDENTITY "" CACHE STRING "Signing identity, as \"Developer ID Application: NAME (TEAM)\"")
 set(FOLIDEX_NOTARY_CREDENTIALS "" CACHE STRING "Options of notarytool that say who submits, as \"--keychain-profile NAME\"")
 foreach(step IN ITEMS sign notarise)

@@ -31,10 +31,9 @@ foreach(component IN LISTS components)
             DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/doc/${${component}_package}" COMPONENT ${component})
 endforeach()
 
-# The reference, how to install, the recipes with what is pasted of them, what they link to, and the archive script for
-# trying by hand.
+# The reference, how to install, the recipes with what is pasted of them, and what they link to.
 install(FILES docs/functions.html docs/functions.md docs/recipes.md docs/install.md docs/encrypted-files.md docs/guarantees.md
-              docs/macos.md docs/deviations.txt resources/ZipFuncs.sh
+              docs/macos.md docs/deviations.txt
         DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/doc/${plugin_package}" COMPONENT plugin)
 install(DIRECTORY docs/recipes DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/doc/${plugin_package}" COMPONENT plugin)
 
@@ -58,8 +57,8 @@ foreach(component IN LISTS components)
     install(FILES "${packaging}/debian/lintian-overrides" DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/lintian/overrides"
             RENAME ${${component}_package} COMPONENT ${component})
 endforeach()
-# Puts the plug-in into the folders of FileMaker Server's engines, and what calls it.
-install(PROGRAMS "${packaging}/debian/folidex-server/engines" DESTINATION "${FOLIDEX_PLUGIN_DIR}" COMPONENT plugin)
+# Puts the plug-in into the folders of FileMaker Server's engines, and what calls it; the archive script with its program.
+install(PROGRAMS "${packaging}/debian/folidex-server/engines" resources/ZipFuncs.sh "${FOLIDEX_SHIPPED_ARCHIVER}" DESTINATION "${FOLIDEX_PLUGIN_DIR}" COMPONENT plugin)
 set(control_files postinst prerm triggers)
 list(TRANSFORM control_files PREPEND "${packaging}/debian/folidex-server/")
 
@@ -93,7 +92,6 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${PROJECT_BINARY_DIR}")
 
 set(CPACK_DEBIAN_PLUGIN_PACKAGE_NAME ${plugin_package})
 set(CPACK_DEBIAN_PLUGIN_PACKAGE_SECTION misc)
-set(CPACK_DEBIAN_PLUGIN_PACKAGE_DEPENDS "libarchive-tools, openssl")
 # What the choosers and KORB_OpenFile talk to where a user sits at the screen.
 set(CPACK_DEBIAN_PLUGIN_PACKAGE_SUGGESTS "fmxhost, libsystemd0, libglib2.0-bin, xdg-desktop-portal")
 set(CPACK_DEBIAN_PLUGIN_PACKAGE_CONTROL_EXTRA "${control_files}")

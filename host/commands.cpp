@@ -20,8 +20,8 @@ constexpr std::string_view languageText =
 
   "text"  12.5  ¶          texts (\" and \\ stand for " and \; ¶ is the end of a line), numbers
   f ( a ; b )              a call; a function without parameters needs no parentheses
-  not  * /  + -  &         operators, the strongest first, then
-  = ≠ <> < > ≤ <= ≥ >=     comparisons, which don't mind letter case, then
+  not  ^  * /  + -  &      operators, the strongest first, then
+  = ≠ <> < > ≤ <= ≥ >=     comparisons, of texts where one is a text, without letter case, then
   and  or xor              both leave out what can't change the result
   $name = calculation      sets a variable for the calculations that follow and is its value; in parentheses it compares
   Let ( [ a = 1 ; $b = 2 ] ; a + $b )
@@ -169,15 +169,20 @@ ExitStatus help(Session& session, std::string_view word)
     }
     const std::u16string name = toUtf16(word);
     const Function* named = functions.find(name);
-    const auto found = named != nullptr ? std::vector{named} : functionsAbout(functions, name);
-    if (found.empty()) {
-        reportError(functions.unknownText(name));
-        return ExitStatus::wrongUse;
+    auto found = named != nullptr ? std::vector{named} : functionsAbout(functions, name);
+    const bool isUnknown = found.empty();
+    if (isUnknown) {
+        const std::string text = functions.unknownText(name);
+        reportError(text);
+        // Without a suggestion: what begins alike.
+        for (auto size = isLacking(name) ? 0 : name.size(); text.ends_with('.') && found.empty() && size > 3; --size) {
+            found = functionsAbout(functions, name.substr(0, size - 1));
+        }
     }
     for (const Function* function : found) {
         show(session, described(*function), named != nullptr ? functionHelp(*function) : toUtf8(function->prototype));
     }
-    return ExitStatus::success;
+    return isUnknown ? ExitStatus::wrongUse : ExitStatus::success;
 }
 
 } // namespace fmxhost

@@ -58,7 +58,7 @@ public:
         app_.add_flag("--time", options_.time, "Show how long each calculation takes, on standard error");
         app_.add_option_function<std::vector<std::string>>(
                 "--get", [this](const auto& answers) { takeAnswers(answers); },
-                "What Get ( NAME ) answers, such as ScriptParameter; may be given several times")
+                "What Get ( NAME ) returns, such as ScriptParameter; may be given several times")
             ->type_name("NAME=TEXT")
             ->allow_extra_args(false);
         // Without a variable: CLI11 would take a calculation such as "[…]" for a list.
@@ -75,7 +75,7 @@ public:
                     "that begin with # are skipped. The first calculation with an error ends the run.");
         add("list", "List the functions that the plug-in registers", listFunctions);
         add("steps", "List the script steps that the plug-in registers", listSteps);
-        add("strings", "Show what the plug-in answers to string requests", showStrings);
+        add("strings", "Show what the plug-in returns for string requests", showStrings);
         add("help", "Explain a function, find one by a word, or say how calculations are written",
             [this](Session& session) { return help(session, word_); })
             ->add_option("FUNCTION", word_, "In any letter case; or a word; nothing: how calculations are written");
@@ -184,7 +184,7 @@ private:
             return std::isalpha(character) != 0 || character == '-';
         });
         if (!isOption && !app_.get_subcommands().empty()) {
-            return "The argument " + word + " is one too many.";
+            return "Unexpected argument " + word + ".";
         }
         std::vector<const CLI::App*> apps = app_.get_subcommands([](const CLI::App*) { return true; });
         std::vector<std::string> known; // of the same kind

@@ -56,7 +56,7 @@ Json described(std::string_view calculation, const Evaluation& evaluation)
             {"seconds", evaluation.seconds}};
 }
 
-// `asTyped`: with commands, and on behind an error. Answers the status of the first one.
+// `asTyped`: with commands, and on behind an error. Returns the status of the first one.
 ExitStatus runLines(Session& session, std::istream& stream, const std::string& name, bool asTyped)
 {
     Lines lines(session, name, asTyped);

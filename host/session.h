@@ -57,7 +57,7 @@ private:
 
 // ---- What fmxhost can be asked to do. Errors, of each: PluginError when an exception leaves the plug-in; OutputError.
 
-// commands.cpp: what the plug-in registers and answers to string requests. As JSON one object a line.
+// commands.cpp: what the plug-in registers and returns for string requests. As JSON one object a line.
 ExitStatus listFunctions(Session& session);
 ExitStatus listSteps(Session& session);
 ExitStatus showStrings(Session& session);
@@ -70,7 +70,7 @@ ExitStatus evaluateAll(Session& session, const std::vector<std::string>& calcula
 ExitStatus runFile(Session& session, const std::string& file);
 
 // Standard input, which isn't a terminal, as if it were typed at the prompt: an error in a calculation doesn't end it.
-// Answers the status of the first one that failed; without a line there is nothing to do.
+// Returns the status of the first one that failed; without a line there is nothing to do.
 ExitStatus runPiped(Session& session);
 
 // prompt.cpp: reads calculations and commands at a terminal with editing, history and completion, and evaluates them

@@ -32,11 +32,11 @@ using UnixTime = std::int64_t;
 // Of the item itself; a link's own, not its target's.
 struct Attributes {
     std::uint64_t size = 0;               // bytes
-    std::optional<UnixTime> creationDate; // nothing where the file system keeps none
+    std::optional<UnixTime> creationDate; // empty where the file system keeps none
     std::optional<UnixTime> modificationDate;
 };
 
-// Nothing when the item can't be examined.
+// Empty when the item can't be examined.
 std::optional<Attributes> attributes(PathView path);
 
 // Last access of what `path` leads to, links followed (stat(2), st_atim); 0 when stat fails.
@@ -65,11 +65,13 @@ enum class Existing {
 // The item appears at `target` whole or not at all, also after a crash, a kill or a full disk, and a failed copy
 // leaves nothing behind. Kept are mode with set-id bits, times, extended attributes and access control lists, the
 // owner where permitted, and holes. Data is cloned where the file system can. A folder into itself is refused.
-// Sockets are refused; FIFOs and devices are made anew, never read. Hard links become files of their own.
+// Sockets are refused; FIFOs and devices are made anew, never read. Files of a folder that are one file by several names
+// (hard links) are so in its copy, where the file system can. An entry that vanishes while its folder is copied is left
+// out.
 //
 // Every file that was written has been closed, and the closing found to succeed (close(2): where quotas and network
 // file systems report what they couldn't keep), before the copy appears. A copy that replaces something is on the disk
-// with its name before success is answered; other copies aren't synchronised.
+// with its name before success is returned; other copies aren't synchronised.
 //
 // A replaced item first loses its name. Should the source then be found missing, as where two spellings mean one file,
 // the item gets its name back and the call fails. What removalTakesAway() can see beforehand is the caller's to refuse.
@@ -102,7 +104,7 @@ Outcome createFolder(PathView path);
 
 // Whether removing what is at `removed` would take `kept` away: the same item under another spelling, a folder that
 // holds it, or either of these for what `kept` leads to, link by link. A second hard link of `kept` and a link that
-// leads to it are items of their own. What can't be found out counts as taken away: the answer decides what may be
+// leads to it are items of their own. What can't be found out counts as taken away: the result decides what may be
 // removed.
 bool removalTakesAway(PathView removed, PathView kept);
 

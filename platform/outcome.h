@@ -1,4 +1,4 @@
-// What a file service answers: success, or a failure in the operating system's own words.
+// What a file service returns: success, or a failure in the operating system's own words.
 #pragma once
 
 #include <cstddef>

@@ -1,5 +1,5 @@
 // Keeps a signal from the calling thread that a system call of this very thread raises, where the call's error says all
-// that there is to say. A write beyond the limit on file sizes (setrlimit(2), RLIMIT_FSIZE) answers EFBIG, but raises
+// that there is to say. A write beyond the limit on file sizes (setrlimit(2), RLIMIT_FSIZE) returns EFBIG, but raises
 // SIGXFSZ first, which would end the host.
 //
 // Thread rule: a value belongs to the thread that made it.

@@ -8,7 +8,7 @@
 
 namespace platform {
 
-// UTF-8 of `text`; nothing when a surrogate stands alone.
+// UTF-8 of `text`; empty when a surrogate stands alone.
 std::optional<std::string> utf8FromUtf16(std::u16string_view text);
 
 // UTF-16 of `bytes`. Each maximal part that isn't valid UTF-8 becomes one U+FFFD, so nothing is lost but what was
@@ -21,7 +21,7 @@ void appendUtf16FromUtf8(std::u16string& text, std::string_view bytes);
 // Whether all of the bytes are valid UTF-8.
 bool isUtf8(std::string_view bytes);
 
-// What a C library call takes as a path: UTF-8 of `path`; nothing when the path isn't valid UTF-16 or holds a NUL,
+// What a C library call takes as a path: UTF-8 of `path`; empty when the path isn't valid UTF-16 or holds a NUL,
 // for such a text names nothing that can exist.
 std::optional<std::string> fileSystemRepresentation(std::u16string_view path);
 

@@ -11,7 +11,7 @@
 namespace platform {
 
 // Display names (UTF-16) of the local volumes that are mounted and answer, in the order of mounting. Network file
-// systems are left out before anything is asked of them, so that a dead server can't hold the caller. Nothing when
+// systems are left out before anything is asked of them, so that a dead server can't hold the caller. Empty when
 // the list of mounts can't be had.
 std::optional<std::vector<std::u16string>> mountedLocalVolumeNames();
 
@@ -20,7 +20,7 @@ struct VolumeSpace {
     std::int64_t free = 0;  // bytes that an ordinary user can still write
 };
 
-// Of the volume that holds `path`; nothing when it can't be asked.
+// Of the volume that holds `path`; empty when it can't be asked.
 std::optional<VolumeSpace> volumeSpace(PathView path);
 
 } // namespace platform

@@ -13,5 +13,10 @@ struct Text {
 
 extern const std::span<const Text> strings; // en.lproj/KORBFolidex.strings
 extern const std::string_view zipFuncs;     // ZipFuncs.sh
+extern const std::string_view archiver;     // folidex-archive, the program that it starts
+extern const char* const archiverVersion;   // a digest of both, 16 hexadecimal digits
+
+// Where the package has put script and program, without a slash at its end.
+extern const char* const packageFolder;
 
 } // namespace resources

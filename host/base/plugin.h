@@ -74,7 +74,7 @@ public:
     Plugin& operator=(const Plugin&) = delete;
 
     // Sends the start-up message, unless the options say that the plug-in doesn't want it, and takes over what it
-    // registered. Answers what the plug-in answered: the SDK version that it was built for.
+    // registered. Returns what the plug-in returned: the SDK version that it was built for.
     // Errors: PluginError.
     std::int64_t start();
 
@@ -83,7 +83,7 @@ public:
     // Errors: PluginError when an exception comes out.
     void shutDown();
 
-    // Shuts down what was started and wasn't shut down, forgets what is still registered, and unloads the file. Answers
+    // Shuts down what was started and wasn't shut down, forgets what is still registered, and unloads the file. Returns
     // how many functions and script steps were left. Afterwards only the destructor may be called.
     // Errors: as shutDown(), after having unloaded all the same.
     std::size_t unload();
@@ -98,7 +98,7 @@ public:
     const std::u16string& options();
     bool wantsStartUp() { return options().find(u'n', 7) != 7; }
 
-    // Sends any message; `result` goes into the record beforehand. Answers the record's result field.
+    // Sends any message; `result` goes into the record beforehand. Returns the record's result field.
     // Errors: PluginError when an exception comes out.
     fmx::ptrtype send(Message message, std::uint8_t parameter1 = 0, fmx::ptrtype parameter2 = 0,
                       fmx::ptrtype parameter3 = 0, fmx::ptrtype result = 0);

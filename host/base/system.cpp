@@ -63,7 +63,7 @@ PluginFile::PluginFile(const std::filesystem::path& file) : library(file)
 std::filesystem::path executableFile()
 {
     std::uint32_t size = 0;
-    ::_NSGetExecutablePath(nullptr, &size); // dyld(3): answers the size that it needs
+    ::_NSGetExecutablePath(nullptr, &size); // dyld(3): returns the size that it needs
     std::string path(size, '\0');
     if (::_NSGetExecutablePath(path.data(), &size) != 0) {
         return {};

@@ -3,7 +3,6 @@
 #include "host/base/unicode.h"
 
 #include <cstdio>
-#include <map>
 #include <utility>
 
 namespace fmxhost {
@@ -47,14 +46,8 @@ ValueType Value::type() const
     if (data_->IsEmpty() && type != Data::kDTText && type != Data::kDTBinary) {
         return ValueType::empty;
     }
-    static const std::map<Data::DataType, ValueType> types{
-        {Data::kDTText, ValueType::text},           {Data::kDTBinary, ValueType::container},
-        {Data::kDTNumber, ValueType::number},       {Data::kDTBoolean, ValueType::number},
-        {Data::kDTDate, ValueType::date},           {Data::kDTTime, ValueType::time},
-        {Data::kDTTimeStamp, ValueType::timestamp},
-    };
-    const auto known = types.find(type);
-    return known != types.end() ? known->second : ValueType::empty;
+    // The numbers of both are the same.
+    return type == Data::kDTBoolean ? ValueType::number : static_cast<ValueType>(type);
 }
 
 std::string Value::utf8() const
@@ -69,6 +62,30 @@ std::string Value::isoText() const
     std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d", time.GetYear(), time.GetMonth(), time.GetDay(),
                   time.GetHour(), time.GetMinute(), time.GetSec());
     return text;
+}
+
+Value Value::undefined(fmx::Data::DataType type)
+{
+    fmx::DataUniquePtr data;
+    data->SetAsText(Value(u"?").data().GetAsText(), *fmx::LocaleUniquePtr(), type);
+    return Value(std::move(data));
+}
+
+const fmx::FixPt& Value::defined() const
+{
+    return isUndefined() ? throw NoResult{*this} : data_->GetAsNumber();
+}
+
+Value operator/(const Value& a, const Value& b)
+{
+    return b == 0 ? throw NoResult{Value::undefined()} : a.with<&fmx::FixPt::Divide>(b);
+}
+
+Value Value::rounded(int places) const
+{
+    const fmx::FixPtUniquePtr result(0, places);
+    result->AssignFixPt(defined());
+    return Value(*result);
 }
 
 std::u16string unitsOf(const fmx::Text& text)

@@ -14,7 +14,7 @@ namespace fmxhost {
 // The units of a kit text.
 std::u16string unitsOf(const fmx::Text& text);
 
-enum class ValueType { empty, text, number, date, time, timestamp, container };
+enum class ValueType { empty, text, number, date, time, timestamp, container }; // as in fmx::Data::DataType
 
 // An immutable value; copies share it, so a long text is copied at no cost.
 //
@@ -51,11 +51,43 @@ public:
     double number() const { return data_->GetAsNumber().AsFloat(); }
     bool boolean() const { return data_->GetAsBoolean(); }
 
+    explicit operator std::u16string() const { return text(); }
+    explicit operator std::int64_t() const { return integer(); }
+
+    // What FileMaker shows as "?": a value of a type that isn't valid.
+    static Value undefined(fmx::Data::DataType type = fmx::Data::kDTNumber);
+    bool isUndefined() const { return data_->GetNativeType() != fmx::Data::kDTInvalid && !data_->IsValid(); }
+
+    // Of any types as numbers, with FileMaker's 16 places behind the decimal point.
+    // Errors: NoResult for an operand that is undefined and for a division by zero.
+    friend Value operator+(const Value& a, const Value& b) { return a.with<&fmx::FixPt::Add>(b); }
+    friend Value operator-(const Value& a, const Value& b) { return a.with<&fmx::FixPt::Subtract>(b); }
+    friend Value operator*(const Value& a, const Value& b) { return a.with<&fmx::FixPt::Multiply>(b); }
+    friend Value operator/(const Value& a, const Value& b);
+    friend bool operator<(const Value& a, const Value& b) { return a.defined() < b.defined(); }
+    friend bool operator==(const Value& a, const Value& b) { return a.defined() == b.defined(); }
+    Value rounded(int places = 0) const; // a half away from zero
+
     // Of a date, a time or a timestamp: "YYYY-MM-DDTHH:MM:SS", as ISO 8601 writes a local time.
     std::string isoText() const;
 
 private:
+    const fmx::FixPt& defined() const;
+
+    template <auto operation>
+    Value with(const Value& other) const
+    {
+        const fmx::FixPtUniquePtr result;
+        (defined().*operation)(other.defined(), *result);
+        return Value(*result);
+    }
+
     std::shared_ptr<const fmx::Data> data_;
+};
+
+// Thrown where FileMaker has no result: the value is the result of the function or the operation, "?" or an empty one.
+struct NoResult {
+    Value value;
 };
 
 } // namespace fmxhost

@@ -1,9 +1,8 @@
-// How FileMaker's own functions are written: a row in the table of a subject, with a function that takes as many
-// arguments as the prototype shows, in the types that it needs.
+// How FileMaker's own functions are written: a row in the table of their subject, with a function that takes as many
+// arguments as they have, in the types that it needs.
 #pragma once
 
 #include "host/calculation/functions.h"
-#include "host/calculation/moment.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -16,71 +15,66 @@
 
 namespace fmxhost {
 
-// One argument, from 0 on, or, for a parameter of the type Arguments, all of them. A std::size_t is a count: 0 for a
-// negative number.
-// Errors: NoResult where it can't be converted.
-template <typename Parameter>
-Parameter argumentAs(const Arguments& arguments, std::size_t index)
-{
-    if constexpr (std::is_same_v<Parameter, Arguments>) {
-        return arguments;
-    } else if constexpr (std::is_same_v<Parameter, Value>) {
-        return arguments[index];
-    } else if constexpr (std::is_same_v<Parameter, std::u16string>) {
-        return arguments[index].text();
-    } else if constexpr (std::is_same_v<Parameter, std::size_t>) {
-        return static_cast<std::size_t>(std::max<std::int64_t>(0, arguments[index].integer()));
-    } else if constexpr (std::is_same_v<Parameter, std::int64_t>) {
-        return arguments[index].integer();
-    } else {
-        return Parameter(arguments[index]);
-    }
-}
+// The value as a date, a time or a timestamp; a text without a year is of this one.
+// Errors: NoResult with "?" where the value can't be read as one, with an empty value where it is empty.
+Value momentOf(const Value& value, fmx::Data::DataType type);
 
-template <typename Result, typename... Parameters, std::size_t... index>
-BuiltIn builtIn(std::function<Result(Parameters...)> function, std::index_sequence<index...>)
-{
-    return [function = std::move(function)]([[maybe_unused]] const Arguments& arguments) -> Value {
-        try {
-            return function(argumentAs<std::decay_t<Parameters>>(arguments, index)...);
-        } catch (const NoResult& none) {
-            return none.value;
-        }
-    };
-}
+// The sum or the difference of two values in its type: a number of days or seconds moves a date, a time or a timestamp,
+// two times or timestamps differ by a time, anything else is a number.
+// Errors: NoResult beyond the calendar.
+Value inTypeOf(const Value& left, const Value& right, const Value& result, bool isDifference);
+
+Value floorOf(const Value& number);
+Value power(const Value& base, const Value& exponent);
+
+// ---- Types of arguments. Others are Value, std::u16string and std::int64_t.
+
+// 0 for a negative number.
+struct Count {
+    explicit Count(const Value& given) : value(static_cast<std::size_t>(std::max<std::int64_t>(0, given.integer()))) {}
+    operator std::size_t() const { return value; }
+
+    std::size_t value;
+};
+
+// As numbers they are days, 1/1/0001 the first one, seconds, and seconds since that day began.
+template <fmx::Data::DataType kind>
+struct Moment : Value {
+    explicit Moment(const Value& given) : Value(momentOf(given, kind)) {}
+    const fmx::DateTime* operator->() const
+    {
+        return kind == fmx::Data::kDTTime ? &data().GetAsTime() : &data().GetAsTimeStamp();
+    }
+};
+using Date = Moment<fmx::Data::kDTDate>;
+using Time = Moment<fmx::Data::kDTTime>;
+using Timestamp = Moment<fmx::Data::kDTTimeStamp>;
+
+// ---- Rows and tables
 
 template <typename Result, typename... Parameters>
-BuiltIn builtIn(std::function<Result(Parameters...)> function)
+Function typedRow(std::u16string_view prototype, const std::function<Result(Parameters...)>& function)
 {
-    return builtIn(std::move(function), std::index_sequence_for<Parameters...>());
+    return [&]<std::size_t... index>(std::index_sequence<index...>)->Function
+    {
+        return {prototype, sizeof...(index), sizeof...(index),
+                [function]([[maybe_unused]] const Arguments& arguments) -> Value {
+                    return function(std::decay_t<Parameters>(arguments[index])...);
+                }};
+    }
+    (std::index_sequence_for<Parameters...>());
 }
 
 template <typename Callable>
-Function row(std::u16string_view prototype, std::u16string_view description, Callable function)
+Function row(std::u16string_view prototype, const Callable& function)
 {
-    return {prototype, description, builtIn(std::function(std::move(function)))};
+    return typedRow(prototype, std::function(function));
 }
 
-// One that is a constant.
-inline Function row(std::u16string_view name, std::u16string_view description, const char16_t* value)
-{
-    return row(name, description, [value] { return Value(value); });
-}
-
-// With which FileMaker begins a path of macOS; empty: of Linux.
-constexpr std::string_view bootVolume = "/Macintosh HD";
-#ifdef __APPLE__
-constexpr std::string_view ownVolume = bootVolume;
-#else
-constexpr std::string_view ownVolume;
-#endif
-
-// The tables.
 std::vector<Function> dateFunctions();
 std::vector<Function> jsonFunctions();
 std::vector<Function> listFunctions();
 std::vector<Function> numberFunctions();
-std::vector<Function> pathFunctions();
 std::vector<Function> textFunctions();
 
 } // namespace fmxhost

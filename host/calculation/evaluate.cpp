@@ -21,7 +21,7 @@ namespace {
 constexpr const char* tooFewParameters = "There are too few parameters in this function.";
 constexpr const char* tooManyParameters = "There are too many parameters in this function.";
 
-// A function answered an error code: what is still to do in this calculation is left out.
+// A function returned an error code: the rest of this calculation is left out.
 struct FunctionFailed {
     fmx::errcode error;
 };
@@ -36,6 +36,16 @@ Value called(const fmxkit::ExternalFunction& function, const std::vector<Value>&
         throw FunctionFailed{outcome.error};
     }
     return std::move(outcome.value);
+}
+
+template <typename Operation>
+Value resultOf(const Operation& operation)
+{
+    try {
+        return operation();
+    } catch (const NoResult& none) {
+        return none.value;
+    }
 }
 
 class Parser {
@@ -163,8 +173,10 @@ private:
             Value result = first(scope);
             for (const auto& [operation, operand] : links) {
                 const auto& decidedBy = operation->decidedBy;
-                result = decidedBy && *decidedBy == result.boolean() ? Value(*decidedBy ? 1 : 0)
-                                                                     : operation->apply(result, operand(scope));
+                const bool isDecided = decidedBy && *decidedBy == result.boolean();
+                result = isDecided ? Value(*decidedBy) : resultOf([&, apply = operation->apply, &right = operand] {
+                    return apply(result, right(scope));
+                });
             }
             return result;
         };
@@ -212,13 +224,10 @@ private:
         if (takeIf(u"not")) {
             return [inner = operand()](Scope& scope) { return Value(inner(scope).boolean() ? 0 : 1); };
         }
-        if (takeIf(u"-")) {
-            return [inner = operand(), subtract = findOperator(u"-")->apply](Scope& scope) {
-                return subtract(Value(0), inner(scope));
+        if (const bool isMinus = current().is(u"-"); takeIf(u"-") || takeIf(u"+")) {
+            return [inner = operand(), isMinus](Scope& scope) {
+                return resultOf([&] { return isMinus ? 0 - inner(scope) : 0 + inner(scope); });
             };
-        }
-        if (takeIf(u"+")) {
-            return [inner = operand()](Scope& scope) { return Value(inner(scope).data().GetAsNumber()); };
         }
         fail("A number, a text, a function, a variable or \"(\" is expected here.");
     }
@@ -241,8 +250,7 @@ private:
             {u"let", &Parser::let},
             {u"while", &Parser::loop},
             {u"get", &Parser::get},
-            {u"evaluate", &Parser::evaluated},
-            {u"isvalidexpression", &Parser::validity}};
+            {u"evaluate", &Parser::evaluated}};
         if (const auto form = forms.find(name); isCall && form != forms.end()) {
             const std::size_t offset = take().span.offset;
             takeIf(u"(");
@@ -261,14 +269,14 @@ private:
     {
         const Span name = take().span;
         const bool isChecked = options_.checkArgumentCounts || function.external == nullptr;
-        // [ searchString ; replaceString ] and [ keyOrIndexOrPath ; value ; type ], behind the first argument
+        // [ searchString ; replaceString ] or [ keyOrIndexOrPath ; value ; type ], behind the first argument
         const bool isGrouped = function.name == u"Substitute" || function.name == u"JSONSetElement";
-        const auto groupSize = static_cast<std::size_t>(function.minimumArguments - 1);
+        const std::size_t groupSize = isGrouped ? static_cast<std::size_t>(function.minimumArguments) - 1 : 0;
         const bool isLimited = isChecked && function.maximumArguments >= 0;
         std::vector<Expression> arguments;
         if (takeIf(u"(") && !takeIf(u")")) {
             do {
-                if (current().is(u"[") && isGrouped && arguments.size() % groupSize == 1) {
+                if (isGrouped && current().is(u"[") && arguments.size() % groupSize == 1) {
                     group(arguments, groupSize);
                     continue;
                 }
@@ -283,13 +291,14 @@ private:
             throw CalculationError(name, tooFewParameters);
         }
         if (!function.evaluate && function.external == nullptr) {
-            return function.name == u"Choose" ? numberedChoice(std::move(arguments)) : choice(std::move(arguments));
+            return choice(std::move(arguments), function.name == u"Choose");
         }
         return [&function, arguments = std::move(arguments), span = spanFrom(name.offset)](Scope& scope) {
             std::vector<Value> values;
             std::transform(arguments.begin(), arguments.end(), std::back_inserter(values),
                            [&scope](const Expression& argument) { return argument(scope); });
-            return function.external == nullptr ? function.evaluate(values) : called(*function.external, values, span);
+            return function.external == nullptr ? resultOf([&] { return function.evaluate(values); })
+                                                : called(*function.external, values, span);
         };
     }
 
@@ -305,27 +314,19 @@ private:
         expect(u"]");
     }
 
-    // If ( condition ; result {; otherwise} ) and Case ( condition ; result {; condition ; result …} {; otherwise} ):
-    // only the branch that is chosen is evaluated.
-    static Expression choice(std::vector<Expression> parts)
+    // If ( condition ; result {; otherwise} ) and Case ( condition ; result {; condition ; result …} {; otherwise} ),
+    // or Choose ( number ; result0 {; result1 …} ): only the branch that is chosen is evaluated.
+    static Expression choice(std::vector<Expression> parts, bool isNumbered)
     {
-        return [parts = std::move(parts)](Scope& scope) {
+        return [parts = std::move(parts), isNumbered](Scope& scope) {
             std::size_t index = 0;
-            while (index + 1 < parts.size() && !parts[index](scope).boolean()) {
+            while (!isNumbered && index + 1 < parts.size() && !parts[index](scope).boolean()) {
                 index += 2;
             }
-            const std::size_t chosen = index + 1 < parts.size() ? index + 1 : index;
-            return chosen < parts.size() ? parts[chosen](scope) : Value();
-        };
-    }
-
-    // Choose ( number ; result0 ; result1 … ): only the result that is chosen is evaluated.
-    static Expression numberedChoice(std::vector<Expression> parts)
-    {
-        return [parts = std::move(parts)](Scope& scope) {
-            const std::int64_t number = parts[0](scope).integer();
-            const bool isThere = number >= 0 && number < static_cast<std::int64_t>(parts.size()) - 1;
-            return isThere ? parts[static_cast<std::size_t>(number) + 1](scope) : Value();
+            const std::size_t branch = isNumbered ? static_cast<std::size_t>(parts[0](scope).integer()) + 1
+                                       : index + 1 < parts.size() ? index + 1
+                                                                  : index;
+            return branch > 0 && branch < parts.size() ? parts[branch](scope) : Value();
         };
     }
 
@@ -410,20 +411,6 @@ private:
                 throw PluginThrew(span, error.what());
             } catch (const CalculationError&) {
                 return {u"?"};
-            }
-        };
-    }
-
-    Expression validity(std::size_t)
-    {
-        Expression text = expression();
-        closeForm();
-        return [&functions = functions_, &options = options_, text = std::move(text)](Scope& scope) -> Value {
-            try {
-                parse(text(scope).text(), functions, options);
-                return {1};
-            } catch (const CalculationError&) {
-                return {0};
             }
         };
     }

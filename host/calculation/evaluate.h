@@ -20,7 +20,7 @@ constexpr int maximumNesting = 200;
 
 struct ParserOptions {
     bool checkArgumentCounts = true; // of the plug-in's functions; FileMaker's are always checked
-    // What Get answers, by the case-folded name of what is asked for; before what the host knows by itself.
+    // What Get returns, by the case-folded name of what is asked for; before what the host knows by itself.
     std::map<std::u16string, Value> getAnswers;
 };
 
@@ -43,8 +43,8 @@ struct Calculation {
     std::size_t locals = 0; // that its scope needs
 };
 
-// Binding strength, strongest first: signs and "not"; * /; + -; &; = ≠ < > ≤ ≥; and; or xor. Operators of one strength
-// go from left to right. "$name = …" as a whole calculation assigns; in parentheses it compares.
+// Binding strength, strongest first: signs and "not"; ^; * /; + -; &; = ≠ < > ≤ ≥; and; or xor. Operators of one
+// strength go from left to right. "$name = …" as a whole calculation assigns; in parentheses it compares.
 //
 // Functions and options must outlive what is made of them.
 // Errors: CalculationError at the first place that is wrong, unknown names and wrong argument counts included: nothing
@@ -53,7 +53,7 @@ Calculation parse(std::u16string_view source, const FunctionTable& functions, co
 
 // What a whole calculation brought.
 struct Evaluation {
-    Value value;            // the text "?", as in FileMaker, when a function answered an error code
+    Value value;            // the text "?", as in FileMaker, when a function of the plug-in returned an error code
     fmx::errcode error = 0; // that code; the rest of the calculation was not evaluated
     double seconds = 0;     // of wall-clock time, parsing not counted
 };
@@ -64,7 +64,7 @@ public:
     using CalculationError::CalculationError; // the span is the call's
 };
 
-// Texts compare without letter case, numbers by value; a text that has no digit isn't equal to any number.
+// Texts compare without letter case, and a number next to a text as a text; other values by their numbers.
 // A variable that was never set is empty.
 // Errors: CalculationError, PluginThrew among them.
 Evaluation evaluate(std::u16string_view source, const FunctionTable& functions, const ParserOptions& options,

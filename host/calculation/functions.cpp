@@ -1,37 +1,13 @@
 #include "host/calculation/functions.h"
 
 #include "host/base/unicode.h"
+#include "host/calculation/built_ins.h"
 
 #include <algorithm>
 #include <iterator>
 
 namespace fmxhost {
 namespace {
-
-// FileMaker's functions, those of the host among them, but for the flags of Get.
-constexpr std::u16string_view fileMakersFunctions =
-    u" abs acos asin atan average base64decode base64encode base64encoderfc case ceiling char choose code combination"
-    u" convertfromfilemakerpath converttofilemakerpath cos count cryptauthcode cryptdecrypt cryptdecryptbase64"
-    u" cryptdigest cryptencrypt cryptencryptbase64 cryptgeneratesignature cryptverifysignature databasenames date day"
-    u" dayname daynamej dayofweek dayofyear degrees div evaluate evaluationerror exact executesql executesqle exp"
-    u" extend factorial fieldbounds fieldcomment fieldids fieldnames fieldrepetitions fieldstyle fieldtype filter"
-    u" filtervalues findwordpartsinmodel floor fv get getaddontablename getasboolean getascss getasdate getasnumber"
-    u" getassvg getastext getastime getastimestamp getasurlencoded getavplayerattribute getbasetablename"
-    u" getcontainerattribute getfield getfieldname getfieldsonlayout getheight getlayoutobjectattribute getlivetext"
-    u" getlivetextasjson getmodelattributes getnextserialvalue getnthrecord getrecordids getrecordidsfromfoundset"
-    u" getrepetition getsensor getsummary gettableddl getthumbnail gettokencount getvalue getwidth hexdecode hexencode"
-    u" hiragana hour if int isempty isvalid isvalidexpression jsondeleteelement jsonformatelements jsongetelement"
-    u" jsongetelementtype jsonlistkeys jsonlistvalues jsonmakearray jsonparse jsonparsedstate jsonsetelement"
-    u" kanahankaku kanazenkaku kanjinumeral katakana last layoutids layoutnames layoutobjectnames left leftvalues"
-    u" leftwords length let lg list ln location locationvalues log lookup lookupnext lower max middle middlevalues"
-    u" middlewords min minute mod month monthname monthnamej normalizeembedding npv numtojtext patterncount pi pmt"
-    u" position proper pv quote radians random relationinfo replace rgb right rightvalues rightwords romanhankaku"
-    u" romanzenkaku round samplingrate scriptids scriptnames second self serialincrement setprecision setrecursion"
-    u" sign sin sortvalues sqrt stdev stdevp substitute sum tableids tablenames tan textcolor textcolorremove"
-    u" textdecode textencode textfont textfontremove textformatremove textsize textsizeremove textstyleadd"
-    u" textstyleremove time timestamp trim trimall truncate uniquevalues upper urlpath valuecount valuelistids"
-    u" valuelistitems valuelistnames variance variancep verifycontainer weekofyear weekofyearfiscal while windownames"
-    u" winpath wordcount year yearname ";
 
 // Without the prefix that all functions of a plug-in share, which says nothing about which one is meant.
 std::u16string withoutPrefix(const std::u16string& name)
@@ -60,24 +36,53 @@ std::size_t editDistance(std::u16string_view a, std::u16string_view b)
     return distances.back().back();
 }
 
+// ---- How FileMaker's operators choose between types
+
+// Negative, 0 or positive. Next to a text anything is a text, and what isn't defined is one.
+int compare(const Value& left, const Value& right)
+{
+    const auto isText = [](const Value& value) {
+        return value.type() == ValueType::text || value.type() == ValueType::empty || value.isUndefined();
+    };
+    if (isText(left) || isText(right)) {
+        return foldCase(left.text()).compare(foldCase(right.text()));
+    }
+    return left == right ? 0 : left < right ? -1 : 1;
+}
+
+Value concatenated(const Value& left, const Value& right)
+{
+    const fmx::TextUniquePtr text;
+    text->SetText(left.data().GetAsText());
+    text->AppendText(right.data().GetAsText());
+    return Value(*text);
+}
+
 } // namespace
 
-Function::Function(std::u16string_view itsPrototype, std::u16string_view itsDescription, BuiltIn function)
-    : name(itsPrototype.substr(0, itsPrototype.find(u' '))), prototype(itsPrototype), description(itsDescription),
-      evaluate(std::move(function))
+const Operator* findOperator(std::u16string_view symbol)
 {
-    int braces = 0;
-    int brackets = 0;
-    bool hasAnyNumber = false;
-    for (const char16_t unit : prototype) {
-        braces += unit == u'{' ? 1 : unit == u'}' ? -1 : 0;
-        brackets += unit == u'[' ? 1 : unit == u']' ? -1 : 0;
-        const bool beginsArgument = brackets == 0 && (unit == u'(' || unit == u';');
-        minimumArguments += beginsArgument && braces == 0 ? 1 : 0;
-        maximumArguments += beginsArgument ? 1 : 0;
-        hasAnyNumber = hasAnyNumber || (unit == u'…' && brackets == 0);
-    }
-    maximumArguments = hasAnyNumber ? -1 : maximumArguments;
+    using In = const Value&;
+    static constexpr Operator table[] = {
+        {u"or", 0, true, [](In a, In b) { return Value(a.boolean() || b.boolean()); }},
+        {u"xor", 0, {}, [](In a, In b) { return Value(a.boolean() != b.boolean()); }},
+        {u"and", 1, false, [](In a, In b) { return Value(a.boolean() && b.boolean()); }},
+        {u"=", 2, {}, [](In a, In b) { return Value(compare(a, b) == 0); }},
+        {u"≠", 2, {}, [](In a, In b) { return Value(compare(a, b) != 0); }},
+        {u"<", 2, {}, [](In a, In b) { return Value(compare(a, b) < 0); }},
+        {u">", 2, {}, [](In a, In b) { return Value(compare(a, b) > 0); }},
+        {u"≤", 2, {}, [](In a, In b) { return Value(compare(a, b) <= 0); }},
+        {u"≥", 2, {}, [](In a, In b) { return Value(compare(a, b) >= 0); }},
+        {u"&", 3, {}, concatenated},
+        {u"+", 4, {}, [](In a, In b) { return inTypeOf(a, b, a + b, false); }},
+        {u"-", 4, {}, [](In a, In b) { return inTypeOf(a, b, a - b, true); }},
+        {u"*", 5, {}, [](In a, In b) { return a * b; }},
+        {u"/", 5, {}, [](In a, In b) { return a / b; }},
+        {u"^", 6, {}, power},
+    };
+    const auto* found =
+        std::find_if(std::begin(table), std::end(table), [&](const Operator& entry) { return entry.symbol == symbol; });
+    return found != std::end(table) ? found : nullptr;
 }
 
 std::string rangeText(int least, int most)
@@ -119,7 +124,7 @@ const Function* FunctionTable::find(std::u16string_view name) const
 
 std::string FunctionTable::unknownText(std::u16string_view name, std::string_view kind) const
 {
-    if (fileMakersFunctions.find(u' ' + foldCase(name) + u' ') != std::u16string_view::npos) {
+    if (isLacking(name)) {
         return toUtf8(name) + " is a function of FileMaker that fmxhost lacks.";
     }
     std::vector<std::string> names;

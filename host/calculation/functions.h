@@ -12,6 +12,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace fmxhost {
@@ -20,18 +21,22 @@ struct Operator {
     std::u16string_view symbol;
     int level;                     // of binding, weakest first
     std::optional<bool> decidedBy; // the left operand that is the result whatever stands on the right
-    Value (*apply)(const Value& left, const Value& right);
+    Value (*apply)(const Value& left, const Value& right); // Errors: NoResult
 };
 constexpr int strongestLevel = 6;
 const Operator* findOperator(std::u16string_view symbol); // null for none
 
 using Arguments = std::vector<Value>;
-using BuiltIn = std::function<Value(const Arguments& arguments)>;
+using BuiltIn = std::function<Value(const Arguments& arguments)>; // Errors: NoResult
 
 struct Function {
-    // One of FileMaker's. Its prototype begins with its name and shows how many arguments there may be: those in braces
-    // may be left out, and with "…" there are any number of them.
-    Function(std::u16string_view itsPrototype, std::u16string_view itsDescription, BuiltIn function = nullptr);
+    // One of FileMaker's. Its prototype begins with its name. The parser makes a form of its own of one without code.
+    Function(std::u16string_view itsPrototype, int least, int most, BuiltIn function = nullptr,
+             std::u16string_view itsDescription = {})
+        : name(itsPrototype.substr(0, itsPrototype.find(u' '))), prototype(itsPrototype), description(itsDescription),
+          minimumArguments(least), maximumArguments(most), evaluate(std::move(function))
+    {
+    }
     // A plug-in's, which must stay where it is.
     explicit Function(const fmxkit::ExternalFunction& function)
         : name(function.name), prototype(function.prototype), description(function.description),
@@ -41,10 +46,9 @@ struct Function {
 
     std::u16string_view name;
     std::u16string_view prototype;
-    std::u16string_view description; // of a plug-in's function behind the words to find it by and a "|"
-    int minimumArguments = 0;
-    int maximumArguments = 0; // a negative one: any number
-    // Neither: the parser makes a form of its own of it.
+    std::u16string_view description; // of a plug-in's function, behind the words to find it by and a "|"; may be empty
+    int minimumArguments;
+    int maximumArguments; // a negative one: any number
     BuiltIn evaluate;
     const fmxkit::ExternalFunction* external = nullptr;
 };
@@ -54,6 +58,9 @@ std::string rangeText(int least, int most);
 
 // FileMaker's, in alphabetical order.
 const std::vector<Function>& builtIns();
+
+// Whether FileMaker has such a function, or such a flag, "Get ( flag )", but the host doesn't. In any letter case.
+bool isLacking(std::u16string_view name);
 
 // What Get ( flag ) returns, in any letter case; empty for a flag that isn't known.
 std::optional<Value> stateOf(std::u16string_view flag);

@@ -83,7 +83,7 @@ std::string changedFields(const FMX_ExternCallStruct& before, const FMX_ExternCa
     return names;
 }
 
-// Sends one message with a record in which a change would show, also behind the address in its result field. Answers
+// Sends one message with a record in which a change would show, also behind the address in its result field. Returns
 // what is wrong, if anything.
 std::string sendUnknown(const Examination& examination, Plugin& plugin, unsigned message)
 {

@@ -65,7 +65,7 @@ std::string endOf(const File& file, std::size_t bytes)
     return text;
 }
 
-// Answers the process.
+// Returns the process.
 pid_t start(const Test& test, const Options& options, const File& events, const File& output)
 {
     const std::string program = executableFile().string();

@@ -54,7 +54,7 @@ XML_Index byteIndex(XML_Parser parser)
 
 class DefinitionReader {
 public:
-    // Answers what is wrong.
+    // Returns what is wrong.
     std::vector<std::string> examine(const std::string& definition)
     {
         const std::unique_ptr<std::remove_pointer_t<XML_Parser>, decltype(&XML_ParserFree)> parser(

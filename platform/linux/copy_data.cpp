@@ -3,7 +3,9 @@
 #include "platform/posix/descriptor.h"
 
 #include <linux/fs.h>
+#include <linux/magic.h>
 #include <sys/ioctl.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -38,6 +40,15 @@ int writeAll(int target, const std::byte* bytes, std::size_t count, off_t positi
     return 0;
 }
 
+// It has shrunk, or makes up its content as it is read and says a page's size (sysfs).
+bool mayEndEarly(int source, off_t size)
+{
+    struct stat now {};
+    struct statfs system {};
+    return (fstat(source, &now) == 0 && now.st_size < size) ||
+           (fstatfs(source, &system) == 0 && system.f_type == SYSFS_MAGIC);
+}
+
 bool mayHaveHoles(const struct stat& status)
 {
     return status.st_blocks < status.st_size / 512;
@@ -45,11 +56,21 @@ bool mayHaveHoles(const struct stat& status)
 
 } // namespace
 
-Failure DataCopier::copy(int source, int target, const struct stat& status)
+Failure DataCopier::copy(int source, int target, const struct stat& status, bool mustBeWhole)
 {
     if (status.st_size == 0) {
         return copyUnsized(source, target);
     }
+    hasEndedEarly_ = false;
+    Failure failed = copySized(source, target, status);
+    if (!failed && hasEndedEarly_ && (mustBeWhole || !mayEndEarly(source, status.st_size))) {
+        return Failure::because("it has less content than its size says");
+    }
+    return failed;
+}
+
+Failure DataCopier::copySized(int source, int target, const struct stat& status)
+{
     if (cloned(source, target, status)) {
         return {};
     }
@@ -71,7 +92,7 @@ bool DataCopier::cloned(int source, int target, const struct stat& status)
     if (retried([&] { return ioctl(target, FICLONE, source); }) == 0) {
         return true;
     }
-    // Other answers concern the one file only (a swap file, a file without copy-on-write).
+    // Other errors concern the one file only (a swap file, a file without copy-on-write).
     if (errno == EOPNOTSUPP || errno == ENOTTY || errno == EXDEV) {
         deviceWithoutClones_ = status.st_dev;
     }
@@ -119,7 +140,7 @@ Failure DataCopier::copySparse(int source, int target, off_t size)
             return failed;
         }
         if (position < end) {
-            return {}; // less than it said: shrunk, or made up as it is read (sysfs)
+            return {}; // less than it said
         }
         reached = position;
     }
@@ -128,6 +149,7 @@ Failure DataCopier::copySparse(int source, int target, off_t size)
         return Failure::ofSource(errno);
     }
     const off_t end = std::min(size, now.st_size);
+    hasEndedEarly_ = end < size;
     if (end > reached && retried([&] { return ftruncate(target, end); }) != 0) {
         return Failure::ofTarget(errno);
     }
@@ -173,6 +195,7 @@ Failure DataCopier::copyThroughBuffer(int source, int target, off_t& position, o
             return Failure::ofSource(errno);
         }
         if (count == 0) {
+            hasEndedEarly_ = true;
             break;
         }
         if (const int error = writeAll(target, buffer(), static_cast<std::size_t>(count), position)) {

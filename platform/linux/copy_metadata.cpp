@@ -52,14 +52,14 @@ std::array<timespec, 2> timesOf(const struct stat& status)
 
 } // namespace
 
-Failure keepMetadata(int source, int target, const struct stat& status, Owner current)
+Failure keepMetadata(int source, int target, const struct stat& status, Owner current, bool mustFit)
 {
     mode_t mode = status.st_mode & modeBits;
     const auto changeOwner = [target](uid_t user, gid_t group) { return fchown(target, user, group); };
     if (Failure failed = keepOwner(status, current, mode, changeOwner)) {
         return failed;
     }
-    if (Failure failed = keepExtendedAttributes(AttributeHolder(source), AttributeHolder(target), mode)) {
+    if (Failure failed = keepExtendedAttributes(AttributeHolder(source), AttributeHolder(target), mode, mustFit)) {
         return failed;
     }
     if (fchmod(target, mode) != 0 && isFailure(errno)) {
@@ -86,7 +86,7 @@ Failure keepEntryMetadata(int sourceFolder, const char* sourceName, int targetFo
         return failed;
     }
     if (Failure failed = keepExtendedAttributes(AttributeHolder(sourceFolder, sourceName),
-                                                AttributeHolder(targetFolder, targetName), mode)) {
+                                                AttributeHolder(targetFolder, targetName), mode, false)) {
         return failed;
     }
     // A link has no mode of its own.

@@ -20,8 +20,9 @@ struct Owner {
     bool operator==(const Owner&) const = default;
 };
 
-// Of an open file or folder. `status`: the source's; `current`: whom the copy belongs to as it was made.
-posix::Failure keepMetadata(int source, int target, const struct stat& status, Owner current);
+// Of an open file or folder. `status`: the source's; `current`: whom the copy belongs to as it was made; `mustFit`: as
+// for keepExtendedAttributes().
+posix::Failure keepMetadata(int source, int target, const struct stat& status, Owner current, bool mustFit);
 
 // Of an entry that can't be opened without side effects: a link, a FIFO, a device. The target's folder must be one that
 // nobody else can change, for a mode can't be set without following links.

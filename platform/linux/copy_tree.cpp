@@ -4,10 +4,11 @@
 
 #include "platform/linux/copy_tree.h"
 
-#include "platform/linux/moved_source.h"
+#include "platform/linux/hard_links.h"
 #include "platform/linux/removal_check.h"
 #include "platform/posix/flush.h"
 #include "platform/posix/folder_stack.h"
+#include "platform/posix/moved_source.h"
 #include "platform/posix/tree_walk.h"
 
 #include <fcntl.h>
@@ -24,7 +25,12 @@ using posix::CopyRecord;
 using posix::Descriptor;
 using posix::Failure;
 using posix::Identity;
+using posix::openFile;
+using posix::OpenFile;
+using posix::replacedMeanwhile;
+using posix::requireRest;
 using posix::TreeEntry;
+using posix::waitUntilTimestampSettles;
 
 namespace {
 
@@ -47,9 +53,9 @@ Failure copyLink(int sourceFolder, const char* sourceName, int targetFolder, con
 
 class TreeCopy : public posix::TreeVisitor {
 public:
-    TreeCopy(const CopyOptions& options, int target, Identity forbidden, CopyRecord& copied)
-        : options_(options), flushesEach_(options.isDurable && !posix::isFlushedAsAWhole(target)),
-          files_(options, flushesEach_), targets_(target), forbidden_(forbidden), copied_(copied)
+    TreeCopy(const CopyOptions& options, const TreeTarget& target, CopyRecord& copied)
+        : options_(options), flushesEach_(options.isDurable && !posix::isFlushedAsAWhole(target.folder)),
+          files_(options, flushesEach_), target_(target), targets_(target.folder), copied_(copied)
     {
     }
 
@@ -57,6 +63,7 @@ public:
     Failure choose(const TreeEntry& folder, Choice& choice) override;
     Failure enter(const TreeEntry& folder, int opened) override;
     Failure leave(const TreeEntry& folder, int left, Next& next) override;
+    Failure failed(const TreeEntry& entry, int error) override;
 
     // The source's.
     const struct stat& rootStatus() const { return rootStatus_; }
@@ -67,16 +74,24 @@ private:
         bool mayBeEmptied = false;
     };
 
+    Failure copyFile(const TreeEntry& entry);
+    Failure copySpecialItem(const TreeEntry& entry);
     Failure start(const struct stat& status);
     Failure makeTarget(const TreeEntry& folder);
-    Failure requireRemovable(const TreeEntry& entry);
+    Failure requireCopyable(const TreeEntry& entry);
+    void finish(const TreeEntry& entry, const struct stat& status, bool isLinked);
     void record(const TreeEntry& entry, const struct stat& status);
+    bool link(const TreeEntry& entry, const struct stat& status)
+    {
+        return links_.link(status, target_.folder, targets_.folder(), entry.name);
+    }
 
     CopyOptions options_;
     bool flushesEach_;
     FileCopier files_;
+    TreeTarget target_;
     posix::FolderStack targets_;
-    Identity forbidden_;
+    HardLinks links_;
     CopyRecord& copied_;
     Owner defaultOwner_; // whom the entries belong to as they are made
     struct stat rootStatus_ {};
@@ -85,27 +100,72 @@ private:
 
 Failure TreeCopy::visit(const TreeEntry& entry)
 {
-    if (Failure failed = requireRemovable(entry)) {
-        return failed;
+    if (Failure refused = requireCopyable(entry)) {
+        return refused;
     }
+    return entry.type == DT_REG ? copyFile(entry) : copySpecialItem(entry);
+}
+
+// What has vanished by now could as well have vanished before it was listed. ESTALE: NFS says so.
+Failure TreeCopy::failed(const TreeEntry& entry, int error)
+{
+    const bool hasVanished = error == ENOENT || error == ESTALE;
+    return hasVanished && !options_.isMove && !entry.isRoot() ? Failure{} : Failure::ofSource(error);
+}
+
+Failure TreeCopy::copyFile(const TreeEntry& entry)
+{
+    OpenFile source;
+    if (Failure unopened = openFile(entry.folder, entry.name, source)) {
+        return unopened.error != 0 ? failed(entry, unopened.error) : std::move(unopened);
+    }
+    if (Failure failure = options_.isMove ? requireRest(source) : Failure{}) {
+        return failure;
+    }
+    const bool isLinked = link(entry, source.status);
+    if (Failure failure = isLinked ? Failure{} : files_.copy(source, targets_.folder(), entry.name, defaultOwner_)) {
+        return failure;
+    }
+    finish(entry, source.status, isLinked);
+    return {};
+}
+
+Failure TreeCopy::copySpecialItem(const TreeEntry& entry)
+{
     struct stat status {};
-    const int target = targets_.folder();
-    Failure failed = entry.type == DT_REG ? files_.copy(entry.folder, entry.name, target, defaultOwner_, status)
-                                          : copySpecial(entry.folder, entry.name, target, entry.name, status);
-    if (!failed) {
-        record(entry, status);
+    if (fstatat(entry.folder, entry.name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
+        return failed(entry, errno);
     }
-    return failed;
+    const bool isLinked = link(entry, status);
+    const int target = targets_.folder();
+    Failure failure = isLinked ? Failure{} : copySpecial(entry.folder, entry.name, target, entry.name, status);
+    if (failure) { // of a link that has vanished meanwhile nothing was made
+        const bool isOfSource = failure.side == Failure::Side::source && failure.error != 0;
+        return isOfSource ? failed(entry, failure.error) : std::move(failure);
+    }
+    finish(entry, status, isLinked);
+    return {};
+}
+
+void TreeCopy::finish(const TreeEntry& entry, const struct stat& status, bool isLinked)
+{
+    if (!isLinked && status.st_nlink > 1) {
+        links_.remember(status, entry.path());
+    }
+    record(entry, status);
 }
 
 Failure TreeCopy::choose(const TreeEntry& folder, Choice&)
 {
-    return requireRemovable(folder);
+    return requireCopyable(folder);
 }
 
 // Of an empty folder nobody needs to be able to remove anything.
-Failure TreeCopy::requireRemovable(const TreeEntry& entry)
+Failure TreeCopy::requireCopyable(const TreeEntry& entry)
 {
+    if (target_.name == entry.name) {
+        return Failure::because(intoItself).at(entry.folderPath());
+    }
     if (!options_.isMove || entry.isRoot()) {
         return {};
     }
@@ -124,8 +184,11 @@ Failure TreeCopy::enter(const TreeEntry& folder, int opened)
     if (fstat(opened, &status) != 0) {
         return Failure::ofSource(errno);
     }
-    if (Identity::of(status) == forbidden_) {
+    if (Identity::of(status) == target_.place) {
         return Failure::because(intoItself);
+    }
+    if (Failure failed = options_.isMove ? waitUntilTimestampSettles(opened, status) : Failure{}) {
+        return failed;
     }
     levels_.push_back({status});
     record(folder, status);
@@ -155,7 +218,7 @@ Failure TreeCopy::makeTarget(const TreeEntry& folder)
 
 void TreeCopy::record(const TreeEntry& entry, const struct stat& status)
 {
-    if (options_.isMove) {
+    if (options_.needsRecord()) {
         copied_.add(entry.place(), status);
     }
 }
@@ -170,7 +233,7 @@ Failure TreeCopy::leave(const TreeEntry& folder, int left, Next&)
         return Failure::ofTarget(error);
     }
     const int target = folder.isRoot() ? targets_.folder() : inner.get();
-    if (Failure failed = keepMetadata(left, target, status, defaultOwner_)) {
+    if (Failure failed = keepMetadata(left, target, status, defaultOwner_, options_.isMove)) {
         return failed;
     }
     return Failure::ofTarget(flushesEach_ ? posix::flushFolder(target) : 0);
@@ -180,26 +243,18 @@ Failure TreeCopy::leave(const TreeEntry& folder, int left, Next&)
 
 Failure FileCopier::fill(const OpenFile& source, int target, Owner current)
 {
-    if (Failure failed = data_.copy(source.descriptor.get(), target, source.status)) {
+    if (Failure failed = data_.copy(source.descriptor.get(), target, source.status, options_.isMove)) {
         return failed;
     }
-    if (Failure failed = keepMetadata(source.descriptor.get(), target, source.status, current)) {
+    if (Failure failed = keepMetadata(source.descriptor.get(), target, source.status, current, options_.isMove)) {
         return failed;
     }
     const int error = flushesEach_ ? posix::flushFile(target) : 0;
     return Failure::ofTarget(error);
 }
 
-Failure FileCopier::copy(int sourceFolder, const char* name, int targetFolder, Owner defaultOwner, struct stat& status)
+Failure FileCopier::copy(const OpenFile& source, int targetFolder, const char* name, Owner defaultOwner)
 {
-    OpenFile source;
-    if (Failure failed = openFile(sourceFolder, name, source)) {
-        return failed;
-    }
-    if (Failure failed = options_.isMove ? waitUntilTimestampSettles(source) : Failure{}) {
-        return failed;
-    }
-    status = source.status;
     Descriptor target = posix::openAt(targetFolder, name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, S_IRUSR | S_IWUSR);
     if (!target) {
         return Failure::ofTarget(errno);
@@ -211,11 +266,8 @@ Failure FileCopier::copy(int sourceFolder, const char* name, int targetFolder, O
 }
 
 Failure copySpecial(int sourceFolder, const char* sourceName, int targetFolder, const char* targetName,
-                    struct stat& status)
+                    const struct stat& status)
 {
-    if (fstatat(sourceFolder, sourceName, &status, AT_SYMLINK_NOFOLLOW) != 0) {
-        return Failure::ofSource(errno);
-    }
     if (S_ISSOCK(status.st_mode)) {
         return Failure::because("a socket can't be copied");
     }
@@ -232,11 +284,11 @@ Failure copySpecial(int sourceFolder, const char* sourceName, int targetFolder, 
     return keepEntryMetadata(sourceFolder, sourceName, targetFolder, targetName, status);
 }
 
-Failure copyTree(const CopyOptions& options, int sourceFolder, const char* name, int target, Identity forbidden,
+Failure copyTree(const CopyOptions& options, int sourceFolder, const char* name, const TreeTarget& target,
                  CopyRecord& copied, struct stat& status)
 {
-    TreeCopy copy(options, target, forbidden, copied);
-    Failure failed = walkTree(sourceFolder, name, copy);
+    TreeCopy copy(options, target, copied);
+    Failure failed = walkTree(sourceFolder, name, copy, posix::Names::allFirst);
     status = copy.rootStatus();
     return failed;
 }

@@ -172,7 +172,9 @@ void deriveKeyWith(std::span<const std::byte> password, std::span<const std::byt
 // Looked up once: a look-up takes longer than the encryption of a small file. No configuration file is read.
 const EVP_CIPHER* cipher(const char* name)
 {
-    static const bool isReady = OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG, nullptr) == 1;
+    // Without memory for its default context, libcrypto 3.0 would go on without one and crash.
+    static const bool isReady =
+        OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG, nullptr) == 1 && OSSL_LIB_CTX_get0_global_default() != nullptr;
     require(isReady);
     const EVP_CIPHER* const found = EVP_CIPHER_fetch(nullptr, name, nullptr);
     require(found != nullptr);

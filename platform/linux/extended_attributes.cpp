@@ -2,8 +2,10 @@
 
 #include <linux/posix_acl_xattr.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/xattr.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -17,6 +19,9 @@ using posix::Failure;
 namespace {
 
 constexpr const char* accessList = "system.posix_acl_access";
+
+// ext4 keeps an item's attributes in a block, of 1 KiB at least.
+constexpr std::size_t certainToFit = 900;
 
 // Tags and rights of <linux/posix_acl.h>, which isn't for programs.
 constexpr unsigned ownerGroupTag = 0x04;
@@ -95,7 +100,7 @@ bool readValue(const AttributeHolder& source, const char* name, std::vector<char
 } // namespace
 
 AttributeHolder::AttributeHolder(int folder, const char* name)
-    : path_("/proc/self/fd/" + std::to_string(folder) + "/" + name)
+    : path_(ownDescriptors + std::to_string(folder) + "/" + name)
 {
 }
 
@@ -115,13 +120,23 @@ int AttributeHolder::set(const char* name, const void* value, std::size_t size) 
                          : lsetxattr(path_.c_str(), name, value, size, 0);
 }
 
-Failure keepExtendedAttributes(const AttributeHolder& source, const AttributeHolder& target, mode_t& mode)
+// ENOSPC says of a full disk and, on ext4, of a value that is too large.
+bool AttributeHolder::hasRoomFor(std::size_t size) const
+{
+    struct statvfs space {};
+    constexpr std::size_t reserve = std::size_t{1} << 20;
+    return path_.empty() && fstatvfs(descriptor_, &space) == 0 &&
+           space.f_bavail > (size + reserve) / std::max<std::size_t>(space.f_frsize, 1);
+}
+
+Failure keepExtendedAttributes(const AttributeHolder& source, const AttributeHolder& target, mode_t& mode, bool mustFit)
 {
     std::vector<char> names;
     if (Failure failed = readNames(source, names)) {
         return failed;
     }
     std::vector<char> value;
+    std::size_t total = 0; // of names and values
     for (std::size_t at = 0; at < names.size(); at += std::strlen(names.data() + at) + 1) {
         const char* name = names.data() + at;
         if (!readValue(source, name, value)) {
@@ -130,11 +145,17 @@ Failure keepExtendedAttributes(const AttributeHolder& source, const AttributeHol
             }
             continue;
         }
+        total += std::strlen(name) + value.size();
         if (target.set(name, value.data(), value.size()) == 0) {
             continue;
         }
-        if (isFailure(name, errno)) {
-            return Failure::ofTarget(errno);
+        const int error = errno;
+        const bool isTooLarge = error == E2BIG || (error == ENOSPC && total > certainToFit && target.hasRoomFor(total));
+        if (isTooLarge && mustFit) {
+            return Failure::because("an extended attribute is too large for the file system of the target");
+        }
+        if (!isTooLarge && isFailure(name, error)) {
+            return Failure::ofTarget(error);
         }
         if (std::string_view(name) == accessList) {
             mode = withoutList(mode, value);

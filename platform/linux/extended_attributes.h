@@ -10,6 +10,10 @@
 
 namespace platform::linux_os {
 
+// Where the thread's open files are: not those of the process, for a thread can have descriptors of its own
+// (unshare(2), CLONE_FILES).
+inline constexpr const char* ownDescriptors = "/proc/thread-self/fd/";
+
 // An item whose attributes are read or written: an open file or folder, or, for what can't be opened without side
 // effects (links, FIFOs, devices), an entry of an open folder, reached through /proc and never followed.
 class AttributeHolder {
@@ -22,14 +26,19 @@ public:
     ssize_t get(const char* name, void* value, std::size_t size) const;
     int set(const char* name, const void* value, std::size_t size) const;
 
+    // Whether so many bytes are free on the item's file system.
+    bool hasRoomFor(std::size_t size) const;
+
 private:
     int descriptor_ = -1;
     std::string path_; // empty for an open item
 };
 
-// Sets every attribute of `source` on `target`. What the target's file system has no place for and what takes a
-// privilege that the process lacks is left out; a full file system is a failure. When an access list can't be kept,
-// `mode` loses the rights that its group bits then would give to the owning group alone.
-posix::Failure keepExtendedAttributes(const AttributeHolder& source, const AttributeHolder& target, mode_t& mode);
+// Sets every attribute of `source` on `target`. What takes a privilege that the process lacks is left out, and so are
+// all attributes where the target's file system has none, and one that is too large for it; with `mustFit` the last is
+// a failure. A full file system always is. When an access list can't be kept, `mode` loses the rights that its group
+// bits then would give to the owning group alone.
+posix::Failure keepExtendedAttributes(const AttributeHolder& source, const AttributeHolder& target, mode_t& mode,
+                                      bool mustFit);
 
 } // namespace platform::linux_os

@@ -34,7 +34,7 @@ struct LocalVolume {
     std::vector<MountPoint> mountPoints; // best first: "/", then whole file systems, then shown parts
 };
 
-// The mounts of `file`, such as "/proc/self/mountinfo", in its order; nothing when it can't be read.
+// The mounts of `file`, such as "/proc/self/mountinfo", in its order; empty when it can't be read.
 std::optional<std::vector<Mount>> readMounts(const char* file);
 
 // The local volumes among the mounts, each once, in the order of their first mount. Mounts that others cover are left

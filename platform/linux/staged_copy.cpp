@@ -1,12 +1,13 @@
 #include "platform/linux/staged_copy.h"
 
-#include "platform/linux/moved_source.h"
+#include "platform/linux/extended_attributes.h"
 #include "platform/linux/removal_check.h"
-#include "platform/linux/remove_tree.h"
 #include "platform/posix/access_lists.h"
 #include "platform/posix/failure.h"
 #include "platform/posix/flush.h"
+#include "platform/posix/moved_source.h"
 #include "platform/posix/names.h"
+#include "platform/posix/remove_tree.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -17,10 +18,14 @@
 namespace platform::linux_os {
 
 using posix::Descriptor;
+using posix::discardEntry;
 using posix::Failure;
 using posix::Identity;
 using posix::Location;
 using posix::openAt;
+using posix::openFile;
+using posix::OpenFile;
+using posix::requireRest;
 using posix::temporaryName;
 
 namespace {
@@ -30,10 +35,19 @@ constexpr const char* specialName = "item";
 
 constexpr int attempts = 8; // at a temporary name that nothing has
 
-// Gives an unnamed file its name; returns an errno value, EEXIST when the name is taken.
+// Gives an unnamed file its name; returns an errno value, EEXIST when the name is taken. EBADF when another file is at
+// the descriptor's number there, as it may be in a host that does strange things with its threads.
 int linkUnnamed(int file, int folder, const char* name)
 {
-    const std::string path = "/proc/self/fd/" + std::to_string(file);
+    const std::string path = ownDescriptors + std::to_string(file);
+    struct stat wanted {};
+    struct stat found {};
+    if (fstat(file, &wanted) != 0 || stat(path.c_str(), &found) != 0) {
+        return errno;
+    }
+    if (Identity::of(found) != Identity::of(wanted)) {
+        return EBADF;
+    }
     return linkat(AT_FDCWD, path.c_str(), folder, name, AT_SYMLINK_FOLLOW) == 0 ? 0 : errno;
 }
 
@@ -61,8 +75,11 @@ StagedCopy::~StagedCopy()
 
 Outcome StagedCopy::build()
 {
-    if (Outcome outcome = check(); !outcome.ok()) {
-        return outcome;
+    if (fstatat(source_.folder.get(), source_.path.name.c_str(), &status_, AT_SYMLINK_NOFOLLOW) != 0) {
+        return failed(Failure::ofSource(errno));
+    }
+    if (const int error = options_.isMove ? errorOfRemoving() : 0) {
+        return failed(Failure::ofSource(error));
     }
     copied_ = {};
     Outcome outcome = S_ISREG(status_.st_mode) ? buildFile() : isFolder() ? buildFolder() : buildSpecial();
@@ -70,38 +87,16 @@ Outcome StagedCopy::build()
     return outcome;
 }
 
-Outcome StagedCopy::check()
+// Of the source, as far as it can be seen.
+int StagedCopy::errorOfRemoving() const
 {
     const int sourceFolder = source_.folder.get();
-    const char* name = source_.path.name.c_str();
-    if (fstatat(sourceFolder, name, &status_, AT_SYMLINK_NOFOLLOW) != 0) {
-        return failed(Failure::ofSource(errno));
-    }
-    if (source_.path.endsInSlash && !isFolder() && !S_ISLNK(status_.st_mode)) {
-        return failed(Failure::ofSource(ENOTDIR));
-    }
-    struct stat existing {};
-    if (fstatat(target_.folder.get(), target_.path.name.c_str(), &existing, AT_SYMLINK_NOFOLLOW) == 0) {
-        return failed(Failure::ofTarget(EEXIST));
-    }
-    if (errno != ENOENT || fstat(target_.folder.get(), &targetFolder_) != 0) {
-        return failed(Failure::ofTarget(errno));
-    }
-    if (target_.path.endsInSlash && !isFolder()) {
-        return failed(Failure::ofTarget(ENOTDIR));
-    }
-    if (isFolder() && posix::isInside(target_.folder.get(), Identity::of(status_)).value_or(false)) {
-        return failed(Failure::because(intoItself));
-    }
-    if (!options_.isMove) {
-        return Outcome::success();
-    }
     struct stat folder {};
-    int error = errorOfRemovingFrom(sourceFolder);
-    if (error == 0) {
-        error = fstat(sourceFolder, &folder) == 0 ? errorOfRemovingEntry(sourceFolder, folder, name) : errno;
+    if (const int error = errorOfRemovingFrom(sourceFolder)) {
+        return error;
     }
-    return error == 0 ? Outcome::success() : failed(Failure::ofSource(error));
+    return fstat(sourceFolder, &folder) == 0 ? errorOfRemovingEntry(sourceFolder, folder, source_.path.name.c_str())
+                                             : errno;
 }
 
 Outcome StagedCopy::buildFile()
@@ -109,7 +104,7 @@ Outcome StagedCopy::buildFile()
     OpenFile source;
     Failure failure = openFile(source_.folder.get(), source_.path.name.c_str(), source);
     if (!failure && options_.isMove) {
-        failure = waitUntilTimestampSettles(source);
+        failure = requireRest(source);
     }
     if (failure) {
         return failed(failure);
@@ -133,7 +128,7 @@ int StagedCopy::makeFile()
 {
     const int folder = target_.folder.get();
     constexpr mode_t ownerOnly = S_IRUSR | S_IWUSR;
-    if (usesUnnamedFiles_ && access("/proc/self/fd", X_OK) == 0) {
+    if (usesUnnamedFiles_ && access(ownDescriptors, X_OK) == 0) {
         made_ = openAt(folder, ".", O_TMPFILE | O_WRONLY, ownerOnly);
         // EISDIR: a kernel, EOPNOTSUPP and EINVAL: a file system that doesn't know O_TMPFILE.
         if (made_ || (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL)) {
@@ -195,8 +190,12 @@ Outcome StagedCopy::buildFolder()
     if (Outcome outcome = makeTemporaryFolder(); !outcome.ok()) {
         return outcome;
     }
-    Failure failure = copyTree(options_, source_.folder.get(), source_.path.name.c_str(), made_.get(),
-                               Identity::of(targetFolder_), copied_, status_);
+    struct stat place {};
+    if (fstat(target_.folder.get(), &place) != 0) {
+        return failed(Failure::ofTarget(errno));
+    }
+    Failure failure = copyTree(options_, source_.folder.get(), source_.path.name.c_str(),
+                               {made_.get(), temporaryName_, Identity::of(place)}, copied_, status_);
     if (!failure && options_.isDurable && posix::isFlushedAsAWhole(made_.get())) {
         failure = Failure::ofTarget(posix::flushFileSystem(made_.get()));
     }
@@ -272,15 +271,21 @@ bool StagedCopy::isRefusedAsUnnamed(int error) const
     }
 }
 
+// What others have done to it by now stays.
 void StagedCopy::withdraw() const
 {
     const int folder = target_.folder.get();
     const char* name = target_.path.name.c_str();
     struct stat now {};
-    if (fstatat(folder, name, &now, AT_SYMLINK_NOFOLLOW) == 0 && Identity::of(now) == Identity::of(published_) &&
-        (isFolder() || (now.st_size == published_.st_size && now.st_mtim.tv_sec == published_.st_mtim.tv_sec &&
-                        now.st_mtim.tv_nsec == published_.st_mtim.tv_nsec))) {
-        discardEntry(folder, name);
+    struct stat made {};
+    if (fstatat(folder, name, &now, AT_SYMLINK_NOFOLLOW) != 0) {
+        return;
+    }
+    // Some file systems give an item another number with each name.
+    const bool isOurs = isSpecial(status_) ? Identity::of(now) == Identity::of(published_)
+                                           : fstat(made_.get(), &made) == 0 && Identity::of(now) == Identity::of(made);
+    if (isOurs) {
+        posix::withdrawCopy(folder, name, copied_);
     }
 }
 

@@ -26,15 +26,15 @@ public:
     StagedCopy(const StagedCopy&) = delete;
     StagedCopy& operator=(const StagedCopy&) = delete;
 
-    // Copies everything, onto the disk where the options say so. Refuses before anything is written: a missing source,
-    // a target that exists, a folder into itself, and for a move a source that can't be removed.
+    // Copies everything, onto the disk where the options say so. A move's source that can't be removed is refused
+    // first.
     Outcome build();
 
-    // Gives the copy its name, unless something else has it by now; the name too is then on the disk where the aim says
+    // Gives the copy its name, unless something else has it by now; the name too is then on the disk where the options say
     // so.
     Outcome publish();
 
-    // Otherwise a published copy goes with the value, unless it has been replaced or changed since.
+    // Otherwise a published copy goes with the value, but for what others have put into it or changed.
     void keep() { removeOnExit_ = false; }
 
     // The source as it was copied; for a move only, once build() is through.
@@ -42,7 +42,7 @@ public:
     bool isFolder() const { return S_ISDIR(status_.st_mode); }
 
 private:
-    Outcome check();
+    int errorOfRemoving() const;
     Outcome buildFile();
     Outcome buildFolder();
     Outcome buildSpecial();
@@ -64,7 +64,6 @@ private:
     bool usesUnnamedFiles_ = true;
     bool removeOnExit_ = false; // published, but not kept
     struct stat status_ {};
-    struct stat targetFolder_ {};
     struct stat published_ {};  // the copy as it got its name
     posix::Descriptor made_;    // the file, the folder, or the folder around a special item
     std::string temporaryName_; // in the target's folder; empty for an unnamed file and when published
@@ -72,3 +71,10 @@ private:
 };
 
 } // namespace platform::linux_os
+
+namespace platform::posix {
+
+using linux_os::intoItself;
+using linux_os::StagedCopy;
+
+} // namespace platform::posix

@@ -28,7 +28,7 @@ using posix::Descriptor;
 using posix::openAt;
 using posix::retried;
 
-// The mount point's folder; nothing when something else is to be seen there by now, or when it doesn't answer. Opened
+// The mount point's folder; empty when something else is to be seen there by now, or when it doesn't answer. Opened
 // as a mere place, and only then asked: so no question goes to a file system that was mounted over it meanwhile.
 Descriptor openAnswering(const MountPoint& point)
 {

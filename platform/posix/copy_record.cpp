@@ -35,15 +35,15 @@ const timespec& change(const struct stat& status)
 }
 #endif
 
-std::uint64_t fingerprint(Place place, const struct stat& status, bool withChange)
+std::uint64_t fingerprint(Place place, const struct stat& status, bool isWhole)
 {
     std::array<std::uint64_t, 7> facts{place, std::uint64_t{status.st_mode} & S_IFMT};
-    if (!S_ISDIR(status.st_mode)) {
+    if (isWhole || !S_ISDIR(status.st_mode)) {
         facts[2] = static_cast<std::uint64_t>(status.st_size);
         facts[3] = static_cast<std::uint64_t>(modification(status).tv_sec);
         facts[4] = static_cast<std::uint64_t>(modification(status).tv_nsec);
     }
-    if (!S_ISDIR(status.st_mode) && withChange) {
+    if (isWhole) {
         facts[5] = static_cast<std::uint64_t>(change(status).tv_sec);
         facts[6] = static_cast<std::uint64_t>(change(status).tv_nsec) + 1; // never as without
     }
@@ -60,7 +60,8 @@ Place placeOf(Place folder, std::string_view name)
 
 void CopyRecord::add(Place place, const struct stat& status)
 {
-    prints_.push_back(fingerprint(place, status, status.st_nlink == 1));
+    prints_.push_back(fingerprint(place, status, true));
+    prints_.push_back(fingerprint(place, status, false));
 }
 
 void CopyRecord::close()
@@ -70,10 +71,24 @@ void CopyRecord::close()
 
 bool CopyRecord::holds(Place place, const struct stat& status) const
 {
-    const auto has = [&](bool withChange) {
-        return std::binary_search(prints_.begin(), prints_.end(), fingerprint(place, status, withChange));
-    };
-    return has(true) || has(false);
+    return std::binary_search(prints_.begin(), prints_.end(), fingerprint(place, status, true));
+}
+
+bool CopyRecord::holdsContent(Place place, const struct stat& status) const
+{
+    return std::binary_search(prints_.begin(), prints_.end(), fingerprint(place, status, false));
+}
+
+bool hasSameContent(const struct stat& now, const struct stat& before)
+{
+    return now.st_dev == before.st_dev && now.st_size == before.st_size &&
+           modification(now).tv_sec == modification(before).tv_sec &&
+           modification(now).tv_nsec == modification(before).tv_nsec;
+}
+
+std::int64_t timeOfChange(const struct stat& status)
+{
+    return std::int64_t{change(status).tv_sec} * 1'000'000'000 + change(status).tv_nsec;
 }
 
 std::int64_t timeUntilNextStamp(const struct stat& status)

@@ -1,7 +1,8 @@
 // What a copy found in its source, for a move that removes nothing else.
 //
-// Of each entry only a fingerprint is kept, 8 bytes for place, kind, size and times, so that a million entries take
-// 8 MB. That another state of an entry has a fingerprint of the record's is as likely as a million in 2^64.
+// Of each entry only two fingerprints of 8 bytes are kept, one of its whole state and one of what a copy shares with
+// it, so that a million entries take 16 MB. That another state of an entry has a fingerprint of the record's is as
+// likely as two million in 2^64.
 #pragma once
 
 #include <sys/stat.h>
@@ -23,16 +24,27 @@ public:
     // `status`: from before the entry was read.
     void add(Place place, const struct stat& status);
 
-    // To be called once, after the last add() and before the first holds().
+    // To be called once, after the last add() and before the first question.
     void close();
 
-    // Whether the entry is as it was: a folder by its place alone, anything else by its size, the time of its last
-    // modification and, unless it has or had several names, of its last change, which a removed name sets.
+    // Whether the entry is as it was: kind, size, and the times of its last modification and of its last change, which
+    // nobody can set back and which tells of new rights as well.
     bool holds(Place place, const struct stat& status) const;
+
+    // Whether its content is as it was: of a folder its kind alone, of anything else kind, size and the time of its
+    // last modification. True of the entry's copy, too, and of what has lost one of several names.
+    bool holdsContent(Place place, const struct stat& status) const;
 
 private:
     std::vector<std::uint64_t> prints_;
 };
+
+// Whether an item that was given another name is what it was: by device, size and time of last modification. Its inode
+// number may be another one on file systems that make it of the name (exFAT, SMB, some of FUSE).
+bool hasSameContent(const struct stat& now, const struct stat& before);
+
+// The time of the item's last change (status), in nanoseconds since 1970.
+std::int64_t timeOfChange(const struct stat& status);
 
 // How long a further change of the item could still get the time of its last one, in nanoseconds; 0: not any more. Goes
 // by the precision that the time shows: two seconds are FAT's, one SFTP's and HFS+'s, 10 ms exFAT's; else a tick of the

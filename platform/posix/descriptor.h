@@ -67,6 +67,14 @@ inline constexpr int asPlace = O_SEARCH;
 inline constexpr int asPlace = O_PATH | O_DIRECTORY;
 #endif
 
+// Opens an item whatever it is, a link itself, so that its status can be asked for, where the system can do that
+// without side effects.
+#ifdef __APPLE__
+inline constexpr int itself = O_RDONLY | O_SYMLINK | O_NONBLOCK;
+#else
+inline constexpr int itself = O_PATH | O_NOFOLLOW;
+#endif
+
 // Opens a folder for reading, and nothing else: no link is followed to it.
 inline constexpr int folderItself = O_RDONLY | O_DIRECTORY | O_NOFOLLOW;
 

@@ -3,23 +3,29 @@
 #include "platform/file_manager.h"
 #include "platform/posix/descriptor.h"
 #include "platform/posix/item_path.h"
+#include "platform/posix/tree_walk.h"
+#include "platform/unicode.h"
 
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <climits>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace platform {
 
 using posix::asPlace;
 using posix::Descriptor;
+using posix::Failure;
 using posix::Identity;
 using posix::ItemPath;
 using posix::openAt;
+using posix::TreeEntry;
 
 namespace {
 
@@ -69,10 +75,37 @@ struct Entry {
     struct stat status {};
 };
 
+#ifdef __APPLE__
+bool haveSameTimes(const struct stat& one, const struct stat& other)
+{
+    return one.st_mtimespec.tv_sec == other.st_mtimespec.tv_sec &&
+           one.st_mtimespec.tv_nsec == other.st_mtimespec.tv_nsec &&
+           one.st_ctimespec.tv_sec == other.st_ctimespec.tv_sec &&
+           one.st_ctimespec.tv_nsec == other.st_ctimespec.tv_nsec;
+}
+#else
+bool haveSameTimes(const struct stat& one, const struct stat& other)
+{
+    return one.st_mtim.tv_sec == other.st_mtim.tv_sec && one.st_mtim.tv_nsec == other.st_mtim.tv_nsec &&
+           one.st_ctim.tv_sec == other.st_ctim.tv_sec && one.st_ctim.tv_nsec == other.st_ctim.tv_nsec;
+}
+#endif
+
+// Through a network or FUSE an item is on another device, but nearly always has its number, and its times, of which
+// nobody can set the one of the last change.
+bool mayBeSame(const struct stat& one, const struct stat& other)
+{
+    if (one.st_dev == other.st_dev) {
+        return one.st_ino == other.st_ino;
+    }
+    return one.st_ino == other.st_ino && (one.st_mode & S_IFMT) == (other.st_mode & S_IFMT) &&
+           one.st_size == other.st_size && haveSameTimes(one, other);
+}
+
 // One item has several entries only as a file with hard links. Of those in one folder the name tells them apart.
 bool isSameEntry(const Entry& one, const Entry& other)
 {
-    if (Identity::of(one.status) != Identity::of(other.status)) {
+    if (!mayBeSame(one.status, other.status)) {
         return false;
     }
     if (S_ISDIR(one.status.st_mode) || one.status.st_nlink == 1) {
@@ -81,19 +114,52 @@ bool isSameEntry(const Entry& one, const Entry& other)
     struct stat folder {};
     struct stat otherFolder {};
     return fstat(one.folder, &folder) != 0 || fstat(other.folder, &otherFolder) != 0 ||
-           (Identity::of(folder) == Identity::of(otherFolder) && one.name == other.name);
+           (mayBeSame(folder, otherFolder) && one.name == other.name);
 }
 
-bool goesWith(const Entry& removed, const Entry& kept)
+// Looks through a tree for folders: one that is mounted elsewhere, too, isn't found by going up from there.
+class FolderSearch : public posix::TreeVisitor {
+public:
+    explicit FolderSearch(const std::vector<struct stat>& wanted) : wanted_(wanted) {}
+
+    Failure visit(const TreeEntry&) override { return {}; }
+
+    Failure enter(const TreeEntry&, int opened) override
+    {
+        struct stat status {};
+        if (fstat(opened, &status) != 0) {
+            return Failure::ofSource(errno);
+        }
+        const bool isFound =
+            std::any_of(wanted_.begin(), wanted_.end(), [&](const struct stat& one) { return mayBeSame(one, status); });
+        return isFound ? Failure::because("found") : Failure{};
+    }
+
+    Failure failed(const TreeEntry& entry, int error) override
+    {
+        return error == ENOENT && !entry.isRoot() ? Failure{} : Failure::ofSource(error);
+    }
+
+private:
+    const std::vector<struct stat>& wanted_;
+};
+
+// Whether what is removed is the item, or a folder above it; the folders around the item are added to `around`.
+bool goesWith(const Entry& removed, const Entry& kept, std::vector<struct stat>& around)
 {
-    if (isSameEntry(removed, kept)) {
+    struct stat holder {};
+    if (fstat(kept.folder, &holder) != 0 || isSameEntry(removed, kept)) {
         return true;
     }
     if (!S_ISDIR(removed.status.st_mode)) {
         return false;
     }
-    const Descriptor inner =
-        S_ISDIR(kept.status.st_mode) ? openAt(kept.folder, kept.name.c_str(), asPlace) : Descriptor();
+    around.push_back(holder);
+    Descriptor inner;
+    if (S_ISDIR(kept.status.st_mode)) {
+        around.push_back(kept.status);
+        inner = openAt(kept.folder, kept.name.c_str(), asPlace);
+    }
     return posix::isInside(inner ? inner.get() : kept.folder, Identity::of(removed.status)).value_or(true);
 }
 
@@ -123,6 +189,20 @@ std::optional<bool> posix::isInside(int folder, Identity ancestor)
     }
 }
 
+bool posix::canBeReached(PathView path)
+{
+    const std::optional<std::string> bytes = fileSystemRepresentation(path);
+    struct stat status {};
+    if (!bytes || stat(bytes->c_str(), &status) != 0) {
+        return false;
+    }
+    if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) {
+        return true;
+    }
+    const Descriptor item = openAt(AT_FDCWD, bytes->c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY);
+    return item || errno == EACCES || errno == EPERM; // a move needs no permission to read
+}
+
 bool removalTakesAway(PathView removed, PathView kept)
 {
     const std::optional<ItemPath> gone = ItemPath::of(removed);
@@ -136,17 +216,19 @@ bool removalTakesAway(PathView removed, PathView kept)
     if (!goneFolder || fstatat(one.folder, one.name.c_str(), &one.status, AT_SYMLINK_NOFOLLOW) != 0) {
         return !leadsNowhere(errno);
     }
+    std::vector<struct stat> around;
     Descriptor folder = openAt(AT_FDCWD, next->folder.c_str(), asPlace);
     for (int links = 0; folder && links <= mostLinks; ++links) {
         Entry other{folder.get(), next->name};
         if (fstatat(other.folder, other.name.c_str(), &other.status, AT_SYMLINK_NOFOLLOW) != 0) {
             return !leadsNowhere(errno);
         }
-        if (goesWith(one, other)) {
+        if (goesWith(one, other, around)) {
             return true;
         }
         if (!S_ISLNK(other.status.st_mode)) {
-            return false;
+            FolderSearch search(around);
+            return S_ISDIR(one.status.st_mode) && walkTree(one.folder, one.name.c_str(), search);
         }
         std::optional<ItemPath> text = textOfLink(folder.get(), next->name.c_str());
         if (!text) {

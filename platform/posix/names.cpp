@@ -87,6 +87,15 @@ int renameByLinking(int fromFolder, const char* from, int toFolder, const char* 
 
 } // namespace
 
+int exchange(int fromFolder, const char* from, int toFolder, const char* to)
+{
+#ifdef __APPLE__
+    return renameatx_np(fromFolder, from, toFolder, to, RENAME_SWAP) == 0 ? 0 : errno;
+#else
+    return renameat2(fromFolder, from, toFolder, to, RENAME_EXCHANGE) == 0 ? 0 : errno;
+#endif
+}
+
 std::string temporaryName()
 {
     constexpr std::string_view letters = "abcdefghijklmnopqrstuvwxyz234567";

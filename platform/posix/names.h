@@ -21,6 +21,9 @@ std::string temporaryName();
 // claimed first, by a new empty file or folder of our own that the rename then replaces.
 int renameExclusively(int fromFolder, const char* from, int toFolder, const char* to);
 
+// Two entries exchange their names in one step. Not every file system can (EINVAL).
+int exchange(int fromFolder, const char* from, int toFolder, const char* to);
+
 // Takes an item's name away, and gives it back in the end, also to what is left of the item, unless it is gone by then.
 class Hiding {
 public:

@@ -1,4 +1,4 @@
-#include "archive/routine.h"
+#include "archive/routines.h"
 
 #include "support/scratch_folder.h"
 
@@ -79,9 +79,9 @@ TEST_F(ArchiveRoutine, LearnsHowItsScriptEnded)
     useScript("trap '' PIPE; head -c 300000 /dev/zero 2>/dev/null; exit 127");
     EXPECT_EQ(run(unzipAFile, job), 127 * 256);
 
-    // Where the system keeps no wait status, the report tells it.
+    // Where the system keeps no wait status, the script's report tells it.
     const auto previous = std::signal(SIGCHLD, SIG_IGN);
-    useScript("printf '\\n82 unzip: no room\\n' >>\"$FOLIDEX_REPORT\"");
+    useScript("echo '82 unzip: no room'; exit 82");
     std::future<Status> calls[4];
     for (std::future<Status>& call : calls) {
         call = std::async(std::launch::async, [&] { return run(unzipAFile, job); });
@@ -89,7 +89,7 @@ TEST_F(ArchiveRoutine, LearnsHowItsScriptEnded)
     for (std::future<Status>& call : calls) {
         EXPECT_EQ(call.get(), 82 * 256);
     }
-    useScript("printf '\\n0 unzip:\\n' >>\"$FOLIDEX_REPORT\"");
+    useScript("echo '0 unzip:'");
     EXPECT_EQ(run(unzipAFile, job), 0);
     useScript("kill -9 $$");
     EXPECT_EQ(run(unzipAFile, job), -1);

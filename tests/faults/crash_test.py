@@ -1,7 +1,7 @@
 """A file system that stops as in a crash of the machine, at random moments of calls and right after them.
 
 ext4 and xfs on loop devices are shut down without writing their logs (ioctl_xfs_goingdown(2); ext4 has the same request),
-mounted again, and looked at: what was answered with 0 is there, whole, and what was to be replaced or moved isn't lost.
+mounted again, and looked at: what was reported with 0 is there, whole, and what was to be replaced or moved isn't lost.
 Arguments: fmxhost, the plug-in. FOLIDEX_FULL=1 in the environment: 200 shut-downs, otherwise one for each case.
 """
 
@@ -76,7 +76,7 @@ def evaluate(calculation):
     return subprocess.run([HOST, "--plugin", PLUGIN, "-e", calculation], stdout=subprocess.PIPE, check=False).stdout.strip() == b"0"
 
 
-# Judges of what is there after the crash: (whether the answer was 0, the disk, a folder on another one) -> what is wrong.
+# Judges of what is there after the crash: (whether the result was 0, the disk, a folder on another one) -> what is wrong.
 def replaced(path, new, look):
     def judge(is_done, disk, _):
         found = look(disk / path)

@@ -22,6 +22,7 @@ namespace folidex::test {
 namespace {
 
 constexpr CallName allocation = "malloc";
+constexpr CallName threadStart = "thread"; // by way of the C++ library
 
 thread_local bool armed = false; // read inside of malloc
 FaultPlan plan;
@@ -66,7 +67,7 @@ bool strike(long* count)
 bool fails(CallName call, const void* caller, long* count = nullptr)
 {
     const bool isAllocation = call == allocation;
-    if (!armed || (!isAllocation && !isSeen(caller))) {
+    if (!armed || (!isAllocation && call != threadStart && !isSeen(caller))) {
         return false;
     }
     {
@@ -155,7 +156,7 @@ using namespace folidex::test;
         __VA_ARGS__                                                                                                    \
     }
 
-// `failure`: what the function answers when it fails.
+// `failure`: what the function returns when it fails.
 #define FAILING(name, call, failure)                                                                                   \
     STAND_BEFORE(name, return fails(call, caller) ? (failure) : next(a, b, c, d, e, f);)
 #define CALL(name, call) FAILING(name, call, -1L)
@@ -203,6 +204,7 @@ CALL(llistxattr, "listxattr")
 CALL(fgetxattr, "getxattr")
 CALL(lgetxattr, "getxattr")
 CALL(fremovexattr, "removexattr")
+CALL(flock, "lock")
 CALL(ftruncate64, "truncate")
 CALL(lseek64, "lseek")
 CALL(fcntl64, b == F_SETOWN_EX || b == F_SETLEASE ? "lease" : "fcntl")
@@ -213,6 +215,7 @@ FAILING(fopen64, "fopen", 0L)
 FAILING(popen, "popen", 0L)
 CALL(pipe2, "pipe")
 FAILING(posix_spawn, "spawn", errno)
+FAILING(pthread_create, threadStart, errno)
 CALL(poll, "poll")
 
 // The file is closed, and what was written to it may be lost.

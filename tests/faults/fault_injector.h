@@ -1,8 +1,8 @@
 // Makes calls of the code under test fail, or does something just before one of them. Linked into a test program, whose
 // functions the dynamic linker finds before the C library's of the same names.
 //
-// While it is armed it sees the calls of the arming thread: allocations whoever makes them, all others when they come
-// from the code under test itself. A call goes by a name that several functions may share: fchmod(2) and fchmodat(2)
+// While it is armed it sees the calls of the arming thread: allocations and starts of threads whoever makes them, all
+// others when they come from the code under test itself. A call goes by a name that several functions may share: fchmod(2) and fchmodat(2)
 // are "chmod"; an open(2) is "open", "create" with O_CREAT, "unnamed" with O_TMPFILE (fault_injector.cpp has them all).
 #pragma once
 

@@ -1,6 +1,6 @@
 // Somebody acts just before one of the plug-in's calls to the system: before each of them in turn, so that no moment
 // between a look and a deed is left untried; of these moments every fifth, without FOLIDEX_FULL in the environment.
-// Folders are exchanged with links that lead out of the tree, files come and are written to, somebody takes the name
+// Folders are replaced by links that lead out of the tree, files come and are written to, somebody takes the name
 // that a copy is about to get, or kills the process.
 
 #include "faults/fault_injector.h"
@@ -65,6 +65,9 @@ protected:
         scratch.write("tree/inner/file", "x");
         scratch.write("tree/last", "x");
         scratch.symlink("last", "tree/link");
+        scratch.write("pool/linked", "x");
+        scratch.hardLink("pool/linked", "tree/linked");
+        scratch.hardLink("pool/linked", "tree/inner/linked");
         scratch.symlink(scratch / "canary", "pool/link");
         scratch.symlink(scratch / "canary/song", "pool/song");
     }
@@ -221,6 +224,7 @@ TEST_F(Intrusions, AreNotRemovedWithTheSource)
         {"inner/deep/file", append}, {"inner/file", append}, {"last", append},          {"inner/deep/new", append},
         {"inner/new", append},       {"new", append},        {"inner/file", rewrite},   {"inner/deep/file", exchange},
         {"inner/file", link},        {"inner/new", link},    {"inner/new", makeFolder}, {"inner/file", hold},
+        {"linked", rewrite},
     };
     unsigned refusals = 0; // before anything has come
     const auto expectKept = [&](const Arranged& move, const Lacks& lacks, const fs::path& name, const auto& act) {
@@ -257,6 +261,65 @@ TEST_F(Intrusions, AreNotRemovedWithTheSource)
         expectKept({"KORB_FileMove", "tree/last", "away"}, lacks, "",
                    [&](const fs::path& file) { return write(file, O_APPEND, "+"); });
     }
+}
+
+// What a folder becomes private for may come into it right afterwards.
+TEST_F(Intrusions, ThatMakeAFolderPrivateAreHeeded)
+{
+    bool isHeeded = false;
+    const auto chmodInner = [&] {
+        isHeeded = !fs::exists(away / "tree") && chmod((scratch / "tree/inner").c_str(), 0700) == 0;
+    };
+    intrudeEverywhere({"KORB_FolderMove", "tree", "away"}, {}, chmodInner, [&](const Result& result) {
+        EXPECT_TRUE(!isHeeded || result.isError() || fs::status(away / "tree/inner").permissions() == fs::perms(0700));
+        isHeeded = false;
+    });
+}
+
+TEST_F(Intrusions, ThatRemoveEntriesAreNoFailuresOfACopy)
+{
+    for (const char* victim : {"tree/inner/deep/file", "tree/link", "tree/inner/deep"}) {
+        intrudeEverywhere(
+            {"KORB_FolderCopy", "tree", "copies"}, {}, [&] { fs::remove_all(scratch / victim); },
+            [&](const Result& result) {
+                EXPECT_FALSE(result.isError()) << plugin.lastErrorText();
+                EXPECT_TRUE(scratch.exists("copies/tree/inner/file"));
+            });
+    }
+}
+
+// A copy whose name doesn't get to the disk goes again, without what others have put into it.
+TEST_F(Intrusions, AreNotWithdrawnWithACopy)
+{
+    const Arranged move{"KORB_FolderMove", "tree", "away"};
+    renew();
+    FaultPlan plan;
+    plan.code = codeOf(move);
+    armFaults(plan);
+    EXPECT_FALSE(call(move).isError());
+    const FaultReport undisturbed = disarmFaults();
+    plan.call = "flush";
+    plan.at = undisturbed.calls.at("flush");
+    plan.error = EIO;
+    bool hasCome = false;
+    plan.intrude = [&] {
+        hasCome = fs::exists(away / "tree");
+        if (hasCome) {
+            scratch.write(away / "tree/inner/theirs", "t");
+        }
+    };
+    unsigned arrivals = 0;
+    for (plan.intrudeAt = 1; plan.intrudeAt <= undisturbed.total; ++plan.intrudeAt) {
+        renew();
+        hasCome = false;
+        armFaults(plan);
+        EXPECT_TRUE(call(move).isError());
+        disarmFaults();
+        EXPECT_TRUE(scratch.exists("tree/inner/deep/file"));
+        EXPECT_EQ(fs::exists(away / "tree"), fs::exists(away / "tree/inner/theirs"));
+        arrivals += fs::exists(away / "tree/inner/theirs") ? 1U : 0U;
+    }
+    EXPECT_GT(arrivals, 0U);
 }
 
 // Where a name has been taken after the look at it, what took it stays.

@@ -11,10 +11,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
+#include <functional>
 #include <stdexcept>
+#include <string_view>
 #include <system_error>
 
 namespace folidex::test {
@@ -58,6 +61,24 @@ int openFile(const char* path, fuse_file_info* file, mode_t mode)
     return opened == -1 ? -errno : 0;
 }
 
+int examine(const char* path, struct stat* status, fuse_file_info*)
+{
+    const int result = answer(lstat(onDisk(path).c_str(), status));
+    if (strange.unstableInodes) {
+        status->st_ino = std::hash<std::string_view>()(path);
+    }
+    return result;
+}
+
+int readFile(const char*, char* bytes, std::size_t size, off_t position, fuse_file_info* file)
+{
+    struct stat status {};
+    if (strange.readsShort && fstat(descriptorOf(file), &status) == 0) {
+        size = std::min(size, static_cast<std::size_t>(std::max<off_t>(status.st_size / 2 - position, 0)));
+    }
+    return answer(pread(descriptorOf(file), bytes, size, position));
+}
+
 int list(const char* path, void* list, fuse_fill_dir_t fill, off_t, fuse_file_info*, fuse_readdir_flags)
 {
     for (const auto& entry : fs::directory_iterator(onDisk(path))) {
@@ -85,9 +106,11 @@ int closeOnce(const char*, fuse_file_info* file)
 
 void* settle(fuse_conn_info*, fuse_config* config)
 {
-    config->use_ino = strange.unstableInodes ? 0 : 1; // libfuse's own numbers are by path
-    config->hard_remove = 1;                          // no ".fuse_hidden…" in place of what is open
-    config->entry_timeout = config->attr_timeout = config->negative_timeout = 0;
+    config->use_ino = 1;
+    config->hard_remove = 1; // no ".fuse_hidden…" in place of what is open
+    config->direct_io = strange.readsShort ? 1 : 0;
+    config->negative_timeout = 0;
+    config->entry_timeout = config->attr_timeout = strange.cachesNames ? 1000 : 0; // seconds
     return nullptr;
 }
 
@@ -97,7 +120,7 @@ fuse_operations operations()
     using File = fuse_file_info*;
     fuse_operations all{};
     all.init = settle;
-    all.getattr = [](Path path, struct stat* status, File) { return answer(lstat(onDisk(path).c_str(), status)); };
+    all.getattr = examine;
     all.mkdir = [](Path path, mode_t mode) { return answer(mkdir(onDisk(path).c_str(), mode)); };
     all.unlink = [](Path path) { return answer(unlink(onDisk(path).c_str())); };
     all.rmdir = [](Path path) { return answer(rmdir(onDisk(path).c_str())); };
@@ -109,9 +132,7 @@ fuse_operations operations()
     };
     all.open = [](Path path, File file) { return openFile(path, file, 0); };
     all.create = [](Path path, mode_t mode, File file) { return openFile(path, file, mode); };
-    all.read = [](Path, char* bytes, std::size_t size, off_t position, File file) {
-        return answer(pread(descriptorOf(file), bytes, size, position));
-    };
+    all.read = readFile;
     all.write = [](Path, const char* bytes, std::size_t size, off_t position, File file) {
         return answer(pwrite(descriptorOf(file), bytes, size, position));
     };

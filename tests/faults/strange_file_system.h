@@ -15,7 +15,9 @@ struct Strangeness {
     bool closeFails = false;        // with ENOSPC, and what was written is lost
     bool noExclusiveRename = false; // renameat2 with flags: EINVAL
     bool ignoresCase = false;       // of ASCII letters
-    bool unstableInodes = false;    // each spelling of a name has a number of its own
+    bool unstableInodes = false;    // each name has a number of its own
+    bool cachesNames = false;       // what was there once seems to be there still
+    bool readsShort = false;        // files end after half of their size
 };
 
 // Mounted while the object lives, served by a thread of this process; there can be one at a time. `folder` and

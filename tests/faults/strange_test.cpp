@@ -94,6 +94,53 @@ TEST_F(Strange, OtherSpellingsDontLoseTheFile)
     }
 }
 
+// The same files by two ways that share nothing but the server: one of them still shows what has gone by the other.
+TEST_F(Strange, OtherWaysDontLoseTheFile)
+{
+    SKIP_WITHOUT("fuse");
+    const FunctionCall calls[] = {
+        {"KORB_FileCopy", {mounted / "a.txt", shown.string(), "Y"}},
+        {"KORB_FileMove", {mounted / "a.txt", shown.string(), "Y"}},
+        {"KORB_FileCopy", {mounted / "inner/b.txt", shown.string(), "Y", "inner"}},
+        {"KORB_FileMove", {mounted / "inner/b.txt", shown.string(), "Y", "inner"}},
+        {"KORB_FolderCopy", {mounted / "inner", shown / "inner"}},
+    };
+    for (const bool hasOtherNumbers : {false, true}) {
+        for (const auto& [function, arguments] : calls) {
+            fs::remove_all(shown);
+            scratch.write("shown/a.txt", "twelve bytes");
+            scratch.write("shown/inner/b.txt", "more");
+            const StrangeFileSystem fileSystem(shown, mounted,
+                                               {.unstableInodes = hasOtherNumbers, .cachesNames = true});
+            EXPECT_TRUE(plugin.call(function, arguments).isError()) << function;
+            EXPECT_EQ(scratch.read("shown/a.txt"), "twelve bytes") << function;
+            EXPECT_EQ(scratch.read("shown/inner/b.txt"), "more") << function;
+            EXPECT_EQ(scratch.list("shown/inner"), std::vector<std::string>{"b.txt"});
+        }
+    }
+}
+
+TEST_F(Strange, FilesAreMovedWholeOrNotAtAll)
+{
+    SKIP_WITHOUT("fuse");
+    for (const bool isShort : {false, true}) {
+        const StrangeFileSystem fileSystem(shown, mounted, {.unstableInodes = true, .readsShort = isShort});
+        for (const char* function : {"KORB_FileCopy", "KORB_FileMove", "KORB_FolderCopy", "KORB_FolderMove"}) {
+            const bool isFile = std::string(function).starts_with("KORB_File");
+            const bool isMove = std::string(function).ends_with("Move");
+            scratch.write("shown/inner/file", std::string(100'000, 'f'));
+            const std::string source = isFile ? mounted / "inner/file" : mounted / "inner";
+            const fs::path target = scratch.makeFolder("target");
+            const Result result = plugin.call(function, {source, target.string()});
+            EXPECT_EQ(result.isError(), isShort) << function << plugin.lastErrorText();
+            EXPECT_EQ(scratch.exists(isFile ? "shown/inner/file" : "shown/inner"), isShort || !isMove) << function;
+            const fs::path copy = target / (isFile ? "file" : "inner/file");
+            EXPECT_EQ(fs::exists(copy) ? fs::file_size(copy) : 0, isShort ? 0 : 100'000) << function;
+            fs::remove_all(target);
+        }
+    }
+}
+
 // Where file systems can, copies share their data with the source. The kernel is asked for 1 GiB at a time where it
 // can't be asked for the whole file.
 TEST_F(Strange, XfsSharesDataAlsoBehindAGibibyte)

@@ -101,7 +101,7 @@ class Errors(unittest.TestCase):
                                     (["help", "Smpl_Ehco"], "Smpl_Echo"),
                                     (["lsit"], "no command lsit. Did you mean list?"), (["zzzzz"], "no command zzzzz.\n"),
                                     (["list", "--josn"], "no option --josn. Did you mean --json?"),
-                                    (["check", "--timout"], "Did you mean --timeout?"), (["list", "x"], "x is one too many."),
+                                    (["check", "--timout"], "Did you mean --timeout?"), (["list", "x"], "Unexpected argument x."),
                                     (["Len(1)"], "A calculation is given with -e.")):
                 result = host(*arguments)
                 self.check(result, 2, said)

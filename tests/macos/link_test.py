@@ -137,7 +137,8 @@ def make_libraries(zig):
                 shutil.copy(next(cache.rglob(name)), folder / name)
     shutil.copy(zig.parent / "lib/libc/darwin/libSystem.13.tbd", SDK / "usr/lib/libSystem.tbd")
     for name, library, headers in [("libexpat", "libexpat.so", ["expat.h", "expat_external.h"]), ("libedit", "libedit.so", ["histedit.h", "editline"]),
-                                   ("libicucore", "libicuuc.so", ICU)]:
+                                   ("libicucore", "libicuuc.so", ICU), ("libz", "libz.so", ["zlib.h", "zconf.h"]),
+                                   ("libbz2", "libbz2.so", ["bzlib.h"])]:
         found = run("clang", f"-print-file-name={library}").strip()
         symbols = {"_" + re.sub(r"_\d+$|@.*", "", line.split()[0])
                    for line in tool("nm", "-D", "--defined-only", "--format=posix", found).splitlines()}
@@ -190,7 +191,7 @@ class Bundle(unittest.TestCase):
         resources = SOURCE / "resources"
         tables = {str(file.relative_to(resources)) for file in resources.glob("*.lproj/KORBFolidex.strings")}
         self.assertGreaterEqual(len(tables), 5)
-        expected = {"Info.plist", "MacOS/Folidex", "Resources/ZipFuncs.sh", "Resources/functions.html",
+        expected = {"Info.plist", "MacOS/Folidex", "Helpers/folidex-archive", "Resources/ZipFuncs.sh", "Resources/functions.html",
                     *("Resources/" + table for table in tables)}
         for contents in self.bundles.values():
             self.assertEqual({str(file.relative_to(contents)) for file in contents.rglob("*") if file.is_file()}, expected)
@@ -207,7 +208,7 @@ class Bundle(unittest.TestCase):
 
     def test_both_architectures_make_one_binary(self):
         for target, name in [("Folidex", "Folidex.fmplugin/Contents/MacOS/Folidex"), ("FMWrapper", "FMWrapper.framework/Versions/A/FMWrapper"),
-                             ("fmxhost", "fmxhost")]:
+                             ("fmxhost", "fmxhost"), ("folidex-archive", "folidex-archive")]:
             with self.subTest(name):
                 for architecture in ARCHITECTURES:
                     build(WORK / architecture, target)

@@ -3,7 +3,9 @@
 
 #include "platform/desktop.h"
 #include "platform/file_manager.h"
-#include "platform/macos/source_tree.h"
+#include "platform/macos/copy_tree.h"
+#include "platform/posix/descriptor.h"
+#include "platform/posix/moved_source.h"
 #include "support/platform_expectations.h"
 #include "support/scratch_folder.h"
 
@@ -25,8 +27,9 @@ namespace {
 
 using folidex::test::ScratchFolder;
 using platform::Outcome;
-using platform::macos::Item;
-using platform::macos::SourceTree;
+using platform::macos::copyTree;
+using platform::posix::CopyRecord;
+using platform::posix::Descriptor;
 
 void makeSocket(const std::string& path)
 {
@@ -39,13 +42,6 @@ void makeSocket(const std::string& path)
     close(descriptor);
 }
 
-Item itemAt(const std::string& path)
-{
-    Item item{path};
-    EXPECT_EQ(lstat(path.c_str(), &item.status), 0);
-    return item;
-}
-
 // Reading a FIFO would wait for ever, and a socket can't be had twice.
 TEST(SpecialItems, FifosAreMadeAnewAndSocketsRefused)
 {
@@ -54,13 +50,11 @@ TEST(SpecialItems, FifosAreMadeAnewAndSocketsRefused)
     ASSERT_EQ(mkfifo(scratch.text("tree/fifo").c_str(), 0600), 0);
     scratch.setMode("tree/fifo", 0640);
     ASSERT_TRUE(platform::copyItem(scratch.text16("tree/fifo"), scratch.text16("copy")).ok());
-    EXPECT_EQ(itemAt(scratch.text("copy")).status.st_mode, S_IFIFO | mode_t{0640});
+    struct stat status {};
+    ASSERT_EQ(lstat(scratch.text("copy").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode, S_IFIFO | mode_t{0640});
     makeSocket(scratch.text("tree/socket"));
-    std::vector<std::string> sources{"tree/socket"};
-    if (!folidex::test::onGNUstep) { // its file manager asks no delegate
-        sources.push_back("tree");
-    }
-    for (const std::string& source : sources) {
+    for (const char* source : {"tree/socket", "tree"}) {
         const Outcome outcome = platform::copyItem(scratch.text16(source), scratch.text16("second"));
         EXPECT_NE(outcome.description().find("tree/socket"), std::string::npos) << source << outcome.description();
     }
@@ -85,7 +79,7 @@ TEST(Moves, ToAnotherVolumeCopyAndThenRemove)
 }
 
 // What may happen to a folder between its copying and its removal.
-TEST(SourceTrees, OnlyWhatWasCopiedIsRemoved)
+TEST(CopiedTrees, OnlyWhatWasCopiedIsRemoved)
 {
     struct Case {
         const char* shown;
@@ -94,7 +88,7 @@ TEST(SourceTrees, OnlyWhatWasCopiedIsRemoved)
     };
     const Case cases[] = {
         {"a file grows", [](const ScratchFolder& s) { s.write("tree/sub/file", "longer"); }, "tree/sub/file"},
-        {"a file is exchanged",
+        {"a file is replaced",
          [](const ScratchFolder& s) { std::filesystem::rename(s.write("other", "F"), s / "tree/sub/file"); },
          "tree/sub/file"},
         {"a file arrives", [](const ScratchFolder& s) { s.write("tree/sub/new", "n"); }, "tree/sub/new"},
@@ -109,35 +103,36 @@ TEST(SourceTrees, OnlyWhatWasCopiedIsRemoved)
     for (const Case& c : cases) {
         const ScratchFolder scratch;
         scratch.write("tree/sub/file", "f");
-        const Item source = itemAt(scratch.text("tree"));
-        SourceTree tree("move", source);
-        ASSERT_TRUE(tree.examine().ok());
-        ASSERT_TRUE(platform::copyItem(scratch.text16("tree"), scratch.text16("copy")).ok());
-        EXPECT_TRUE(tree.requireCopied(scratch.text("copy"), "target").ok());
+        CopyRecord copied;
+        CopyRecord made;
+        const Descriptor folder = platform::posix::openAt(AT_FDCWD, scratch.text().c_str(), platform::posix::asPlace);
+        ASSERT_FALSE(copyTree({.isMove = true, .isDurable = true}, folder.get(), "tree", folder.get(), "copy", copied, made));
+        ASSERT_TRUE(platform::posix::requireUnchanged(folder.get(), "tree", "/tree", copied).ok());
+        ASSERT_TRUE(platform::posix::requireUnchanged(folder.get(), "copy", "/copy", made).ok());
         c.change(scratch);
-        EXPECT_FALSE(tree.requireCopied(scratch.text("copy"), "target").ok()) << c.shown;
-        const Outcome outcome = tree.remove();
-        EXPECT_NE(outcome.description().find("it was changed while it was being moved"), std::string::npos) << c.shown;
+        for (const auto& step : {platform::posix::requireUnchanged, platform::posix::removeCopied}) {
+            const Outcome outcome = step(folder.get(), "tree", "/tree", copied);
+            EXPECT_NE(outcome.description().find("it was changed while it was being moved"), std::string::npos) << c.shown;
+        }
         EXPECT_TRUE(scratch.exists(c.left)) << c.shown;
     }
 }
 
-// As where a file system reports no earlier than at close(2) that it couldn't keep what was written.
-TEST(SourceTrees, ACopyThatIsNotWholeIsSeen)
+TEST(CopiedTrees, NamesOfOneFileAreOneFileAgain)
 {
     const ScratchFolder scratch;
-    scratch.write("tree/sub/file", "f");
-    const Item source = itemAt(scratch.text("tree"));
-    SourceTree tree("copy", source);
-    ASSERT_TRUE(tree.examine().ok());
-    scratch.write("copy/sub/file", "");
-    EXPECT_EQ(tree.requireCopied(scratch.text("copy"), "/target").description(),
-              "could not write /target/sub/file: Input/output error");
-    scratch.write("tree/sub/file", "longer"); // has changed since, and so may its copy differ
-    EXPECT_TRUE(tree.requireCopied(scratch.text("copy"), "/target").ok());
-    scratch.setMode("copy/sub", 0555);
-    platform::macos::discard(scratch.text("copy"));
-    EXPECT_EQ(scratch.list(), std::vector<std::string>{"tree"});
+    scratch.write("tree/sub/one", "1");
+    scratch.write("tree/other", "2");
+    std::filesystem::create_hard_link(scratch / "tree/sub/one", scratch / "tree/sub/two");
+    std::filesystem::create_hard_link(scratch / "tree/sub/one", scratch / "outside");
+    ASSERT_TRUE(platform::copyItem(scratch.text16("tree"), scratch.text16("copy")).ok());
+    EXPECT_TRUE(std::filesystem::equivalent(scratch / "copy/sub/one", scratch / "copy/sub/two"));
+    EXPECT_EQ(std::filesystem::hard_link_count(scratch / "copy/sub/one"), 2U);
+    EXPECT_EQ(std::filesystem::hard_link_count(scratch / "copy/other"), 1U);
+    const ScratchFolder other("/dev/shm");
+    ASSERT_TRUE(platform::moveItem(scratch.text16("copy"), other.text16("copy")).ok());
+    EXPECT_TRUE(std::filesystem::equivalent(other / "copy/sub/one", other / "copy/sub/two"));
+    EXPECT_FALSE(scratch.exists("copy"));
 }
 
 // The frameworks end a process that reaches for a display where there is none, and raise an exception where it can't be

@@ -75,17 +75,16 @@ class FileMaker:
     def __init__(self, calculator, scripts, steps=lambda: None, tables=None, chosen=None, later=0):
         self.calculator, self.scripts, self.steps, self.chosen, self.later = calculator, scripts, steps, chosen, later
         self.tables = defaultdict(list) if tables is None else tables
-        self.gets = {"LastError": 0, "ScriptResult": "", "ScriptParameter": ""}
+        self.gets = {"LastError": 0, "ScriptResult": ""}
         self.calls = itertools.count()
-        self.performed = []
         self.table, self.found, self.record, self.criteria = None, [], None, None
 
-    def run(self, text, parameter="", place="s"):
-        """The script's result."""
-        place = f"{place}{next(self.calls)}"
+    def run(self, text, parameter=""):
+        """The script's result. Each call has variables of its own."""
+        call = next(self.calls)
 
         def calculate(calculation):
-            calculation = LOCAL_VARIABLE.sub(rf"${place}_\1", calculation)
+            calculation = LOCAL_VARIABLE.sub(rf"$call{call}_\1", calculation)
             if self.chosen is not None:
                 calculation = calculation.replace('KORB_GetFolderPath( "" )', f'"{self.chosen}"')
             gets = self.gets | {"FoundCount": len(self.found), "ScriptParameter": parameter, "UUID": str(uuid.uuid4()).upper()}
@@ -97,7 +96,6 @@ class FileMaker:
 
         def perform(name, options):
             values = [option if SETTING.fullmatch(option) else calculate(f"( {option} )") for option in options]
-            self.performed.append((name, *values))
             return getattr(self, re.sub(r"\W+", "_", name.lower()))(*values)
 
         def perform_script(name, parameter):
@@ -117,8 +115,8 @@ class FileMaker:
             lines.append("    " * depth + statement)
             depth += name in ("If", "Else", "Else If", "Loop")
         # A whole calculation "$name = …" would assign.
-        scope = {"is_true": lambda calculation: calculate(f"( {calculation} )") not in ("", "0", 0), "calculate": calculate, "perform": perform,
-                 "perform_script": perform_script, "steps": self.steps}
+        scope = {"is_true": lambda calculation: calculate(f"( {calculation} )") not in ("", "0"), "calculate": calculate,
+                 "perform": perform, "perform_script": perform_script, "steps": self.steps}
         exec("\n".join(lines), scope)
         return scope["script"]()
 

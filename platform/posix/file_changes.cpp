@@ -1,0 +1,331 @@
+// The changing half of platform/file_manager.h: what is refused, and the order in which things happen.
+
+#include "platform/file_manager.h"
+
+#include "platform/posix/failure.h"
+#include "platform/posix/flush.h"
+#include "platform/posix/identity.h"
+#include "platform/posix/item_path.h"
+#include "platform/posix/moved_source.h"
+#include "platform/posix/names.h"
+#include "platform/posix/remove_tree.h"
+#include "platform/signal_block.h"
+#include "platform/unicode.h"
+#include "staged_copy.h" // the system's
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstddef>
+#include <functional>
+#include <optional>
+#include <string>
+#include <utility>
+
+namespace platform {
+
+using posix::Descriptor;
+using posix::Failure;
+using posix::failureBecause;
+using posix::Identity;
+using posix::intoItself;
+using posix::Location;
+using posix::StagedCopy;
+using posix::systemFailure;
+
+namespace {
+
+constexpr const char* wouldTakeSource = "the source would be removed with it";
+
+// A copy or a move: its two places, and the signals that its own system calls may raise.
+struct Transfer {
+    bool isMove;
+    PathView sourcePath;
+    Existing existing;
+    Location source{};
+    Location target{};
+    struct stat status {}; // the source's
+    SignalBlock noFileSizeSignal{SIGXFSZ};
+    SignalBlock noLeaseSignal{SIGIO};
+
+    const char* action() const { return isMove ? "move" : "copy"; }
+    bool replaces() const { return existing == Existing::replaced; }
+    Outcome failed(const Failure& failure) const
+    {
+        return failure.outcome(action(), source.path.text, target.path.text);
+    }
+};
+
+// What is refused before anything is touched. Into itself: rename(2) returns EINVAL or, from another mount of the same
+// file system, EXDEV, and a copy would never end.
+Failure requirePossible(Transfer& transfer)
+{
+    const Location& source = transfer.source;
+    const Location& target = transfer.target;
+    if (fstatat(source.folder.get(), source.path.name.c_str(), &transfer.status, AT_SYMLINK_NOFOLLOW) != 0) {
+        return Failure::ofSource(errno);
+    }
+    const mode_t mode = transfer.status.st_mode;
+    if (transfer.isMove && source.path.namesItself()) {
+        return Failure::ofSource(EBUSY);
+    }
+    if (source.path.endsInSlash && !S_ISDIR(mode) && !S_ISLNK(mode)) {
+        return Failure::ofSource(ENOTDIR);
+    }
+    struct stat existing {};
+    const bool isTaken = fstatat(target.folder.get(), target.path.name.c_str(), &existing, AT_SYMLINK_NOFOLLOW) == 0;
+    if (isTaken && !transfer.replaces()) {
+        return Failure::ofTarget(EEXIST);
+    }
+    if (!isTaken && errno != ENOENT) {
+        return Failure::ofTarget(errno);
+    }
+    if (target.path.endsInSlash && !S_ISDIR(mode)) {
+        return Failure::ofTarget(ENOTDIR);
+    }
+    const bool isIntoItself =
+        S_ISDIR(mode) && posix::isInside(target.folder.get(), Identity::of(transfer.status)).value_or(false);
+    return isIntoItself ? Failure::because(intoItself) : Failure{};
+}
+
+Outcome prepare(Transfer& transfer, PathView target)
+{
+    Outcome outcome = posix::locate(transfer.action(), transfer.sourcePath, transfer.source);
+    if (outcome.ok()) {
+        outcome = posix::locate("write", target, transfer.target);
+    }
+    return outcome.ok() ? transfer.failed(requirePossible(transfer)) : outcome;
+}
+
+// Removes what is at the target. It loses its name before it goes for good: only then can be seen that the source isn't
+// the same item by a name that this file system takes for another spelling, or by another way that leads there.
+Outcome removeExisting(const Transfer& transfer)
+{
+    constexpr const char* remove = "remove";
+    const Location& target = transfer.target;
+    const int folder = target.folder.get();
+    const char* name = target.path.name.c_str();
+    if (target.path.namesItself()) {
+        return systemFailure(remove, target.path.text, EBUSY);
+    }
+    const std::string hidden = posix::temporaryName();
+    posix::Hiding hiding(folder, name, hidden);
+    if (const int error = hiding.error()) {
+        // ENOENT: it is gone already. EXDEV: a folder of an overlay's lower layer.
+        return error == ENOENT  ? Outcome::success()
+               : error == EXDEV ? posix::removeEntry(folder, name, target.path.text)
+                                : systemFailure(remove, target.path.text, error);
+    }
+    if (!posix::canBeReached(transfer.sourcePath)) {
+        return failureBecause(remove, target.path.text, wouldTakeSource);
+    }
+    Outcome outcome = posix::removeEntry(folder, hiding.name(), target.path.text);
+    if (outcome.ok()) {
+        hiding.itemIsGone();
+    }
+    return outcome;
+}
+
+// The copy is whole and on the disk before the source goes.
+Outcome moveByCopying(const Transfer& transfer)
+{
+    const Location& source = transfer.source;
+    const int folder = source.folder.get();
+    const char* name = source.path.name.c_str();
+    StagedCopy copy(source, transfer.target, {.isMove = true, .isDurable = true});
+    Outcome outcome = copy.build();
+    if (outcome.ok()) {
+        outcome = posix::requireUnchanged(folder, name, source.path.text, copy.copied());
+    }
+    if (outcome.ok()) {
+        outcome = copy.publish();
+    }
+    if (!outcome.ok()) {
+        return outcome;
+    }
+    if (copy.isFolder()) {
+        copy.keep(); // should the removal end half-way, the copy alone is whole
+    }
+    outcome = posix::removeCopied(folder, name, source.path.text, copy.copied());
+    if (outcome.ok()) {
+        copy.keep();
+    }
+    return outcome;
+}
+
+// Empty where the item may not be read.
+Descriptor openToFlush(const Location& item)
+{
+    return posix::openAt(item.folder.get(), item.path.name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);
+}
+
+// Whatever there is of the item that may not be on the disk yet, as far as it may be read.
+int flushItem(const Location& item)
+{
+    const Descriptor open = openToFlush(item);
+    struct stat status {};
+    if (!open || fstat(open.get(), &status) != 0) {
+        return 0;
+    }
+    return S_ISDIR(status.st_mode)   ? posix::flushFileSystem(open.get())
+           : S_ISREG(status.st_mode) ? posix::flushFile(open.get())
+                                     : 0;
+}
+
+bool mayChangeEntries(const Location& item)
+{
+    return faccessat(item.folder.get(), ".", W_OK | X_OK, AT_EACCESS) == 0;
+}
+
+// On which side a rename was refused.
+Failure renameFailure(const Transfer& transfer, int error)
+{
+    switch (error) {
+    case EEXIST:
+    case ENOSPC:
+    case EDQUOT:
+    case ENAMETOOLONG:
+    case EMLINK:
+        return Failure::ofTarget(error);
+    case EACCES:
+    case EPERM:
+    case EROFS:
+        return mayChangeEntries(transfer.source) && !mayChangeEntries(transfer.target) ? Failure::ofTarget(error)
+                                                                                       : Failure::ofSource(error);
+    default:
+        return Failure::ofSource(error);
+    }
+}
+
+Outcome moveByRenaming(const Transfer& transfer)
+{
+    const auto rename = [](const Location& from, const Location& to) {
+        return posix::renameExclusively(from.folder.get(), from.path.name.c_str(), to.folder.get(),
+                                        to.path.name.c_str());
+    };
+    const Location& target = transfer.target;
+    const int error = rename(transfer.source, target);
+    if (error == EXDEV) {
+        return moveByCopying(transfer);
+    }
+    if (error != 0) {
+        return transfer.failed(renameFailure(transfer, error));
+    }
+    const int flushError =
+        transfer.replaces() ? posix::flushEntries(target.folder.get(), openToFlush(target).get()) : 0;
+    if (flushError != 0) {
+        rename(target, transfer.source);
+    }
+    return transfer.failed(Failure::ofTarget(flushError));
+}
+
+} // namespace
+
+Outcome copyItem(PathView source, PathView target, Existing existing)
+{
+    Transfer transfer{false, source, existing};
+    Outcome outcome = prepare(transfer, target);
+    if (outcome.ok() && transfer.replaces()) {
+        outcome = removeExisting(transfer);
+    }
+    if (!outcome.ok()) {
+        return outcome;
+    }
+    StagedCopy copy(transfer.source, transfer.target, {.isDurable = transfer.replaces()});
+    outcome = copy.build();
+    if (outcome.ok()) {
+        outcome = copy.publish();
+    }
+    if (outcome.ok()) {
+        copy.keep();
+    }
+    return outcome;
+}
+
+Outcome moveItem(PathView source, PathView target, Existing existing)
+{
+    Transfer transfer{true, source, existing};
+    Outcome outcome = prepare(transfer, target);
+    if (outcome.ok() && transfer.replaces()) {
+        outcome = transfer.failed(Failure::ofSource(flushItem(transfer.source)));
+    }
+    if (outcome.ok() && transfer.replaces()) {
+        outcome = removeExisting(transfer);
+    }
+    return outcome.ok() ? moveByRenaming(transfer) : outcome;
+}
+
+Outcome removeItem(PathView path)
+{
+    constexpr const char* action = "remove";
+    const auto failed = [&](const Location& item, int error) { return systemFailure(action, item.path.text, error); };
+    Location item;
+    if (Outcome outcome = posix::locate(action, path, item); !outcome.ok()) {
+        return outcome;
+    }
+    if (item.path.namesItself()) {
+        // rmdir(2) would refuse too, but only after everything inside is gone.
+        return failed(item, EBUSY);
+    }
+    struct stat status {};
+    if (item.path.endsInSlash &&
+        fstatat(item.folder.get(), item.path.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+        !S_ISDIR(status.st_mode) && !S_ISLNK(status.st_mode)) {
+        return failed(item, ENOTDIR);
+    }
+    return posix::removeEntry(item.folder.get(), item.path.name.c_str(), item.path.text);
+}
+
+namespace {
+
+constexpr mode_t everybody = S_IRWXU | S_IRWXG | S_IRWXO; // less the umask
+
+// Returns an errno value; a folder that is there is none.
+int makeOne(const char* path)
+{
+    if (mkdir(path, everybody) == 0) {
+        return 0;
+    }
+    const int error = errno;
+    struct stat status {};
+    return error == EEXIST && stat(path, &status) == 0 && S_ISDIR(status.st_mode) ? 0 : error;
+}
+
+} // namespace
+
+Outcome createFolder(PathView path)
+{
+    constexpr const char* action = "create";
+    const std::optional<std::string> wanted = fileSystemRepresentation(path);
+    if (!wanted || wanted->empty()) {
+        return posix::nothingThere(action, path);
+    }
+    // Upwards to the innermost folder that is there or can be made, then down again. A zero ends the path early.
+    std::string text = *wanted;
+    std::size_t length = text.size();
+    int error = makeOne(text.c_str());
+    while (error == ENOENT) {
+        const std::size_t end = text.find_last_not_of('/', length - 1);
+        const std::size_t slash = end == std::string::npos ? end : text.rfind('/', end);
+        if (slash == std::string::npos || slash == 0) {
+            break;
+        }
+        text[slash] = '\0';
+        length = slash;
+        error = makeOne(text.c_str());
+    }
+    while (error == 0 && length < text.size()) {
+        text[length] = '/';
+        length = std::min(text.find('\0', length), text.size());
+        error = makeOne(text.c_str());
+    }
+    return error == 0 ? Outcome::success() : systemFailure(action, text.c_str(), error);
+}
+
+} // namespace platform

@@ -5,21 +5,9 @@
 
 #include <zlib.h>
 
-#include <algorithm>
-
 namespace archiver {
 
 namespace {
-
-bool isAscii(std::string_view bytes)
-{
-    return std::all_of(bytes.begin(), bytes.end(), [](char byte) { return static_cast<unsigned char>(byte) < 0x80; });
-}
-
-bool isUtf8(std::string_view bytes)
-{
-    return isAscii(bytes) || platform::utf8FromUtf16(platform::utf16FromUtf8(bytes)) == bytes;
-}
 
 std::string fromCodePage437(std::string_view bytes)
 {
@@ -44,15 +32,15 @@ std::string_view textOfUnicodePath(std::span<const std::byte> field, std::string
         return {};
     }
     const std::string_view text(reinterpret_cast<const char*>(field.data()) + start, field.size() - start);
-    return isUtf8(text) ? text : std::string_view();
+    return platform::isUtf8(text) ? text : std::string_view();
 }
 
 } // namespace
 
 std::string entryName(std::string_view bytes, bool isFlaggedUtf8, std::span<const std::byte> unicodePath)
 {
-    const bool isText = isUtf8(bytes);
-    if (!isFlaggedUtf8 && (!isText || isAscii(bytes))) {
+    const bool isText = platform::isUtf8(bytes);
+    if (!isFlaggedUtf8 && (!isText || platform::isAscii(bytes))) {
         if (const std::string_view text = textOfUnicodePath(unicodePath, bytes); !text.empty()) {
             return std::string(text);
         }

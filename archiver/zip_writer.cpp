@@ -53,14 +53,9 @@ void append(std::vector<std::byte>& out, std::string_view text)
     out.insert(out.end(), bytes.begin(), bytes.end());
 }
 
-bool isAscii(std::string_view text)
-{
-    return std::all_of(text.begin(), text.end(), [](char letter) { return static_cast<unsigned char>(letter) < 0x80; });
-}
-
 std::uint16_t flagsOf(const Entry& entry)
 {
-    const bool isMarked = !isAscii(entry.name) && platform::isUtf8(entry.name);
+    const bool isMarked = !platform::isAscii(entry.name) && platform::isUtf8(entry.name);
     return static_cast<std::uint16_t>((isMarked ? Flag::utf8 : 0U) | (entry.isEncrypted ? Flag::encrypted : 0U));
 }
 

@@ -1,5 +1,6 @@
 #include "platform/unicode.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
@@ -133,9 +134,14 @@ std::u16string utf16FromUtf8(std::string_view bytes)
     return text;
 }
 
+bool isAscii(std::string_view bytes)
+{
+    return std::all_of(bytes.begin(), bytes.end(), [](char byte) { return static_cast<unsigned char>(byte) < 0x80; });
+}
+
 bool isUtf8(std::string_view bytes)
 {
-    return utf8FromUtf16(utf16FromUtf8(bytes)) == bytes;
+    return isAscii(bytes) || utf8FromUtf16(utf16FromUtf8(bytes)) == bytes;
 }
 
 std::optional<std::string> fileSystemRepresentation(std::u16string_view path)

@@ -18,7 +18,8 @@ std::u16string utf16FromUtf8(std::string_view bytes);
 // The same, appended to `text`.
 void appendUtf16FromUtf8(std::u16string& text, std::string_view bytes);
 
-// Whether all of the bytes are valid UTF-8.
+// Whether all of the bytes are ASCII; are valid UTF-8.
+bool isAscii(std::string_view bytes);
 bool isUtf8(std::string_view bytes);
 
 // What a C library call takes as a path: UTF-8 of `path`; empty when the path isn't valid UTF-16 or holds a NUL,

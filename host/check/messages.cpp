@@ -6,7 +6,6 @@
 #include <array>
 #include <functional>
 #include <map>
-#include <numeric>
 #include <utility>
 
 namespace fmxhost::check {
@@ -33,9 +32,12 @@ bool isOpen(int descriptor)
 // The lowest descriptors that are open: those that a host is likely to have.
 std::vector<int> openDescriptors()
 {
-    std::vector<int> descriptors(256);
-    std::iota(descriptors.begin(), descriptors.end(), 0);
-    std::erase_if(descriptors, std::not_fn(isOpen));
+    std::vector<int> descriptors;
+    for (int descriptor = 0; descriptor < 256; ++descriptor) {
+        if (isOpen(descriptor)) {
+            descriptors.push_back(descriptor);
+        }
+    }
     return descriptors;
 }
 

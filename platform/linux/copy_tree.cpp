@@ -4,10 +4,10 @@
 
 #include "platform/linux/copy_tree.h"
 
-#include "platform/linux/hard_links.h"
 #include "platform/linux/removal_check.h"
 #include "platform/posix/flush.h"
 #include "platform/posix/folder_stack.h"
+#include "platform/posix/hard_links.h"
 #include "platform/posix/moved_source.h"
 #include "platform/posix/tree_walk.h"
 
@@ -91,7 +91,7 @@ private:
     FileCopier files_;
     TreeTarget target_;
     posix::FolderStack targets_;
-    HardLinks links_;
+    posix::HardLinks links_;
     CopyRecord& copied_;
     Owner defaultOwner_; // whom the entries belong to as they are made
     struct stat rootStatus_ {};

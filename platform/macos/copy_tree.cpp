@@ -6,7 +6,7 @@
 #include "platform/macos/system_copy.h"
 #include "platform/posix/descriptor.h"
 #include "platform/posix/folder_stack.h"
-#include "platform/posix/identity.h"
+#include "platform/posix/hard_links.h"
 #include "platform/posix/moved_source.h"
 #include "platform/posix/source_file.h"
 #include "platform/posix/tree_walk.h"
@@ -18,9 +18,7 @@
 #include <array>
 #include <cerrno>
 #include <climits>
-#include <map>
 #include <string>
-#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -29,17 +27,14 @@ namespace platform::macos {
 using posix::CopyRecord;
 using posix::Descriptor;
 using posix::Failure;
-using posix::Identity;
 using posix::TreeEntry;
 
 namespace {
 
 class TreeCopy : public posix::TreeVisitor {
 public:
-    TreeCopy(const CopyOptions& options, int targetFolder, const std::string& targetName, CopyRecord& copied,
-             CopyRecord& made)
-        : options_(options), targetFolder_(targetFolder), targetName_(targetName), targets_(targetFolder),
-          copied_(copied), made_(made)
+    TreeCopy(const CopyOptions& options, int targetFolder, const std::string& targetName, CopyRecord& copied)
+        : options_(options), targetName_(targetName), targets_(targetFolder), copied_(copied)
     {
     }
 
@@ -53,37 +48,38 @@ public:
     }
 
 private:
-    // The first of a file's names that were met.
-    struct FirstName {
-        std::string path; // of its copy, below the target's folder
-        Identity copy;
-    };
-
     Failure copyRegular(const TreeEntry& entry, struct stat& status);
     Failure copySpecial(const TreeEntry& entry, struct stat& status);
     Failure requireWhole(int source, const struct stat& status, int made) const;
-    bool isLinkedToFirst(const TreeEntry& entry, const struct stat& status) const;
-    void rememberFirst(const TreeEntry& entry, const struct stat& status, int made);
     Failure requireRemovable(const TreeEntry& entry);
-    Failure record(const TreeEntry& entry, const struct stat& status);
+    bool link(const TreeEntry& entry, const struct stat& status)
+    {
+        return root_ && links_.link(status, root_.get(), targets_.folder(), entry.name);
+    }
+    void record(const TreeEntry& entry, const struct stat& status)
+    {
+        if (options_.needsRecord()) {
+            copied_.add(entry.place(), status);
+        }
+    }
 
     const char* targetName(const TreeEntry& entry) const { return entry.isRoot() ? targetName_.c_str() : entry.name; }
 
     Failure unlessVanished(const TreeEntry& entry, Failure failure) const
     {
-        const bool hasVanished = failure.side == Failure::Side::source && failure.error == ENOENT && !entry.isRoot();
-        return hasVanished && !options_.isMove ? Failure{} : std::move(failure);
+        const bool hasVanished = failure.error == ENOENT || failure.error == ESTALE; // as NFS says
+        const bool isLeftOut = hasVanished && failure.side == Failure::Side::source && !entry.isRoot();
+        return isLeftOut && !options_.isMove ? Failure{} : std::move(failure);
     }
 
     CopyOptions options_;
-    int targetFolder_;
     const std::string& targetName_;
     posix::FolderStack targets_;
+    Descriptor root_; // of the target, where it is a folder
+    posix::HardLinks links_;
     CopyRecord& copied_;
-    CopyRecord& made_;
     dev_t device_ = 0;                // of the source's root
     std::vector<struct stat> levels_; // of the source's folders, from before their entries were read
-    std::map<std::pair<dev_t, ino_t>, FirstName> firstNames_;
 };
 
 Failure TreeCopy::visit(const TreeEntry& entry)
@@ -96,7 +92,8 @@ Failure TreeCopy::visit(const TreeEntry& entry)
     if (failure) {
         return unlessVanished(entry, std::move(failure));
     }
-    return record(entry, status);
+    record(entry, status);
+    return {};
 }
 
 // The copy itself is met where the source shows the target's folder by another way, as a network file system may.
@@ -119,26 +116,14 @@ Failure TreeCopy::enter(const TreeEntry& folder, int opened)
     if (mkdirat(targets_.folder(), name.c_str(), S_IRWXU) != 0) {
         return Failure::ofTarget(errno);
     }
-    Failure failure = record(folder, status);
-    if (!failure) {
-        failure = Failure::ofTarget(targets_.enter(name));
+    if (const int error = targets_.enter(name)) {
+        return Failure::ofTarget(error);
+    }
+    if (folder.isRoot()) {
+        root_ = posix::openAt(targets_.folder(), ".", posix::asPlace);
     }
     levels_.push_back(status);
-    return failure;
-}
-
-// `status`: of the source, from before it was read.
-Failure TreeCopy::record(const TreeEntry& entry, const struct stat& status)
-{
-    copied_.add(entry.place(), status);
-    struct stat made {};
-    if (!options_.isDurable) {
-        return {};
-    }
-    if (fstatat(targets_.folder(), targetName(entry), &made, AT_SYMLINK_NOFOLLOW) != 0) {
-        return Failure::ofTarget(errno);
-    }
-    made_.add(entry.place(), made);
+    record(folder, status);
     return {};
 }
 
@@ -168,14 +153,14 @@ Failure TreeCopy::copyRegular(const TreeEntry& entry, struct stat& status)
     if (failure) {
         return failure;
     }
-    if (isLinkedToFirst(entry, status)) {
+    if (link(entry, status)) {
         return {};
     }
     Descriptor made;
     const int file = source.descriptor.get();
     failure = copyFile(file, status, targets_.folder(), targetName(entry), made);
     if (!failure) {
-        rememberFirst(entry, status, made.get());
+        links_.remember(status, entry.path());
         failure = requireWhole(file, status, made.get());
     }
     return failure ? std::move(failure) : Failure::ofTarget(made.close());
@@ -196,32 +181,6 @@ Failure TreeCopy::requireWhole(int source, const struct stat& status, int made) 
     return Failure::ofSource(endsEarly ? EIO : 0);
 }
 
-// The way to the first name leads through folders that may be others' by now: what was linked is compared.
-bool TreeCopy::isLinkedToFirst(const TreeEntry& entry, const struct stat& status) const
-{
-    const auto first = firstNames_.find({status.st_dev, status.st_ino});
-    if (status.st_nlink < 2 || first == firstNames_.end() ||
-        linkat(targetFolder_, first->second.path.c_str(), targets_.folder(), targetName(entry), 0) != 0) {
-        return false;
-    }
-    struct stat made {};
-    if (fstatat(targets_.folder(), targetName(entry), &made, AT_SYMLINK_NOFOLLOW) == 0 &&
-        Identity::of(made) == first->second.copy) {
-        return true;
-    }
-    unlinkat(targets_.folder(), targetName(entry), 0);
-    return false;
-}
-
-void TreeCopy::rememberFirst(const TreeEntry& entry, const struct stat& status, int made)
-{
-    struct stat copy {};
-    if (status.st_nlink > 1 && !entry.isRoot() && fstat(made, &copy) == 0) {
-        firstNames_.try_emplace({status.st_dev, status.st_ino},
-                                FirstName{targetName_ + entry.path(), Identity::of(copy)});
-    }
-}
-
 Failure copyLink(int sourceFolder, const char* sourceName, int targetFolder, const char* targetName)
 {
     std::array<char, PATH_MAX> text{}; // with its zero
@@ -237,6 +196,9 @@ Failure TreeCopy::copySpecial(const TreeEntry& entry, struct stat& status)
 {
     if (fstatat(entry.folder, entry.name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
         return Failure::ofSource(errno);
+    }
+    if (link(entry, status)) {
+        return {};
     }
     const int folder = targets_.folder();
     const char* name = targetName(entry);
@@ -257,7 +219,11 @@ Failure TreeCopy::copySpecial(const TreeEntry& entry, struct stat& status)
     default:
         failure = Failure::because(S_ISSOCK(status.st_mode) ? "a socket can't be copied" : posix::replacedMeanwhile);
     }
-    return failure ? std::move(failure) : copySpecialMetadata(entry.folder, entry.name, folder, name, status);
+    if (!failure) {
+        links_.remember(status, entry.path());
+        failure = copySpecialMetadata(entry.folder, entry.name, folder, name, status);
+    }
+    return failure;
 }
 
 Failure TreeCopy::requireRemovable(const TreeEntry& entry)
@@ -279,12 +245,11 @@ Failure TreeCopy::requireRemovable(const TreeEntry& entry)
 } // namespace
 
 Failure copyTree(const CopyOptions& options, int sourceFolder, const char* sourceName, int targetFolder,
-                 const std::string& targetName, CopyRecord& copied, CopyRecord& made)
+                 const std::string& targetName, CopyRecord& copied)
 {
-    TreeCopy copy(options, targetFolder, targetName, copied, made);
+    TreeCopy copy(options, targetFolder, targetName, copied);
     Failure failure = posix::walkTree(sourceFolder, sourceName, copy, posix::Names::allFirst);
     copied.close();
-    made.close();
     return failure;
 }
 

@@ -17,14 +17,15 @@ struct CopyOptions {
     bool isDurable = false; // the copy is to be on the disk
 
     const char* action() const { return isMove ? "move" : "copy"; }
+    bool needsRecord() const { return isMove || isDurable; } // of what may have to be removed again
 };
 
 inline constexpr const char* intoItself = "a folder can't be put into itself";
 
-// `sourceFolder`, `targetFolder`: open. An entry that vanishes is let pass in a copy. `copied`: becomes what was found in
-// the source; `made`: of a durable copy, what there is in the target.
+// `sourceFolder`, `targetFolder`: open. An entry that has vanished since it was listed is left out, but fails a move.
+// `copied`: what was found in the source, where the options need it.
 posix::Failure copyTree(const CopyOptions& options, int sourceFolder, const char* sourceName, int targetFolder,
-                        const std::string& targetName, posix::CopyRecord& copied, posix::CopyRecord& made);
+                        const std::string& targetName, posix::CopyRecord& copied);
 
 // What stands in the way of removing an entry of an open folder: an errno value, 0 when nothing can be seen.
 int errorOfRemoving(int folder, const char* name, mode_t mode);

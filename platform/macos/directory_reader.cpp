@@ -6,6 +6,7 @@
 #include "platform/posix/descriptor.h"
 
 #include <dirent.h>
+#include <fcntl.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -47,7 +48,8 @@ void DirectoryReader::reserve(std::size_t capacity)
 bool DirectoryReader::fill()
 {
     isAtEnd_ = true;
-    Descriptor own = openAt(folder_, ".", folderItself); // closedir(3) closes it
+    // Not opened anew, which takes the right to search the folder. closedir(3) closes it.
+    Descriptor own(fcntl(folder_, F_DUPFD_CLOEXEC, 0));
     const std::unique_ptr<DIR, Close> folder(own ? fdopendir(own.get()) : nullptr);
     if (!folder) {
         error_ = errno;

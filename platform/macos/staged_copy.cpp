@@ -20,7 +20,7 @@ using posix::Failure;
 StagedCopy::~StagedCopy()
 {
     if (removeOnExit_) {
-        posix::withdrawCopy(target_.folder.get(), target_.path.name.c_str(), made_);
+        posix::withdrawCopy(target_.folder.get(), target_.path.name.c_str(), copied_);
     }
     if (!temporaryName_.empty()) {
         posix::discardEntry(target_.folder.get(), temporaryName_.c_str());
@@ -34,7 +34,7 @@ Outcome StagedCopy::build()
     }
     temporaryName_ = posix::temporaryName();
     Failure failure = copyTree(options_, source_.folder.get(), source_.path.name.c_str(), target_.folder.get(),
-                               temporaryName_, copied_, made_);
+                               temporaryName_, copied_);
     return worded(failure ? failure : flush());
 }
 
@@ -64,12 +64,6 @@ Outcome StagedCopy::publish()
     temporaryName_.clear();
     removeOnExit_ = true;
     if (options_.isDurable) {
-        struct stat published {};
-        if (!isFolder() && fstatat(folder, name, &published, AT_SYMLINK_NOFOLLOW) == 0) {
-            made_ = {}; // the new name has changed its times
-            made_.add(posix::rootPlace, published);
-            made_.close();
-        }
         error = posix::flushEntries(folder, folder);
     }
     return worded(Failure::ofTarget(error));

@@ -52,7 +52,6 @@ private:
     std::string temporaryName_; // in the target's folder; empty when there is nothing
     bool removeOnExit_ = false; // published, but not kept
     posix::CopyRecord copied_;
-    posix::CopyRecord made_;
 };
 
 } // namespace platform::macos

@@ -31,11 +31,11 @@ def contents():
     words = [pick.randbytes(pick.randint(1, 8)).hex() for _ in range(3000)]
     text = " ".join(pick.choices(words, k=400_000)).encode()
     noise = pick.randbytes(5 * BLOCK)
-    for size in (0, 1, 2, WINDOW, 65535, 65536, BLOCK - 1, BLOCK, BLOCK + 1, 2 * BLOCK, 3 * BLOCK + 7):
+    for size in (0, 1, 2, WINDOW, 65535, 65536, 300_000, BLOCK - 1, BLOCK, BLOCK + 1, 2 * BLOCK, 3 * BLOCK + 7):
         yield f"text {size}", text[:size], DEFLATED if size > 2 else STORED
         yield f"noise {size}", noise[:size], STORED
     yield "repeated across blocks", text[:BLOCK - 20000] + noise[:20000] * 2 + text[:BLOCK - 20000], DEFLATED
-    yield "text in noise", noise[:2 * BLOCK + 1] + text[:3 * BLOCK] + noise[:BLOCK], DEFLATED
+    yield "text in noise", noise[:2 * BLOCK] + text[:3 * BLOCK + 1] + noise[:2 * BLOCK - 7], DEFLATED
     yield "noise in text", text[:BLOCK // 2] + noise[:3 * BLOCK] + text[:3 * BLOCK], DEFLATED
 
 

@@ -6,8 +6,8 @@ fmxhost, whose current folder is an empty one of the test's own; "@" stands for 
 what it brought: a command's output; a text in quotation marks, a number or a timestamp; for "!!ERROR!!" the last
 error's code and text.
 
-The first line may ask for surroundings, as "#! volumes ext NAME=VALUE": a folder /Volumes, a program, a variable of that
-fmxhost's.
+The first line may ask for surroundings, as "#! volumes gio NAME=VALUE": a folder /Volumes, a need that
+support/surroundings.py knows, a variable of that fmxhost's.
 --update writes what came as what is expected. --cocoa takes any words for the system's own description of a failure.
 """
 

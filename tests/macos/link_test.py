@@ -2,8 +2,8 @@
 CMake files on Linux, and what came of it looked at with the tools that a Mac has too.
 
 Zig brings macOS 13's C headers, the names of its system library, and a C++ library; frameworks.h has those names of
-Apple's frameworks that are used, the machine's own libraries those of expat, libedit and ICU. LLVM's linker makes the
-binaries. A name that no library has doesn't link. That doesn't hold for C++: Zig's library is linked in, where a Mac's
+Apple's frameworks that are used, the machine's own libraries those of expat, libedit, ICU, zlib and bzip2. LLVM's
+linker makes the binaries. A name that no library has doesn't link. That doesn't hold for C++: Zig's library is linked in, where a Mac's
 stands in the system. For it counts what the library's headers say of macOS 13 (their file __availability): what is newer
 doesn't compile.
 
@@ -114,6 +114,9 @@ def make_frameworks():
         folder = f"System/Library/Frameworks/{name}.framework"
         stub_library(SDK / folder / f"{name}.tbd", f"/{folder}/Versions/A/{name}", symbols, classes)
         write(SDK / f"usr/include/{name}/{name}.h", '#include "frameworks.h"\n')
+    write(SDK / "usr/include/common_crypto.h", (HERE / "common_crypto.h").read_text())
+    for name in ("CommonCrypto", "CommonRandom"):
+        write(SDK / f"usr/include/CommonCrypto/{name}.h", '#include "common_crypto.h"\n')
 
 
 def link_header(name):

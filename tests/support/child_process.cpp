@@ -69,7 +69,7 @@ std::string inChild(const std::function<std::string()>& body)
 void becomeOrdinaryUser()
 {
     constexpr id_t nobody = 65534;
-    if (isRoot()) {
+    if (geteuid() == 0) {
         check(setgroups(0, nullptr), "setgroups");
         check(setgid(nobody), "setgid");
         check(setuid(nobody), "setuid");
@@ -88,11 +88,6 @@ void enterRoot(const std::string& folder)
 {
     check(chroot(folder.c_str()), "chroot");
     check(chdir("/"), "chdir");
-}
-
-bool isRoot()
-{
-    return geteuid() == 0;
 }
 
 #ifdef __linux__

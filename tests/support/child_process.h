@@ -25,8 +25,6 @@ void leaveMountNamespace();
 // `folder` becomes "/", and the current folder too. Takes root's rights.
 void enterRoot(const std::string& folder);
 
-bool isRoot();
-
 #ifdef __linux__
 // What this process has open: descriptors below 1024 and, where there is a /proc, what they are of (proc(5)).
 std::map<int, std::string> openDescriptors();

@@ -8,6 +8,7 @@ out, for capabilities, security modules and containers forbid in many ways. What
 
 import os
 import shutil
+import stat
 import subprocess
 import sys
 import tempfile
@@ -22,6 +23,17 @@ def succeeds(*command):
 
 def is_root():
     return os.geteuid() == 0
+
+
+def may_give_away():
+    """Root as of a whole system: in a namespace of users other owners and devices are refused."""
+    with tempfile.TemporaryDirectory() as folder:
+        try:
+            os.chown(folder, 1234, 5678)
+            os.mknod(f"{folder}/null", stat.S_IFCHR | 0o600, os.makedev(1, 3))
+        except OSError:
+            return False
+    return True
 
 
 def own_mounts():
@@ -43,6 +55,11 @@ def keeps(name, value):
     return True
 
 
+def keeps_creation_dates():
+    with tempfile.NamedTemporaryFile() as file:
+        return succeeds("sh", "-c", '[ "$(stat -c %W "$1")" -gt 0 ]', "sh", file.name)
+
+
 def has_memory():
     memory = "/dev/shm"
     return os.access(memory, os.W_OK) and os.stat(memory).st_dev != os.stat(tempfile.gettempdir()).st_dev
@@ -62,7 +79,7 @@ def speaks_french():
 
 
 NEEDS = {
-    "root": (is_root, "root's rights"),
+    "root": (may_give_away, "root's rights, which can give files away and make devices"),
     "mounts": (lambda: is_root() and in_own_mounts("mount -t tmpfs none /mnt"), "mounts, as root with CAP_SYS_ADMIN"),
     "own-mounts": (lambda: in_own_mounts("mount -t tmpfs none /mnt"), "mounts, as root with CAP_SYS_ADMIN or in a namespace of users"),
     "fuse": (lambda: is_root() and in_own_mounts("exec 5<>/dev/fuse; mount -i -t fuse -o fd=5,rootmode=40000,user_id=0,group_id=0 none /mnt"),
@@ -71,6 +88,7 @@ NEEDS = {
     "xfs": (lambda: mounts_image("xfs", "300M"), "loop mounts as root, and mkfs.xfs (xfsprogs)"),
     "attributes": (lambda: keeps("user.folidex", b"1"), f"extended attributes in {tempfile.gettempdir()}"),
     "access-lists": (lambda: keeps("system.posix_acl_access", ACCESS_LIST), f"access lists in {tempfile.gettempdir()}"),
+    "creation-dates": (keeps_creation_dates, f"dates of creation in {tempfile.gettempdir()}"),
     "memory": (has_memory, "a second file system, at /dev/shm"),
     "french": (speaks_french, "the C library's French (libc-l10n, locales)"),
 }

@@ -8,6 +8,7 @@ sanitizers if any, whether Folidex is built over GNUstep.
 import concurrent.futures
 import json
 import os
+import platform
 import re
 import subprocess
 import sys
@@ -48,8 +49,10 @@ def temporary(text):
     return file
 
 
-# What a plug-in of such a build needs, and no server has.
+# What a plug-in of such a build needs, and no server has. Debian 12's glibc is the newest whose plug-ins run on all servers.
+IS_NEWER = LINUX and [int(number) for number in platform.libc_ver()[1].split(".")] > [2, 36]
 ALLOWED = temporary(("libraries: it needs lib*san.so.*\n" if SANITIZERS else "") +
+                    ("libraries: it needs * of lib*; a plain server has *\n" if IS_NEWER else "") +
                     ("libraries: it needs libgnustep-*.so.*\nlibraries: it needs libobjc.so.*\n" if COCOA == "1" else ""))
 
 

@@ -9,7 +9,7 @@
 #include <string>
 #include <unordered_map>
 
-namespace platform::linux_os {
+namespace platform::posix {
 
 // Remembers items that have names left to be met; one whose names have all been met is forgotten.
 class HardLinks {
@@ -29,10 +29,10 @@ private:
         nlink_t left; // names that haven't been met
     };
     struct Hash {
-        std::size_t operator()(const posix::Identity& identity) const { return identity.inode; }
+        std::size_t operator()(const Identity& identity) const { return identity.inode; }
     };
 
-    std::unordered_map<posix::Identity, Copied, Hash> copied_;
+    std::unordered_map<Identity, Copied, Hash> copied_;
 };
 
-} // namespace platform::linux_os
+} // namespace platform::posix

@@ -31,24 +31,67 @@ using posix::TreeEntry;
 
 namespace {
 
-// Asks for no more than `mask`, for some file systems have to go far for the rest. Nothing mounts because somebody
-// looked, as with stat(2).
-std::optional<struct statx> examine(PathView path, int flags, unsigned int mask)
+// Of times whole seconds, rounded towards the past: systems keep a second before 1970 as the second below and a fraction
+// to add.
+struct ItemStatus {
+    bool isFolder = false;
+    std::uint64_t size = 0;
+    UnixTime accessed = 0;
+    UnixTime modified = 0;
+    std::optional<UnixTime> created{}; // empty where the file system doesn't keep it
+};
+
+#ifdef __linux__
+
+// No more is asked for, because some file systems have to go far for the rest (statx(2)).
+enum class Wanted : unsigned {
+    kind = STATX_TYPE,
+    size = STATX_SIZE,
+    accessTime = STATX_ATIME,
+    attributes = STATX_SIZE | STATX_MTIME | STATX_BTIME,
+};
+
+// Nothing mounts because somebody looked, as with stat(2).
+std::optional<ItemStatus> examine(int folder, const char* name, int flags, Wanted wanted)
 {
-    const std::optional<std::string> bytes = fileSystemRepresentation(path);
     struct statx status;
-    if (!bytes ||
-        retried([&] { return statx(AT_FDCWD, bytes->c_str(), AT_NO_AUTOMOUNT | flags, mask, &status); }) != 0) {
+    const auto mask = static_cast<unsigned>(wanted);
+    if (retried([&] { return statx(folder, name, AT_NO_AUTOMOUNT | flags, mask, &status); }) != 0) {
         return std::nullopt;
     }
-    return status;
+    ItemStatus result{S_ISDIR(status.stx_mode), status.stx_size, status.stx_atime.tv_sec, status.stx_mtime.tv_sec};
+    // Birth times are kept by ext4, XFS and Btrfs, but not by every file system.
+    if ((status.stx_mask & STATX_BTIME) != 0) {
+        result.created = status.stx_btime.tv_sec;
+    }
+    return result;
 }
 
-// The kernel keeps a second before 1970 as the second below and a fraction to add, so dropping the fraction rounds
-// towards the past.
-UnixTime wholeSeconds(const statx_timestamp& time)
+#else
+
+enum class Wanted { kind, size, accessTime, attributes };
+
+std::optional<ItemStatus> examine(int folder, const char* name, int flags, Wanted)
 {
-    return time.tv_sec;
+    struct stat status;
+    if (retried([&] { return fstatat(folder, name, &status, flags); }) != 0) {
+        return std::nullopt;
+    }
+    ItemStatus result{S_ISDIR(status.st_mode), static_cast<std::uint64_t>(status.st_size),
+                      status.st_atimespec.tv_sec, status.st_mtimespec.tv_sec};
+    // XNU says 0 or -1 where the file system keeps none.
+    if (status.st_birthtimespec.tv_sec != 0 && status.st_birthtimespec.tv_sec != -1) {
+        result.created = status.st_birthtimespec.tv_sec;
+    }
+    return result;
+}
+
+#endif
+
+std::optional<ItemStatus> examine(PathView path, int flags, Wanted wanted)
+{
+    const std::optional<std::string> bytes = fileSystemRepresentation(path);
+    return bytes ? examine(AT_FDCWD, bytes->c_str(), flags, wanted) : std::nullopt;
 }
 
 // A folder open for reading, or the failure to open it.
@@ -106,9 +149,8 @@ public:
     // What can't be examined adds nothing.
     Failure visit(const TreeEntry& entry) override
     {
-        struct statx status;
-        if (retried([&] { return statx(entry.folder, entry.name, AT_NO_AUTOMOUNT, STATX_SIZE, &status); }) == 0) {
-            bytes_ += status.stx_size;
+        if (const auto status = examine(entry.folder, entry.name, 0, Wanted::size)) {
+            bytes_ += status->size;
         }
         return {};
     }
@@ -131,31 +173,20 @@ private:
 
 Existence existence(PathView path)
 {
-    const std::optional<struct statx> status = examine(path, 0, STATX_TYPE);
-    return {status.has_value(), status && S_ISDIR(status->stx_mode)};
+    const std::optional<ItemStatus> status = examine(path, 0, Wanted::kind);
+    return {status.has_value(), status && status->isFolder};
 }
 
 std::optional<Attributes> attributes(PathView path)
 {
-    const std::optional<struct statx> status =
-        examine(path, AT_SYMLINK_NOFOLLOW, STATX_SIZE | STATX_MTIME | STATX_BTIME);
-    if (!status) {
-        return std::nullopt;
-    }
-    Attributes attributes;
-    attributes.size = status->stx_size;
-    attributes.modificationDate = wholeSeconds(status->stx_mtime);
-    // Birth times are kept by ext4, XFS and Btrfs, but not by every file system (statx(2), stx_mask).
-    if ((status->stx_mask & STATX_BTIME) != 0) {
-        attributes.creationDate = wholeSeconds(status->stx_btime);
-    }
-    return attributes;
+    const std::optional<ItemStatus> status = examine(path, AT_SYMLINK_NOFOLLOW, Wanted::attributes);
+    return status ? std::optional(Attributes{status->size, status->created, status->modified}) : std::nullopt;
 }
 
 UnixTime accessTime(PathView path)
 {
-    const std::optional<struct statx> status = examine(path, 0, STATX_ATIME);
-    return status ? wholeSeconds(status->stx_atime) : 0;
+    const std::optional<ItemStatus> status = examine(path, 0, Wanted::accessTime);
+    return status ? status->accessed : 0;
 }
 
 // One pass: the directory itself says of nearly every entry whether it is a folder.

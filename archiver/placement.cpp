@@ -115,7 +115,7 @@ private:
             } else if (!isFolder) {
                 replace(item, index);
             } else if (hasEntry) {
-                merged_.push_back({index, existing->st_mode & allBits, timesOf(*existing)});
+                merged_.push_back({index, static_cast<mode_t>(existing->st_mode & allBits), timesOf(*existing)});
                 merged = item;
                 return index + 1;
             } else {

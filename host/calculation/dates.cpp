@@ -14,9 +14,9 @@ constexpr std::u16string_view monthNames[] = {u"January",   u"February", u"March
 // A month and a day may lie outside their range.
 Value dateOf(const Value& month, const Value& day, const Value& year)
 {
-    // Since the year 0; the calendar is that of the years 1 to 4000.
+    // Since the year 0; the calendar has the years 1 to 4000, which end at month 48012.
     const std::int64_t months = (floorOf(year) * 12 + floorOf(month) - 1).integer();
-    if (months < 12 || months >= 4001 * 12) {
+    if (months < 12 || months >= 48012) {
         throw NoResult{Value::undefined(Data::kDTDate)};
     }
     const fmx::DateTimeUniquePtr first;

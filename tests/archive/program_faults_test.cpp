@@ -254,6 +254,7 @@ TEST_P(ArchiveProgram, IsWholeOrLeavesNothingWhenACallFails)
 {
     const FaultReport report = measure();
     ASSERT_GT(report.calls.at("write"), 0U);
+    EXPECT_GE(report.calls.at("flush"), 2U) << "what was written, and its name";
     std::vector<Trial> trials;
     for (const auto& [call, count] : report.calls) {
         // Of the thousands of allocations some, of everything else all.
@@ -308,6 +309,23 @@ TEST_P(ArchiveProgram, NoticesThatItsSourceChanges)
                     wrong.starts_with("ends with 65"))
             << GetParam().name << ", " << trials[at].text << ": " << wrong;
     }
+}
+
+// The same bytes, written anew once they have been read.
+TEST_P(ArchiveProgram, SaysThatADecryptedSourceWasWrittenTo)
+{
+    if (GetParam().name != "decrypt") {
+        GTEST_SKIP() << "of what is packed or encrypted, what was read counts";
+    }
+    const FaultReport report = measure();
+    const std::string original = scratch_->read(GetParam().source);
+    unsigned noticed = 0;
+    for (unsigned at = 1; at <= report.total; at += 2) {
+        const auto rewrite = [&] { scratch_->write(GetParam().source, original); };
+        prepare();
+        noticed += inChild([&] { return attempt({.intrudeAt = at, .intrude = rewrite}); }).starts_with("66") ? 1 : 0;
+    }
+    EXPECT_GT(noticed, 3U);
 }
 
 INSTANTIATE_TEST_SUITE_P(Verbs, ArchiveProgram, testing::ValuesIn(verbs),

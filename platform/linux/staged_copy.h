@@ -30,8 +30,8 @@ public:
     // first.
     Outcome build();
 
-    // Gives the copy its name, unless something else has it by now; the name too is then on the disk where the options say
-    // so.
+    // Gives the copy its name, unless something else has it by now; the name too is then on the disk where the options
+    // say so.
     Outcome publish();
 
     // Otherwise a published copy goes with the value, but for what others have put into it or changed.

@@ -81,8 +81,11 @@ int readFile(const char*, char* bytes, std::size_t size, off_t position, fuse_fi
 
 int list(const char* path, void* list, fuse_fill_dir_t fill, off_t, fuse_file_info*, fuse_readdir_flags)
 {
+    int listed = 0;
     for (const auto& entry : fs::directory_iterator(onDisk(path))) {
-        fill(list, entry.path().filename().c_str(), nullptr, 0, fuse_fill_dir_flags{});
+        if (!strange.listsFew || ++listed <= 3) {
+            fill(list, entry.path().filename().c_str(), nullptr, 0, fuse_fill_dir_flags{});
+        }
     }
     return 0;
 }

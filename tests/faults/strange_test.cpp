@@ -104,6 +104,7 @@ TEST_F(Strange, OtherWaysDontLoseTheFile)
         {"KORB_FileCopy", {mounted / "inner/b.txt", shown.string(), "Y", "inner"}},
         {"KORB_FileMove", {mounted / "inner/b.txt", shown.string(), "Y", "inner"}},
         {"KORB_FolderCopy", {mounted / "inner", shown / "inner"}},
+        {"KORB_FolderMove", {mounted / "inner", shown / "inner"}},
     };
     for (const bool hasOtherNumbers : {false, true}) {
         for (const auto& [function, arguments] : calls) {
@@ -116,8 +117,26 @@ TEST_F(Strange, OtherWaysDontLoseTheFile)
             EXPECT_EQ(scratch.read("shown/a.txt"), "twelve bytes") << function;
             EXPECT_EQ(scratch.read("shown/inner/b.txt"), "more") << function;
             EXPECT_EQ(scratch.list("shown/inner"), std::vector<std::string>{"b.txt"});
+            const std::string name = function;
+            const char* reason = name == "KORB_FolderCopy"   ? "" // gives none
+                                 : name == "KORB_FolderMove" ? "into itself"
+                                 : hasOtherNumbers           ? "the source would be removed"
+                                                             : "would remove the source";
+            EXPECT_NE(plugin.lastErrorText().find(reason), std::string::npos) << name << plugin.lastErrorText();
         }
     }
+}
+
+// Where folders change, some file systems skip entries.
+TEST_F(Strange, FoldersAreReadAgainUntilTheyAreEmpty)
+{
+    SKIP_WITHOUT("fuse");
+    const StrangeFileSystem fileSystem(shown, mounted, {.listsFew = true});
+    for (const char* name : {"a", "b", "c/a", "c/b", "c/c", "c/d", "c/e", "d", "e", "f", "g"}) {
+        scratch.write(fs::path("shown/folder") / name);
+    }
+    EXPECT_EQ(plugin.call("KORB_FolderDelete", {mounted / "folder"}).utf8(), "0") << plugin.lastErrorText();
+    EXPECT_EQ(scratch.list("shown"), std::vector<std::string>());
 }
 
 TEST_F(Strange, FilesAreMovedWholeOrNotAtAll)

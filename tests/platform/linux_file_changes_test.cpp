@@ -131,14 +131,15 @@ TEST(LinuxCopy, KeepsHardLinksWithinTheTree)
     const ScratchFolder scratch;
     scratch.write("outside", "o");
     scratch.makeFolder("tree/sub");
-    scratch.hardLink("outside", "tree/alone");
+    scratch.hardLink("outside", "tree/first");
     scratch.hardLink("outside", "tree/sub/twin");
+    scratch.hardLink("outside", "tree/sub/third");
     scratch.symlink("nowhere", "tree/link");
     scratch.hardLink("tree/link", "tree/sub/link");
     EXPECT_EQ(copyIt(scratch / "tree", scratch / "copy"), "");
     EXPECT_EQ(snapshot(scratch / "copy"), snapshot(scratch / "tree"));
-    EXPECT_TRUE(fs::equivalent(scratch / "copy/alone", scratch / "copy/sub/twin"));
-    EXPECT_EQ(numberOfNames(scratch / "copy/alone"), 2U);
+    EXPECT_TRUE(fs::equivalent(scratch / "copy/first", scratch / "copy/sub/twin"));
+    EXPECT_EQ(numberOfNames(scratch / "copy/first"), 3U);
     EXPECT_EQ(numberOfNames(scratch / "copy/link"), 2U);
 }
 
@@ -480,6 +481,19 @@ TEST(LinuxTrees, AreLeftNowhereButWhereTheyWereEntered)
     }
     EXPECT_EQ(error, ESTALE);
     EXPECT_EQ(folders.path(), "/0/1/2/3/4");
+}
+
+// What was moved into another folder meanwhile isn't what was copied there.
+TEST(LinuxMove, TellsEntriesApartByTheirFolders)
+{
+    using platform::posix::placeOf;
+    using platform::posix::rootPlace;
+    struct stat status {};
+    platform::posix::CopyRecord record;
+    record.add(placeOf(placeOf(rootPlace, "a"), "file"), status);
+    record.close();
+    EXPECT_TRUE(record.holds(placeOf(placeOf(rootPlace, "a"), "file"), status));
+    EXPECT_FALSE(record.holds(placeOf(placeOf(rootPlace, "b"), "file"), status));
 }
 
 // Times in whole seconds are FAT's, and those of many servers.

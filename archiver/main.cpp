@@ -10,6 +10,9 @@
 //   expansion       unzip, unzipdecrypt: zip_reader (the directory), zip_content, decoders, entry_path, placement
 //   packing         zip, zipencrypt, by ordered_work on all processors: workers
 //   zip_writer      the records of an archive: zip_format; block_deflate, zip_crypto: its contents
+//   expansion       unzip, unzipdecrypt, in a work folder; placement: whole or not at all; tree_cursor: both walk by it
+//   zip_reader      the directory of an archive, checked; entry_path: its names
+//   zip_content     what entries hold, decrypted and compared; decoders, deflate64: by which method
 
 #include "archiver/call.h"
 #include "archiver/failure.h"

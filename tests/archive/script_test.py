@@ -324,7 +324,7 @@ class Failure(ScratchCase):
             seen = Path(f"/proc/{running.pid}/cmdline").read_bytes()
         self.assertRegex(seen, rb"\|out\|\0+$")
         running.terminate()
-        running.wait(60)
+        self.assertEqual((running.wait(60), self.path("out").exists()), (143, False))
 
     # By TERM it leaves nothing; by KILL what the next call removes. The target is as it was, or whole.
     def test_ended_at_any_moment(self):

@@ -20,7 +20,7 @@ DOCUMENTS = "/usr/share/doc/folidex-server/"
 
 # Ubuntu 22.04, the oldest server system.
 OLDEST_SERVER = {"libc6": "2.35", "libgcc-s1": "12", "libstdc++6": "12", "libmount1": "2.37", "libssl3": "3.0.2",
-                 "zlib1g": "1:1.2.11", "libbz2-1.0": "1.0.8", "liblzma5": "5.2.5", "libzstd1": "1.4.8"}
+                 "zlib1g": "1:1.2.11.dfsg-2", "libbz2-1.0": "1.0.8", "liblzma5": "5.2.5"}
 
 
 def output(*command):

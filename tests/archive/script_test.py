@@ -24,7 +24,8 @@ import zipfile
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
-SCRIPT, HOST, PLUGIN, SANITIZERS = (os.path.abspath(word) if "/" in word else word for word in sys.argv[1:5])
+# CMake passes no empty argument.
+SCRIPT, HOST, PLUGIN, SANITIZERS = (os.path.abspath(word) if "/" in word else word for word in [*sys.argv[1:], ""][:4])
 FULL = os.environ.get("FOLIDEX_FULL") == "1"
 AS_ROOT = os.geteuid() == 0
 LOCAL = sys.platform == "linux" and not SANITIZERS  # what strange surroundings don't break

@@ -6,7 +6,6 @@ Called with the program's path. The archives of others in fuzz/corpus/zip_reader
 
 import io
 import os
-import shutil
 import stat
 import struct
 import subprocess
@@ -18,6 +17,8 @@ import zipfile
 import zlib
 from pathlib import Path
 
+sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
+from support import surroundings  # noqa: E402
 from zip_files import (ANYWHERE16, ANYWHERE32, DESCRIPTOR, DEVICE, FIFO, FILE, FOLDER, LINK, UTF8, archive, deflated,
                        entry, field)
 
@@ -340,7 +341,7 @@ class Destinations(Reading):
         os.symlink("nowhere", self.base / "dangling")
         self.expand(archive(*TWO), expect=IN_THE_WAY, target="dangling")
 
-    @unittest.skipUnless(shutil.which("setfacl"), "setfacl isn't installed")
+    @surroundings.case_needs("access-lists", "setfacl")
     def test_default_access_lists_open_nothing(self):
         subprocess.run(["setfacl", "-d", "-m", "u:nobody:rwx,g::rwx,o::rwx", self.out], check=True)
         self.expand(archive(entry("p/q/f", "x", 0o100600), entry("top", "x", 0o100640)), umask=0o077)

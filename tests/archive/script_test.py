@@ -24,6 +24,8 @@ import zipfile
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(ROOT / "tests"))
+from support import surroundings  # noqa: E402
 # CMake passes no empty argument.
 SCRIPT, HOST, PLUGIN, SANITIZERS = (os.path.abspath(word) if "/" in word else word for word in [*sys.argv[1:], ""][:4])
 FULL = os.environ.get("FOLIDEX_FULL") == "1"
@@ -208,7 +210,7 @@ class Failure(ScratchCase):
             self.write("changed", content)
             self.run_verb("decrypt", "changed", "new", "pw", expect=65)
 
-    @unittest.skipUnless(AS_ROOT, "needs root to become another user")
+    @surroundings.case_needs("root", "setpriv")
     def test_what_another_user_may_not_touch(self):
         self.write("tree/shut/file")
         self.sh("chown 1 tree; chmod 555 tree")
@@ -242,14 +244,11 @@ class Failure(ScratchCase):
             self.run_verb("encrypt", "partly/file", "8", "pw", prefix="umask 022;")
             self.assertEqual(self.mode("8"), 0o600, "another group than the result's")
 
-    @unittest.skipUnless(sys.platform == "linux", "needs Linux's access lists")
+    @surroundings.case_needs("access-lists")
     def test_access_lists_let_nobody_in(self):
         self.sh("umask 022; mkdir out; echo >listed")
-        try:
-            os.setxattr(self.path("listed"), "system.posix_acl_access", OPEN_TO_USER_1)
-            os.setxattr(self.path("out"), "system.posix_acl_default", OPEN_TO_USER_1)
-        except OSError:
-            self.skipTest("a file system without access lists")
+        os.setxattr(self.path("listed"), "system.posix_acl_access", OPEN_TO_USER_1)
+        os.setxattr(self.path("out"), "system.posix_acl_default", OPEN_TO_USER_1)
         self.run_verb("encrypt", "listed", "1", "pw")
         self.assertEqual(self.mode("1"), 0o600)
         self.write("secret", mode=0o600)
@@ -259,7 +258,7 @@ class Failure(ScratchCase):
             self.assertNotIn("system.posix_acl_access", os.listxattr(made), made)
         self.assertEqual((self.mode("out/1"), self.mode("out/2")), (0o600, 0o600))
 
-    @unittest.skipUnless(AS_ROOT, "needs root: tmpfs")
+    @surroundings.case_needs("mounts")
     def test_full_disk(self):
         self.sh("mkdir disk; mount -t tmpfs -o size=2m tmpfs disk")
         self.addCleanup(self.sh, "umount disk")
@@ -291,7 +290,8 @@ class Failure(ScratchCase):
         self.run_verb("decrypt", "out", "back", "pw")
         self.assertEqual(self.read("back"), self.read("file"))
 
-    @unittest.skipUnless(AS_ROOT and LOCAL, "needs root: mount name space")
+    @unittest.skipUnless(LOCAL, "not with a sanitizer, and on Linux only")
+    @surroundings.case_needs("mounts")
     def test_failures_go_to_the_system_log(self):
         with tempfile.TemporaryDirectory() as folder, socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as log:
             log.bind(f"{folder}/log")
@@ -303,7 +303,8 @@ class Failure(ScratchCase):
             said = log.recv(4096).decode()
         self.assertRegex(said, r"^<11>.* Folidex: ZipFuncs.sh: 66 zip: the source can't be opened: No such file or directory$")
 
-    @unittest.skipUnless(LOCAL and shutil.which("strace"), "needs strace")
+    @unittest.skipUnless(LOCAL, "not with a sanitizer, and on Linux only")
+    @surroundings.case_needs("strace")
     def test_one_process_that_opens_its_source_once(self):
         for verb, source, target, password in (("zip", "file", "1.zip", None), ("zip", "file", "2.zip", "secret"),
                                                ("encrypt", "file", "3", "secret"), ("unzip", "plain.zip", "4/", None),
@@ -434,14 +435,15 @@ class Plugin(ScratchCase):
     def test_where_the_host_ignores_its_children(self):
         self.assert_all_six(prefix='trap "" CHLD;')
 
-    @unittest.skipUnless(AS_ROOT and LOCAL, "needs root: mount name space")
+    @unittest.skipUnless(LOCAL, "not with a sanitizer, and on Linux only")
+    @surroundings.case_needs("mounts")
     def test_what_runs_is_nobody_elses(self):
         shipped, package = os.path.dirname(SCRIPT), "/usr/libexec/folidex-server"
         private = "mount -t tmpfs home /root; mount -t tmpfs tmp /var/tmp; chmod 1777 /var/tmp;"
         # The package's folder is made anew each time, for the mount alone.
         installed = f"{private} mount -t tmpfs libexec /usr/libexec; mkdir {package}; cp {shipped}/* {package};"
         noexec = private.replace("-t tmpfs", "-t tmpfs -o noexec")
-        for surroundings, expected in (
+        for mounts, expected in (
                 (installed, rf"{package}/ZipFuncs.sh"),
                 (installed + f"echo >>{package}/folidex-archive;", r"/root/.cache/folidex/[0-9a-f]{16}/ZipFuncs.sh"),
                 (installed + f"chmod 775 {package};", r"/root/.cache/folidex/.*"),
@@ -452,15 +454,15 @@ class Plugin(ScratchCase):
                  r"/proc/\d+/fd/\d+"),
                 (noexec, r"/proc/\d+/fd/\d+")):
             self.sh("rm -f seen")
-            script = f"unshare -m sh -ec '{surroundings} exec \"$@\"' sh"
-            self.assertRegex(self.script_used(prefix="exec " + script + " env --"), rf"^{expected}$", surroundings)
+            script = f"unshare -m sh -ec '{mounts} exec \"$@\"' sh"
+            self.assertRegex(self.script_used(prefix="exec " + script + " env --"), rf"^{expected}$", mounts)
 
-    @unittest.skipUnless(AS_ROOT and LOCAL, "needs root: mount name space")
+    @unittest.skipUnless(LOCAL, "not with a sanitizer, and on Linux only")
+    @surroundings.case_needs("mounts")
     def test_private_files_are_compared_before_each_use(self):
         change = "for f in /root/.cache/folidex/*/*; do echo exit 3 >$f; done"
-        surroundings = "mount -t tmpfs home /root;"
         first = f'KORB_EncryptFile("{self.base}/in/a.txt"; "{self.base}/a.enc"; "pw")'
-        run = f"unshare -m sh -ec '{surroundings} \"$@\"; {change}; exec \"$@\"' sh"
+        run = f"unshare -m sh -ec 'mount -t tmpfs home /root; \"$@\"; {change}; exec \"$@\"' sh"
         self.assertEqual(self.calculate([first], prefix="exec " + run), ["0", "0"])
 
 

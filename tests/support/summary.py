@@ -12,6 +12,7 @@ import sys
 import xml.etree.ElementTree as ElementTree
 
 REASON = re.compile(r"^skipped: (.*)$|: Skipped\n((?:[^\[\n].*\n)+)", re.MULTILINE)
+CASE = re.compile(r"^(test_\w+) .*\.\.\. skipped ['\"](.*)['\"]$", re.MULTILINE)  # unittest's words
 SAMPLE = re.compile(r"^sample: (\d+) of (\d+) (.+)$", re.MULTILINE)
 
 tests = [test for file in filter(os.path.exists, sys.argv[1:]) for test in ElementTree.parse(file).iter("testcase")]
@@ -23,6 +24,8 @@ for test in tests:
         reason = REASON.search(output)
         words = (reason[1] or reason[2]) if reason else "no reason told"
         skipped[words.strip().replace("\n", "; ")].append(test.get("name").split("  #")[0])
+    for case, reason in CASE.findall(output):
+        skipped[reason].append(f"{test.get('name')}.{case}")
     for some, all_there_are, what in SAMPLE.findall(output):
         sampled[what][0] += int(some)
         sampled[what][1] += int(all_there_are)

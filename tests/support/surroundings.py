@@ -12,6 +12,7 @@ import stat
 import subprocess
 import sys
 import tempfile
+import unittest
 
 SKIPPED = 77  # the exit status by which a script says that it was skipped
 ACCESS_LIST = bytes.fromhex("02000000" "01000600ffffffff" "04000000ffffffff" "20000000ffffffff")  # acl(5): owner rw-
@@ -116,6 +117,12 @@ def skip(reason):
 def skip_without(*needs):
     if reason := lacking(*needs):
         skip(reason)
+
+
+def case_needs(*needs):
+    """Decorates a case or a class of unittest that is skipped without them."""
+    reason = lacking(*needs).replace("\n", "; ")
+    return unittest.skipIf(reason, reason)
 
 
 if __name__ == "__main__":

@@ -17,7 +17,7 @@ public:
     // Errors: std::out_of_range for a function that isn't registered.
     Handler(std::string_view function, const std::vector<std::string>& arguments);
 
-    // Calls the function; false when it answered an error.
+    // Calls the function; false when it returned an error.
     bool call();
 
 private:

@@ -33,7 +33,7 @@ void run(State& state, const Prepare& prepare, const Work& work)
         prepare();
         state.ResumeTiming();
         if (!work()) {
-            return state.SkipWithError("the function answered an error");
+            return state.SkipWithError("the function returned an error");
         }
     }
     emptyTarget();

@@ -18,7 +18,7 @@ void run(State& state, const char* function, const std::vector<std::string>& arg
     Handler handler(function, arguments);
     while (state.KeepRunning()) {
         if (!handler.call()) {
-            return state.SkipWithError("the function answered an error");
+            return state.SkipWithError("the function returned an error");
         }
     }
 }

@@ -10,7 +10,7 @@
 
 namespace platform {
 
-// Display names (UTF-16) of the local volumes that are mounted and answer, in the order of mounting. Network file
+// Display names (UTF-16) of the local volumes that are mounted and respond, in the order of mounting. Network file
 // systems are left out before anything is asked of them, so that a dead server can't hold the caller. Empty when
 // the list of mounts can't be had.
 std::optional<std::vector<std::u16string>> mountedLocalVolumeNames();

@@ -1,4 +1,4 @@
-// What KORB_GetLastError answers after an error, as the plug-in's own code words it, for the reference of the
+// What KORB_GetLastError returns after an error, as the plug-in's own code words it, for the reference of the
 // functions. Each line of standard input is a code, or a code, a blank and the extended text, in which "\n" stands for
 // a line end; each line of standard output is the answer. Texts are UTF-8.
 #include "frame/error_model.h"

@@ -25,7 +25,7 @@ ORIGIN = "<!-- Made by tools/reference.py from the plug-in and the texts in docs
 LOWEST_CODE = -9999
 ERRORS = """## Error codes
 
-Each code with its message, as `KORB_GetLastError` answers it when nothing is added, and the
+Each code with its message, as `KORB_GetLastError` returns it when nothing is added, and the
 functions that give it."""
 UNUSED = """These have messages too, but no function gives them today."""
 

@@ -12,7 +12,7 @@ namespace fmx {
 
 class ExprEnv;
 
-// Called for a function or step with its arguments; fills the result and answers 0 or an error code. May be called on
+// Called for a function or step with its arguments; fills the result and returns 0 or an error code. May be called on
 // any thread, on several at once.
 using ExtPluginType = errcode (*)(short functionId, const ExprEnv& environment, const DataVect& arguments,
                                   Data& result);
@@ -33,7 +33,7 @@ FMX_API errcode FM_ExprEnv_UnRegisterExternalFunction(const QuadChar& pluginId, 
 FMX_API errcode FM_ExprEnv_UnRegisterScriptStep(const QuadChar& pluginId, short stepId, _fmxcpt& x);
 }
 
-// The registering members may be called from any thread. They answer 0, or change nothing and answer:
+// The registering members may be called from any thread. They return 0, or change nothing and return:
 //   1200  an empty name, no handler, a negative minimum, a maximum below -1 or below the minimum (-1: any number)
 //   1210  the plug-in has a function (or step) with this ID. Names may be shared: of two functions of one name,
 //         calculations get the one that was registered first.

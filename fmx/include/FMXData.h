@@ -125,7 +125,7 @@ public:
     } // of the last text; else the system's
 
     // The last argument is the native type that the value then has; what it holds stays as given. A text is shared, not
-    // copied. A text that can't be read as its native type is kept and answers 1218 (number), 500 (date) or 501 (time).
+    // copied. A text that can't be read as its native type is kept and returns 1218 (number), 500 (date) or 501 (time).
     errcode SetAsText(const Text& text, const Locale& locale, DataType type = kDTText)
     {
         return _fmxcall(FM_Data_SetAsText, this, text, locale, type);

@@ -35,14 +35,14 @@ public:
     void Now() { _fmxcall(FM_DateTime_Now, this); } // the local date and time
 
     // Month and day may lie outside their usual range and roll over: month 13 is January of the next year, day 0 the
-    // last day of the month before. The time of day stays. A date outside the calendar's range answers 500 and changes
+    // last day of the month before. The time of day stays. A date outside the calendar's range returns 500 and changes
     // nothing.
     errcode SetNormalizedDate(int16 month, int16 day, int16 year)
     {
         return _fmxcall(FM_DateTime_SetNormalizedDate1, this, month, day, year);
     }
     // All parts may lie outside their usual range, negative ones included, and roll over, hours into the day: so the
-    // date is set first. A day outside the calendar's range answers 501 and changes nothing.
+    // date is set first. A day outside the calendar's range returns 501 and changes nothing.
     errcode SetNormalizedTime(int64 hour, int16 minute, int16 second, int32 microseconds = 0)
     {
         return _fmxcall(FM_DateTime_SetNormalizedTime1, this, hour, minute, second, microseconds);

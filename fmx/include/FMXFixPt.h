@@ -74,7 +74,7 @@ public:
     void Add(const FixPt& that, FixPt& result) const { _fmxcall(FM_FixPt_Add, this, that, result); }
     void Subtract(const FixPt& that, FixPt& result) const { _fmxcall(FM_FixPt_Subtract, this, that, result); }
     void Multiply(const FixPt& that, FixPt& result) const { _fmxcall(FM_FixPt_Multiply, this, that, result); }
-    // Division by zero answers 1218 ("number cannot be evaluated") and leaves `result` as it was.
+    // Division by zero returns 1218 ("number cannot be evaluated") and leaves `result` as it was.
     errcode Divide(const FixPt& that, FixPt& result) const { return _fmxcall(FM_FixPt_Divide, this, that, result); }
 
     // Whole numbers are cut off towards zero; values outside the type's range become its nearest end.

@@ -79,7 +79,7 @@ public:
         _fmxcall(FM_Text_AssignUnicodeWithLength, this, units, length);
     }
 
-    // Writes whole characters as long as they fit into `bufferSize` bytes; answers how many bytes it wrote. A zero byte
+    // Writes whole characters as long as they fit into `bufferSize` bytes; returns how many bytes it wrote. A zero byte
     // follows, not counted, where the buffer has room for it. Characters that the encoding lacks become "?", in UTF-8
     // unpaired surrogates become U+FFFD.
     uint32 GetBytesEx(char* buffer, uint32 bufferSize, uint32 position = 0, uint32 size = kSize_End,

@@ -44,7 +44,7 @@ struct _fmxcpt {
     }
 };
 
-// Calls an entry point with a slot of its own; throws what the slot reports, else answers what the entry point answers.
+// Calls an entry point with a slot of its own; throws what the slot reports, else returns what the entry point returns.
 template <typename Entry, typename... Arguments>
 inline auto _fmxcall(Entry entry, Arguments&&... arguments)
 {
@@ -53,9 +53,9 @@ inline auto _fmxcall(Entry entry, Arguments&&... arguments)
         entry(std::forward<Arguments>(arguments)..., x);
         x.Check();
     } else {
-        const auto answer = entry(std::forward<Arguments>(arguments)..., x);
+        const auto returned = entry(std::forward<Arguments>(arguments)..., x);
         x.Check();
-        return answer;
+        return returned;
     }
 }
 

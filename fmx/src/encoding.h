@@ -14,7 +14,7 @@ namespace fmxkit {
 std::u16string decode(std::string_view bytes, fmx::int32 encoding);
 std::u16string decodeWide(std::wstring_view characters);
 
-// Writes whole characters as long as they fit; answers the bytes written. What the encoding lacks becomes "?"; unpaired
+// Writes whole characters as long as they fit; returns the bytes written. What the encoding lacks becomes "?"; unpaired
 // surrogates become U+FFFD in UTF-8.
 std::size_t encode(std::u16string_view units, fmx::int32 encoding, char* buffer, std::size_t capacity);
 

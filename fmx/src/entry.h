@@ -11,7 +11,7 @@ namespace fmxkit {
 // Counts a call of the current thread; the code that the test has ordered for it, else 0 (see failure.h).
 fmx::int32 injectedFailure() noexcept;
 
-// Runs `work` and answers what it answers, or a zero of that type when it fails.
+// Runs `work` and returns what it returns, or a zero of that type when it fails.
 template <typename Work>
 auto entry(fmx::_fmxcpt& x, Work&& work) noexcept -> decltype(work())
 {
@@ -78,7 +78,7 @@ void destroy(Opaque* value, fmx::_fmxcpt& x) noexcept
 
 } // namespace fmxkit
 
-// The six entry points by which the values of a type compare. order(a, b) answers what is below, at or above 0 as a is
+// The six entry points by which the values of a type compare. order(a, b) returns what is below, at or above 0 as a is
 // below, equal to or above b.
 #define FMXKIT_COMPARISON(Type, name, comparison, order)                                                               \
     bool FM_##Type##_operator##name(const Type* self, const Type& that, _fmxcpt& x)                                    \

@@ -1,4 +1,4 @@
-// FileMaker's error codes that this library answers (FileMaker Pro help, "FileMaker error codes").
+// FileMaker's error codes that this library returns (FileMaker Pro help, "FileMaker error codes").
 #pragma once
 
 #include <FMXTypes.h>

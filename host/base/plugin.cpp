@@ -100,7 +100,7 @@ std::int64_t Plugin::start()
     scriptSteps_ = fmxkit::scriptSteps();
     if (answer < 0) {
         throw PluginError(PluginError::Kind::refused, "The plug-in refuses to start on API version " +
-                                                          std::to_string(record_.extnVersion) + " (it answers " +
+                                                          std::to_string(record_.extnVersion) + " (it returned " +
                                                           std::to_string(answer) + ")");
     }
     running_ = true;

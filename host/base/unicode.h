@@ -8,7 +8,7 @@
 
 namespace fmxhost {
 
-// UTF-8 of a UTF-16 text. Each lone surrogate becomes U+FFFD, so the answer is always valid UTF-8.
+// UTF-8 of a UTF-16 text. Each lone surrogate becomes U+FFFD, so the result is always valid UTF-8.
 std::string toUtf8(std::u16string_view text);
 
 // UTF-16 of a UTF-8 text. Each ill-formed sequence becomes U+FFFD.

@@ -125,7 +125,7 @@ void examineStartUp(Examination& examination)
     const auto answer = static_cast<std::int64_t>(examination.started().record().result);
     expectOpen(examination, hosts);
     examination.expect(answer >= oldestApiVersion && answer <= newestApiVersion,
-                       "start-up answers " + std::to_string(answer) +
+                       "start-up returns " + std::to_string(answer) +
                            "; expected: the SDK version that the plug-in was built for, 50 to 255");
 }
 
@@ -138,7 +138,7 @@ void examineVersionRange(Examination& examination)
     examination.step("the start-up message");
     try {
         const std::int64_t answer = plugin.start();
-        examination.fail("start-up isn't refused: it answers " + std::to_string(answer) + " instead of -1");
+        examination.fail("start-up isn't refused: it returns " + std::to_string(answer) + " instead of -1");
     } catch (const PluginError& error) {
         if (error.kind() != PluginError::Kind::refused) {
             throw;

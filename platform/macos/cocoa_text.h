@@ -1,6 +1,6 @@
 // Between the portable core's texts and Foundation's, for this folder's Objective-C++ files only.
 //
-// Answers are autoreleased.
+// Objects that are returned are autoreleased.
 #pragma once
 
 #import <Foundation/Foundation.h>

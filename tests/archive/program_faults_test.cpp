@@ -323,7 +323,7 @@ TEST_P(ArchiveProgram, SaysThatADecryptedSourceWasWrittenTo)
     for (unsigned at = 1; at <= report.total; at += 2) {
         const auto rewrite = [&] { scratch_->write(GetParam().source, original); };
         prepare();
-        noticed += inChild([&] { return attempt({.intrudeAt = at, .intrude = rewrite}); }).starts_with("66") ? 1 : 0;
+        noticed += inChild([&] { return attempt({.intrudeAt = at, .intrude = rewrite}); }).starts_with("66") ? 1U : 0U;
     }
     EXPECT_GT(noticed, 3U);
 }

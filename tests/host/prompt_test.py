@@ -46,7 +46,7 @@ class Terminal:
         return bool(read)
 
     def expect(self, text):
-        """Reads up to and with the text; answers all that was read."""
+        """Reads up to and with the text; returns all that was read."""
         while text.encode() not in self.output:
             if not self.more():
                 raise AssertionError(f"it has ended before {text!r}: {self.output!r}")
@@ -57,12 +57,12 @@ class Terminal:
         os.write(self.descriptor, text.encode())
 
     def answer(self, line):
-        """Types a line at a prompt; answers what comes up to the next prompt."""
+        """Types a line at a prompt; returns what comes up to the next prompt."""
         self.type(line + "\r")
         return self.expect(PROMPT)
 
     def status(self):
-        """Waits for the end; answers the exit status."""
+        """Waits for the end; returns the exit status."""
         while self.more():
             pass
         process, self.process = self.process, 0

@@ -66,7 +66,7 @@ def tool(name, *arguments):
 
 
 def fetch_zig():
-    """Answers the program, or None with a reason."""
+    """Returns the program, or None with a reason."""
     folder = Path(os.environ.get("ZIG") or WORK / "zig/package")
     if not (folder / "zig").exists() and "ZIG" not in os.environ and shutil.which("npm"):
         (WORK / "zig").mkdir(parents=True, exist_ok=True)

@@ -70,7 +70,7 @@ class ScratchRoot:
         self.folder.cleanup()
 
     def run(self, *command, user="root"):
-        """Runs `command` in the root and answers what it prints; it must succeed."""
+        """Runs `command` in the root and returns what it prints; it must succeed."""
         inside = ["nsenter", f"--target={self.keeper.pid}", "--mount", "chroot", f"{self.folder.name}/root",
                   "env", "-i", "PATH=/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin", "HOME=/tmp", "LC_ALL=C.UTF-8",
                   "DEBIAN_FRONTEND=noninteractive", "runuser", "-u", user, "--", *command]

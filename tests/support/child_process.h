@@ -8,8 +8,8 @@
 
 namespace folidex::test {
 
-// What `body` answered in a child of this process (at most a pipe's worth and more: it is read while the child runs).
-// An exception or a crash in there is told in the answer's place, as "child: …".
+// What `body` returned in a child of this process (at most a pipe's worth and more: it is read while the child runs).
+// An exception or a crash in there is told in its place, as "child: …".
 std::string inChild(const std::function<std::string()>& body);
 
 // Each changes the calling process; for use in a child. Errors: std::system_error.

@@ -1,4 +1,4 @@
-// Where the macOS platform files, or GNUstep in the place of Apple's frameworks, are known to answer otherwise than
+// Where the macOS platform files, or GNUstep in the place of Apple's frameworks, are known to behave otherwise than
 // platform/linux does. Every such place in a test is marked by one of these, with its reason.
 #pragma once
 

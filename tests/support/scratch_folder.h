@@ -30,7 +30,7 @@ public:
     std::string text(const std::filesystem::path& name = {}) const;
     std::u16string text16(const std::filesystem::path& name = {}) const;
 
-    // Writes a file, making the folders above it, and answers its path.
+    // Writes a file, making the folders above it, and returns its path.
     std::filesystem::path write(const std::filesystem::path& name, std::string_view content = {}) const;
     std::filesystem::path makeFolder(const std::filesystem::path& name) const; // with those above it
     std::filesystem::path symlink(const std::filesystem::path& target, const std::filesystem::path& name) const;

@@ -49,7 +49,7 @@ struct Refusals {
 };
 [[gnu::visibility("default")]] Refusals refusals();
 
-// Forgets everything that was registered; answers how many entries there were.
+// Forgets everything that was registered; returns how many entries there were.
 [[gnu::visibility("default")]] std::size_t purge();
 
 } // namespace fmxkit

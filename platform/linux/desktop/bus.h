@@ -85,7 +85,7 @@ public:
     // Asks the bus for the signals that fit a match rule; false when it doesn't agree.
     bool subscribe(const std::string& rule, Deadline deadline);
 
-    // Starts the service where it can be started and isn't running. Answers its unique name; empty when the service
+    // Starts the service where it can be started and isn't running. Returns its unique name; empty when the service
     // isn't there.
     std::string startService(const char* name, Deadline deadline);
 

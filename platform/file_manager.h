@@ -65,9 +65,9 @@ enum class Existing {
 // The item appears at `target` whole or not at all, also after a crash, a kill or a full disk, and a failed copy
 // leaves nothing behind. Kept are mode with set-id bits, times, extended attributes and access control lists, the
 // owner where permitted, and holes. Data is cloned where the file system can. A folder into itself is refused.
-// Sockets are refused; FIFOs and devices are made anew, never read. Files of a folder that are one file by several names
-// (hard links) are so in its copy, where the file system can. An entry that vanishes while its folder is copied is left
-// out.
+// Sockets are refused; FIFOs and devices are made anew, never read. Files of a folder that are one file by several
+// names (hard links) are so in its copy, where the file system can. An entry that vanishes while its folder is copied
+// is left out.
 //
 // Every file that was written has been closed, and the closing found to succeed (close(2): where quotas and network
 // file systems report what they couldn't keep), before the copy appears. A copy that replaces something is on the disk

@@ -1,5 +1,5 @@
-// What GNUstep has no Core Foundation and Core Graphics for, and Linux no copyfile(3). The resources are those of Linux,
-// compiled in, and single items are copied as Linux copies them.
+// What GNUstep has no Core Foundation and Core Graphics for, and Linux no copyfile(3). The resources are those of
+// Linux, compiled in, and single items are copied as Linux copies them.
 
 #include "platform/desktop.h"
 #include "platform/linux/copy_data.h"

@@ -4,9 +4,7 @@
 
 namespace platform::posix {
 
-ReadLease::ReadLease(int file) : file_(file)
-{
-}
+ReadLease::ReadLease(int file) : file_(file) {}
 
 ReadLease::~ReadLease() = default;
 

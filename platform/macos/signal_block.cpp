@@ -13,7 +13,7 @@ namespace platform {
 namespace {
 
 [[clang::no_destroy]] std::mutex guard; // calls may still be under way when the process exits
-int values = 0; // of all threads; one signal is all that there is in use
+int values = 0;                         // of all threads; one signal is all that there is in use
 bool isIgnored = false;
 
 } // namespace

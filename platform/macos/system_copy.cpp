@@ -1,6 +1,7 @@
-// A file is cloned where the file system can (APFS): the copy shares the blocks, and differs from its source only in what
-// clonefile(2) doesn't take over, which copyfile(3) adds. Elsewhere copyfile(3) does all of it. Whoever isn't the owner
-// can't give an item the owner that it had; its set-id bits would then lend somebody else's rights, and are dropped.
+// A file is cloned where the file system can (APFS): the copy shares the blocks, and differs from its source only in
+// what clonefile(2) doesn't take over, which copyfile(3) adds. Elsewhere copyfile(3) does all of it. Whoever isn't the
+// owner can't give an item the owner that it had; its set-id bits would then lend somebody else's rights, and are
+// dropped.
 
 #include "platform/macos/system_copy.h"
 
@@ -60,7 +61,8 @@ bool isCloned(int source, const struct stat& status, int folder, const char* nam
     return true;
 }
 
-// Where it can't keep holes copyfile(3) says so, or copies nothing. A compressed file, too, has fewer blocks than bytes.
+// Where it can't keep holes copyfile(3) says so, or copies nothing. A compressed file, too, has fewer blocks than
+// bytes.
 bool isCopiedWithHoles(int source, const struct stat& status, int target)
 {
     constexpr off_t block = 512; // stat(2), st_blocks
@@ -118,8 +120,7 @@ Failure copySpecialMetadata(int sourceFolder, const char* sourceName, int target
         const bool isDone = target && fcopyfile(source.get(), target.get(), nullptr, COPYFILE_METADATA) == 0;
         return isDone ? Failure{} : Failure::ofTarget(errno);
     }
-    const bool keepsOwner =
-        fchownat(targetFolder, targetName, status.st_uid, status.st_gid, AT_SYMLINK_NOFOLLOW) == 0;
+    const bool keepsOwner = fchownat(targetFolder, targetName, status.st_uid, status.st_gid, AT_SYMLINK_NOFOLLOW) == 0;
     const mode_t mode = status.st_mode & (keepsOwner ? 07777U : 01777U);
     const std::array<timespec, 2> times{status.st_atimespec, status.st_mtimespec};
     const bool isDone = fchmodat(targetFolder, targetName, mode, AT_SYMLINK_NOFOLLOW) == 0 &&

@@ -31,8 +31,8 @@ using posix::TreeEntry;
 
 namespace {
 
-// Of times whole seconds, rounded towards the past: systems keep a second before 1970 as the second below and a fraction
-// to add.
+// Of times whole seconds, rounded towards the past: systems keep a second before 1970 as the second below and a
+// fraction to add.
 struct ItemStatus {
     bool isFolder = false;
     std::uint64_t size = 0;
@@ -77,8 +77,8 @@ std::optional<ItemStatus> examine(int folder, const char* name, int flags, Wante
     if (retried([&] { return fstatat(folder, name, &status, flags); }) != 0) {
         return std::nullopt;
     }
-    ItemStatus result{S_ISDIR(status.st_mode), static_cast<std::uint64_t>(status.st_size),
-                      status.st_atimespec.tv_sec, status.st_mtimespec.tv_sec};
+    ItemStatus result{S_ISDIR(status.st_mode), static_cast<std::uint64_t>(status.st_size), status.st_atimespec.tv_sec,
+                      status.st_mtimespec.tv_sec};
     // XNU says 0 or -1 where the file system keeps none.
     if (status.st_birthtimespec.tv_sec != 0 && status.st_birthtimespec.tv_sec != -1) {
         result.created = status.st_birthtimespec.tv_sec;

@@ -40,7 +40,8 @@ bool HardLinks::link(const struct stat& status, int root, int target, const char
 void HardLinks::remember(const struct stat& status, std::string path)
 {
     if (status.st_nlink > 1) {
-        copied_.insert_or_assign(Identity::of(status), Copied{std::move(path), status, static_cast<nlink_t>(status.st_nlink - 1)});
+        copied_.insert_or_assign(Identity::of(status),
+                                 Copied{std::move(path), status, static_cast<nlink_t>(status.st_nlink - 1)});
     }
 }
 

@@ -2,8 +2,9 @@
 // functions the dynamic linker finds before the C library's of the same names.
 //
 // While it is armed it sees the calls of the arming thread: allocations and starts of threads whoever makes them, all
-// others when they come from the code under test itself. A call goes by a name that several functions may share: fchmod(2) and fchmodat(2)
-// are "chmod"; an open(2) is "open", "create" with O_CREAT, "unnamed" with O_TMPFILE (fault_injector.cpp has them all).
+// others when they come from the code under test itself. A call goes by a name that several functions may share:
+// fchmod(2) and fchmodat(2) are "chmod"; an open(2) is "open", "create" with O_CREAT, "unnamed" with O_TMPFILE
+// (fault_injector.cpp has them all).
 #pragma once
 
 #include <functional>

@@ -1,6 +1,6 @@
 // The names of CommonCrypto that this project uses, and no others, declared after its manual pages (CC_crypto(3cc),
-// CCCryptor(3cc), CCHmac(3cc)) and Apple's developer documentation: what link_test.py compiles with. The library itself is
-// part of libSystem.
+// CCCryptor(3cc), CCHmac(3cc)) and Apple's developer documentation: what link_test.py compiles with. The library itself
+// is part of libSystem.
 #pragma once
 // clang-format off
 

@@ -110,7 +110,8 @@ TEST(CopiedTrees, OnlyWhatWasCopiedIsRemoved)
         c.change(scratch);
         for (const auto& step : {platform::posix::requireUnchanged, platform::posix::removeCopied}) {
             const Outcome outcome = step(folder.get(), "tree", "/tree", copied);
-            EXPECT_NE(outcome.description().find("it was changed while it was being moved"), std::string::npos) << c.shown;
+            EXPECT_NE(outcome.description().find("it was changed while it was being moved"), std::string::npos)
+                << c.shown;
         }
         EXPECT_TRUE(scratch.exists(c.left)) << c.shown;
     }

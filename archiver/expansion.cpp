@@ -19,8 +19,8 @@
 #include "platform/posix/names.h"
 #include "platform/posix/tree_walk.h"
 
+#include <climits>
 #include <fcntl.h>
-#include <limits.h>
 #include <sys/stat.h>
 #include <unistd.h>
 

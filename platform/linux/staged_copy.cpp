@@ -17,7 +17,6 @@
 
 namespace platform::linux_os {
 
-using posix::Descriptor;
 using posix::discardEntry;
 using posix::Failure;
 using posix::Identity;

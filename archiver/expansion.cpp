@@ -80,7 +80,7 @@ Destination openDestination(std::string path)
 // Goes with the value, and all that is in it.
 class WorkFolder {
 public:
-    explicit WorkFolder(int destination) : destination_(destination), item_(makeWorkFolder(destination))
+    explicit WorkFolder(int destination) : WorkFolder(destination, makeWorkFolder(destination))
     {
         tree_ = makeFolder("tree");
         kept_ = makeFolder("kept");
@@ -106,6 +106,9 @@ public:
     }
 
 private:
+    // From its end on the destructor removes what was made.
+    WorkFolder(int destination, WorkItem item) : destination_(destination), item_(std::move(item)) {}
+
     Descriptor makeFolder(const char* name) const
     {
         const int parent = item_.open.get();

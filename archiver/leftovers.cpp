@@ -90,6 +90,9 @@ WorkItem makeWorkItem(int folder, const Make& make)
             platform::posix::dropAccessLists(item.open.get());
             return item;
         }
+        if (item.open && unlinkat(folder, item.name.c_str(), 0) != 0) {
+            unlinkat(folder, item.name.c_str(), AT_REMOVEDIR);
+        }
     }
     failWriting("nothing can be made in the destination", errno);
 }
@@ -148,7 +151,15 @@ WorkItem makeWorkFile(int folder)
 WorkItem makeWorkFolder(int folder)
 {
     return makeWorkItem(folder, [folder](const char* name) {
-        return mkdirat(folder, name, S_IRWXU) == 0 ? openAt(folder, name, folderItself) : Descriptor();
+        Descriptor made;
+        if (mkdirat(folder, name, S_IRWXU) == 0) {
+            made = openAt(folder, name, folderItself);
+            if (const int error = errno; !made) {
+                unlinkat(folder, name, AT_REMOVEDIR);
+                errno = error;
+            }
+        }
+        return made;
     });
 }
 
@@ -193,14 +204,20 @@ void removeLeftovers(int folder) noexcept
     }
 }
 
+// Twice for what passes, such as a moment without memory.
 bool removeTree(int folder, const char* name) noexcept
 {
-    try {
-        Removal removal;
-        return !platform::posix::walkTree(folder, name, removal) && removal.isWhole();
-    } catch (const std::exception&) {
-        return false;
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        try {
+            Removal removal;
+            if (!platform::posix::walkTree(folder, name, removal) && removal.isWhole()) {
+                return true;
+            }
+        } catch (const std::exception&) {
+            continue;
+        }
     }
+    return false;
 }
 
 } // namespace archiver

@@ -16,8 +16,13 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <climits>
+#include <cstddef>
 #include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <new>
 #include <stdexcept>
 #include <variant>
 
@@ -169,11 +174,67 @@ void deriveKeyWith(std::span<const std::byte> password, std::span<const std::byt
     }
 }
 
+// Memory for libcrypto. It doesn't survive a lack of memory while it sets itself up: 3.0 crashes, later versions wait
+// for themselves (pthread_once(3) within the same pthread_once). What there is none for comes from a reserve.
+class Memory {
+public:
+    static void* allocate(std::size_t size, const char* = nullptr, int = 0)
+    {
+        void* block = size <= SIZE_MAX - sizeof(Header) ? std::malloc(sizeof(Header) + size) : nullptr;
+        block = block != nullptr ? block : takeReserve(sizeof(Header) + size);
+        return block != nullptr ? new (block) Header{size} + 1 : nullptr;
+    }
+
+    static void* reallocate(void* before, std::size_t size, const char* = nullptr, int = 0)
+    {
+        void* const after = allocate(size);
+        if (before != nullptr && after != nullptr) {
+            std::memcpy(after, before, std::min(size, headerOf(before)->size));
+            release(before);
+        }
+        return after;
+    }
+
+    static void release(void* block, const char* = nullptr, int = 0)
+    {
+        if (block != nullptr && !isReserve(headerOf(block))) {
+            std::free(headerOf(block));
+        }
+    }
+
+private:
+    struct alignas(std::max_align_t) Header {
+        std::size_t size;
+    };
+
+    static Header* headerOf(void* block) { return static_cast<Header*>(block) - 1; }
+
+    static bool isReserve(const void* block)
+    {
+        const auto at = reinterpret_cast<std::uintptr_t>(block);
+        const auto begin = reinterpret_cast<std::uintptr_t>(reserve.data());
+        return at >= begin && at < begin + reserve.size();
+    }
+
+    static void* takeReserve(std::size_t size)
+    {
+        if (size > reserve.size()) {
+            return nullptr;
+        }
+        const std::size_t rounded = (size + alignof(Header) - 1) / alignof(Header) * alignof(Header);
+        const std::size_t at = used.fetch_add(rounded);
+        return at <= reserve.size() - rounded ? reserve.data() + at : nullptr;
+    }
+
+    alignas(Header) static inline std::array<std::byte, std::size_t{1} << 20U> reserve; // untouched, it costs nothing
+    static inline std::atomic<std::size_t> used{0};
+};
+
 // Looked up once: a look-up takes longer than the encryption of a small file. No configuration file is read.
 const EVP_CIPHER* cipher(const char* name)
 {
-    // Without memory for its default context, libcrypto 3.0 would go on without one and crash.
     static const bool isReady =
+        CRYPTO_set_mem_functions(&Memory::allocate, &Memory::reallocate, &Memory::release) == 1 &&
         OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG, nullptr) == 1 && OSSL_LIB_CTX_get0_global_default() != nullptr;
     require(isReady);
     const EVP_CIPHER* const found = EVP_CIPHER_fetch(nullptr, name, nullptr);

@@ -19,7 +19,6 @@
 #include "platform/posix/names.h"
 #include "platform/posix/tree_walk.h"
 
-#include <climits>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>

@@ -25,6 +25,7 @@ import script_runner  # noqa: E402
 RECIPES = {title: re.search(r"^```filemaker\n(.*?)^```$", text, re.M | re.S)[1]
            for title, text in function_texts.sections_of(Path(SOURCE, "docs/recipes.md").read_text("utf-8")) if "```filemaker" in text}
 TAKE_IN = "Take in what arrives in a folder"
+WORK = "Documents/box/work"  # its folder of what is being taken in
 HOUR = 3600
 
 
@@ -111,7 +112,7 @@ class Recipes(unittest.TestCase):
     def test_missing_rights_and_files_in_the_way(self):
         self.write("Documents/box/in")  # a file
         self.assertRegex(self.take_in(), "/box/in: Folder already exists$")
-        self.write("Documents/box/work/notes.txt", "Documents/box2/in/" + "n" * 240 + ".csv", age=2 * HOUR)
+        self.write(f"{WORK}/notes.txt", "Documents/box2/in/" + "n" * 240 + ".csv", age=2 * HOUR)
         result = self.run_recipe(TAKE_IN, "box2,Import every file of a folder")
         self.assertRegex(result, r"^n+\.csv: Unable to copy .*File name too long\r$")
         self.run_recipe("Write a line to the log", "another line")
@@ -126,7 +127,7 @@ class Recipes(unittest.TestCase):
                 run()
             if self.cut_after(last, TAKE_IN, f"box,{script}"):
                 break
-            work = self.data / "Documents/box/work"
+            work = self.data / WORK
             claimed = sorted(work.iterdir()) if work.exists() else []
             self.assertEqual(self.take_in(script), "", f"after {last} steps")
             self.assertEqual(sorted(work.iterdir()), claimed)  # another run may be at work on it

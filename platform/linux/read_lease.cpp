@@ -11,21 +11,24 @@
 
 namespace platform::posix {
 
-ReadLease::ReadLease(int file) : file_(file)
+ReadLease::ReadLease(int file)
 {
     // The request to have it back must reach this thread, which keeps it out, and no other.
     const f_owner_ex owner{F_OWNER_TID, gettid()};
     if (fcntl(file, F_SETOWN_EX, &owner) == 0) {
-        isTaken_ = fcntl(file, F_SETLEASE, F_RDLCK) == 0;
-        isRefused_ = !isTaken_ && errno == EAGAIN;
+        if (fcntl(file, F_SETLEASE, F_RDLCK) == 0) {
+            leased_ = file;
+        } else {
+            isRefused_ = errno == EAGAIN;
+        }
     }
 }
 
 ReadLease::~ReadLease()
 {
-    if (isTaken_) {
+    if (leased_ != -1) {
         const int saved = errno;
-        fcntl(file_, F_SETLEASE, F_UNLCK);
+        fcntl(leased_, F_SETLEASE, F_UNLCK);
         errno = saved;
     }
 }

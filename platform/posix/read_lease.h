@@ -19,8 +19,7 @@ public:
     bool isRefused() const { return isRefused_; }
 
 private:
-    [[maybe_unused]] int file_;
-    [[maybe_unused]] bool isTaken_ = false;
+    int leased_ = -1; // the file, while the lease is held
     bool isRefused_ = false;
 };
 

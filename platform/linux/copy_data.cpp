@@ -3,9 +3,7 @@
 #include "platform/posix/descriptor.h"
 
 #include <linux/fs.h>
-#include <linux/magic.h>
 #include <sys/ioctl.h>
-#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -40,15 +38,6 @@ int writeAll(int target, const std::byte* bytes, std::size_t count, off_t positi
     return 0;
 }
 
-// It has shrunk, or makes up its content as it is read and says a page's size (sysfs).
-bool mayEndEarly(int source, off_t size)
-{
-    struct stat now {};
-    struct statfs system {};
-    return (fstat(source, &now) == 0 && now.st_size < size) ||
-           (fstatfs(source, &system) == 0 && system.f_type == SYSFS_MAGIC);
-}
-
 bool mayHaveHoles(const struct stat& status)
 {
     return status.st_blocks < status.st_size / 512;
@@ -56,21 +45,11 @@ bool mayHaveHoles(const struct stat& status)
 
 } // namespace
 
-Failure DataCopier::copy(int source, int target, const struct stat& status, bool mustBeWhole)
+Failure DataCopier::copy(int source, int target, const struct stat& status)
 {
     if (status.st_size == 0) {
         return copyUnsized(source, target);
     }
-    hasEndedEarly_ = false;
-    Failure failed = copySized(source, target, status);
-    if (!failed && hasEndedEarly_ && (mustBeWhole || !mayEndEarly(source, status.st_size))) {
-        return Failure::because("it has less content than its size says");
-    }
-    return failed;
-}
-
-Failure DataCopier::copySized(int source, int target, const struct stat& status)
-{
     if (cloned(source, target, status)) {
         return {};
     }
@@ -149,7 +128,6 @@ Failure DataCopier::copySparse(int source, int target, off_t size)
         return Failure::ofSource(errno);
     }
     const off_t end = std::min(size, now.st_size);
-    hasEndedEarly_ = end < size;
     if (end > reached && retried([&] { return ftruncate(target, end); }) != 0) {
         return Failure::ofTarget(errno);
     }
@@ -195,7 +173,6 @@ Failure DataCopier::copyThroughBuffer(int source, int target, off_t& position, o
             return Failure::ofSource(errno);
         }
         if (count == 0) {
-            hasEndedEarly_ = true;
             break;
         }
         if (const int error = writeAll(target, buffer(), static_cast<std::size_t>(count), position)) {

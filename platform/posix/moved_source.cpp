@@ -5,8 +5,8 @@
 #include "platform/posix/names.h"
 #include "platform/posix/read_lease.h"
 #include "platform/posix/remove_tree.h"
+#include "platform/posix/restrictions.h"
 #include "platform/posix/tree_walk.h"
-#include "platform/posix/unlock.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -5,7 +5,7 @@
 
 #include "platform/posix/remove_tree.h"
 
-#include "platform/posix/unlock.h"
+#include "platform/posix/restrictions.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

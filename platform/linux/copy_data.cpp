@@ -45,22 +45,20 @@ bool mayHaveHoles(const struct stat& status)
 
 } // namespace
 
-Failure DataCopier::copy(int source, int target, const struct stat& status)
+Failure DataCopier::copy(int source, int target, const struct stat& status, off_t& copied)
 {
+    copied = 0;
     if (status.st_size == 0) {
         return copyUnsized(source, target);
     }
     if (cloned(source, target, status)) {
+        copied = status.st_size;
         return {};
     }
     if (mayHaveHoles(status)) {
-        return copySparse(source, target, status.st_size);
+        return copySparse(source, target, copied, status.st_size);
     }
-    off_t position = 0;
-    if (status.st_size <= smallFile) {
-        return copyThroughBuffer(source, target, position, status.st_size);
-    }
-    return copyRange(source, target, position, status.st_size);
+    return copyRange(source, target, copied, status.st_size);
 }
 
 bool DataCopier::cloned(int source, int target, const struct stat& status)
@@ -101,9 +99,8 @@ Failure DataCopier::copyUnsized(int source, int target)
     }
 }
 
-Failure DataCopier::copySparse(int source, int target, off_t size)
+Failure DataCopier::copySparse(int source, int target, off_t& reached, off_t size)
 {
-    off_t reached = 0;
     for (off_t position = 0; position < size;) {
         const off_t data = lseek(source, position, SEEK_DATA);
         if (data < 0 && errno == ENXIO) {
@@ -118,10 +115,10 @@ Failure DataCopier::copySparse(int source, int target, off_t size)
         if (Failure failed = copyRange(source, target, position, end)) {
             return failed;
         }
+        reached = position;
         if (position < end) {
             return {}; // less than it said
         }
-        reached = position;
     }
     struct stat now {};
     if (fstat(source, &now) != 0) {
@@ -131,6 +128,7 @@ Failure DataCopier::copySparse(int source, int target, off_t size)
     if (end > reached && retried([&] { return ftruncate(target, end); }) != 0) {
         return Failure::ofTarget(errno);
     }
+    reached = end;
     return {};
 }
 

@@ -18,12 +18,13 @@ public:
     // Fills the empty file `target` with the content of the regular file `source`, holes as holes. `status`: the
     // source's, taken after it was opened. A source that grows meanwhile is copied up to the size in `status`; one
     // whose content ends earlier, to its end; one of size 0 (as files of proc(5) say), to wherever its end is.
-    posix::Failure copy(int source, int target, const struct stat& status);
+    // `copied`: how far it came, if `status` gives a size.
+    posix::Failure copy(int source, int target, const struct stat& status, off_t& copied);
 
 private:
     bool cloned(int source, int target, const struct stat& status);
     posix::Failure copyUnsized(int source, int target);
-    posix::Failure copySparse(int source, int target, off_t size);
+    posix::Failure copySparse(int source, int target, off_t& reached, off_t size);
     posix::Failure copyRange(int source, int target, off_t& position, off_t end);
     posix::Failure copyThroughBuffer(int source, int target, off_t& position, off_t end);
     bool copyInKernel(int source, int target, off_t& position, off_t end, posix::Failure& failed);

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <optional>
 #include <string>
 
 namespace platform::posix {
@@ -35,10 +36,21 @@ Descriptor make(const FileTarget& target)
 } // namespace
 
 struct SystemCopy::Memory {
-    linux_os::DataCopier data;
+    bool mustFit;
+    linux_os::DataCopier data{};
+    std::optional<struct stat> made{}; // an item whose owner all new ones have
+
+    bool knowOwner(int item)
+    {
+        struct stat status {};
+        if (!made && fstat(item, &status) == 0) {
+            made = status;
+        }
+        return made.has_value();
+    }
 };
 
-SystemCopy::SystemCopy(bool mustBeWhole) : mustBeWhole_(mustBeWhole), memory_(std::make_unique<Memory>()) {}
+SystemCopy::SystemCopy(bool mustFit) : memory_(new Memory{mustFit}) {}
 
 SystemCopy::~SystemCopy() = default;
 
@@ -52,24 +64,20 @@ Failure SystemCopy::copyFile(const OpenFile& source, const FileTarget& target, D
         dropAccessLists(made.get());
     }
     const int file = source.descriptor.get();
-    if (Failure failure = memory_->data.copy(file, made.get(), source.status)) {
+    off_t copied = 0;
+    if (Failure failure = memory_->data.copy(file, made.get(), source.status, copied)) {
         return failure;
     }
-    struct stat copy {};
-    if (fstat(made.get(), &copy) != 0) {
-        return Failure::ofTarget(errno);
-    }
-    if (Failure failure = requireWhole(source, copy.st_size, mustBeWhole_)) {
+    if (Failure failure = requireWhole(source, copied)) {
         return failure;
     }
-    return keepMetadata(MetadataHolder(file), MetadataHolder(made.get()), source.status, copy, mustBeWhole_);
+    return copyMetadata(file, source.status, made.get());
 }
 
-Failure SystemCopy::copyFolderMetadata(int source, const struct stat& status, int target) const
+Failure SystemCopy::copyMetadata(int source, const struct stat& status, int target) const
 {
-    struct stat made {};
-    return fstat(target, &made) == 0
-               ? keepMetadata(MetadataHolder(source), MetadataHolder(target), status, made, mustBeWhole_)
+    return memory_->knowOwner(target)
+               ? keepMetadata(MetadataHolder(source), MetadataHolder(target), status, *memory_->made, memory_->mustFit)
                : Failure::ofTarget(errno);
 }
 
@@ -79,7 +87,7 @@ Failure SystemCopy::copySpecialMetadata(int sourceFolder, const char* sourceName
     struct stat made {};
     return fstatat(targetFolder, targetName, &made, AT_SYMLINK_NOFOLLOW) == 0
                ? keepMetadata(MetadataHolder(sourceFolder, sourceName), MetadataHolder(targetFolder, targetName),
-                              status, made, mustBeWhole_)
+                              status, made, memory_->mustFit)
                : Failure::ofTarget(errno);
 }
 

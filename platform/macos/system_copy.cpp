@@ -88,7 +88,7 @@ Failure copyEverything(int source, const struct stat& status, int folder, const 
 
 struct SystemCopy::Memory {};
 
-SystemCopy::SystemCopy(bool mustBeWhole) : mustBeWhole_(mustBeWhole) {}
+SystemCopy::SystemCopy(bool) {}
 
 SystemCopy::~SystemCopy() = default;
 
@@ -102,10 +102,10 @@ Failure SystemCopy::copyFile(const OpenFile& source, const FileTarget& target, D
         return failure;
     }
     struct stat copy {};
-    return fstat(made.get(), &copy) == 0 ? requireWhole(source, copy.st_size, mustBeWhole_) : Failure::ofTarget(errno);
+    return fstat(made.get(), &copy) == 0 ? requireWhole(source, copy.st_size) : Failure::ofTarget(errno);
 }
 
-Failure SystemCopy::copyFolderMetadata(int source, const struct stat& status, int target) const
+Failure SystemCopy::copyMetadata(int source, const struct stat& status, int target) const
 {
     return copyParts(source, status, target, COPYFILE_METADATA);
 }

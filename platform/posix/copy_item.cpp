@@ -73,7 +73,7 @@ Failure ItemCopier::copySpecial(int sourceFolder, const char* sourceName, int ta
 
 Failure ItemCopier::finishFolder(int source, const struct stat& status, int target) const
 {
-    Failure failure = system_.copyFolderMetadata(source, status, target);
+    Failure failure = system_.copyMetadata(source, status, target);
     return !failure && flushesEach_ ? Failure::ofTarget(flushFolder(target)) : std::move(failure);
 }
 

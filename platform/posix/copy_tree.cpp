@@ -107,8 +107,8 @@ Failure TreeCopy::copyFile(const TreeEntry& entry)
 Failure TreeCopy::copySpecial(const TreeEntry& entry)
 {
     struct stat status {};
-    if (fstatat(entry.folder, entry.name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
-        return failed(entry, errno);
+    if (Failure unknown = entry.examine(status)) {
+        return unlessVanished(entry, std::move(unknown));
     }
     const bool isLinked = link(entry, status);
     if (!isLinked) {

@@ -59,10 +59,11 @@ Failure openFile(int folder, const char* name, OpenFile& file)
     return S_ISREG(file.status.st_mode) ? Failure::ofSource(materialize(file)) : Failure::because(replacedMeanwhile);
 }
 
-Failure requireWhole(const OpenFile& file, off_t copied, bool mustBeWhole)
+Failure requireWhole(const OpenFile& file, off_t copied)
 {
-    const bool isWhole = copied >= file.status.st_size || (!mustBeWhole && mayEndEarly(file));
-    return isWhole ? Failure{} : Failure::because("it has less content than its size says");
+    return copied >= file.status.st_size || mayEndEarly(file)
+               ? Failure{}
+               : Failure::because("it has less content than its size says");
 }
 
 } // namespace platform::posix

@@ -21,7 +21,7 @@ inline constexpr const char* replacedMeanwhile = "the item was replaced while it
 Failure openFile(int folder, const char* name, OpenFile& file);
 
 // The failure where a copy of so many bytes holds less than the file's size said, unless the file has become shorter
-// meanwhile; with `mustBeWhole` that is one, too.
-Failure requireWhole(const OpenFile& file, off_t copied, bool mustBeWhole);
+// meanwhile.
+Failure requireWhole(const OpenFile& file, off_t copied);
 
 } // namespace platform::posix

@@ -20,12 +20,12 @@ struct FileTarget {
     bool mayInherit = false;    // others' access lists, which Linux hands down from the folder and a copy doesn't keep
 };
 
-// Remembers from file to file what the file systems can't do, and keeps a buffer.
+// For the items of one tree, which is made by one user in a folder of his own: remembers from item to item whom new
+// ones belong to and what the file systems can't do, and keeps a buffer.
 class SystemCopy {
 public:
-    // `mustBeWhole`: what would be lost with the source is a failure, not left out: content that ends before the file's
-    // size, though the file has become shorter, and attributes that are too large for the target's file system.
-    explicit SystemCopy(bool mustBeWhole);
+    // `mustFit`: an extended attribute that is too large for the target's file system is a failure, not left out.
+    explicit SystemCopy(bool mustFit);
     ~SystemCopy();
     SystemCopy(const SystemCopy&) = delete;
     SystemCopy& operator=(const SystemCopy&) = delete;
@@ -35,8 +35,8 @@ public:
     // EISDIR or EINVAL where the system has no files without a name.
     Failure copyFile(const OpenFile& source, const FileTarget& target, Descriptor& made);
 
-    // The same, less the content, from one open folder to another. `status`: the source's.
-    Failure copyFolderMetadata(int source, const struct stat& status, int target) const;
+    // The same, less the content, from one open file or folder to another. `status`: the source's.
+    Failure copyMetadata(int source, const struct stat& status, int target) const;
 
     // The same for a link, a FIFO or a device. The target's folder must be one that nobody else can change, for a mode
     // can't be set everywhere without following links.
@@ -46,7 +46,6 @@ public:
 private:
     struct Memory;
 
-    bool mustBeWhole_;
     std::unique_ptr<Memory> memory_;
 };
 

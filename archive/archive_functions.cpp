@@ -8,8 +8,10 @@
 #include "frame/functions.h"
 #include "log/current_logger.h"
 #include "platform/file_manager.h"
+#include "platform/resources.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdint>
 #include <initializer_list>
 #include <string>
@@ -109,7 +111,6 @@ struct Texts {
     PathText password;
 };
 
-// Of a function that needs all three.
 Texts requiredTexts(const ExternalCall& call)
 {
     call.requireCount(3);
@@ -129,30 +130,25 @@ PathText destinationOr(const ExternalCall& call, const PathText& archive)
 
 Status run(const archive::Routine& routine, const archive::Job& job)
 {
-    return archive::runRoutine(routine, job, frame::pluginBundle());
-}
-
-void traceReturning(std::string_view outcome)
-{
-    writeLine(std::string("Returning ").append(outcome));
+    const auto script = [] { return platform::resourceFile(frame::pluginBundle(), "ZipFuncs", "sh"); };
+    return archive::runRoutine(routine, job, {script, std::chrono::seconds(1)});
 }
 
 [[noreturn]] void failTraced(std::string_view outcome, ErrorCode code, std::optional<std::string> extended)
 {
-    traceReturning(outcome);
+    writeLine(std::string("Returning ").append(outcome));
     fail(code, std::move(extended));
 }
 
 void traceCompression(Status status)
 {
-    const std::uint16_t code = low16(status);
-    if (code == archive::status::badPath) {
-        traceReturning("Error: Failed to compress file, source not found");
-    } else if (code == archive::status::success) {
+    if (low16(status) == archive::status::success) {
         writeLine("Zip successful!");
-        traceReturning("Done with KORB_CompressFile");
+        writeLine("Returning Done with KORB_CompressFile");
+    } else if (low16(status) == archive::status::badPath) {
+        writeLine("Returning Error: Failed to compress file, source not found");
     } else {
-        traceReturning("Error: Failed to compress file, unknown error");
+        writeLine("Returning Error: Failed to compress file, unknown error");
     }
 }
 

@@ -10,15 +10,6 @@
 
 namespace archive {
 
-namespace {
-
-char16_t asciiUppercase(char16_t unit)
-{
-    return unit >= u'a' && unit <= u'z' ? static_cast<char16_t>(unit - u'a' + u'A') : unit;
-}
-
-} // namespace
-
 PathText getPathOfFilepath(PathView path, DotRule dotRule)
 {
     if (dotRule == DotRule::required && path.find(u'.') == PathView::npos) {
@@ -47,9 +38,11 @@ PathText transformIntoAbsolutePath(PathView path)
 
 bool holdsPathErrorMarker(PathView folder)
 {
-    const auto found = std::search(folder.begin(), folder.end(), pathErrorMarker.begin(), pathErrorMarker.end(),
-                                   [](char16_t unit, char16_t markers) { return asciiUppercase(unit) == markers; });
-    return found != folder.end();
+    const auto isEqual = [](char16_t unit, char16_t upper) {
+        return unit == upper || (unit >= u'a' && unit <= u'z' && unit - u'a' + u'A' == upper);
+    };
+    return std::search(folder.begin(), folder.end(), pathErrorMarker.begin(), pathErrorMarker.end(), isEqual) !=
+           folder.end();
 }
 
 std::optional<std::string> CopyCFStringToCharPtr(std::optional<std::u16string_view> text)

@@ -13,25 +13,13 @@ namespace archive {
 
 namespace {
 
-// The routine's lines in the log.
-class Trace {
-public:
-    explicit Trace(std::string_view name)
-    {
-        if (!name.empty()) {
-            function_.emplace(name);
-        }
+// A line in the log, of those routines that write some.
+void trace(const Routine& routine, std::string_view line)
+{
+    if (!routine.tracedAs.empty()) {
+        logging::writeLine(line);
     }
-    void line(std::string_view text) const
-    {
-        if (function_) {
-            logging::writeLine(text);
-        }
-    }
-
-private:
-    std::optional<logging::FunctionTrace> function_;
-};
+}
 
 // The job's paths in their parts, the folders absolute.
 struct Parts {
@@ -41,33 +29,27 @@ struct Parts {
     PathText destinationName;
 };
 
-PathText destinationFolderOf(const Routine& routine, PathView destination, const PathText& sourceFolder)
-{
-    if (routine.emptyMeansBesideSource && (destination.empty() || destination == u"/")) {
-        return sourceFolder;
-    }
-    return getPathOfFilepath(destination, routine.destination);
-}
-
 // Nothing when a path fails its check.
-std::optional<Parts> split(const Routine& routine, const Job& job, const Trace& trace)
+std::optional<Parts> split(const Routine& routine, const Job& job)
 {
-    trace.line("Getting path of the source");
+    trace(routine, "Getting path of the source");
     const PathText sourceFolder = getPathOfFilepath(job.source, routine.source);
     if (holdsPathErrorMarker(sourceFolder)) {
-        trace.line("Got an error when trying to get source file path!");
+        trace(routine, "Got an error when trying to get source file path!");
         return std::nullopt;
     }
-    trace.line("Getting name of the source");
+    trace(routine, "Getting name of the source");
     PathText sourceName = getFileNameOfFilepath(job.source, sourceFolder);
 
-    trace.line("Getting path of the destination");
-    const PathText destinationFolder = destinationFolderOf(routine, job.destination, sourceFolder);
+    trace(routine, "Getting path of the destination");
+    const bool isBesideSource = routine.emptyMeansBesideSource && (job.destination.empty() || job.destination == u"/");
+    const PathText destinationFolder =
+        isBesideSource ? sourceFolder : getPathOfFilepath(job.destination, routine.destination);
     if (holdsPathErrorMarker(destinationFolder)) {
-        trace.line("Got an error when trying to get destination file path!");
+        trace(routine, "Got an error when trying to get destination file path!");
         return std::nullopt;
     }
-    trace.line("Getting name of the destination");
+    trace(routine, "Getting name of the destination");
     PathText destinationName = getFileNameOfFilepath(job.destination, destinationFolder);
 
     return Parts{transformIntoAbsolutePath(sourceFolder), std::move(sourceName),
@@ -105,68 +87,62 @@ std::optional<std::string> fieldsOf(const Routine& routine, const Parts& parts,
 // A script on its way, or why there is none.
 struct Start {
     Status status = status::success;
-    std::shared_ptr<const void> script = nullptr; // keeps the script's file for as long as the shell may read it
-    std::optional<ScriptProcess> process = std::nullopt;
+    std::shared_ptr<const void> file = nullptr; // keeps the script's file for as long as the shell may read it
+    ScriptProcess process = nullptr;
 };
 
-Start start(const Routine& routine, const Job& job, const ScriptSetup& setup, const Trace& trace)
+Start start(const Routine& routine, const Job& job, const ScriptSetup& setup)
 {
-    const auto parts = split(routine, job, trace);
+    const auto parts = split(routine, job);
     if (!parts) {
         return {routine.badPath};
     }
-    trace.line("Converting paths and names to char* variables");
+    trace(routine, "Converting paths and names to char* variables");
     const auto fields = fieldsOf(routine, *parts, job.password);
 
-    trace.line("Getting bundle resource URL");
+    trace(routine, "Getting bundle resource URL");
     const auto script = setup.script();
     if (!script) {
-        trace.line("Error - Getting bundle resource URL or file system representation of the bundle");
+        trace(routine, "Error - Getting bundle resource URL or file system representation of the bundle");
         return {status::noScript};
     }
-    trace.line(script->path);
+    trace(routine, script->path);
     if (!fields) {
         return {status::badParameters};
     }
-    trace.line("No errors so far... Creating shell command");
+    trace(routine, "No errors so far... Creating shell command");
     std::string command = "sh '";
     command.append(script->path).append("' '").append(routine.verb).append(*fields).append("'");
-    trace.line(command);
+    trace(routine, command);
 
-    Start started{status::success, script->keep, ScriptProcess(command)};
-    if (!*started.process) {
-        trace.line("Error - Failed to create the pipe to the shell script.");
-        started = {status::badParameters};
+    ScriptProcess process = startScript(command);
+    if (!process) {
+        trace(routine, "Error - Failed to create the pipe to the shell script.");
     }
     // Not sleep(3): the SIGCHLD of a script that ends sooner would cut it short.
     std::this_thread::sleep_for(setup.pause);
-    return started;
+    return {process ? status::success : status::badParameters, script->keep, std::move(process)};
 }
 
 } // namespace
 
 Status runRoutine(const Routine& routine, const Job& job, const ScriptSetup& setup)
 {
-    ScriptProcess::Ending ending;
-    {
-        const Trace trace(routine.tracedAs);
-        Start started = start(routine, job, setup, trace);
-        trace.line("Cleaning up all the variables");
-        if (!started.process) {
-            return started.status;
-        }
-        ending = started.process->wait();
+    std::optional<logging::FunctionTrace> traced;
+    if (!routine.tracedAs.empty()) {
+        traced.emplace(routine.tracedAs);
     }
+    Start started = start(routine, job, setup);
+    trace(routine, "Cleaning up all the variables");
+    if (!started.process) {
+        return started.status;
+    }
+    const ScriptEnding ending = waitForEnd(std::move(started.process));
+    traced.reset();
     if (ending.status != 0 && !ending.report.empty()) {
         logging::writeLine("ZipFuncs.sh: " + ending.report);
     }
     return ending.status;
-}
-
-Status runRoutine(const Routine& routine, const Job& job, platform::Bundle bundle)
-{
-    return runRoutine(routine, job,
-                      {[bundle] { return platform::resourceFile(bundle, "ZipFuncs", "sh"); }, std::chrono::seconds(1)});
 }
 
 } // namespace archive

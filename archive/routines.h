@@ -51,37 +51,32 @@ namespace routines {
 constexpr DotRule dot = DotRule::required;
 constexpr DotRule noDot = DotRule::waived;
 constexpr PasswordField anyPassword = PasswordField::emptyWhenUnwritable;
+constexpr PasswordField needed = PasswordField::required;
+using namespace status;
 
 inline constexpr Routine zipAFile{
-    .verb = "zip", .source = dot, .destination = dot, .badPath = status::badPathOfZip, .tracedAs = "ZipAFile"};
-inline constexpr Routine zipAFolder{
-    .verb = "zip", .source = noDot, .destination = noDot, .badPath = status::badPathOfZip};
+    .verb = "zip", .source = dot, .destination = dot, .badPath = badPathOfZip, .tracedAs = "ZipAFile"};
+inline constexpr Routine zipAFolder{.verb = "zip", .source = noDot, .destination = noDot, .badPath = badPathOfZip};
 inline constexpr Routine unzipAFile{.verb = "unzip",
                                     .source = dot,
                                     .destination = noDot,
-                                    .badPath = status::badPathOfZip,
+                                    .badPath = badPathOfZip,
                                     .expands = true,
                                     .emptyMeansBesideSource = true};
 inline constexpr Routine zipAndEncrypt{
-    .verb = "zipencrypt", .source = dot, .destination = dot, .badPath = status::badPath, .password = anyPassword};
+    .verb = "zipencrypt", .source = dot, .destination = dot, .badPath = badPath, .password = anyPassword};
 inline constexpr Routine zipAndEncryptFolder{
-    .verb = "zipencrypt", .source = noDot, .destination = dot, .badPath = status::badPath, .password = anyPassword};
+    .verb = "zipencrypt", .source = noDot, .destination = dot, .badPath = badPath, .password = anyPassword};
 inline constexpr Routine unzipAndDecrypt{.verb = "unzipdecrypt",
                                          .source = dot,
                                          .destination = noDot,
-                                         .badPath = status::badPath,
+                                         .badPath = badPath,
                                          .password = anyPassword,
                                          .expands = true};
-inline constexpr Routine encryptTheFile{.verb = "encrypt",
-                                        .source = dot,
-                                        .destination = dot,
-                                        .badPath = status::badPath,
-                                        .password = PasswordField::required};
-inline constexpr Routine decryptTheFile{.verb = "decrypt",
-                                        .source = dot,
-                                        .destination = dot,
-                                        .badPath = status::badPath,
-                                        .password = PasswordField::required};
+inline constexpr Routine encryptTheFile{
+    .verb = "encrypt", .source = dot, .destination = dot, .badPath = badPath, .password = needed};
+inline constexpr Routine decryptTheFile{
+    .verb = "decrypt", .source = dot, .destination = dot, .badPath = badPath, .password = needed};
 
 } // namespace routines
 
@@ -91,7 +86,7 @@ struct Job {
     std::optional<std::u16string_view> password = std::nullopt;
 };
 
-// Where the script comes from, and how long a routine pauses after having started it.
+// Where the script comes from, and how long a routine pauses after having started it: solutions see a second.
 struct ScriptSetup {
     std::function<std::optional<platform::ResourceFile>()> script;
     std::chrono::milliseconds pause;
@@ -99,8 +94,5 @@ struct ScriptSetup {
 
 // Blocks for the pause, and until the script has ended.
 Status runRoutine(const Routine& routine, const Job& job, const ScriptSetup& setup);
-
-// The same with the bundle's script and a pause of a second, which is part of what solutions see.
-Status runRoutine(const Routine& routine, const Job& job, platform::Bundle bundle);
 
 } // namespace archive

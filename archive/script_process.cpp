@@ -30,7 +30,7 @@ std::string firstLine(int output)
 
 } // namespace
 
-ScriptProcess::ScriptProcess(const std::string& command)
+ScriptProcess startScript(const std::string& command)
 {
 #ifdef __linux__
     constexpr const char* mode = "re"; // close-on-exec, so that no process of another thread holds the pipe open
@@ -39,19 +39,19 @@ ScriptProcess::ScriptProcess(const std::string& command)
 #endif
     static std::mutex lock; // no script of another thread holds it open either
     const std::lock_guard guard(lock);
-    pipe_.reset(::popen(command.c_str(), mode));
+    return ScriptProcess(::popen(command.c_str(), mode));
 }
 
-ScriptProcess::Ending ScriptProcess::wait()
+ScriptEnding waitForEnd(ScriptProcess script)
 {
-    Ending ending;
-    ending.report = firstLine(::fileno(pipe_.get()));
+    ScriptEnding ending;
+    ending.report = firstLine(::fileno(script.get()));
     int reported = 0;
     const char* const end = ending.report.data() + ending.report.size();
     if (std::from_chars(ending.report.data(), end, reported).ec != std::errc()) {
         ending.report.clear(); // somebody else's words
     }
-    ending.status = ::pclose(pipe_.release());
+    ending.status = ::pclose(script.release());
     if (ending.status < 0 && !ending.report.empty()) {
         constexpr int exitStatusUnit = 256; // of a wait status
         ending.status = reported * exitStatusUnit;

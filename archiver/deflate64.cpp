@@ -8,38 +8,45 @@
 
 #include <algorithm>
 #include <array>
-#include <memory>
 #include <vector>
 
 namespace archiver {
 
 namespace {
 
-[[noreturn]] void failDamaged()
+void require(bool isSound)
 {
-    throw UndecodableContent{};
+    if (!isSound) {
+        throw UndecodableContent{};
+    }
 }
 
 class BitReader {
 public:
     explicit BitReader(const NextPiece& next) : next_(next) {}
 
-    // The next bits, the first one lowest, which aren't taken yet. Behind the end come zeros.
+    // The next bits, 16 at most, the first one lowest, which aren't taken yet. Behind the end come zeros.
     unsigned peek(unsigned count)
     {
-        while (available_ < count) {
-            fill();
+        for (; available_ < count; available_ += 8) {
+            if (piece_.empty() && padding_ == 0) {
+                piece_ = next_();
+            }
+            if (piece_.empty()) {
+                padding_ += 8;
+            } else {
+                bits_ |= std::to_integer<std::uint32_t>(piece_.front()) << available_;
+                piece_ = piece_.subspan(1);
+            }
         }
-        return static_cast<unsigned>(bits_ & ((std::uint64_t{1} << count) - 1));
+        return bits_ & ((1U << count) - 1);
     }
 
     void drop(unsigned count)
     {
         bits_ >>= count;
         available_ -= count;
-        if (available_ < padding_) {
-            failDamaged(); // it ends early
-        }
+        require(available_ >= padding_); // else it ends early
     }
 
     unsigned take(unsigned count)
@@ -59,51 +66,28 @@ public:
     }
 
 private:
-    void fill()
-    {
-        if (piece_.empty() && padding_ == 0) {
-            piece_ = next_();
-        }
-        if (piece_.empty()) {
-            padding_ += 8;
-        } else {
-            bits_ |= std::to_integer<std::uint64_t>(piece_.front()) << available_;
-            piece_ = piece_.subspan(1);
-        }
-        available_ += 8;
-    }
-
     const NextPiece& next_;
     std::span<const std::byte> piece_;
-    std::uint64_t bits_ = 0;
+    std::uint32_t bits_ = 0;
     unsigned available_ = 0; // bits, padding included
     unsigned padding_ = 0;
 };
 
+using Lengths = std::vector<std::uint8_t>; // of each symbol's code in bits; 0 for one that doesn't occur
+
 class Alphabet {
 public:
-    // `lengths`: of each symbol's code in bits; 0 for one that doesn't occur.
+    // Codes are given out by length, then by symbol (RFC 1951, 3.2.2).
     explicit Alphabet(std::span<const std::uint8_t> lengths)
+        : bits_(*std::max_element(lengths.begin(), lengths.end())), table_(std::size_t{1} << bits_)
     {
-        std::array<unsigned, longest + 1> next{};
-        for (const std::uint8_t length : lengths) {
-            ++next[length];
-            bits_ = std::max<unsigned>(bits_, length);
-        }
-        next[0] = 0;
         unsigned code = 0;
-        for (unsigned length = 1; length <= longest; ++length) {
-            const unsigned count = next[length];
-            next[length] = code;
-            code = (code + count) << 1U;
-            if (code > 2U << length) {
-                failDamaged(); // more codes than there are
-            }
-        }
-        table_.resize(std::size_t{1} << bits_);
-        for (std::size_t symbol = 0; symbol < lengths.size(); ++symbol) {
-            if (const unsigned length = lengths[symbol]; length != 0) {
-                add(static_cast<unsigned>(symbol), next[length]++, length);
+        for (unsigned length = 1; length <= bits_; ++length, code <<= 1U) {
+            for (std::size_t symbol = 0; symbol < lengths.size(); ++symbol) {
+                if (lengths[symbol] == length) {
+                    require(code < 1U << length); // else there are too many of them
+                    add(static_cast<unsigned>(symbol), code++, length);
+                }
             }
         }
     }
@@ -111,17 +95,13 @@ public:
     unsigned read(BitReader& input) const
     {
         const unsigned entry = table_[input.peek(bits_)];
-        if (entry == 0) {
-            failDamaged(); // no code begins so
-        }
-        input.drop(entry & lengthMask);
-        return entry >> lengthBits;
+        require(entry != 0); // else no code begins so
+        input.drop(entry % longerThanAny);
+        return entry / longerThanAny;
     }
 
 private:
-    static constexpr unsigned longest = 15;
-    static constexpr unsigned lengthBits = 4;
-    static constexpr unsigned lengthMask = (1U << lengthBits) - 1;
+    static constexpr unsigned longerThanAny = 16;
 
     // Codes come highest bit first.
     void add(unsigned symbol, unsigned code, unsigned length)
@@ -131,11 +111,11 @@ private:
             reversed |= (code >> bit & 1U) << (length - 1 - bit);
         }
         for (std::size_t index = reversed; index < table_.size(); index += std::size_t{1} << length) {
-            table_[index] = static_cast<std::uint16_t>(symbol << lengthBits | length);
+            table_[index] = static_cast<std::uint16_t>(symbol * longerThanAny + length);
         }
     }
 
-    unsigned bits_ = 0;
+    unsigned bits_;
     std::vector<std::uint16_t> table_;
 };
 
@@ -145,132 +125,84 @@ public:
 
     void add(std::byte byte)
     {
-        (*ring_)[position_++] = byte;
-        if (position_ == size) {
-            take_(*ring_);
-            position_ = 0;
-            isFull_ = true;
+        ring_[written_++ % size] = byte;
+        if (written_ % size == 0) {
+            take_(ring_);
         }
     }
 
     void repeat(std::size_t length, std::size_t distance)
     {
-        if (distance > position_ && !isFull_) {
-            failDamaged(); // before the start
-        }
+        require(distance <= written_); // else it lies before the start
         for (; length > 0; --length) {
-            add((*ring_)[(position_ + size - distance) % size]);
+            add(ring_[(written_ - distance) % size]);
         }
     }
 
-    void finish() { take_(std::span(*ring_).first(position_)); }
+    void finish() { take_(std::span(ring_).first(written_ % size)); }
 
 private:
     static constexpr std::size_t size = std::size_t{64} << 10U;
 
     const TakePiece& take_;
-    std::unique_ptr<std::array<std::byte, size>> ring_ = std::make_unique<std::array<std::byte, size>>();
-    std::size_t position_ = 0;
-    bool isFull_ = false; // has been once
+    std::vector<std::byte> ring_ = std::vector<std::byte>(size);
+    std::uint64_t written_ = 0;
 };
-
-// What codes stand for: a base, and extra bits to add (RFC 1951, 3.2.5).
-struct Range {
-    std::size_t base;
-    unsigned bits;
-};
-
-constexpr unsigned lengthCodes = 29;
-constexpr unsigned distanceCodes = 32;
-
-constexpr Range lengthRange(unsigned code)
-{
-    if (code == lengthCodes - 1) {
-        return {3, 16};
-    }
-    const unsigned bits = code < 8 ? 0 : code / 4 - 1;
-    return {3 + (code < 8 ? code : std::size_t{4 + code % 4} << bits), bits};
-}
-
-constexpr Range distanceRange(unsigned code)
-{
-    const unsigned bits = code < 4 ? 0 : code / 2 - 1;
-    return {1 + (code < 4 ? code : std::size_t{2 + code % 2} << bits), bits};
-}
-
-constexpr unsigned endOfBlock = 256;
 
 void copyStored(BitReader& input, Window& window)
 {
     input.dropToByte();
     const unsigned length = input.take(16);
-    if (length != (~input.take(16) & 0xffffU)) {
-        failDamaged();
-    }
+    require(length == (~input.take(16) & 0xffffU));
     for (unsigned index = 0; index < length; ++index) {
         window.add(static_cast<std::byte>(input.take(8)));
     }
 }
 
+// What a code of a length or distance stands for, with its extra bits (RFC 1951, 3.2.5): from twice as many codes as
+// are in a group on, each group's codes have one bit more than those of the group before.
+std::size_t readValue(BitReader& input, unsigned code, unsigned group)
+{
+    const unsigned bits = code < 2 * group ? 0 : code / group - 1;
+    return (std::size_t{code - bits * group} << bits) + input.take(bits);
+}
+
 void decodeBlock(BitReader& input, Window& window, const Alphabet& literals, const Alphabet& distances)
 {
-    for (;;) {
-        const unsigned symbol = literals.read(input);
+    constexpr unsigned endOfBlock = 256, firstLength = 257, lastLength = 285;
+    for (unsigned symbol = literals.read(input); symbol != endOfBlock; symbol = literals.read(input)) {
         if (symbol < endOfBlock) {
             window.add(static_cast<std::byte>(symbol));
             continue;
         }
-        if (symbol == endOfBlock) {
-            return;
-        }
-        const unsigned code = symbol - endOfBlock - 1;
-        if (code >= lengthCodes) {
-            failDamaged();
-        }
-        const Range match = lengthRange(code);
-        const std::size_t length = match.base + input.take(match.bits);
-        const Range distance = distanceRange(distances.read(input));
-        window.repeat(length, distance.base + input.take(distance.bits));
+        require(symbol <= lastLength);
+        const std::size_t length = symbol == lastLength ? input.take(16) : readValue(input, symbol - firstLength, 4);
+        window.repeat(3 + length, 1 + readValue(input, distances.read(input), 2));
     }
 }
 
-void decodeFixed(BitReader& input, Window& window)
-{
-    std::array<std::uint8_t, 288> lengths{};
-    std::fill(lengths.begin(), lengths.begin() + 144, std::uint8_t{8});
-    std::fill(lengths.begin() + 144, lengths.begin() + 256, std::uint8_t{9});
-    std::fill(lengths.begin() + 256, lengths.begin() + 280, std::uint8_t{7});
-    std::fill(lengths.begin() + 280, lengths.end(), std::uint8_t{8});
-    std::array<std::uint8_t, distanceCodes> distances{};
-    distances.fill(5);
-    decodeBlock(input, window, Alphabet(lengths), Alphabet(distances));
-}
-
-// The lengths of both alphabets' codes, as one row (RFC 1951, 3.2.7).
-std::vector<std::uint8_t> readLengths(BitReader& input, std::size_t count, unsigned codes)
+// Of all symbols of the first alphabet, then of the second, as one row (RFC 1951, 3.2.7).
+Lengths readLengths(BitReader& input, std::size_t count)
 {
     constexpr std::array<std::uint8_t, 19> order{16, 17, 18, 0, 8, 7, 9, 6, 10, 5, 11, 4, 12, 3, 13, 2, 14, 1, 15};
     std::array<std::uint8_t, order.size()> codeLengths{};
-    for (unsigned index = 0; index < codes; ++index) {
+    for (unsigned index = 0, codes = 4 + input.take(4); index < codes; ++index) {
         codeLengths[order[index]] = static_cast<std::uint8_t>(input.take(3));
     }
     const Alphabet alphabet(codeLengths);
-    std::vector<std::uint8_t> lengths;
+    Lengths lengths;
     while (lengths.size() < count) {
         const unsigned symbol = alphabet.read(input);
         if (symbol < 16) {
             lengths.push_back(static_cast<std::uint8_t>(symbol));
-        } else if (symbol == 16 && lengths.empty()) {
-            failDamaged();
-        } else if (symbol == 16) {
-            lengths.insert(lengths.end(), 3 + input.take(2), std::uint8_t{lengths.back()});
+        } else if (symbol > 16) {
+            lengths.resize(lengths.size() + (symbol == 17 ? 3 + input.take(3) : 11 + input.take(7)));
         } else {
-            lengths.insert(lengths.end(), symbol == 17 ? 3 + input.take(3) : 11 + input.take(7), std::uint8_t{0});
+            require(!lengths.empty()); // else there is none to repeat
+            lengths.resize(lengths.size() + 3 + input.take(2), lengths.back());
         }
     }
-    if (lengths.size() > count) {
-        failDamaged();
-    }
+    require(lengths.size() == count);
     return lengths;
 }
 
@@ -278,37 +210,33 @@ void decodeDynamic(BitReader& input, Window& window)
 {
     const std::size_t literals = 257 + input.take(5);
     const std::size_t distances = 1 + input.take(5);
-    const unsigned codes = 4 + input.take(4);
-    const std::vector<std::uint8_t> lengths = readLengths(input, literals + distances, codes);
-    const std::span<const std::uint8_t> all(lengths);
+    const Lengths lengths = readLengths(input, literals + distances);
+    const std::span all(lengths);
     decodeBlock(input, window, Alphabet(all.first(literals)), Alphabet(all.subspan(literals)));
+}
+
+void decodeFixed(BitReader& input, Window& window)
+{
+    Lengths literals(288, 8);
+    std::fill_n(literals.begin() + 144, 112, std::uint8_t{9});
+    std::fill_n(literals.begin() + 256, 24, std::uint8_t{7});
+    decodeBlock(input, window, Alphabet(literals), Alphabet(Lengths(32, 5)));
 }
 
 } // namespace
 
 void decodeDeflate64(const NextPiece& next, const TakePiece& take)
 {
+    constexpr std::array<void (*)(BitReader&, Window&), 3> kinds{copyStored, decodeFixed, decodeDynamic};
     BitReader input(next);
     Window window(take);
     for (bool isLast = false; !isLast;) {
         isLast = input.take(1) != 0;
-        switch (input.take(2)) {
-        case 0:
-            copyStored(input, window);
-            break;
-        case 1:
-            decodeFixed(input, window);
-            break;
-        case 2:
-            decodeDynamic(input, window);
-            break;
-        default:
-            failDamaged();
-        }
+        const unsigned kind = input.take(2);
+        require(kind < kinds.size());
+        kinds[kind](input, window);
     }
-    if (!input.isAtEnd()) {
-        failDamaged();
-    }
+    require(input.isAtEnd());
     window.finish();
 }
 

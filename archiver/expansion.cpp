@@ -23,14 +23,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <climits>
 #include <cstddef>
 #include <cstdint>
+#include <exception>
+#include <optional>
+#include <span>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 namespace archiver {
@@ -79,60 +80,47 @@ Destination openDestination(std::string path)
 // Goes with the value, and all that is in it.
 class WorkFolder {
 public:
-    explicit WorkFolder(int destination) : WorkFolder(destination, makeWorkFolder(destination))
+    WorkFolder(int destination, std::size_t shares)
+        : destination_(destination), shares_(shares), item_(makeWorkFolder(destination))
     {
-        tree_ = makeFolder("tree");
-        kept_ = makeFolder("kept");
     }
     ~WorkFolder()
     {
-        if (!item_.name.empty()) {
-            removeTree(destination_, item_.name.c_str());
+        if (item_.name.empty()) {
+            return;
         }
+        try {
+            forEachInParallel(shares_,
+                              [this](std::size_t share) { removeTree(descriptor(), std::to_string(share).c_str()); });
+        } catch (const std::exception&) { // NOLINT(bugprone-empty-catch): it is removed all the same
+        }
+        removeTree(destination_, item_.name.c_str());
     }
     WorkFolder(const WorkFolder&) = delete;
     WorkFolder& operator=(const WorkFolder&) = delete;
 
-    int tree() const { return tree_.get(); }
-    int kept() const { return kept_.get(); }
+    int descriptor() const { return item_.open.get(); }
 
     // Leaves it, under a name by which no later call removes it.
-    void keep()
+    void keep() noexcept
     {
-        const std::string name = platform::posix::temporaryName();
-        renameat(destination_, item_.name.c_str(), destination_, name.c_str());
+        renameat(destination_, item_.name.c_str(), destination_, nameToKeep_.c_str());
         item_.name.clear();
     }
 
 private:
-    // From its end on the destructor removes what was made.
-    WorkFolder(int destination, WorkItem item) : destination_(destination), item_(std::move(item)) {}
-
-    Descriptor makeFolder(const char* name) const
-    {
-        const int parent = item_.open.get();
-        Descriptor made;
-        if (mkdirat(parent, name, S_IRWXU) == 0) {
-            made = openAt(parent, name, folderItself);
-        }
-        if (!made) {
-            failWriting("no folder can be made in the destination", errno);
-        }
-        return made;
-    }
-
     int destination_;
+    std::size_t shares_;
+    std::string nameToKeep_ = platform::posix::temporaryName();
     WorkItem item_;
-    Descriptor tree_;
-    Descriptor kept_;
 };
 
-// Writes the tree of an archive.
+// Writes what is in an archive into a work folder.
 class Unpacking {
 public:
-    Unpacking(const ZipArchive& archive, const std::string& password, int root, mode_t mask)
-        : archive_(archive), password_(password), root_(root), mask_(mask),
-          isFlushedAsAWhole_(platform::posix::isFlushedAsAWhole(root))
+    Unpacking(const ZipArchive& archive, const Placement& placement, const std::string& password, int work, mode_t mask)
+        : archive_(archive), placement_(placement), password_(password), work_(work), mask_(mask),
+          isFlushedAsAWhole_(platform::posix::isFlushedAsAWhole(work))
     {
     }
 
@@ -172,115 +160,132 @@ private:
         return batches;
     }
 
+    // An entry, and where it belongs.
+    struct Target {
+        const ZipEntry& entry;
+        std::string_view path;
+        int folder;
+        std::string name; // empty for a folder that is there already
+    };
+
+    // With a mode, folders that are missing on the way are made.
+    Target find(TreeCursor& cursor, std::size_t index, std::optional<mode_t> mode = std::nullopt) const
+    {
+        const ZipEntry& entry = archive_.entries()[index];
+        const std::string_view path = archive_.path(entry);
+        const std::string place = placement_.workPath(index);
+        if (const int error = place.empty() ? 0 : cursor.go(folderOf(place), mode)) {
+            failUnpacking(path, error);
+        }
+        return {entry, path, cursor.folder(), nameOf(place)};
+    }
+
     // Open to their owner until they are in place, and as those that an archive doesn't list are.
-    void makeFolders()
+    void makeFolders() const
     {
         constexpr mode_t usual = S_IRWXU | S_IRWXG | S_IRWXO;
-        TreeCursor cursor(root_);
-        for (const ZipEntry& entry : archive_.entries()) {
+        TreeCursor cursor(work_);
+        if (const int error = cursor.go(placement_.missingInWork(), usual & ~mask_)) {
+            failWriting("the destination can't be made", error);
+        }
+        for (std::size_t index = 0; index < archive_.entries().size(); ++index) {
             throwIfInterrupted();
-            const std::string_view path = archive_.path(entry);
-            goTo(cursor, path, usual & ~mask_);
-            if (entry.kind == ZipEntry::Kind::folder &&
-                mkdirat(cursor.folder(), nameOf(path).c_str(), (entry.mode & ~mask_) | S_IRWXU) != 0) {
-                failUnpacking(path, errno);
+            const Target target = find(cursor, index, usual & ~mask_);
+            if (isNewFolder(target) &&
+                mkdirat(target.folder, target.name.c_str(), (target.entry.mode & ~mask_) | S_IRWXU) != 0) {
+                failUnpacking(target.path, errno);
             }
         }
+    }
+
+    static bool isNewFolder(const Target& target)
+    {
+        return target.entry.kind == ZipEntry::Kind::folder && !target.name.empty();
     }
 
     void unpack(const Batch& batch) const
     {
-        TreeCursor cursor(root_);
+        TreeCursor cursor(work_);
         for (std::size_t index = batch.first; index < batch.end; ++index) {
-            const ZipEntry& entry = archive_.entries()[index];
-            const std::string_view path = archive_.path(entry);
-            goTo(cursor, path);
-            switch (entry.kind) {
+            const Target target = find(cursor, index);
+            switch (target.entry.kind) {
             case ZipEntry::Kind::folder:
-                readContent(archive_, entry, password_, [](std::span<const std::byte>) {});
+                readContent(archive_, target.entry, password_, [](std::span<const std::byte>) {});
                 break;
             case ZipEntry::Kind::link:
-                makeLink(entry, path, cursor.folder());
+                makeLink(target);
                 break;
             case ZipEntry::Kind::file:
-                writeFile(entry, path, cursor.folder());
+                writeFile(target);
                 break;
             }
         }
     }
 
-    void writeFile(const ZipEntry& entry, std::string_view path, int folder) const
+    void writeFile(const Target& target) const
     {
-        Descriptor file =
-            openAt(folder, nameOf(path).c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, entry.mode & ~mask_);
+        constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW;
+        Descriptor file = openAt(target.folder, target.name.c_str(), flags, target.entry.mode & ~mask_);
         if (!file) {
-            failUnpacking(path, errno);
+            failUnpacking(target.path, errno);
         }
-        readContent(archive_, entry, password_, [&](std::span<const std::byte> piece) {
+        readContent(archive_, target.entry, password_, [&](std::span<const std::byte> piece) {
             while (!piece.empty()) {
                 const ssize_t count = retried([&] { return write(file.get(), piece.data(), piece.size()); });
                 if (count <= 0) {
-                    failUnpacking(path, count < 0 ? errno : ENOSPC);
+                    failUnpacking(target.path, count < 0 ? errno : ENOSPC);
                 }
                 piece = piece.subspan(static_cast<std::size_t>(count));
             }
         });
-        const std::array<timespec, 2> times{timespec{0, UTIME_OMIT}, modificationTime(entry)};
-        int error = futimens(file.get(), times.data()) == 0 ? 0 : errno;
+        int error = futimens(file.get(), timesOf(target.entry).data()) == 0 ? 0 : errno;
         if (error == 0 && !isFlushedAsAWhole_) {
             error = platform::posix::flushFile(file.get());
         }
         if (const int closing = file.close(); error != 0 || closing != 0) {
-            failUnpacking(path, error != 0 ? error : closing);
+            failUnpacking(target.path, error != 0 ? error : closing);
         }
     }
 
     // Nothing of the archive lies below it, so nothing is written through it.
-    void makeLink(const ZipEntry& entry, std::string_view path, int folder) const
+    void makeLink(const Target& target) const
     {
-        std::string target;
-        if (entry.size == 0 || entry.size >= PATH_MAX) {
-            fail(Exit::damaged, quoted(path) + " is a link to a path that can't be");
+        std::string text;
+        const auto failLink = [&] { fail(Exit::damaged, quoted(target.path) + " is a link to a path that can't be"); };
+        if (target.entry.size == 0 || target.entry.size >= PATH_MAX) {
+            failLink();
         }
-        readContent(archive_, entry, password_, [&](std::span<const std::byte> piece) {
-            target.append(reinterpret_cast<const char*>(piece.data()), piece.size());
+        readContent(archive_, target.entry, password_, [&](std::span<const std::byte> piece) {
+            text.append(reinterpret_cast<const char*>(piece.data()), piece.size());
         });
-        if (target.find('\0') != std::string::npos) {
-            fail(Exit::damaged, quoted(path) + " is a link to a path that can't be");
+        if (text.find('\0') != std::string::npos) {
+            failLink();
         }
-        if (symlinkat(target.c_str(), folder, nameOf(path).c_str()) != 0) {
-            failUnpacking(path, errno);
+        if (symlinkat(text.c_str(), target.folder, target.name.c_str()) != 0) {
+            failUnpacking(target.path, errno);
         }
-        setTime(entry, path, folder);
+        setTime(target);
     }
 
     // Once nothing more comes into them.
     void setFolderTimes() const
     {
-        TreeCursor cursor(root_);
-        for (const ZipEntry& entry : archive_.entries()) {
-            if (entry.kind == ZipEntry::Kind::folder) {
-                const std::string_view path = archive_.path(entry);
-                goTo(cursor, path);
-                setTime(entry, path, cursor.folder());
+        TreeCursor cursor(work_);
+        for (std::size_t index = 0; index < archive_.entries().size(); ++index) {
+            if (archive_.entries()[index].kind == ZipEntry::Kind::folder) {
+                if (const Target target = find(cursor, index); isNewFolder(target)) {
+                    setTime(target);
+                }
             }
         }
     }
 
-    static void setTime(const ZipEntry& entry, std::string_view path, int folder)
+    static void setTime(const Target& target)
     {
-        const std::array<timespec, 2> times{timespec{0, UTIME_OMIT}, modificationTime(entry)};
         // Not every file system has times for links.
-        if (utimensat(folder, nameOf(path).c_str(), times.data(), AT_SYMLINK_NOFOLLOW) != 0 &&
-            entry.kind != ZipEntry::Kind::link) {
-            failUnpacking(path, errno);
-        }
-    }
-
-    static void goTo(TreeCursor& cursor, std::string_view path, std::optional<mode_t> mode = std::nullopt)
-    {
-        if (const int error = cursor.go(folderOf(path), mode)) {
-            failUnpacking(path, error);
+        if (utimensat(target.folder, target.name.c_str(), timesOf(target.entry).data(), AT_SYMLINK_NOFOLLOW) != 0 &&
+            target.entry.kind != ZipEntry::Kind::link) {
+            failUnpacking(target.path, errno);
         }
     }
 
@@ -290,8 +295,9 @@ private:
     }
 
     const ZipArchive& archive_;
+    const Placement& placement_;
     const std::string& password_;
-    int root_;
+    int work_;
     mode_t mask_;
     bool isFlushedAsAWhole_;
 };
@@ -320,6 +326,28 @@ void flushTree(int tree)
     }
 }
 
+// Modes are less the caller's umask by themselves.
+void expandInto(const Destination& destination, const Job& job, const ZipArchive& archive, mode_t mask)
+{
+    const int folder = destination.folder.get();
+    Placement placement(archive, folder, destination.missing, mask);
+    WorkFolder work(folder, placement.shares());
+    Unpacking(archive, placement, job.password, work.descriptor(), mask).run();
+    archive.source().requireUnchanged();
+    flushTree(work.descriptor());
+    throwIfInterrupted();
+
+    const Uninterruptible seenThrough;
+    try {
+        placement.carryOut(work.descriptor());
+    } catch (...) {
+        if (!placement.undo(work.descriptor())) {
+            work.keep();
+        }
+        throw;
+    }
+}
+
 } // namespace
 
 void expand(const Job& job)
@@ -327,25 +355,19 @@ void expand(const Job& job)
     const SourceFile source(job.sourceFolder + job.sourceName);
     const ZipArchive archive(source);
     requireCiphers(archive, job.password);
-    const Destination destination = openDestination(job.destinationFolder);
-    const int folder = destination.folder.get();
-
-    // Modes are less the caller's umask by themselves.
     const mode_t mask = callersMask();
     umask(0);
-    removeLeftovers(folder);
-    WorkFolder work(folder);
-    TreeCursor root(work.tree());
-    if (const int error = root.go(destination.missing, (S_IRWXU | S_IRWXG | S_IRWXO) & ~mask)) {
-        failWriting("the destination can't be made", error);
+    constexpr int attempts = 3;
+    for (int attempt = 0; attempt < attempts; ++attempt) {
+        try {
+            const Destination destination = openDestination(job.destinationFolder);
+            removeLeftovers(destination.folder.get());
+            return expandInto(destination, job, archive, mask);
+        } catch (const FolderAppeared&) {
+            continue;
+        }
     }
-    Unpacking(archive, job.password, root.folder(), mask).run();
-    source.requireUnchanged();
-    flushTree(work.tree());
-    throwIfInterrupted();
-
-    const Uninterruptible seenThrough;
-    putIntoPlace(archive, {work.tree(), work.kept(), folder, destination.missing, mask}, [&] { work.keep(); });
+    fail(Exit::unusableDestination, "somebody else changes the destination");
 }
 
 } // namespace archiver

@@ -70,9 +70,6 @@ private:
     {
         std::vector<std::byte> salt(saltSize(entry.strength));
         std::array<std::byte, WinZipAes::checkSize> check{};
-        if (left_ < salt.size() + check.size() + WinZipAes::macSize) {
-            fail(Exit::damaged, quoted(archive_.path(entry)) + " is cut");
-        }
         read(salt);
         read(check);
         left_ -= WinZipAes::macSize;
@@ -85,9 +82,6 @@ private:
     void startZipCrypto(const ZipEntry& entry, std::string_view password)
     {
         std::array<std::byte, ZipCryptoReader::headerSize> header{};
-        if (left_ < header.size()) {
-            fail(Exit::damaged, quoted(archive_.path(entry)) + " is cut");
-        }
         read(header);
         zipCrypto_.emplace(password);
         zipCrypto_->decrypt(header);

@@ -259,8 +259,9 @@ const char* takeAttributes(Bytes header, bool endsInSlash, ZipEntry& entry)
     const bool isUnix = system == zip::madeByUnix || system == zip::madeByMacOs;
     const auto mode = static_cast<std::uint16_t>(isUnix ? attributes >> 16U : 0);
     const unsigned type = mode & S_IFMT;
-    if (type != 0 && type != S_IFREG && type != S_IFDIR && type != S_IFLNK) {
-        return "is a device, a pipe or a socket";
+    // Info-ZIP marks what it read from its standard input as a pipe.
+    if (type != 0 && type != S_IFREG && type != S_IFDIR && type != S_IFLNK && type != S_IFIFO) {
+        return "is a device or a socket";
     }
     const bool isDosFolder = !isUnix && (attributes & zip::dosFolder) != 0 && entry.size == 0;
     if (endsInSlash || type == S_IFDIR || isDosFolder) {
@@ -430,6 +431,11 @@ private:
             entry.strength = AesStrength{std::to_integer<std::uint8_t>(field[strengthAt])};
             entry.hasCrc = get16(field, 0) == 1;
             entry.method = zip::Method{get16(field, methodAt)};
+        }
+        const std::size_t aesOverhead = saltSize(entry.strength) + WinZipAes::checkSize + WinZipAes::macSize;
+        const bool isAes = entry.cipher == ZipEntry::Cipher::winZipAes;
+        if (entry.isEncrypted() && entry.compressedSize < (isAes ? aesOverhead : ZipCryptoReader::headerSize)) {
+            failEntry("is cut");
         }
         requireDecoder(entry.method, name_);
     }

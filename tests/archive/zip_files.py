@@ -54,7 +54,7 @@ def entry(name, data=b"", mode=FILE, method=0, flags=0, packed=None, extra=b"", 
 def archive(*entries, prefix=b"", absolute=False, zip64=None, sector=b"", comment=b"", gap=b"", trailing=b"", end=None):
     """`zip64`: fields of the zip64 record beside the right ones, {} for none; without it there is none. `sector` is
     its extensible data; `absolute`: offsets count the prefix."""
-    body, directory, base = prefix, b"", 0 if absolute else len(prefix)
+    body, directory, base = bytearray(prefix), bytearray(), 0 if absolute else len(prefix)
     for content, fields, rest in entries:
         directory += record(CENTRAL, {"offset": len(body) - base, **fields}) + rest
         body += content
@@ -66,4 +66,4 @@ def archive(*entries, prefix=b"", absolute=False, zip64=None, sector=b"", commen
                                **zip64}) + sector
         body += struct.pack("<IIQI", 0x07064B50, 0, at, 1)
     body += record(END, {"signature": 0x06054B50, **values, "comment_length": len(comment), **(end or {})})
-    return body + comment + trailing
+    return bytes(body + comment + trailing)

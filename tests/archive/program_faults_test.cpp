@@ -448,6 +448,24 @@ TEST_P(ArchiveExpansion, KeepsWhatItCantPutBack)
     EXPECT_GT(kept, 0U);
 }
 
+// As on a network's file system: four files, the work folder and three in it, two that are merged into.
+TEST_P(ArchiveExpansion, FlushesEachItemWhereNotAllAreFlushedAtOnce)
+{
+    measure();
+    prepare();
+    FaultPlan plan{.lacks = {{"statfs", EIO}}};
+    const unsigned long flushes = std::stoul(inChild([&] {
+        FaultReport report;
+        attempt(plan, &report);
+        return std::to_string(report.calls["flush"]);
+    }));
+    EXPECT_GE(flushes, 10U);
+    for (plan.call = "flush", plan.error = EIO; plan.at < flushes;) {
+        ++plan.at;
+        EXPECT_EQ(judge({.plan = plan, .mustFail = true}), "") << plan.at;
+    }
+}
+
 // What is expanded meets what others have made, replaced or removed since it was looked at.
 TEST_P(ArchiveExpansion, MergesWithWhatComesAndGoes)
 {

@@ -36,7 +36,8 @@ endif()
 add_compile_definitions(_FILE_OFFSET_BITS=64)
 
 if(FOLIDEX_SANITIZE)
-    add_compile_options(-fsanitize=${FOLIDEX_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    # Optimised as far as the sanitizers recommend, with what a stack trace names.
+    add_compile_options(-fsanitize=${FOLIDEX_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -O1 -g1)
     add_link_options(-fsanitize=${FOLIDEX_SANITIZE})
 elseif(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
     add_compile_definitions(_FORTIFY_SOURCE=2)

@@ -1,6 +1,8 @@
 #include "platform/posix/access_lists.h"
 
+#include <sys/stat.h>
 #include <sys/xattr.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <initializer_list>
@@ -35,6 +37,21 @@ bool dropAccessLists(int item)
         }
     }
     return areGone;
+}
+
+// A default access list may have left the owner without rights; the group then becomes the one that entries get, for
+// changing the mode can cost the set-group-ID bit.
+int takeOver(int folder)
+{
+    struct stat status {};
+    dropAccessLists(folder);
+    if (fstat(folder, &status) != 0) {
+        return errno;
+    }
+    const bool isOpen =
+        (status.st_mode & S_IRWXU) == S_IRWXU || (fchmod(folder, (status.st_mode & 07777) | S_IRWXU) == 0 &&
+                                                  fchown(folder, static_cast<uid_t>(-1), getegid()) == 0);
+    return isOpen ? 0 : errno;
 }
 
 } // namespace platform::posix

@@ -3,9 +3,7 @@
 #include "platform/posix/descriptor.h"
 
 #include <linux/fs.h>
-#include <linux/magic.h>
 #include <sys/ioctl.h>
-#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -40,15 +38,6 @@ int writeAll(int target, const std::byte* bytes, std::size_t count, off_t positi
     return 0;
 }
 
-// It has shrunk, or makes up its content as it is read and says a page's size (sysfs).
-bool mayEndEarly(int source, off_t size)
-{
-    struct stat now {};
-    struct statfs system {};
-    return (fstat(source, &now) == 0 && now.st_size < size) ||
-           (fstatfs(source, &system) == 0 && system.f_type == SYSFS_MAGIC);
-}
-
 bool mayHaveHoles(const struct stat& status)
 {
     return status.st_blocks < status.st_size / 512;
@@ -56,32 +45,20 @@ bool mayHaveHoles(const struct stat& status)
 
 } // namespace
 
-Failure DataCopier::copy(int source, int target, const struct stat& status, bool mustBeWhole)
+Failure DataCopier::copy(int source, int target, const struct stat& status, off_t& copied)
 {
+    copied = 0;
     if (status.st_size == 0) {
         return copyUnsized(source, target);
     }
-    hasEndedEarly_ = false;
-    Failure failed = copySized(source, target, status);
-    if (!failed && hasEndedEarly_ && (mustBeWhole || !mayEndEarly(source, status.st_size))) {
-        return Failure::because("it has less content than its size says");
-    }
-    return failed;
-}
-
-Failure DataCopier::copySized(int source, int target, const struct stat& status)
-{
     if (cloned(source, target, status)) {
+        copied = status.st_size;
         return {};
     }
     if (mayHaveHoles(status)) {
-        return copySparse(source, target, status.st_size);
+        return copySparse(source, target, copied, status.st_size);
     }
-    off_t position = 0;
-    if (status.st_size <= smallFile) {
-        return copyThroughBuffer(source, target, position, status.st_size);
-    }
-    return copyRange(source, target, position, status.st_size);
+    return copyRange(source, target, copied, status.st_size);
 }
 
 bool DataCopier::cloned(int source, int target, const struct stat& status)
@@ -122,9 +99,8 @@ Failure DataCopier::copyUnsized(int source, int target)
     }
 }
 
-Failure DataCopier::copySparse(int source, int target, off_t size)
+Failure DataCopier::copySparse(int source, int target, off_t& reached, off_t size)
 {
-    off_t reached = 0;
     for (off_t position = 0; position < size;) {
         const off_t data = lseek(source, position, SEEK_DATA);
         if (data < 0 && errno == ENXIO) {
@@ -139,20 +115,20 @@ Failure DataCopier::copySparse(int source, int target, off_t size)
         if (Failure failed = copyRange(source, target, position, end)) {
             return failed;
         }
+        reached = position;
         if (position < end) {
             return {}; // less than it said
         }
-        reached = position;
     }
     struct stat now {};
     if (fstat(source, &now) != 0) {
         return Failure::ofSource(errno);
     }
     const off_t end = std::min(size, now.st_size);
-    hasEndedEarly_ = end < size;
     if (end > reached && retried([&] { return ftruncate(target, end); }) != 0) {
         return Failure::ofTarget(errno);
     }
+    reached = end;
     return {};
 }
 
@@ -195,7 +171,6 @@ Failure DataCopier::copyThroughBuffer(int source, int target, off_t& position, o
             return Failure::ofSource(errno);
         }
         if (count == 0) {
-            hasEndedEarly_ = true;
             break;
         }
         if (const int error = writeAll(target, buffer(), static_cast<std::size_t>(count), position)) {

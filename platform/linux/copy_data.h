@@ -17,15 +17,14 @@ class DataCopier {
 public:
     // Fills the empty file `target` with the content of the regular file `source`, holes as holes. `status`: the
     // source's, taken after it was opened. A source that grows meanwhile is copied up to the size in `status`; one
-    // that shrinks, up to its new end; one of size 0 (as files of proc(5) say) to wherever its end is. One that ends
-    // before its size without having shrunk is a failure, and with `mustBeWhole` one that has shrunk, too.
-    posix::Failure copy(int source, int target, const struct stat& status, bool mustBeWhole);
+    // whose content ends earlier, to its end; one of size 0 (as files of proc(5) say), to wherever its end is.
+    // `copied`: how far it came, if `status` gives a size.
+    posix::Failure copy(int source, int target, const struct stat& status, off_t& copied);
 
 private:
-    posix::Failure copySized(int source, int target, const struct stat& status);
     bool cloned(int source, int target, const struct stat& status);
     posix::Failure copyUnsized(int source, int target);
-    posix::Failure copySparse(int source, int target, off_t size);
+    posix::Failure copySparse(int source, int target, off_t& reached, off_t size);
     posix::Failure copyRange(int source, int target, off_t& position, off_t end);
     posix::Failure copyThroughBuffer(int source, int target, off_t& position, off_t end);
     bool copyInKernel(int source, int target, off_t& position, off_t end, posix::Failure& failed);
@@ -33,7 +32,6 @@ private:
 
     std::unique_ptr<std::byte[]> buffer_;
     std::optional<dev_t> deviceWithoutClones_; // of the source last tried in vain
-    bool hasEndedEarly_ = false;
 };
 
 } // namespace platform::linux_os

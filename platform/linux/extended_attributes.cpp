@@ -1,9 +1,11 @@
 #include "platform/linux/extended_attributes.h"
 
+#include <fcntl.h>
 #include <linux/posix_acl_xattr.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/xattr.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -61,7 +63,7 @@ bool isFailure(std::string_view name, int error)
 }
 
 // All names, each with its zero; empty when there are none or the file system has no attributes.
-Failure readNames(const AttributeHolder& source, std::vector<char>& names)
+Failure readNames(const MetadataHolder& source, std::vector<char>& names)
 {
     std::array<char, 512> small{};
     ssize_t size = source.list(small.data(), small.size());
@@ -81,7 +83,7 @@ Failure readNames(const AttributeHolder& source, std::vector<char>& names)
 }
 
 // False with errno when the value can't be read.
-bool readValue(const AttributeHolder& source, const char* name, std::vector<char>& value)
+bool readValue(const MetadataHolder& source, const char* name, std::vector<char>& value)
 {
     value.resize(1024);
     for (;;) {
@@ -99,37 +101,53 @@ bool readValue(const AttributeHolder& source, const char* name, std::vector<char
 
 } // namespace
 
-AttributeHolder::AttributeHolder(int folder, const char* name)
-    : path_(ownDescriptors + std::to_string(folder) + "/" + name)
+std::string MetadataHolder::path() const
 {
+    return ownDescriptors + std::to_string(descriptor_) + "/" + name_;
 }
 
-ssize_t AttributeHolder::list(char* names, std::size_t size) const
+int MetadataHolder::changeOwner(uid_t user, gid_t group) const
 {
-    return path_.empty() ? flistxattr(descriptor_, names, size) : llistxattr(path_.c_str(), names, size);
+    return name_ == nullptr ? fchown(descriptor_, user, group)
+                            : fchownat(descriptor_, name_, user, group, AT_SYMLINK_NOFOLLOW);
 }
 
-ssize_t AttributeHolder::get(const char* name, void* value, std::size_t size) const
+int MetadataHolder::changeMode(mode_t mode) const
 {
-    return path_.empty() ? fgetxattr(descriptor_, name, value, size) : lgetxattr(path_.c_str(), name, value, size);
+    return name_ == nullptr ? fchmod(descriptor_, mode) : fchmodat(descriptor_, name_, mode, 0);
 }
 
-int AttributeHolder::set(const char* name, const void* value, std::size_t size) const
+int MetadataHolder::changeTimes(const timespec* times) const
 {
-    return path_.empty() ? fsetxattr(descriptor_, name, value, size, 0)
-                         : lsetxattr(path_.c_str(), name, value, size, 0);
+    return name_ == nullptr ? futimens(descriptor_, times) : utimensat(descriptor_, name_, times, AT_SYMLINK_NOFOLLOW);
+}
+
+ssize_t MetadataHolder::list(char* names, std::size_t size) const
+{
+    return name_ == nullptr ? flistxattr(descriptor_, names, size) : llistxattr(path().c_str(), names, size);
+}
+
+ssize_t MetadataHolder::get(const char* name, void* value, std::size_t size) const
+{
+    return name_ == nullptr ? fgetxattr(descriptor_, name, value, size) : lgetxattr(path().c_str(), name, value, size);
+}
+
+int MetadataHolder::set(const char* name, const void* value, std::size_t size) const
+{
+    return name_ == nullptr ? fsetxattr(descriptor_, name, value, size, 0)
+                            : lsetxattr(path().c_str(), name, value, size, 0);
 }
 
 // ENOSPC says of a full disk and, on ext4, of a value that is too large.
-bool AttributeHolder::hasRoomFor(std::size_t size) const
+bool MetadataHolder::hasRoomFor(std::size_t size) const
 {
     struct statvfs space {};
     constexpr std::size_t reserve = std::size_t{1} << 20;
-    return path_.empty() && fstatvfs(descriptor_, &space) == 0 &&
+    return name_ == nullptr && fstatvfs(descriptor_, &space) == 0 &&
            space.f_bavail > (size + reserve) / std::max<std::size_t>(space.f_frsize, 1);
 }
 
-Failure keepExtendedAttributes(const AttributeHolder& source, const AttributeHolder& target, mode_t& mode, bool mustFit)
+Failure keepExtendedAttributes(const MetadataHolder& source, const MetadataHolder& target, mode_t& mode, bool mustFit)
 {
     std::vector<char> names;
     if (Failure failed = readNames(source, names)) {

@@ -26,19 +26,6 @@ int posix::flushFolder(int folder)
     return openAt(folder, ".", folderItself) ? 0 : errno;
 }
 
-int posix::flushEntries(int folder, int inside)
-{
-    if (const Descriptor readable = openAt(folder, ".", folderItself)) {
-        return flushFolder(readable.get());
-    }
-    if (inside < 0) {
-        const int error = errno;
-        sync();
-        return error == EACCES ? 0 : error;
-    }
-    return flushFileSystem(inside);
-}
-
 int posix::flushFileSystem(int item)
 {
     return retried([=] { return syncfs(item); }) == 0 ? 0 : errno;

@@ -1,4 +1,4 @@
-#include "platform/linux/removal_check.h"
+#include "platform/posix/removal_check.h"
 
 #include <fcntl.h>
 #include <linux/capability.h>
@@ -9,7 +9,7 @@
 #include <cerrno>
 #include <cstdint>
 
-namespace platform::linux_os {
+namespace platform::posix {
 
 namespace {
 
@@ -57,4 +57,4 @@ int errorOfRemovingEntry(int folder, const struct stat& folderStatus, const char
     return sticky && !own && !mayRemoveOthersEntries() ? EPERM : 0;
 }
 
-} // namespace platform::linux_os
+} // namespace platform::posix

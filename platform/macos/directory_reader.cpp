@@ -8,17 +8,13 @@
 #include <dirent.h>
 #include <fcntl.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <memory>
-#include <string_view>
 
 namespace platform::posix {
 
 namespace {
-
-constexpr std::size_t step = std::size_t{64} * 1024;
 
 struct Close {
     void operator()(DIR* folder) const { closedir(folder); }
@@ -26,26 +22,7 @@ struct Close {
 
 } // namespace
 
-void DirectoryReader::start(int folder, Names names)
-{
-    folder_ = folder;
-    names_ = names;
-    isAtEnd_ = false;
-    position_ = filled_ = 0;
-    error_ = 0;
-}
-
-void DirectoryReader::reserve(std::size_t capacity)
-{
-    if (capacity > capacity_) {
-        capacity_ = std::max({capacity, filled_ * 2, step});
-        auto larger = std::make_unique_for_overwrite<std::byte[]>(capacity_);
-        std::copy_n(buffer_.get(), filled_, larger.get());
-        buffer_ = std::move(larger);
-    }
-}
-
-bool DirectoryReader::fill()
+void DirectoryReader::fill()
 {
     isAtEnd_ = true;
     // Not opened anew, which takes the right to search the folder. closedir(3) closes it.
@@ -53,15 +30,16 @@ bool DirectoryReader::fill()
     const std::unique_ptr<DIR, Close> folder(own ? fdopendir(own.get()) : nullptr);
     if (!folder) {
         error_ = errno;
-        return false;
+        return;
     }
     own.release();
+    reserve(std::size_t{64} * 1024);
     for (;;) {
         errno = 0;
         const dirent* found = readdir(folder.get());
         if (found == nullptr) {
             error_ = errno;
-            return filled_ > 0 && error_ == 0;
+            return;
         }
         const std::size_t length = std::strlen(found->d_name) + 1;
         reserve(filled_ + 1 + length);
@@ -71,21 +49,11 @@ bool DirectoryReader::fill()
     }
 }
 
-const DirectoryEntry* DirectoryReader::next()
+DirectoryEntry DirectoryReader::entryAt(const std::byte* record)
 {
-    for (;;) {
-        if (position_ >= filled_ && (isAtEnd_ || !fill())) {
-            filled_ = position_ = 0;
-            return nullptr;
-        }
-        const auto* name = reinterpret_cast<const char*>(buffer_.get() + position_ + 1);
-        entry_ = {name, static_cast<unsigned char>(buffer_[position_])};
-        const std::string_view text(name);
-        position_ += 1 + text.size() + 1;
-        if (text != "." && text != "..") {
-            return &entry_;
-        }
-    }
+    const auto* name = reinterpret_cast<const char*>(record + 1);
+    position_ += 1 + std::strlen(name) + 1;
+    return {name, static_cast<unsigned char>(*record)};
 }
 
 } // namespace platform::posix

@@ -39,16 +39,6 @@ int posix::flushFolder(int folder)
     return flushFile(folder);
 }
 
-int posix::flushEntries(int folder, int inside)
-{
-    if (const Descriptor readable = openAt(folder, ".", folderItself)) {
-        return flushFolder(readable.get());
-    }
-    // What may not be read can't be flushed, and needs no reading to be written to.
-    const int error = errno;
-    return inside >= 0 ? flushFileSystem(inside) : error == EACCES ? 0 : error;
-}
-
 int posix::flushFileSystem(int item)
 {
 #ifdef __APPLE__

@@ -1,9 +1,11 @@
-#include "platform/macos/restrictions.h"
+// XNU asks for a rename whether the item may be deleted and, of a folder, whether it may be written to
+// (vn_authorize_renamex_with_paths).
+
+#include "platform/posix/restrictions.h"
 
 #include "platform/posix/access_lists.h"
 #include "platform/posix/descriptor.h"
 #include "platform/posix/names.h"
-#include "platform/posix/unlock.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -17,16 +19,14 @@
 #include <memory>
 #include <type_traits>
 
-namespace platform::macos {
-
-using posix::Descriptor;
+namespace platform::posix {
 
 namespace {
 
 #ifdef __APPLE__
-constexpr int itself = O_RDONLY | O_NONBLOCK | O_SYMLINK;
+constexpr int toChange = itself;
 #else
-constexpr int itself = O_RDONLY | O_NONBLOCK | O_NOFOLLOW;
+constexpr int toChange = O_RDONLY | O_NONBLOCK | O_NOFOLLOW;
 #endif
 
 // Of an open item.
@@ -45,7 +45,7 @@ public:
             return errno;
         }
         list_.reset(acl_get_fd_np(item_, ACL_TYPE_EXTENDED));
-        if (!posix::dropAccessLists(item_)) {
+        if (!dropAccessLists(item_)) {
             return EACCES;
         }
 #endif
@@ -85,35 +85,32 @@ private:
 
 } // namespace
 
-int publish(int folder, const char* temporaryName, const char* name)
+int publish(int fromFolder, const char* from, int toFolder, const char* to)
 {
-    const auto rename = [=] { return posix::renameExclusively(folder, temporaryName, folder, name); };
-    int error = rename();
+    int error = renameExclusively(fromFolder, from, toFolder, to);
     if (error != EPERM && error != EACCES) {
         return error;
     }
-    const Descriptor item = posix::openAt(folder, temporaryName, itself);
+    const Descriptor item = openAt(fromFolder, from, toChange);
     if (!item) {
         return error;
     }
     Restrictions restrictions(item.get());
     if (restrictions.lift() == 0) {
-        error = rename();
+        error = renameExclusively(fromFolder, from, toFolder, to);
     }
     if (const int putBackError = restrictions.putBack(); error == 0 && putBackError != 0) {
-        posix::unlock(folder, name, DT_UNKNOWN);
-        renameat(folder, name, folder, temporaryName); // unfinished after all
+        unlock(toFolder, to, DT_UNKNOWN);
+        renameat(toFolder, to, fromFolder, from); // unfinished after all
         return putBackError;
     }
     return error;
 }
 
-} // namespace platform::macos
-
-void platform::posix::unlock(int folder, const char* name, unsigned char)
+void unlock(int folder, const char* name, unsigned char)
 {
-    if (const Descriptor item = openAt(folder, name, macos::itself)) {
-        macos::Restrictions(item.get()).lift();
+    if (const Descriptor item = openAt(folder, name, toChange)) {
+        Restrictions(item.get()).lift();
         return;
     }
     struct stat status {};
@@ -121,3 +118,5 @@ void platform::posix::unlock(int folder, const char* name, unsigned char)
         [[maybe_unused]] const int result = fchmodat(folder, name, S_IRWXU, AT_SYMLINK_NOFOLLOW); // unreadable
     }
 }
+
+} // namespace platform::posix

@@ -3,7 +3,7 @@
 // owner can't give an item the owner that it had; its set-id bits would then lend somebody else's rights, and are
 // dropped.
 
-#include "platform/macos/system_copy.h"
+#include "platform/posix/system_copy.h"
 
 #include <copyfile.h>
 #include <fcntl.h>
@@ -13,12 +13,7 @@
 #include <array>
 #include <cerrno>
 
-namespace platform::macos {
-
-using posix::Descriptor;
-using posix::Failure;
-using posix::openAt;
-using posix::retried;
+namespace platform::posix {
 
 namespace {
 
@@ -72,19 +67,7 @@ bool isCopiedWithHoles(int source, const struct stat& status, int target)
            made.st_size == status.st_size;
 }
 
-} // namespace
-
-// SF_DATALESS (sys/stat.h); Apple's technical note TN3150.
-int materialize(int file, struct stat& status)
-{
-    char byte = 0;
-    if ((status.st_flags & SF_DATALESS) == 0) {
-        return 0;
-    }
-    return retried([&] { return pread(file, &byte, 1, 0); }) >= 0 && fstat(file, &status) == 0 ? 0 : errno;
-}
-
-Failure copyFile(int source, const struct stat& status, int folder, const char* name, Descriptor& made)
+Failure copyEverything(int source, const struct stat& status, int folder, const char* name, Descriptor& made)
 {
     if (isCloned(source, status, folder, name, made)) {
         return {};
@@ -101,14 +84,35 @@ Failure copyFile(int source, const struct stat& status, int folder, const char* 
     return isAsBefore ? copyParts(source, status, made.get(), COPYFILE_ALL) : Failure::ofTarget(errno);
 }
 
-Failure copyFolderMetadata(int source, const struct stat& status, int target)
+} // namespace
+
+struct SystemCopy::Memory {};
+
+SystemCopy::SystemCopy(bool) {}
+
+SystemCopy::~SystemCopy() = default;
+
+// There are no unnamed files. What an access list hands down is kept, as by the Finder.
+Failure SystemCopy::copyFile(const OpenFile& source, const FileTarget& target, Descriptor& made)
+{
+    if (target.name == nullptr) {
+        return Failure::ofTarget(EOPNOTSUPP);
+    }
+    if (Failure failure = copyEverything(source.descriptor.get(), source.status, target.folder, target.name, made)) {
+        return failure;
+    }
+    struct stat copy {};
+    return fstat(made.get(), &copy) == 0 ? requireWhole(source, copy.st_size) : Failure::ofTarget(errno);
+}
+
+Failure SystemCopy::copyMetadata(int source, const struct stat& status, int target) const
 {
     return copyParts(source, status, target, COPYFILE_METADATA);
 }
 
 // A FIFO isn't opened, for that may wait for its other end; it has hardly more than owner, mode and times.
-Failure copySpecialMetadata(int sourceFolder, const char* sourceName, int targetFolder, const char* targetName,
-                            const struct stat& status)
+Failure SystemCopy::copySpecialMetadata(int sourceFolder, const char* sourceName, int targetFolder,
+                                        const char* targetName, const struct stat& status) const
 {
     if (S_ISLNK(status.st_mode)) {
         constexpr int itself = O_RDONLY | O_SYMLINK | O_NONBLOCK;
@@ -128,4 +132,10 @@ Failure copySpecialMetadata(int sourceFolder, const char* sourceName, int target
     return isDone ? Failure{} : Failure::ofTarget(errno);
 }
 
-} // namespace platform::macos
+// There is none.
+int linkUnnamed(int, int, const char*)
+{
+    return ENOTSUP;
+}
+
+} // namespace platform::posix

@@ -12,4 +12,8 @@ bool hasAccessList(int item);
 // made in it too. Returns false when some may be left.
 bool dropAccessLists(int item);
 
+// Lets nobody but its owner into an open folder that was just made to work in, and its owner in any case. Inherited
+// lists go on Linux; on macOS what is made in the folder is to inherit them, too. Returns an errno value.
+int takeOver(int folder);
+
 } // namespace platform::posix

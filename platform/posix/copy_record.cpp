@@ -1,5 +1,7 @@
 #include "platform/posix/copy_record.h"
 
+#include "platform/posix/file_times.h"
+
 #include <algorithm>
 #include <array>
 #include <ctime>
@@ -15,37 +17,17 @@ std::uint64_t hash(std::string_view bytes)
     return std::hash<std::string_view>()(bytes);
 }
 
-#ifdef __APPLE__
-const timespec& modification(const struct stat& status)
-{
-    return status.st_mtimespec;
-}
-const timespec& change(const struct stat& status)
-{
-    return status.st_ctimespec;
-}
-#else
-const timespec& modification(const struct stat& status)
-{
-    return status.st_mtim;
-}
-const timespec& change(const struct stat& status)
-{
-    return status.st_ctim;
-}
-#endif
-
 std::uint64_t fingerprint(Place place, const struct stat& status, bool isWhole)
 {
     std::array<std::uint64_t, 7> facts{place, std::uint64_t{status.st_mode} & S_IFMT};
     if (isWhole || !S_ISDIR(status.st_mode)) {
         facts[2] = static_cast<std::uint64_t>(status.st_size);
-        facts[3] = static_cast<std::uint64_t>(modification(status).tv_sec);
-        facts[4] = static_cast<std::uint64_t>(modification(status).tv_nsec);
+        facts[3] = static_cast<std::uint64_t>(modificationTime(status).tv_sec);
+        facts[4] = static_cast<std::uint64_t>(modificationTime(status).tv_nsec);
     }
     if (isWhole) {
-        facts[5] = static_cast<std::uint64_t>(change(status).tv_sec);
-        facts[6] = static_cast<std::uint64_t>(change(status).tv_nsec) + 1; // never as without
+        facts[5] = static_cast<std::uint64_t>(changeTime(status).tv_sec);
+        facts[6] = static_cast<std::uint64_t>(changeTime(status).tv_nsec) + 1; // never as without
     }
     return hash({reinterpret_cast<const char*>(facts.data()), sizeof facts});
 }
@@ -82,13 +64,7 @@ bool CopyRecord::holdsContent(Place place, const struct stat& status) const
 bool hasSameContent(const struct stat& now, const struct stat& before)
 {
     return now.st_dev == before.st_dev && now.st_size == before.st_size &&
-           modification(now).tv_sec == modification(before).tv_sec &&
-           modification(now).tv_nsec == modification(before).tv_nsec;
-}
-
-std::int64_t timeOfChange(const struct stat& status)
-{
-    return std::int64_t{change(status).tv_sec} * 1'000'000'000 + change(status).tv_nsec;
+           areEqual(modificationTime(now), modificationTime(before));
 }
 
 std::int64_t timeUntilNextStamp(const struct stat& status)
@@ -100,7 +76,7 @@ std::int64_t timeUntilNextStamp(const struct stat& status)
 #endif
     constexpr std::int64_t second = 1'000'000'000;
     constexpr std::int64_t tick = 10'000'000; // the longest, of a kernel with 100 a second
-    const timespec& last = change(status);
+    const timespec& last = changeTime(status);
     const std::int64_t precision = last.tv_nsec == 0 ? 2 * second : last.tv_nsec % tick == 0 ? tick : 1;
     timespec now{};
     clock_gettime(clock, &now);

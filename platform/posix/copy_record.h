@@ -43,9 +43,6 @@ private:
 // number may be another one on file systems that make it of the name (exFAT, SMB, some of FUSE).
 bool hasSameContent(const struct stat& now, const struct stat& before);
 
-// The time of the item's last change (status), in nanoseconds since 1970.
-std::int64_t timeOfChange(const struct stat& status);
-
 // How long a further change of the item could still get the time of its last one, in nanoseconds; 0: not any more. Goes
 // by the precision that the time shows: two seconds are FAT's, one SFTP's and HFS+'s, 10 ms exFAT's; else a tick of the
 // kernel's clock.

@@ -1,6 +1,6 @@
 // Reads the names in a folder.
 //
-// Each system has its own way: linux/directory_reader.cpp, macos/directory_reader.cpp.
+// Each system has its own way of filling the buffer: linux/directory_reader.cpp, macos/directory_reader.cpp.
 #pragma once
 
 #include <dirent.h>
@@ -34,7 +34,8 @@ public:
     int error() const { return error_; }
 
 private:
-    bool fill();
+    void fill();                                     // reads on, or sets isAtEnd_
+    DirectoryEntry entryAt(const std::byte* record); // and goes on to the next record
     void reserve(std::size_t capacity);
 
     int folder_ = -1;

@@ -2,6 +2,7 @@
 
 #include "platform/file_manager.h"
 
+#include "platform/posix/copy_tree.h"
 #include "platform/posix/failure.h"
 #include "platform/posix/flush.h"
 #include "platform/posix/identity.h"
@@ -9,9 +10,9 @@
 #include "platform/posix/moved_source.h"
 #include "platform/posix/names.h"
 #include "platform/posix/remove_tree.h"
+#include "platform/posix/staged_copy.h"
 #include "platform/signal_block.h"
 #include "platform/unicode.h"
-#include "staged_copy.h" // the system's
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -13,8 +13,8 @@ int flushFile(int file);
 int flushFolder(int folder);
 
 // The same for a folder that is open as a place (descriptor.h). `inside`, any open item of its file system, serves
-// where the folder can't be read. Without one (-1) and without permission to read the folder, Linux writes all that the
-// system holds (sync(2)), which tells of no errors; macOS leaves it.
+// where the folder can't be read. Without one (-1) and without permission to read the folder, all that the system holds
+// is written (sync(2)), which tells of no errors.
 int flushEntries(int folder, int inside);
 
 // Everything on the file system of the open item.

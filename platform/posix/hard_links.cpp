@@ -1,6 +1,7 @@
 #include "platform/posix/hard_links.h"
 
 #include "platform/posix/copy_record.h"
+#include "platform/posix/file_times.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -15,7 +16,7 @@ namespace {
 bool isUnchanged(const struct stat& now, const struct stat& before)
 {
     return now.st_mode == before.st_mode && now.st_nlink == before.st_nlink && hasSameContent(now, before) &&
-           timeOfChange(now) == timeOfChange(before);
+           areEqual(changeTime(now), changeTime(before));
 }
 
 } // namespace

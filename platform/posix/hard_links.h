@@ -5,7 +5,6 @@
 
 #include <sys/stat.h>
 
-#include <cstddef>
 #include <string>
 #include <unordered_map>
 
@@ -28,11 +27,8 @@ private:
         struct stat status;
         nlink_t left; // names that haven't been met
     };
-    struct Hash {
-        std::size_t operator()(const Identity& identity) const { return identity.inode; }
-    };
 
-    std::unordered_map<Identity, Copied, Hash> copied_;
+    std::unordered_map<Identity, Copied, Identity::Hash> copied_;
 };
 
 } // namespace platform::posix

@@ -2,6 +2,7 @@
 
 #include "platform/file_manager.h"
 #include "platform/posix/descriptor.h"
+#include "platform/posix/file_times.h"
 #include "platform/posix/item_path.h"
 #include "platform/posix/tree_walk.h"
 #include "platform/unicode.h"
@@ -19,11 +20,14 @@
 
 namespace platform {
 
+using posix::areEqual;
 using posix::asPlace;
+using posix::changeTime;
 using posix::Descriptor;
 using posix::Failure;
 using posix::Identity;
 using posix::ItemPath;
+using posix::modificationTime;
 using posix::openAt;
 using posix::TreeEntry;
 
@@ -75,31 +79,14 @@ struct Entry {
     struct stat status {};
 };
 
-#ifdef __APPLE__
-bool haveSameTimes(const struct stat& one, const struct stat& other)
-{
-    return one.st_mtimespec.tv_sec == other.st_mtimespec.tv_sec &&
-           one.st_mtimespec.tv_nsec == other.st_mtimespec.tv_nsec &&
-           one.st_ctimespec.tv_sec == other.st_ctimespec.tv_sec &&
-           one.st_ctimespec.tv_nsec == other.st_ctimespec.tv_nsec;
-}
-#else
-bool haveSameTimes(const struct stat& one, const struct stat& other)
-{
-    return one.st_mtim.tv_sec == other.st_mtim.tv_sec && one.st_mtim.tv_nsec == other.st_mtim.tv_nsec &&
-           one.st_ctim.tv_sec == other.st_ctim.tv_sec && one.st_ctim.tv_nsec == other.st_ctim.tv_nsec;
-}
-#endif
-
 // Through a network or FUSE an item is on another device, but nearly always has its number, and its times, of which
 // nobody can set the one of the last change.
 bool mayBeSame(const struct stat& one, const struct stat& other)
 {
-    if (one.st_dev == other.st_dev) {
-        return one.st_ino == other.st_ino;
-    }
-    return one.st_ino == other.st_ino && (one.st_mode & S_IFMT) == (other.st_mode & S_IFMT) &&
-           one.st_size == other.st_size && haveSameTimes(one, other);
+    return one.st_ino == other.st_ino &&
+           (one.st_dev == other.st_dev ||
+            ((one.st_mode & S_IFMT) == (other.st_mode & S_IFMT) && one.st_size == other.st_size &&
+             areEqual(modificationTime(one), modificationTime(other)) && areEqual(changeTime(one), changeTime(other))));
 }
 
 // One item has several entries only as a file with hard links. Of those in one folder the name tells them apart.

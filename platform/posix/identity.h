@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 
+#include <cstddef>
 #include <optional>
 
 namespace platform::posix {
@@ -18,6 +19,10 @@ struct Identity {
 
     static Identity of(const struct stat& status) { return {status.st_dev, status.st_ino}; }
     bool operator==(const Identity&) const = default;
+
+    struct Hash {
+        std::size_t operator()(const Identity& identity) const { return identity.inode; }
+    };
 };
 
 // Whether the open folder is `ancestor` or lies anywhere below it, by the folders that hold it, not by any path's text.

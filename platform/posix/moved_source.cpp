@@ -1,22 +1,21 @@
 #include "platform/posix/moved_source.h"
 
 #include "platform/posix/descriptor.h"
+#include "platform/posix/file_times.h"
 #include "platform/posix/identity.h"
 #include "platform/posix/names.h"
 #include "platform/posix/read_lease.h"
 #include "platform/posix/remove_tree.h"
+#include "platform/posix/restrictions.h"
 #include "platform/posix/tree_walk.h"
-#include "platform/posix/unlock.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstddef>
 #include <cstdint>
 #include <ctime>
-#include <new>
 #include <optional>
 #include <string>
 #include <unordered_map>
@@ -41,8 +40,8 @@ public:
     Failure visit(const TreeEntry& entry) override
     {
         struct stat status {};
-        if (fstatat(entry.folder, entry.name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
-            return Failure::ofSource(errno);
+        if (Failure unknown = entry.examine(status)) {
+            return unknown;
         }
         return copied_.holds(entry.place(), status) ? Failure{} : changed();
     }
@@ -70,7 +69,7 @@ public:
     {
         struct stat status {};
         if (fstat(item, &status) == 0 && status.st_nlink > 0) {
-            changes_.insert_or_assign(Identity::of(status), timeOfChange(status));
+            changes_.insert_or_assign(Identity::of(status), changeTime(status));
         } else {
             changes_.erase(Identity::of(status));
         }
@@ -79,15 +78,11 @@ public:
     bool contain(const struct stat& status) const
     {
         const auto found = changes_.find(Identity::of(status));
-        return found != changes_.end() && found->second == timeOfChange(status);
+        return found != changes_.end() && areEqual(found->second, changeTime(status));
     }
 
 private:
-    struct Hash {
-        std::size_t operator()(const Identity& identity) const { return identity.inode; }
-    };
-
-    std::unordered_map<Identity, std::int64_t, Hash> changes_;
+    std::unordered_map<Identity, timespec, Identity::Hash> changes_;
 };
 
 class CopiedRemoval : public TreeRemoval {
@@ -113,8 +108,8 @@ private:
 Failure CopiedRemoval::visit(const TreeEntry& entry)
 {
     struct stat before {};
-    if (fstatat(entry.folder, entry.name, &before, AT_SYMLINK_NOFOLLOW) != 0) {
-        return Failure::ofSource(errno);
+    if (Failure unknown = entry.examine(before)) {
+        return unknown;
     }
     const Place place = entry.place();
     if (!copied_.holds(place, before) && !(touched_.contain(before) && copied_.holdsContent(place, before))) {
@@ -135,8 +130,8 @@ Failure CopiedRemoval::visit(const TreeEntry& entry)
 Failure CopiedRemoval::choose(const TreeEntry& folder, Choice& choice)
 {
     struct stat status {};
-    if (fstatat(folder.folder, folder.name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
-        return Failure::ofSource(errno);
+    if (Failure unknown = folder.examine(status)) {
+        return unknown;
     }
     return isRepeated() || copied_.holds(folder.place(), status) ? TreeRemoval::choose(folder, choice) : changed();
 }
@@ -185,8 +180,8 @@ public:
     Failure visit(const TreeEntry& entry) override
     {
         struct stat status {};
-        if (fstatat(entry.folder, entry.name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
-            return Failure::ofSource(errno);
+        if (Failure unknown = entry.examine(status)) {
+            return unknown;
         }
         if (!copied_.holdsContent(entry.place(), status)) {
             return changed();
@@ -249,15 +244,10 @@ Outcome removeCopied(int folder, const char* name, std::string_view path, const 
 
 void withdrawCopy(int folder, const char* name, const CopyRecord& copied) noexcept
 {
-    bool isDone = false;
-    for (int attempt = 0; attempt < 2 && !isDone; ++attempt) {
-        try {
-            CopyWithdrawal withdrawal(copied);
-            isDone = !walkTree(folder, name, withdrawal, Names::allFirst);
-        } catch (const std::bad_alloc&) {
-            continue; // it may have been a moment without memory
-        }
-    }
+    attemptTwice([&] {
+        CopyWithdrawal withdrawal(copied);
+        return !walkTree(folder, name, withdrawal, Names::allFirst);
+    });
 }
 
 } // namespace platform::posix

@@ -5,14 +5,13 @@
 
 #include "platform/posix/remove_tree.h"
 
-#include "platform/posix/unlock.h"
+#include "platform/posix/restrictions.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <new>
 #include <utility>
 
 namespace platform::posix {
@@ -115,18 +114,11 @@ Outcome removeEntry(int folder, const char* name, std::string_view path)
 
 void discardEntry(int folder, const char* name) noexcept
 {
-    const int saved = errno;
-    bool isGone = false;
-    // Again for what passes, such as a moment without memory. After that it stays behind under its temporary name.
-    for (int attempt = 0; attempt < 2 && !isGone; ++attempt) {
-        try {
-            UnlockingRemoval removal;
-            isGone = !walkTree(folder, name, removal);
-        } catch (const std::bad_alloc&) {
-            continue;
-        }
-    }
-    errno = saved;
+    // What is left after that stays behind under its temporary name.
+    attemptTwice([=] {
+        UnlockingRemoval removal;
+        return !walkTree(folder, name, removal);
+    });
 }
 
 } // namespace platform::posix

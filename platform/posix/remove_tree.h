@@ -5,6 +5,8 @@
 #include "platform/outcome.h"
 #include "platform/posix/tree_walk.h"
 
+#include <cerrno>
+#include <new>
 #include <string_view>
 #include <vector>
 
@@ -16,6 +18,23 @@ Outcome removeEntry(int folder, const char* name, std::string_view path);
 // Takes away what a call has made itself, folders without write permission included, where nobody listens for a
 // failure. Keeps errno.
 void discardEntry(int folder, const char* name) noexcept;
+
+// Makes an attempt that returns whether it was a success, and a second one for what passes, such as a moment without
+// memory. Keeps errno.
+template <typename Attempt>
+void attemptTwice(Attempt&& attempt) noexcept
+{
+    const int saved = errno;
+    bool isDone = false;
+    for (int attempts = 0; attempts < 2 && !isDone; ++attempts) {
+        try {
+            isDone = attempt();
+        } catch (const std::bad_alloc&) {
+            continue;
+        }
+    }
+    errno = saved;
+}
 
 // The removal, for whoever has conditions of his own.
 class TreeRemoval : public TreeVisitor {

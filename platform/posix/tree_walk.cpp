@@ -98,8 +98,8 @@ Failure Walk::visit(const char* name, unsigned char type)
     TreeEntry entry = entryOf(name, type);
     struct stat status {};
     if (type == DT_UNKNOWN) {
-        if (retried([&] { return fstatat(entry.folder, name, &status, AT_SYMLINK_NOFOLLOW); }) != 0) {
-            return failed(entry, errno);
+        if (const Failure unknown = entry.examine(status)) {
+            return failed(entry, unknown.error);
         }
         entry.type = static_cast<unsigned char>((status.st_mode & S_IFMT) >> 12U); // as IFTODT(), which isn't POSIX
     }
@@ -201,6 +201,12 @@ std::string TreeEntry::path() const
 Place TreeEntry::place() const
 {
     return isRoot() ? rootPlace : placeOf(folderPlace, name);
+}
+
+Failure TreeEntry::examine(struct stat& status) const
+{
+    return retried([&] { return fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW); }) == 0 ? Failure{}
+                                                                                             : Failure::ofSource(errno);
 }
 
 Failure TreeVisitor::choose(const TreeEntry&, Choice&)

@@ -10,6 +10,8 @@
 #include "platform/posix/directory_reader.h"
 #include "platform/posix/failure.h"
 
+#include <sys/stat.h>
+
 #include <cstddef>
 #include <string>
 
@@ -28,6 +30,9 @@ struct TreeEntry {
     Place place() const;
 
     bool isRoot() const { return depth == 0; }
+
+    // The status of the entry itself, a link's own.
+    Failure examine(struct stat& status) const;
 
     const std::string* walkPath = nullptr; // begins with the folder's
     std::size_t folderPathLength = 0;

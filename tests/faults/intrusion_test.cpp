@@ -16,6 +16,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -289,6 +290,31 @@ TEST_F(Intrusions, ThatRemoveEntriesAreNoFailuresOfACopy)
 }
 
 // A copy whose name doesn't get to the disk goes again, without what others have put into it.
+// A copy that went on with what comes meanwhile might never end.
+TEST_F(Intrusions, ThatFillAFolderAreNotFollowed)
+{
+    unsigned arrivals = 0;
+    const auto isBegun = [](const fs::path& copies) {
+        return std::any_of(fs::directory_iterator(copies), {}, [](const auto& copy) {
+            return fs::exists(copy.path() / "last") && copy.path().filename() != "tree";
+        });
+    };
+    bool hasCome = false;
+    const auto fill = [&] {
+        hasCome = isBegun(scratch / "copies");
+        if (hasCome) {
+            scratch.write("tree/new", "n");
+        }
+    };
+    intrudeEverywhere({"KORB_FolderCopy", "tree", "copies"}, {}, fill, [&](const Result& result) {
+        EXPECT_FALSE(result.isError()) << plugin.lastErrorText();
+        EXPECT_FALSE(hasCome && scratch.exists("copies/tree/new"));
+        arrivals += hasCome ? 1U : 0U;
+        hasCome = false;
+    });
+    EXPECT_GT(arrivals, 0U);
+}
+
 TEST_F(Intrusions, AreNotWithdrawnWithACopy)
 {
     const Arranged move{"KORB_FolderMove", "tree", "away"};
@@ -359,6 +385,33 @@ TEST_F(Intrusions, AreNotReplaced)
             });
         }
     }
+}
+
+// Where an empty file claims the name, it is looked at once more before it is renamed over.
+TEST_F(Intrusions, IntoAClaimAreSeen)
+{
+    const Arranged copy{"KORB_FileCopy", "tree/last", "copies"};
+    FaultPlan plan{.lacks = {{"renameat2", EINVAL}, {"unnamed", EOPNOTSUPP}, {"link", EPERM}}, .intrudeAt = 1};
+    plan.code = codeOf(copy);
+    bool hasCome = false;
+    plan.intrude = [&] {
+        hasCome = scratch.exists("copies/last") && fs::is_empty(scratch / "copies/last");
+        if (hasCome) {
+            scratch.write("copies/last", "theirs");
+        }
+    };
+    unsigned kept = 0;
+    for (unsigned calls = 7; plan.intrudeAt <= calls; ++plan.intrudeAt) {
+        renew();
+        hasCome = false;
+        armFaults(plan);
+        const Result result = call(copy);
+        calls = std::max(calls, disarmFaults().total);
+        const bool isKept = hasCome && scratch.read("copies/last") == "theirs";
+        EXPECT_EQ(result.isError(), isKept);
+        kept += isKept ? 1U : 0U;
+    }
+    EXPECT_GT(kept, 0U);
 }
 
 // After kill -9 the copy is there whole or not at all, and of a file that gets its name last nothing is left.

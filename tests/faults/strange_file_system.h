@@ -18,6 +18,7 @@ struct Strangeness {
     bool unstableInodes = false;    // each name has a number of its own
     bool cachesNames = false;       // what was there once seems to be there still
     bool readsShort = false;        // files end after half of their size
+    bool neverRests = false;        // everything was changed just now, whenever it is looked at
     bool listsFew = false;          // three entries of a folder at a time
 };
 

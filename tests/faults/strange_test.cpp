@@ -18,6 +18,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace folidex::test {
@@ -158,6 +159,26 @@ TEST_F(Strange, FilesAreMovedWholeOrNotAtAll)
             fs::remove_all(target);
         }
     }
+}
+
+// A change within the same moment of the clock couldn't be seen afterwards. On a busy machine moments pass meanwhile.
+TEST_F(Strange, WhatFindsNoRestIsNotMoved)
+{
+    SKIP_WITHOUT("fuse");
+    const StrangeFileSystem fileSystem(shown, mounted, {.neverRests = true});
+    scratch.write("shown/inner/file", "f");
+    const std::string target = scratch.makeFolder("target");
+    for (const auto& [function, source] :
+         {std::pair("KORB_FileMove", "inner/file"), std::pair("KORB_FolderMove", "inner")}) {
+        bool isSeen = false;
+        for (int attempts = 0; attempts < 50 && !isSeen; ++attempts) {
+            EXPECT_TRUE(plugin.call(function, {mounted / source, target}).isError());
+            isSeen = plugin.lastErrorText().find("it is being changed") != std::string::npos;
+        }
+        EXPECT_TRUE(isSeen) << function << plugin.lastErrorText();
+    }
+    EXPECT_TRUE(scratch.exists("shown/inner/file"));
+    EXPECT_TRUE(fs::is_empty(target));
 }
 
 // Where file systems can, copies share their data with the source. The kernel is asked for 1 GiB at a time where it

@@ -3,7 +3,7 @@
 
 #include "platform/desktop.h"
 #include "platform/file_manager.h"
-#include "platform/macos/copy_tree.h"
+#include "platform/posix/copy_tree.h"
 #include "platform/posix/descriptor.h"
 #include "platform/posix/moved_source.h"
 #include "support/platform_expectations.h"
@@ -27,9 +27,10 @@ namespace {
 
 using folidex::test::ScratchFolder;
 using platform::Outcome;
-using platform::macos::copyTree;
+using platform::posix::copyTree;
 using platform::posix::CopyRecord;
 using platform::posix::Descriptor;
+using platform::posix::openAt;
 
 void makeSocket(const std::string& path)
 {
@@ -104,8 +105,10 @@ TEST(CopiedTrees, OnlyWhatWasCopiedIsRemoved)
         const ScratchFolder scratch;
         scratch.write("tree/sub/file", "f");
         CopyRecord copied;
-        const Descriptor folder = platform::posix::openAt(AT_FDCWD, scratch.text().c_str(), platform::posix::asPlace);
-        ASSERT_FALSE(copyTree({.isMove = true, .isDurable = true}, folder.get(), "tree", folder.get(), "copy", copied));
+        const Descriptor folder = openAt(AT_FDCWD, scratch.text().c_str(), platform::posix::asPlace);
+        const Descriptor copy = openAt(AT_FDCWD, scratch.makeFolder("copy").c_str(), platform::posix::folderItself);
+        ASSERT_FALSE(copyTree({.isMove = true}, folder.get(), "tree", {copy.get(), "copy", {}}, copied));
+        copied.close();
         ASSERT_TRUE(platform::posix::requireUnchanged(folder.get(), "tree", "/tree", copied).ok());
         c.change(scratch);
         for (const auto& step : {platform::posix::requireUnchanged, platform::posix::removeCopied}) {

@@ -338,6 +338,31 @@ TEST_F(LinuxMounts, WithoutAccessListsGiveNobodyMore)
     EXPECT_EQ(answer, std::to_string(0600U));
 }
 
+// ext4 keeps what an item has of attributes in one block. A copy does without what doesn't fit, a move would lose it.
+TEST_F(LinuxMounts, WithoutRoomForAnAttributeAreCopiedButNotMovedTo)
+{
+    SKIP_WITHOUT("ext4");
+    const std::string file = scratch.write("tree/file", "f");
+    giveAttribute(file, std::string(3000, 'v'));
+    ASSERT_EQ(setxattr(file.c_str(), "user.note", "kept", 4, 0), 0);
+    const std::string image = scratch.write("image");
+    fs::resize_file(image, 8 << 20);
+    ASSERT_EQ(std::system(("mkfs.ext4 -q -b 1024 '" + image + "'").c_str()), 0);
+    const std::string answer = inChild([&] {
+        leaveMountNamespace();
+        if (std::system(("mount -o loop '" + image + "' '" + volume.native() + "'").c_str()) != 0) {
+            return std::string("no mount");
+        }
+        std::string text = copyIt(tree, volume / "copy");
+        std::array<char, 8> note{};
+        text += getxattr((volume / "copy/file").c_str(), "user.note", note.data(), note.size()) == 4 ? note.data() : "";
+        return text + "\n" + moveIt(file, volume / "file") + (fs::exists(volume / "file") ? " but it is there" : "");
+    });
+    EXPECT_EQ(answer, "kept\ncould not move " + file +
+                          ": an extended attribute is too large for the file system of the target");
+    EXPECT_TRUE(fs::exists(file));
+}
+
 TEST_F(LinuxMounts, InsideOfWhatIsRemovedAreNeverEmptied)
 {
     const std::string answer = with(scratch.makeFolder("tree/sub/mounted"), "tmpfs", "", [&] {

@@ -31,7 +31,8 @@ for test in tests:
         sampled[what][1] += int(all_there_are)
 
 for what, (some, all_there_are) in sorted(sampled.items()):
-    print(f"sampled: {some:,} of {all_there_are:,} {what}")
+    if all_there_are:
+        print(f"sampled: {some:,} of {all_there_are:,} {what}")
 for reason, names in sorted(skipped.items()):
     print(f"skipped, {reason}: {', '.join(dict.fromkeys(names))}")
 failed = sum(test.find("failure") is not None for test in tests)

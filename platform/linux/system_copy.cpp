@@ -1,0 +1,100 @@
+#include "platform/posix/system_copy.h"
+
+#include "platform/linux/copy_data.h"
+#include "platform/linux/copy_metadata.h"
+#include "platform/linux/extended_attributes.h"
+#include "platform/posix/access_lists.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <optional>
+#include <string>
+
+namespace platform::posix {
+
+using linux_os::MetadataHolder;
+using linux_os::ownDescriptors;
+
+namespace {
+
+// An unnamed file gets its name by way of /proc, without which it would be of no use.
+Descriptor make(const FileTarget& target)
+{
+    constexpr mode_t ownerOnly = S_IRUSR | S_IWUSR;
+    if (target.name != nullptr) {
+        return openAt(target.folder, target.name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, ownerOnly);
+    }
+    if (access(ownDescriptors, X_OK) != 0) {
+        errno = EOPNOTSUPP;
+        return {};
+    }
+    return openAt(target.folder, ".", O_TMPFILE | O_WRONLY, ownerOnly);
+}
+
+} // namespace
+
+struct SystemCopy::Memory {
+    bool mustFit;
+    linux_os::DataCopier data{};
+    std::optional<struct stat> made{}; // an item whose owner all new ones have
+
+    bool knowOwner(int item)
+    {
+        struct stat status {};
+        if (!made && fstat(item, &status) == 0) {
+            made = status;
+        }
+        return made.has_value();
+    }
+};
+
+SystemCopy::SystemCopy(bool mustFit) : memory_(new Memory{mustFit}) {}
+
+SystemCopy::~SystemCopy() = default;
+
+Failure SystemCopy::copyFile(const OpenFile& source, const FileTarget& target, Descriptor& made)
+{
+    made = make(target);
+    if (!made) {
+        return Failure::ofTarget(errno);
+    }
+    if (target.mayInherit) {
+        dropAccessLists(made.get());
+    }
+    const int file = source.descriptor.get();
+    off_t copied = 0;
+    if (Failure failure = memory_->data.copy(file, made.get(), source.status, copied)) {
+        return failure;
+    }
+    if (Failure failure = requireWhole(source, copied)) {
+        return failure;
+    }
+    return copyMetadata(file, source.status, made.get());
+}
+
+Failure SystemCopy::copyMetadata(int source, const struct stat& status, int target) const
+{
+    return memory_->knowOwner(target)
+               ? keepMetadata(MetadataHolder(source), MetadataHolder(target), status, *memory_->made, memory_->mustFit)
+               : Failure::ofTarget(errno);
+}
+
+Failure SystemCopy::copySpecialMetadata(int sourceFolder, const char* sourceName, int targetFolder,
+                                        const char* targetName, const struct stat& status) const
+{
+    struct stat made {};
+    return fstatat(targetFolder, targetName, &made, AT_SYMLINK_NOFOLLOW) == 0
+               ? keepMetadata(MetadataHolder(sourceFolder, sourceName), MetadataHolder(targetFolder, targetName),
+                              status, made, memory_->mustFit)
+               : Failure::ofTarget(errno);
+}
+
+int linkUnnamed(int file, int folder, const char* name)
+{
+    const std::string path = ownDescriptors + std::to_string(file);
+    return linkat(AT_FDCWD, path.c_str(), folder, name, AT_SYMLINK_FOLLOW) == 0 ? 0 : errno;
+}
+
+} // namespace platform::posix

@@ -3,6 +3,7 @@
 #include "archiver/failure.h"
 #include "archiver/interruption.h"
 #include "platform/posix/copy_record.h"
+#include "platform/posix/file_times.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -14,6 +15,7 @@
 
 namespace archiver {
 
+using platform::posix::changeTime;
 using platform::posix::openAt;
 using platform::posix::retried;
 
@@ -59,7 +61,7 @@ void SourceFile::requireUnchanged() const
 {
     struct stat now {};
     if (fstat(file_.get(), &now) != 0 || !platform::posix::hasSameContent(now, status_) ||
-        platform::posix::timeOfChange(now) != platform::posix::timeOfChange(status_)) {
+        !platform::posix::areEqual(changeTime(now), changeTime(status_))) {
         fail(Exit::unusableSource, "the source has changed meanwhile");
     }
 }

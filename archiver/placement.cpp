@@ -9,6 +9,7 @@
 #include "archiver/failure.h"
 #include "archiver/workers.h"
 #include "platform/posix/descriptor.h"
+#include "platform/posix/file_times.h"
 #include "platform/posix/flush.h"
 #include "platform/posix/names.h"
 
@@ -34,15 +35,6 @@ namespace {
 
 constexpr mode_t specialBits = S_ISUID | S_ISGID | S_ISVTX;
 constexpr mode_t allBits = S_IRWXU | S_IRWXG | S_IRWXO | specialBits;
-
-std::array<timespec, 2> timesOf(const struct stat& status)
-{
-#ifdef __APPLE__
-    return {status.st_atimespec, status.st_mtimespec};
-#else
-    return {status.st_atim, status.st_mtim};
-#endif
-}
 
 [[noreturn]] void failPlacing(std::string_view path, int error)
 {
@@ -126,7 +118,8 @@ std::size_t Placement::planItem(std::size_t index, std::string& merged)
         }
         merged = item;
         if (hasEntry) {
-            merged_.push_back({index, static_cast<mode_t>(existing->st_mode & allBits), timesOf(*existing)});
+            const std::array<timespec, 2> times{timespec{0, UTIME_OMIT}, platform::posix::modificationTime(*existing)};
+            merged_.push_back({index, static_cast<mode_t>(existing->st_mode & allBits), times});
             return index + 1;
         }
     }

@@ -245,7 +245,12 @@ class Packing(unittest.TestCase):
             path.unlink()
             path.symlink_to(secret)
 
-        for change, expect in ((Path.unlink, 0), (swap, 66)):
+        def pipe(path):
+            path.unlink()
+            os.mkfifo(path)
+
+        for change, expect in ((pipe, 66), (Path.unlink, 0), (swap, 66)):
+            (self.base / "in/second").unlink(missing_ok=True)
             second = self.write("second")
             with open(self.write("first"), "r+b") as first:
                 def let_go(*_, change=change, file=first):

@@ -277,7 +277,7 @@ class WrongArchives(Reading):
             "overlap": archive(first, (b"", {**second[1], **at_first}, second[2])),
             "one content for two": archive(first, (b"", {**first[1], **at_first}, first[2])),
             "into the directory": one("x", "xP", packed=b"x", local=dict(packed=2), central=dict(packed=2)),
-            "name, longer than the archive": one("x", "x", local=dict(name_length=60_000)),
+            "extra field, longer than the archive": one("x", "x", local=dict(extra_length=60_000)),
             "offset": one("x", "x", central=dict(offset=1)), "offset, far": one("x", "x", central=dict(offset=1 << 31)),
             "offset, wraps": archive((b"", *entry("x", "x", extra=field(1, struct.pack("<Q", (1 << 64) - 32)), local_extra=b"",
                                                   central=dict(offset=ANYWHERE32))[1:]), prefix=entry("x", "x")[0]),

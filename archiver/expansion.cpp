@@ -362,11 +362,11 @@ void expand(const Job& job)
             const Destination destination = openDestination(job.destinationFolder);
             removeLeftovers(destination.folder.get());
             return expandInto(destination, job, archive, mask);
-        } catch (const FolderAppeared&) {
+        } catch (const NameTaken&) {
             continue;
         }
     }
-    fail(Exit::unusableDestination, "somebody else changes the destination");
+    fail(Exit::unusableDestination, "somebody else changes the destination, or two names in the archive are one there");
 }
 
 } // namespace archiver

@@ -407,6 +407,15 @@ TEST_P(ArchiveExpansion, StaysInItsDestination)
            [&](const std::string&) { EXPECT_EQ(scratch_->list("victim"), std::vector<std::string>{"file"}); });
 }
 
+TEST_P(ArchiveExpansion, LeavesWhatOthersPutInItsPlace)
+{
+    const auto occupy = [&] {
+        std::filesystem::remove(path("out/tree/sub/small.txt"));
+        scratch_->write("out/tree/sub/small.txt/mine", "mine");
+    };
+    tryAll({}, occupy, [&](const std::string&) { EXPECT_EQ(scratch_->read("out/tree/sub/small.txt/mine"), "mine"); });
+}
+
 // Killed at any call, the program leaves the old file or the new one.
 TEST_P(ArchiveExpansion, HasTheOldFileOrTheNewOneAtAnyMoment)
 {

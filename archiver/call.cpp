@@ -30,12 +30,6 @@ void perform(const Job& job)
     }
 }
 
-Ending endingOf(const Failure& failure, std::string_view line)
-{
-    const bool isOfZip = failure.exit() == Exit::wrongPassword && line.starts_with("unzip");
-    return {static_cast<int>(isOfZip ? Exit::wrongZipPassword : failure.exit()), failure.cause()};
-}
-
 Ending attempt(std::string_view line)
 {
     constexpr int internal = static_cast<int>(Exit::internal);
@@ -44,7 +38,7 @@ Ending attempt(std::string_view line)
         perform(parseJob(line));
         return {};
     } catch (const Failure& failure) {
-        return endingOf(failure, line);
+        return {static_cast<int>(failure.exit()), failure.cause()};
     } catch (const Interrupted& interrupted) {
         return {signalled + interrupted.signal, "signal"};
     } catch (const std::bad_alloc&) {

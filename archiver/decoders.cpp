@@ -19,6 +19,7 @@
 #include <array>
 #include <memory>
 #include <new>
+#include <utility>
 
 namespace archiver {
 
@@ -56,6 +57,18 @@ private:
 };
 
 enum class Step { goesOn, atEnd };
+
+// What a library returned.
+Step judged(bool isAtEnd, bool goesOn, bool lacksMemory)
+{
+    if (lacksMemory) {
+        throw std::bad_alloc();
+    }
+    if (!isAtEnd && !goesOn) {
+        failDamaged();
+    }
+    return isAtEnd ? Step::atEnd : Step::goesOn;
+}
 
 // `step`: decodes what it can; told whether the input has ended.
 template <typename Stream, typename DecodeSome>
@@ -96,13 +109,7 @@ void decodeDeflate(const Encoding& encoding, const NextPiece& next, const TakePi
     const std::unique_ptr<z_stream, decltype(&inflateEnd)> closing(&stream, inflateEnd);
     run(stream, encoding, next, take, [&](bool) {
         const int result = inflate(&stream, Z_NO_FLUSH);
-        if (result == Z_MEM_ERROR) {
-            throw std::bad_alloc();
-        }
-        if (result != Z_OK && result != Z_BUF_ERROR && result != Z_STREAM_END) {
-            failDamaged();
-        }
-        return result == Z_STREAM_END ? Step::atEnd : Step::goesOn;
+        return judged(result == Z_STREAM_END, result == Z_OK || result == Z_BUF_ERROR, result == Z_MEM_ERROR);
     });
 }
 
@@ -116,13 +123,7 @@ void decodeBzip2(const Encoding& encoding, const NextPiece& next, const TakePiec
     const std::unique_ptr<bz_stream, decltype(&BZ2_bzDecompressEnd)> closing(&stream, BZ2_bzDecompressEnd);
     run(stream, encoding, next, take, [&](bool) {
         const int result = BZ2_bzDecompress(&stream);
-        if (result == BZ_MEM_ERROR) {
-            throw std::bad_alloc();
-        }
-        if (result != BZ_OK && result != BZ_STREAM_END) {
-            failDamaged();
-        }
-        return result == BZ_STREAM_END ? Step::atEnd : Step::goesOn;
+        return judged(result == BZ_STREAM_END, result == BZ_OK, result == BZ_MEM_ERROR);
     });
 }
 #endif
@@ -134,16 +135,11 @@ void runLzma(lzma_stream& stream, const Encoding& encoding, const NextPiece& nex
 {
     run(stream, encoding, next, take, [&](bool inputEnded) {
         const lzma_ret result = lzma_code(&stream, inputEnded ? LZMA_FINISH : LZMA_RUN);
-        if (result == LZMA_MEM_ERROR) {
-            throw std::bad_alloc();
-        }
         if (result == LZMA_MEMLIMIT_ERROR) {
             failGreedy();
         }
-        if (result != LZMA_OK && result != LZMA_BUF_ERROR && result != LZMA_STREAM_END) {
-            failDamaged();
-        }
-        return result == LZMA_STREAM_END ? Step::atEnd : Step::goesOn;
+        return judged(result == LZMA_STREAM_END, result == LZMA_OK || result == LZMA_BUF_ERROR,
+                      result == LZMA_MEM_ERROR);
     });
 }
 
@@ -239,7 +235,7 @@ void decodeZstandard(const Encoding& encoding, const NextPiece& next, const Take
 }
 #endif
 
-void store(const NextPiece& next, const TakePiece& take)
+void store(const Encoding&, const NextPiece& next, const TakePiece& take)
 {
     for (std::span<const std::byte> piece = next(); !piece.empty(); piece = next()) {
         take(piece);
@@ -247,37 +243,15 @@ void store(const NextPiece& next, const TakePiece& take)
 }
 
 // APPNOTE.TXT 4.4.5.
-const char* nameOf(Method method)
+const char* nameOf(unsigned method)
 {
-    switch (static_cast<unsigned>(method)) {
-    case 1:
-        return "Shrink";
-    case 2:
-    case 3:
-    case 4:
-    case 5:
-        return "Reduce";
-    case 6:
-        return "Implode";
-    case 12:
-        return "BZip2";
-    case 14:
-        return "LZMA";
-    case 93:
-        return "Zstandard";
-    case 94:
-        return "MP3";
-    case 95:
-        return "XZ";
-    case 96:
-        return "JPEG";
-    case 97:
-        return "WavPack";
-    case 98:
-        return "PPMd";
-    default:
-        return "unknown";
-    }
+    constexpr std::pair<unsigned, const char*> names[] = {
+        {1, "Shrink"}, {2, "Reduce"},     {3, "Reduce"}, {4, "Reduce"}, {5, "Reduce"}, {6, "Implode"},  {12, "BZip2"},
+        {14, "LZMA"},  {93, "Zstandard"}, {94, "MP3"},   {95, "XZ"},    {96, "JPEG"},  {97, "WavPack"}, {98, "PPMd"},
+    };
+    const auto* const found =
+        std::find_if(std::begin(names), std::end(names), [method](const auto& name) { return name.first == method; });
+    return found != std::end(names) ? found->second : "unknown";
 }
 
 using Decoder = void (*)(const Encoding&, const NextPiece&, const TakePiece&);
@@ -286,11 +260,11 @@ Decoder decoderOf(Method method)
 {
     switch (method) {
     case Method::store:
-        return [](const Encoding&, const NextPiece& next, const TakePiece& take) { store(next, take); };
+        return store;
     case Method::deflate:
         return decodeDeflate;
     case Method::deflate64:
-        return [](const Encoding&, const NextPiece& next, const TakePiece& take) { decodeDeflate64(next, take); };
+        return decodeDeflate64;
 #ifdef FOLIDEX_BZIP2
     case Method::bzip2:
         return decodeBzip2;
@@ -315,8 +289,9 @@ Decoder decoderOf(Method method)
 void requireDecoder(Method method, const std::string& name)
 {
     if (decoderOf(method) == nullptr) {
-        fail(Exit::unsupported, name + " is compressed by method " + std::to_string(static_cast<unsigned>(method)) +
-                                    " (" + nameOf(method) + "), which isn't supported");
+        const auto number = static_cast<unsigned>(method);
+        fail(Exit::unsupported, name + " is compressed by method " + std::to_string(number) + " (" + nameOf(number) +
+                                    "), which isn't supported");
     }
 }
 

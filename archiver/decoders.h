@@ -37,6 +37,6 @@ struct UndecodableContent {
 void decode(const Encoding& encoding, const NextPiece& next, const TakePiece& take);
 
 // Of decode(): Deflate64, a Deflate with a window of 64 KiB and matches as long (APPNOTE.TXT 5.6).
-void decodeDeflate64(const NextPiece& next, const TakePiece& take);
+void decodeDeflate64(const Encoding&, const NextPiece& next, const TakePiece& take);
 
 } // namespace archiver

@@ -225,7 +225,7 @@ void decodeFixed(BitReader& input, Window& window)
 
 } // namespace
 
-void decodeDeflate64(const NextPiece& next, const TakePiece& take)
+void decodeDeflate64(const Encoding&, const NextPiece& next, const TakePiece& take)
 {
     constexpr std::array<void (*)(BitReader&, Window&), 3> kinds{copyStored, decodeFixed, decodeDynamic};
     BitReader input(next);

@@ -17,6 +17,7 @@
 #include "platform/posix/descriptor.h"
 #include "platform/posix/flush.h"
 #include "platform/posix/names.h"
+#include "platform/posix/remove_tree.h"
 #include "platform/posix/tree_walk.h"
 
 #include <fcntl.h>
@@ -40,9 +41,9 @@ namespace {
 
 using platform::posix::asPlace;
 using platform::posix::Descriptor;
+using platform::posix::discardEntry;
 using platform::posix::folderItself;
 using platform::posix::openAt;
-using platform::posix::retried;
 
 constexpr const char* noDestination = "the destination is no folder that can be written to";
 
@@ -91,10 +92,10 @@ public:
         }
         try {
             forEachInParallel(shares_,
-                              [this](std::size_t share) { removeTree(descriptor(), std::to_string(share).c_str()); });
+                              [this](std::size_t share) { discardEntry(descriptor(), std::to_string(share).c_str()); });
         } catch (const std::exception&) { // NOLINT(bugprone-empty-catch): it is removed all the same
         }
-        removeTree(destination_, item_.name.c_str());
+        discardEntry(destination_, item_.name.c_str());
     }
     WorkFolder(const WorkFolder&) = delete;
     WorkFolder& operator=(const WorkFolder&) = delete;
@@ -229,14 +230,12 @@ private:
         if (!file) {
             failUnpacking(target.path, errno);
         }
+        std::uint64_t size = 0;
         readContent(archive_, target.entry, password_, [&](std::span<const std::byte> piece) {
-            while (!piece.empty()) {
-                const ssize_t count = retried([&] { return write(file.get(), piece.data(), piece.size()); });
-                if (count <= 0) {
-                    failUnpacking(target.path, count < 0 ? errno : ENOSPC);
-                }
-                piece = piece.subspan(static_cast<std::size_t>(count));
+            if (const int error = writeAll(file.get(), piece, size)) {
+                failUnpacking(target.path, error);
             }
+            size += piece.size();
         });
         int error = futimens(file.get(), timesOf(target.entry).data()) == 0 ? 0 : errno;
         if (error == 0 && !isFlushedAsAWhole_) {
@@ -363,11 +362,11 @@ void expand(const Job& job)
             const Destination destination = openDestination(job.destinationFolder);
             removeLeftovers(destination.folder.get());
             return expandInto(destination, job, archive, mask);
-        } catch (const FolderAppeared&) {
+        } catch (const NameTaken&) {
             continue;
         }
     }
-    fail(Exit::unusableDestination, "somebody else changes the destination");
+    fail(Exit::unusableDestination, "somebody else changes the destination, or two names in the archive are one there");
 }
 
 } // namespace archiver

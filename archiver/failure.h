@@ -9,7 +9,7 @@ namespace archiver {
 // The exit statuses, sysexits(3) where one fits; 128 and a signal's number after a signal.
 enum class Exit : int {
     done = 0,
-    wrongPassword = 1, // of an encrypted file; of an archive main() makes it 82
+    wrongPassword = 1, // of an encrypted file
     usage = 64,
     damaged = 65,             // the source isn't what it should be, or is hostile
     unusableSource = 66,      // missing, unreadable, of the wrong kind, or changed meanwhile
@@ -18,7 +18,7 @@ enum class Exit : int {
     unusableDestination = 73, // missing, not writable, or something is in the way
     notWritten = 74,          // full disk, quota, file size limit, failed disk
     passwordNeeded = 77,      // the archive is encrypted, and no password was given
-    wrongZipPassword = 82,
+    wrongZipPassword = 82,    // of an archive
 };
 
 // Never leaves the program.

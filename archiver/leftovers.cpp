@@ -3,8 +3,9 @@
 #include "archiver/failure.h"
 #include "platform/posix/access_lists.h"
 #include "platform/posix/directory_reader.h"
+#include "platform/posix/identity.h"
 #include "platform/posix/names.h"
-#include "platform/posix/tree_walk.h"
+#include "platform/posix/remove_tree.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -23,13 +24,11 @@ namespace archiver {
 using platform::posix::Descriptor;
 using platform::posix::DirectoryReader;
 using platform::posix::folderItself;
+using platform::posix::Identity;
 using platform::posix::openAt;
 using platform::posix::retried;
-using platform::posix::TreeEntry;
 
 namespace {
-
-using Step = platform::posix::Failure; // none
 
 constexpr std::string_view workPrefix = ".folidex-archive-";
 constexpr int attempts = 8; // at a name that nothing has
@@ -62,18 +61,10 @@ const std::string& hostPrefix()
     return prefix;
 }
 
-bool hasEntry(int folder, const std::string& name, int item)
-{
-    struct stat entry {};
-    struct stat open {};
-    return fstatat(folder, name.c_str(), &entry, AT_SYMLINK_NOFOLLOW) == 0 && fstat(item, &open) == 0 &&
-           entry.st_dev == open.st_dev && entry.st_ino == open.st_ino;
-}
-
 // Between its making and its locking an item looks like one that was left: whoever removes those may have taken it.
 bool isTaken(int folder, const WorkItem& item)
 {
-    return !lockWorkItem(item.open.get()) || !hasEntry(folder, item.name, item.open.get());
+    return !lockWorkItem(item.open.get()) || !isNameOf(folder, item.name, item.open.get());
 }
 
 template <typename Make>
@@ -97,35 +88,6 @@ WorkItem makeWorkItem(int folder, const Make& make)
     failWriting("nothing can be made in the destination", errno);
 }
 
-// Goes on past what can't be removed.
-class Removal : public platform::posix::TreeVisitor {
-public:
-    bool isWhole() const { return isWhole_; }
-
-    Step visit(const TreeEntry& entry) override { return remove(entry, 0); }
-    Step choose(const TreeEntry& folder, Choice&) override
-    {
-        // One may lock its owner out. The root doesn't, and where it is others may have put a link in its place.
-        isWhole_ = (folder.isRoot() || fchmodat(folder.folder, folder.name, S_IRWXU, 0) == 0) && isWhole_;
-        return {};
-    }
-    Step leave(const TreeEntry& folder, int, Next&) override { return remove(folder, AT_REMOVEDIR); }
-    Step failed(const TreeEntry&, int) override
-    {
-        isWhole_ = false;
-        return {};
-    }
-
-private:
-    Step remove(const TreeEntry& entry, int flags)
-    {
-        isWhole_ = unlinkat(entry.folder, entry.name, flags) == 0 && isWhole_;
-        return {};
-    }
-
-    bool isWhole_ = true;
-};
-
 // A name of a work item that nobody works on: of this host and user, and it can be locked.
 bool isLeftover(int folder, const std::string& name)
 {
@@ -135,11 +97,20 @@ bool isLeftover(int folder, const std::string& name)
         return false;
     }
     const Descriptor item = openAt(folder, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
-    return item && hasEntry(folder, name, item.get()) &&
+    return item && isNameOf(folder, name, item.get()) &&
            retried([&] { return flock(item.get(), LOCK_EX | LOCK_NB); }) == 0;
 }
 
 } // namespace
+
+bool isNameOf(int folder, const std::string& name, int item)
+{
+    errno = 0;
+    struct stat entry {};
+    struct stat open {};
+    return fstatat(folder, name.c_str(), &entry, AT_SYMLINK_NOFOLLOW) == 0 && fstat(item, &open) == 0 &&
+           Identity::of(entry) == Identity::of(open);
+}
 
 WorkItem makeWorkFile(int folder)
 {
@@ -196,28 +167,12 @@ void removeLeftovers(int folder) noexcept
         }
         for (const std::string& name : names) {
             if (isLeftover(folder, name)) {
-                removeTree(folder, name.c_str());
+                platform::posix::discardEntry(folder, name.c_str());
             }
         }
     } catch (const std::exception&) {
         // No memory for it: the next call tries again.
     }
-}
-
-// Twice for what passes, such as a moment without memory.
-bool removeTree(int folder, const char* name) noexcept
-{
-    for (int attempt = 0; attempt < 2; ++attempt) {
-        try {
-            Removal removal;
-            if (!platform::posix::walkTree(folder, name, removal) && removal.isWhole()) {
-                return true;
-            }
-        } catch (const std::exception&) {
-            continue;
-        }
-    }
-    return false;
 }
 
 } // namespace archiver

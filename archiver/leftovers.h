@@ -17,6 +17,9 @@ struct WorkItem {
     std::string name;
 };
 
+// Whether the name in the folder is the open item's. Sets errno where that can't be told, else to 0.
+bool isNameOf(int folder, const std::string& name, int item);
+
 // Makes an empty file (mode 0600) or a folder (mode 0700), without an access list, in the open folder. Failures: as
 // those of writing.
 WorkItem makeWorkFile(int folder);
@@ -32,9 +35,5 @@ bool isWorkName(std::string_view name);
 
 // Removes what killed calls of this user on this host have left in the folder, as far as that goes.
 void removeLeftovers(int folder) noexcept;
-
-// Removes an entry of the open folder with all that is in it, folders that lock their owner out included; links are
-// removed, never followed. As far as it goes: returns false when something is left.
-bool removeTree(int folder, const char* name) noexcept;
 
 } // namespace archiver

@@ -7,7 +7,6 @@
 //   source_file     the file that is read
 //   result_file     the file that is written; leftovers: what killed calls left
 //   encrypted_file  encrypt, decrypt
-//   expansion       unzip, unzipdecrypt: zip_reader (the directory), zip_content, decoders, entry_path, placement
 //   packing         zip, zipencrypt, by ordered_work on all processors: workers
 //   zip_writer      the records of an archive: zip_format; block_deflate, zip_crypto: its contents
 //   expansion       unzip, unzipdecrypt, in a work folder; placement: whole or not at all; tree_cursor: both walk by it

@@ -7,6 +7,7 @@
 #include "archiver/packing.h"
 
 #include "archiver/block_deflate.h"
+#include "archiver/entry_path.h"
 #include "archiver/failure.h"
 #include "archiver/interruption.h"
 #include "archiver/leftovers.h"
@@ -45,6 +46,7 @@ using platform::posix::Failure;
 using platform::posix::Identity;
 using platform::posix::retried;
 using platform::posix::TreeEntry;
+using zip::append;
 using zip::Entry;
 using zip::Method;
 
@@ -62,11 +64,6 @@ std::uint32_t crcOf(std::span<const std::byte> bytes)
     return static_cast<std::uint32_t>(crc32_z(0, reinterpret_cast<const Bytef*>(bytes.data()), bytes.size()));
 }
 
-void append(std::vector<std::byte>& out, std::span<const std::byte> bytes)
-{
-    out.insert(out.end(), bytes.begin(), bytes.end());
-}
-
 // ---- One entry's encryption -----------------------------------------------------------------------------------------
 
 class Encryption {
@@ -74,7 +71,7 @@ public:
     static constexpr std::size_t saltLength = 16;
     static constexpr std::size_t overhead = saltLength + WinZipAes::checkSize + WinZipAes::macSize;
 
-    explicit Encryption(std::string_view password) : Encryption(password, freshSalt()) {}
+    explicit Encryption(std::string_view password) : cipher_(password, salt_, zip::writtenStrength) {}
 
     void appendStart(std::vector<std::byte>& out) const
     {
@@ -87,10 +84,6 @@ public:
 private:
     using Salt = std::array<std::byte, saltLength>;
 
-    Encryption(std::string_view password, const Salt& salt)
-        : salt_(salt), cipher_(password, salt_, zip::writtenStrength)
-    {
-    }
     static Salt freshSalt()
     {
         Salt salt;
@@ -98,7 +91,7 @@ private:
         return salt;
     }
 
-    Salt salt_;
+    Salt salt_ = freshSalt(); // before the cipher
     WinZipAes cipher_;
 };
 
@@ -121,76 +114,70 @@ struct PackTask {
     std::size_t filled = 0;
     std::vector<std::byte> output; // what goes into the archive; offsets of entries begin here
 
-    void work();
-    void reset();
+    void work()
+    {
+        if (block) {
+            deflateBlock();
+            return;
+        }
+        std::span<const std::byte> rest = input;
+        for (Entry& entry : entries) {
+            throwIfInterrupted();
+            const auto size = static_cast<std::size_t>(entry.size);
+            packWhole(entry, rest.first(size));
+            rest = rest.subspan(size);
+        }
+    }
+
+    void reset()
+    {
+        entries.clear();
+        block.reset();
+        filled = 0;
+        output.clear();
+        input.resize(deflateWindow + blockSize);
+    }
 
 private:
-    void deflateBlock();
-    void packWhole(Entry& entry, std::span<const std::byte> content);
+    void deflateBlock()
+    {
+        const std::span<const std::byte> before = std::span(input).first(block->before);
+        const std::span<const std::byte> content = std::span(input).first(filled).subspan(block->before);
+        block->crc = crcOf(content);
+        if (block->method == Method::deflate) {
+            deflater_.deflate(before, content, block->isLast, output);
+        } else {
+            append(output, content);
+        }
+    }
+
+    void packWhole(Entry& entry, std::span<const std::byte> content)
+    {
+        compressed_.clear();
+        if (S_ISREG(entry.mode)) {
+            deflater_.deflate({}, content, true, compressed_);
+        }
+        const bool shrinks = S_ISREG(entry.mode) && compressed_.size() < content.size();
+        const std::span<const std::byte> stored = shrinks ? std::span<const std::byte>(compressed_) : content;
+        entry.method = shrinks ? Method::deflate : Method::store;
+        entry.crc = crcOf(content);
+        entry.compressedSize = stored.size() + (entry.isEncrypted ? Encryption::overhead : 0);
+        entry.offset = output.size();
+        appendLocalHeader(entry, output);
+        if (!entry.isEncrypted) {
+            append(output, stored);
+            return;
+        }
+        Encryption encryption(password);
+        encryption.appendStart(output);
+        append(output, stored);
+        encryption.encrypt(std::span(output).last(stored.size()));
+        encryption.appendEnd(output);
+    }
 
     BlockDeflater deflater_;
     std::vector<std::byte> compressed_;
 };
-
-void PackTask::reset()
-{
-    entries.clear();
-    block.reset();
-    filled = 0;
-    output.clear();
-    input.resize(deflateWindow + blockSize);
-}
-
-void PackTask::work()
-{
-    if (block) {
-        deflateBlock();
-        return;
-    }
-    std::span<const std::byte> rest = input;
-    for (Entry& entry : entries) {
-        throwIfInterrupted();
-        const auto size = static_cast<std::size_t>(entry.size);
-        packWhole(entry, rest.first(size));
-        rest = rest.subspan(size);
-    }
-}
-
-void PackTask::deflateBlock()
-{
-    const std::span<const std::byte> before = std::span(input).first(block->before);
-    const std::span<const std::byte> content = std::span(input).first(filled).subspan(block->before);
-    block->crc = crcOf(content);
-    if (block->method == Method::deflate) {
-        deflater_.deflate(before, content, block->isLast, output);
-    } else {
-        append(output, content);
-    }
-}
-
-void PackTask::packWhole(Entry& entry, std::span<const std::byte> content)
-{
-    compressed_.clear();
-    if (S_ISREG(entry.mode)) {
-        deflater_.deflate({}, content, true, compressed_);
-    }
-    const bool shrinks = S_ISREG(entry.mode) && compressed_.size() < content.size();
-    const std::span<const std::byte> stored = shrinks ? std::span<const std::byte>(compressed_) : content;
-    entry.method = shrinks ? Method::deflate : Method::store;
-    entry.crc = crcOf(content);
-    entry.compressedSize = stored.size() + (entry.isEncrypted ? Encryption::overhead : 0);
-    entry.offset = output.size();
-    appendLocalHeader(entry, output);
-    if (!entry.isEncrypted) {
-        append(output, stored);
-        return;
-    }
-    Encryption encryption(password);
-    encryption.appendStart(output);
-    append(output, stored);
-    encryption.encrypt(std::span(output).last(stored.size()));
-    encryption.appendEnd(output);
-}
 
 // ---- What one thread does -------------------------------------------------------------------------------------------
 
@@ -215,7 +202,40 @@ public:
     void finish() { directory_.write(archive_); }
 
 private:
-    void writeBlock(PackTask& task);
+    void writeBlock(PackTask& task)
+    {
+        const Block& block = *task.block;
+        buffer_.clear();
+        if (block.isFirst) {
+            large_ = task.entries.front();
+            large_.offset = archive_.size();
+            appendLocalHeader(large_, buffer_);
+            if (large_.isEncrypted) {
+                encryption_.emplace(password_).appendStart(buffer_);
+            }
+            archive_.write(buffer_);
+        }
+        if (encryption_) {
+            encryption_->encrypt(task.output);
+        }
+        const std::size_t contentSize = task.filled - block.before;
+        large_.crc =
+            static_cast<std::uint32_t>(crc32_combine(large_.crc, block.crc, static_cast<z_off_t>(contentSize)));
+        large_.size += contentSize;
+        large_.compressedSize += task.output.size();
+        if (block.isLast && encryption_) {
+            encryption_->appendEnd(task.output);
+            encryption_.reset();
+            large_.compressedSize += Encryption::overhead;
+        }
+        archive_.write(task.output);
+        if (block.isLast) {
+            buffer_.clear();
+            appendLocalHeader(large_, buffer_);
+            archive_.writeAt(large_.offset, buffer_);
+            directory_.add(large_);
+        }
+    }
 
     ResultFile& archive_;
     std::string_view password_;
@@ -225,55 +245,9 @@ private:
     std::vector<std::byte> buffer_;
 };
 
-void ArchiveWriter::writeBlock(PackTask& task)
-{
-    const Block& block = *task.block;
-    buffer_.clear();
-    if (block.isFirst) {
-        large_ = task.entries.front();
-        large_.offset = archive_.size();
-        appendLocalHeader(large_, buffer_);
-        if (large_.isEncrypted) {
-            encryption_.emplace(password_).appendStart(buffer_);
-        }
-        archive_.write(buffer_);
-    }
-    if (encryption_) {
-        encryption_->encrypt(task.output);
-    }
-    const std::size_t contentSize = task.filled - block.before;
-    large_.crc = static_cast<std::uint32_t>(crc32_combine(large_.crc, block.crc, static_cast<z_off_t>(contentSize)));
-    large_.size += contentSize;
-    large_.compressedSize += task.output.size();
-    if (block.isLast && encryption_) {
-        encryption_->appendEnd(task.output);
-        encryption_.reset();
-        large_.compressedSize += Encryption::overhead;
-    }
-    archive_.write(task.output);
-    if (block.isLast) {
-        buffer_.clear();
-        appendLocalHeader(large_, buffer_);
-        archive_.writeAt(large_.offset, buffer_);
-        directory_.add(large_);
-    }
-}
-
 [[noreturn]] void failSource(const std::string& name, const char* why)
 {
     fail(Exit::unusableSource, name + ": " + why);
-}
-
-// Names that no archive may bring, as on other systems they lead elsewhere (entry_path.h).
-void requireHarmless(const std::string& name)
-{
-    const auto isLetter = [](char letter) { return (letter | 0x20) >= 'a' && (letter | 0x20) <= 'z'; };
-    if (name.find('\\') != std::string::npos) {
-        failSource(name, "a name with a backslash can't be packed");
-    }
-    if (name.size() >= 2 && isLetter(name[0]) && name[1] == ':') {
-        failSource(name, "a name that begins like a drive can't be packed");
-    }
 }
 
 // Reads until the buffer is full or the file ends.
@@ -317,15 +291,90 @@ public:
     }
 
     // The file itself, or what is in the folder.
-    void addFile(int file, const struct stat& status, std::string name);
+    void addFile(int file, const struct stat& status, std::string name)
+    {
+        privacy_.narrowTo(file, status);
+        Entry entry = entryOf(std::move(name), status);
+        const auto size = static_cast<std::uint64_t>(status.st_size);
+        if (size > blockSize) {
+            addLarge(file, size, std::move(entry));
+            return;
+        }
+        PackTask& batch = batchFor(size);
+        // Some files have content, but no size, such as those of /proc.
+        const std::size_t most = size == 0 ? batch.input.size() - batch.filled : static_cast<std::size_t>(size);
+        entry.size = readUpTo(file, std::span(batch.input).subspan(batch.filled, most), entry.name);
+        if (size == 0 && entry.size == most) {
+            failSource(entry.name, "it has more content than its size tells");
+        }
+        batch.filled += static_cast<std::size_t>(entry.size);
+        batch.entries.push_back(std::move(entry));
+    }
 
-    Failure visit(const TreeEntry& item) override;
-    Failure choose(const TreeEntry& folder, Choice& choice) override;
-    Failure enter(const TreeEntry& folder, int opened) override;
-    Failure failed(const TreeEntry& item, int error) override;
+    Failure visit(const TreeEntry& item) override
+    {
+        if (isWorkName(item.name) || (isArchivesPlace_ && job_.destinationName == item.name)) {
+            return {};
+        }
+        if (item.type == DT_LNK) {
+            return addLink(item);
+        }
+        if (item.type != DT_REG) {
+            failSource(nameOf(item), "a pipe, socket or device can't be packed");
+        }
+        struct stat status {};
+        const Descriptor file = openForReading(item.folder, item.name, O_NOFOLLOW);
+        if (!file || fstat(file.get(), &status) != 0) {
+            return failed(item, errno);
+        }
+        if (!S_ISREG(status.st_mode)) {
+            failSource(nameOf(item), "it is no file any more");
+        }
+        addFile(file.get(), status, nameOf(item));
+        return {};
+    }
+
+    Failure choose(const TreeEntry& folder, Choice& choice) override
+    {
+        choice = isWorkName(folder.name) ? Choice::skip : Choice::enter;
+        return {};
+    }
+
+    Failure enter(const TreeEntry& folder, int opened) override
+    {
+        struct stat status {};
+        if (fstat(opened, &status) != 0) {
+            return failed(folder, errno);
+        }
+        isArchivesPlace_ = Identity::of(status) == place_;
+        privacy_.narrowTo(opened, status);
+        Entry entry = entryOf(nameOf(folder) + "/", status);
+        batchFor(0).entries.push_back(std::move(entry));
+        return {};
+    }
+
+    Failure failed(const TreeEntry& item, int error) override
+    {
+        if (error != ENOENT || item.isRoot()) {
+            failSource(nameOf(item), std::strerror(error));
+        }
+        return {};
+    }
 
     // Writes what is left, and puts the archive into its place.
-    void finish();
+    void finish()
+    {
+        // An archive of nothing but folders holds one that is encrypted, for the sake of its password.
+        if (!job_.password.empty() && !isAnyEncrypted_) {
+            batch_->entries.back().isEncrypted = true;
+        }
+        submitBatch();
+        while (!work_.isEmpty()) {
+            writer_.write(work_.take());
+        }
+        writer_.finish();
+        archive_.publish(privacy_);
+    }
 
 private:
     static Identity identityOf(int folder)
@@ -335,12 +384,99 @@ private:
     }
     std::string nameOf(const TreeEntry& item) const { return job_.sourceName + item.path(); }
 
-    Entry entryOf(std::string name, const struct stat& status);
-    Failure addLink(const TreeEntry& item);
-    void addLarge(int file, std::uint64_t size, Entry entry);
-    PackTask& batchFor(std::uint64_t size);
-    PackTask& freshTask();
-    void submitBatch();
+    Entry entryOf(std::string name, const struct stat& status)
+    {
+        throwIfInterrupted();
+        std::string path;
+        if (const char* wrong = appendPath(path, name)) {
+            failSource(name, wrong); // no archive may bring it
+        }
+        Entry entry;
+        entry.name = std::move(name);
+        entry.mode = status.st_mode;
+        entry.modified = status.st_mtime;
+        entry.isEncrypted = !job_.password.empty() && !S_ISDIR(status.st_mode);
+        isAnyEncrypted_ = isAnyEncrypted_ || entry.isEncrypted;
+        return entry;
+    }
+
+    Failure addLink(const TreeEntry& item)
+    {
+        struct stat status {};
+        std::array<char, 4096> target{}; // PATH_MAX on Linux, four times that of macOS
+        const auto length = readlinkat(item.folder, item.name, target.data(), target.size());
+        if (length < 0 || fstatat(item.folder, item.name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
+            return failed(item, errno);
+        }
+        if (!S_ISLNK(status.st_mode) || static_cast<std::size_t>(length) == target.size()) {
+            failSource(nameOf(item), "it changes, or leads to an endless path");
+        }
+        Entry entry = entryOf(nameOf(item), status);
+        entry.size = static_cast<std::uint64_t>(length);
+        PackTask& batch = batchFor(entry.size);
+        std::memcpy(batch.input.data() + batch.filled, target.data(), static_cast<std::size_t>(length));
+        batch.filled += static_cast<std::size_t>(length);
+        batch.entries.push_back(std::move(entry));
+        return {};
+    }
+
+    // As large as it was when it was opened: what grows meanwhile has an end, too.
+    void addLarge(int file, std::uint64_t size, Entry entry)
+    {
+        submitBatch();
+        const std::string name = entry.name;
+        entry.mayBeLarge = size >= zip64From;
+        entry.method = trial_.isDense(sampleOf(file, size)) ? Method::store : Method::deflate;
+        window_.clear();
+        for (bool isFirst = true, isLast = false; !isLast; isFirst = false) {
+            throwIfInterrupted();
+            PackTask& task = freshTask();
+            std::copy(window_.begin(), window_.end(), task.input.begin());
+            const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(size, blockSize));
+            const std::size_t count = readUpTo(file, std::span(task.input).subspan(window_.size(), wanted), name);
+            size -= count;
+            isLast = size == 0 || count < wanted;
+            task.filled = window_.size() + count;
+            task.block = Block{entry.method, window_.size(), isFirst, isLast};
+            if (isFirst) {
+                task.entries.push_back(entry);
+            }
+            const auto end = task.input.begin() + static_cast<std::ptrdiff_t>(task.filled);
+            window_.assign(end - static_cast<std::ptrdiff_t>(std::min(task.filled, deflateWindow)), end);
+            work_.submit();
+        }
+    }
+
+    // A batch with room for one more item. The last one always has something in it.
+    PackTask& batchFor(std::uint64_t size)
+    {
+        if (batch_ != nullptr && (batch_->filled + size > blockSize || batch_->entries.size() == mostOfBatch)) {
+            submitBatch();
+        }
+        if (batch_ == nullptr) {
+            batch_ = &freshTask();
+        }
+        return *batch_;
+    }
+
+    PackTask& freshTask()
+    {
+        if (work_.isFull()) {
+            writer_.write(work_.take());
+        }
+        PackTask& task = work_.next();
+        task.reset();
+        task.password = job_.password;
+        return task;
+    }
+
+    void submitBatch()
+    {
+        if (batch_ != nullptr) {
+            batch_ = nullptr;
+            work_.submit();
+        }
+    }
 
     const Job& job_;
     ResultFile& archive_;
@@ -354,181 +490,6 @@ private:
     bool isArchivesPlace_ = false; // the innermost folder of the walk
     bool isAnyEncrypted_ = false;
 };
-
-Entry Packing::entryOf(std::string name, const struct stat& status)
-{
-    throwIfInterrupted();
-    requireHarmless(name);
-    Entry entry;
-    entry.name = std::move(name);
-    entry.mode = status.st_mode;
-    entry.modified = status.st_mtime;
-    entry.isEncrypted = !job_.password.empty() && !S_ISDIR(status.st_mode);
-    isAnyEncrypted_ = isAnyEncrypted_ || entry.isEncrypted;
-    return entry;
-}
-
-PackTask& Packing::freshTask()
-{
-    if (work_.isFull()) {
-        writer_.write(work_.take());
-    }
-    PackTask& task = work_.next();
-    task.reset();
-    task.password = job_.password;
-    return task;
-}
-
-void Packing::submitBatch()
-{
-    if (batch_ != nullptr) {
-        batch_ = nullptr;
-        work_.submit();
-    }
-}
-
-// A batch with room for one more item. The last one always has something in it.
-PackTask& Packing::batchFor(std::uint64_t size)
-{
-    if (batch_ != nullptr && (batch_->filled + size > blockSize || batch_->entries.size() == mostOfBatch)) {
-        submitBatch();
-    }
-    if (batch_ == nullptr) {
-        batch_ = &freshTask();
-    }
-    return *batch_;
-}
-
-void Packing::addFile(int file, const struct stat& status, std::string name)
-{
-    privacy_.narrowTo(file, status);
-    Entry entry = entryOf(std::move(name), status);
-    const auto size = static_cast<std::uint64_t>(status.st_size);
-    if (size > blockSize) {
-        addLarge(file, size, std::move(entry));
-        return;
-    }
-    PackTask& batch = batchFor(size);
-    // Some files have content, but no size, such as those of /proc.
-    const std::size_t most = size == 0 ? batch.input.size() - batch.filled : static_cast<std::size_t>(size);
-    entry.size = readUpTo(file, std::span(batch.input).subspan(batch.filled, most), entry.name);
-    if (size == 0 && entry.size == most) {
-        failSource(entry.name, "it has more content than its size tells");
-    }
-    batch.filled += static_cast<std::size_t>(entry.size);
-    batch.entries.push_back(std::move(entry));
-}
-
-// As large as it was when it was opened: what grows meanwhile has an end, too.
-void Packing::addLarge(int file, std::uint64_t size, Entry entry)
-{
-    submitBatch();
-    const std::string name = entry.name;
-    entry.mayBeLarge = size >= zip64From;
-    entry.method = trial_.isDense(sampleOf(file, size)) ? Method::store : Method::deflate;
-    window_.clear();
-    for (bool isFirst = true, isLast = false; !isLast; isFirst = false) {
-        throwIfInterrupted();
-        PackTask& task = freshTask();
-        std::copy(window_.begin(), window_.end(), task.input.begin());
-        const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(size, blockSize));
-        const std::size_t count = readUpTo(file, std::span(task.input).subspan(window_.size(), wanted), name);
-        size -= count;
-        isLast = size == 0 || count < wanted;
-        task.filled = window_.size() + count;
-        task.block = Block{entry.method, window_.size(), isFirst, isLast};
-        if (isFirst) {
-            task.entries.push_back(entry);
-        }
-        const auto end = task.input.begin() + static_cast<std::ptrdiff_t>(task.filled);
-        window_.assign(end - static_cast<std::ptrdiff_t>(std::min(task.filled, deflateWindow)), end);
-        work_.submit();
-    }
-}
-
-Failure Packing::addLink(const TreeEntry& item)
-{
-    struct stat status {};
-    std::array<char, 4096> target{}; // PATH_MAX on Linux, four times that of macOS
-    const auto length = readlinkat(item.folder, item.name, target.data(), target.size());
-    if (length < 0 || fstatat(item.folder, item.name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
-        return failed(item, errno);
-    }
-    if (!S_ISLNK(status.st_mode) || static_cast<std::size_t>(length) == target.size()) {
-        failSource(nameOf(item), "it changes, or leads to an endless path");
-    }
-    Entry entry = entryOf(nameOf(item), status);
-    entry.size = static_cast<std::uint64_t>(length);
-    PackTask& batch = batchFor(entry.size);
-    std::memcpy(batch.input.data() + batch.filled, target.data(), static_cast<std::size_t>(length));
-    batch.filled += static_cast<std::size_t>(length);
-    batch.entries.push_back(std::move(entry));
-    return {};
-}
-
-Failure Packing::visit(const TreeEntry& item)
-{
-    if (isWorkName(item.name) || (isArchivesPlace_ && job_.destinationName == item.name)) {
-        return {};
-    }
-    if (item.type == DT_LNK) {
-        return addLink(item);
-    }
-    if (item.type != DT_REG) {
-        failSource(nameOf(item), "a pipe, socket or device can't be packed");
-    }
-    struct stat status {};
-    const Descriptor file = openForReading(item.folder, item.name, O_NOFOLLOW);
-    if (!file || fstat(file.get(), &status) != 0) {
-        return failed(item, errno);
-    }
-    if (!S_ISREG(status.st_mode)) {
-        failSource(nameOf(item), "it is no file any more");
-    }
-    addFile(file.get(), status, nameOf(item));
-    return {};
-}
-
-Failure Packing::choose(const TreeEntry& folder, Choice& choice)
-{
-    choice = isWorkName(folder.name) ? Choice::skip : Choice::enter;
-    return {};
-}
-
-Failure Packing::enter(const TreeEntry& folder, int opened)
-{
-    struct stat status {};
-    if (fstat(opened, &status) != 0) {
-        return failed(folder, errno);
-    }
-    isArchivesPlace_ = Identity::of(status) == place_;
-    privacy_.narrowTo(opened, status);
-    Entry entry = entryOf(nameOf(folder) + "/", status);
-    batchFor(0).entries.push_back(std::move(entry));
-    return {};
-}
-
-Failure Packing::failed(const TreeEntry& item, int error)
-{
-    if (error != ENOENT || item.isRoot()) {
-        failSource(nameOf(item), std::strerror(error));
-    }
-    return {};
-}
-
-void Packing::finish()
-{
-    // An archive of nothing but folders holds one that is encrypted, for the sake of its password.
-    if (!job_.password.empty() && !isAnyEncrypted_) {
-        batch_->entries.back().isEncrypted = true;
-    }
-    submitBatch();
-    while (!work_.isEmpty()) {
-        writer_.write(work_.take());
-    }
-    writer_.finish();
-    archive_.publish(privacy_);
-}
 
 } // namespace
 

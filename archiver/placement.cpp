@@ -9,6 +9,7 @@
 #include "archiver/failure.h"
 #include "archiver/workers.h"
 #include "platform/posix/descriptor.h"
+#include "platform/posix/file_times.h"
 #include "platform/posix/flush.h"
 #include "platform/posix/names.h"
 
@@ -35,23 +36,9 @@ namespace {
 constexpr mode_t specialBits = S_ISUID | S_ISGID | S_ISVTX;
 constexpr mode_t allBits = S_IRWXU | S_IRWXG | S_IRWXO | specialBits;
 
-std::array<timespec, 2> timesOf(const struct stat& status)
-{
-#ifdef __APPLE__
-    return {status.st_atimespec, status.st_mtimespec};
-#else
-    return {status.st_atim, status.st_mtim};
-#endif
-}
-
 [[noreturn]] void failPlacing(std::string_view path, int error)
 {
     failWriting(quoted(path) + " can't be put into place", error);
-}
-
-[[noreturn]] void failInTheWay(std::string_view path)
-{
-    fail(Exit::unusableDestination, "something of another kind is in the way of " + quoted(path));
 }
 
 // Empty when there is nothing.
@@ -91,6 +78,17 @@ Placement::Placement(const ZipArchive& archive, int destination, std::string mis
     for (std::size_t index = 0; index < count;) {
         index = planItem(index, merged);
     }
+    requireOneNameEach();
+}
+
+// Where upper and lower case are one, two entries can be about one file, of which the last would be left.
+void Placement::requireOneNameEach()
+{
+    std::sort(existing_.begin(), existing_.end());
+    if (std::adjacent_find(existing_.begin(), existing_.end()) != existing_.end()) {
+        fail(Exit::unusableDestination, "two names in the archive are one in the destination");
+    }
+    existing_ = {};
 }
 
 std::string Placement::numberOf(const Item& item) const
@@ -114,19 +112,23 @@ std::size_t Placement::planItem(std::size_t index, std::string& merged)
         goTo(place_, item);
         const std::optional<struct stat> existing = examine(place_.folder(), nameOf(item), item);
         if (existing && isFolder != bool{S_ISDIR(existing->st_mode)}) {
-            failInTheWay(item);
+            fail(Exit::unusableDestination, "something of another kind is in the way of " + quoted(item));
         }
         if (!existing || !isFolder) {
             std::size_t end = index + 1;
             while (end < entries.size() && isBelow(archive_.path(entries[end]), item)) {
                 ++end;
             }
+            if (existing && existing->st_nlink == 1) {
+                existing_.emplace_back(existing->st_dev, existing->st_ino);
+            }
             items_.push_back({index, end, item.size(), isFolder, existing.has_value()});
             return end;
         }
         merged = item;
         if (hasEntry) {
-            merged_.push_back({index, static_cast<mode_t>(existing->st_mode & allBits), timesOf(*existing)});
+            const std::array<timespec, 2> times{timespec{0, UTIME_OMIT}, platform::posix::modificationTime(*existing)};
+            merged_.push_back({index, static_cast<mode_t>(existing->st_mode & allBits), times});
             return index + 1;
         }
     }
@@ -193,11 +195,8 @@ void Placement::place(Item& item, int work, TreeCursor& cursor)
         error = renameExclusively(work, number.c_str(), place, name.c_str());
         item.state = error == 0 ? Item::State::moved : Item::State::planned;
     }
-    if (error == EEXIST && item.isFolder) {
-        throw FolderAppeared();
-    }
     if (error == EEXIST) {
-        error = replace(item, work, number, place, name);
+        throw NameTaken();
     }
     if (error != 0) {
         failPlacing(path, error);

@@ -13,13 +13,13 @@
 #include <ctime>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace archiver {
 
-// What carryOut() throws when somebody has made a folder meanwhile: what it would be merged with has to be planned
-// anew.
-struct FolderAppeared {};
+// What carryOut() throws when a name that was free has been taken meanwhile: it has to be planned anew.
+struct NameTaken {};
 
 // What is put into place by one step is an item: a file or a link, or a folder that the destination lacks, with all
 // that is in it. It is expanded under its number in the work folder's folder for its share of the items.
@@ -68,8 +68,8 @@ private:
         std::array<timespec, 2> times;
     };
 
-    void plan();
     std::size_t planItem(std::size_t index, std::string& merged);
+    void requireOneNameEach();
     std::string pathOf(const Item& item) const;
     std::string placeOf(const ZipEntry& entry) const;
     static void goTo(TreeCursor& cursor, std::string_view path);
@@ -92,7 +92,8 @@ private:
     TreeCursor place_;
     std::vector<Item> items_;
     std::vector<Merged> merged_;
-    std::size_t firstSet_; // of the entries, from which on folders have their modes
+    std::vector<std::pair<dev_t, ino_t>> existing_; // what is replaced, of what has one name
+    std::size_t firstSet_;                          // of the entries, from which on folders have their modes
 };
 
 // For utimensat(2): when the entry was modified.

@@ -5,16 +5,13 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <utility>
 
 namespace archiver {
 
 namespace {
 
-struct VerbName {
-    std::string_view name;
-    Verb verb;
-};
-constexpr VerbName verbs[] = {
+constexpr std::pair<std::string_view, Verb> verbs[] = {
     {"zip", Verb::zip},         {"zipencrypt", Verb::zipEncrypt}, {"unzip", Verb::unzip},
     {"encrypt", Verb::encrypt}, {"decrypt", Verb::decrypt},       {"unzipdecrypt", Verb::unzipDecrypt},
 };
@@ -24,27 +21,19 @@ constexpr std::size_t fieldsBeforePassword = 5; // the verb counted
 Verb verbNamed(std::string_view name)
 {
     const auto* const found =
-        std::find_if(std::begin(verbs), std::end(verbs), [name](const VerbName& verb) { return verb.name == name; });
+        std::find_if(std::begin(verbs), std::end(verbs), [name](const auto& verb) { return verb.first == name; });
     if (found == std::end(verbs)) {
         fail(Exit::usage, "unknown verb");
     }
-    return found->verb;
+    return found->second;
 }
 
-std::string folderField(std::string_view field, Exit exit, const char* cause)
+void requireItem(std::string_view folder, std::string_view name, Exit exit, const char* cause)
 {
-    if (!field.starts_with('/') || !field.ends_with('/')) {
+    const bool isName = !name.empty() && name != "." && name != ".." && name.find('/') == std::string_view::npos;
+    if (!isName || !folder.starts_with('/') || !folder.ends_with('/')) {
         fail(exit, cause);
     }
-    return std::string(field);
-}
-
-std::string nameField(std::string_view field, Exit exit, const char* cause)
-{
-    if (field.empty() || field == "." || field == ".." || field.find('/') != std::string_view::npos) {
-        fail(exit, cause);
-    }
-    return std::string(field);
 }
 
 } // namespace
@@ -64,39 +53,38 @@ std::size_t lengthWithoutPassword(std::string_view line)
 
 Job parseJob(std::string_view line)
 {
-    const std::size_t length = lengthWithoutPassword(line);
-    const bool hasPassword = std::count(line.begin(), line.end(), '|') >= std::ptrdiff_t{fieldsBeforePassword};
     std::array<std::string_view, fieldsBeforePassword> fields;
-    std::string_view rest = line.substr(0, hasPassword ? length - 1 : length);
-    for (std::size_t number = 0; number < fields.size(); ++number) {
-        const std::size_t end = number + 1 < fields.size() ? rest.find('|') : rest.size();
-        if (end == std::string_view::npos) {
-            fail(Exit::usage, "wrong number of fields");
-        }
-        fields.at(number) = rest.substr(0, end);
-        rest.remove_prefix(std::min(end + 1, rest.size()));
+    if (std::count(line.begin(), line.end(), '|') < std::ptrdiff_t{fields.size() - 1}) {
+        fail(Exit::usage, "wrong number of fields");
+    }
+    std::size_t at = 0;
+    for (std::string_view& field : fields) {
+        field = line.substr(at, line.find('|', at) - at);
+        at += field.size() + 1;
     }
     const auto [verb, sourceFolder, destinationFolder, sourceName, destinationName] = fields;
+    const bool hasPassword = at <= line.size();
 
     Job job;
     job.verb = verbNamed(verb);
     if (hasPassword == (job.verb == Verb::zip || job.verb == Verb::unzip)) {
         fail(Exit::usage, "wrong number of fields");
     }
-    if (hasPassword && length == line.size()) {
+    if (hasPassword && at == line.size()) {
         fail(Exit::usage, "no password");
     }
     const bool expands = job.verb == Verb::unzip || job.verb == Verb::unzipDecrypt;
     if (expands && destinationName != "expand") {
         fail(Exit::usage, "the fourth field isn't \"expand\"");
     }
-    constexpr const char* noSource = "the source isn't a name in an absolute folder";
-    constexpr const char* noDestination = "the destination isn't a name in an absolute folder";
-    job.sourceFolder = folderField(sourceFolder, Exit::unusableSource, noSource);
-    job.sourceName = nameField(sourceName, Exit::unusableSource, noSource);
-    job.destinationFolder = folderField(destinationFolder, Exit::unusableDestination, noDestination);
-    job.destinationName = nameField(destinationName, Exit::unusableDestination, noDestination);
-    job.password = line.substr(length);
+    requireItem(sourceFolder, sourceName, Exit::unusableSource, "the source isn't a name in an absolute folder");
+    requireItem(destinationFolder, destinationName, Exit::unusableDestination,
+                "the destination isn't a name in an absolute folder");
+    job.sourceFolder = sourceFolder;
+    job.sourceName = sourceName;
+    job.destinationFolder = destinationFolder;
+    job.destinationName = destinationName;
+    job.password = line.substr(std::min(at, line.size()));
     return job;
 }
 

@@ -9,6 +9,7 @@
 #include "archiver/leftovers.h"
 #include "platform/posix/access_lists.h"
 #include "platform/posix/flush.h"
+#include "platform/posix/identity.h"
 #include "platform/posix/names.h"
 
 #include <fcntl.h>
@@ -25,6 +26,7 @@ namespace archiver {
 
 using platform::posix::asPlace;
 using platform::posix::Descriptor;
+using platform::posix::Identity;
 using platform::posix::openAt;
 using platform::posix::retried;
 
@@ -37,11 +39,6 @@ namespace {
 
 constexpr const char* inTheWay = "a folder, a device or the source itself is in the way";
 
-bool isSameItem(const struct stat& left, const struct stat& right)
-{
-    return left.st_dev == right.st_dev && left.st_ino == right.st_ino;
-}
-
 // Rights of group or others, moved to the place of others' bits: whether they include reading and, of a folder,
 // entering.
 bool letsIn(mode_t rights, mode_t item)
@@ -50,31 +47,31 @@ bool letsIn(mode_t rights, mode_t item)
     return (rights & wanted) == wanted;
 }
 
-void writeAll(int file, std::span<const std::byte> bytes, std::uint64_t offset)
-{
-    while (!bytes.empty()) {
-        const auto count =
-            retried([&] { return pwrite(file, bytes.data(), bytes.size(), static_cast<off_t>(offset)); });
-        if (count <= 0) {
-            failResult(count < 0 ? errno : ENOSPC);
-        }
-        bytes = bytes.subspan(static_cast<std::size_t>(count));
-        offset += static_cast<std::uint64_t>(count);
-    }
-}
-
 // Some file systems tell only who closes a file of what they couldn't keep.
 void flush(int file)
 {
-    if (const int error = platform::posix::flushFile(file)) {
-        failResult(error);
-    }
-    if (const int error = platform::posix::errorOfClosing(file)) {
+    int error = platform::posix::flushFile(file);
+    error = error != 0 ? error : platform::posix::errorOfClosing(file);
+    if (error != 0) {
         failResult(error);
     }
 }
 
 } // namespace
+
+int writeAll(int file, std::span<const std::byte> bytes, std::uint64_t offset)
+{
+    while (!bytes.empty()) {
+        const auto count =
+            retried([&] { return pwrite(file, bytes.data(), bytes.size(), static_cast<off_t>(offset)); });
+        if (count <= 0) {
+            return count < 0 ? errno : ENOSPC;
+        }
+        bytes = bytes.subspan(static_cast<std::size_t>(count));
+        offset += static_cast<std::uint64_t>(count);
+    }
+    return 0;
+}
 
 mode_t callersMask()
 {
@@ -110,196 +107,137 @@ mode_t Privacy::modeFor(const struct stat& result) const
 
 // ---- The result -----------------------------------------------------------------------------------------------------
 
-struct ResultFile::State {
-    Descriptor folder;
-    std::string name;
-    WorkItem item; // its name is empty while the file has none
-    std::uint64_t size = 0;
-
-    ~State() { forgetName(); }
-
-    void make();
-    void narrowToReplaced(Privacy& privacy) const;
-    void giveName();
-    void requireInPlace() const;
-    void takeBack();
-    void forgetName()
-    {
-        if (!item.name.empty()) {
-            unlinkat(folder.get(), item.name.c_str(), 0);
-            item.name.clear();
-        }
-    }
-
-private:
-    bool link(const std::string& as) const;
-    void copyIntoNamed();
-    bool holdsResult() const;
-
-    bool isExchanged_ = false; // the item's name is that of what was replaced
-    bool hasReplaced_ = false; // and of that nothing is left
-};
-
 ResultFile::ResultFile(const std::string& folder, const std::string& name, const struct stat& source)
-    : state_(std::make_unique<State>())
+    : folder_(openAt(AT_FDCWD, folder.c_str(), asPlace)), name_(name)
 {
-    state_->folder = openAt(AT_FDCWD, folder.c_str(), asPlace);
-    state_->name = name;
-    if (!state_->folder) {
+    if (!folder_) {
         failWriting("the destination is no folder that can be used", errno);
     }
     struct stat existing {};
-    const int place = state_->folder.get();
-    if (fstatat(place, name.c_str(), &existing, 0) == 0 &&
-        (!S_ISREG(existing.st_mode) || isSameItem(existing, source))) {
+    if (fstatat(this->folder(), name.c_str(), &existing, 0) == 0 &&
+        (!S_ISREG(existing.st_mode) || Identity::of(existing) == Identity::of(source))) {
         fail(Exit::unusableDestination, inTheWay);
     }
-    removeLeftovers(place);
-    state_->make();
+    removeLeftovers(this->folder());
+    make();
 }
 
-ResultFile::~ResultFile() = default;
+ResultFile::~ResultFile()
+{
+    if (!item_.name.empty()) {
+        unlinkat(folder(), item_.name.c_str(), 0);
+    }
+}
 
 // An unnamed file where it can get its name later, for which Linux has to have a /proc.
-void ResultFile::State::make()
+void ResultFile::make()
 {
 #ifdef O_TMPFILE
     if (access("/proc/self/fd", X_OK) == 0) {
-        item.open = openAt(folder.get(), ".", O_TMPFILE | O_RDWR, S_IRUSR | S_IWUSR);
-        if (item.open) {
-            platform::posix::dropAccessLists(item.open.get());
+        item_.open = openAt(folder(), ".", O_TMPFILE | O_RDWR, S_IRUSR | S_IWUSR);
+        if (item_.open) {
+            platform::posix::dropAccessLists(item_.open.get());
             return;
         }
     }
 #endif
-    item = makeWorkFile(folder.get());
+    item_ = makeWorkFile(folder());
 }
 
-bool ResultFile::State::link(const std::string& as) const
+bool ResultFile::link(const std::string& as) const
 {
-    const std::string path = "/proc/self/fd/" + std::to_string(item.open.get());
-    return linkat(AT_FDCWD, path.c_str(), folder.get(), as.c_str(), AT_SYMLINK_FOLLOW) == 0;
+    const std::string path = "/proc/self/fd/" + std::to_string(item_.open.get());
+    return linkat(AT_FDCWD, path.c_str(), folder(), as.c_str(), AT_SYMLINK_FOLLOW) == 0;
 }
 
-void ResultFile::State::giveName()
+void ResultFile::giveName()
 {
-    if (item.name.empty()) {
-        if (link(name)) {
+    if (item_.name.empty()) {
+        if (link(name_)) {
             return;
         }
         std::string hidden = workName();
-        if (errno == EEXIST && lockWorkItem(item.open.get()) && link(hidden)) {
-            item.name = std::move(hidden);
+        if (errno == EEXIST && lockWorkItem(item_.open.get()) && link(hidden)) {
+            item_.name = std::move(hidden);
         } else {
             copyIntoNamed();
         }
     }
     struct stat replaced {};
-    isExchanged_ = platform::posix::exchange(folder.get(), item.name.c_str(), folder.get(), name.c_str()) == 0;
+    isExchanged_ = platform::posix::exchange(folder(), item_.name.c_str(), folder(), name_.c_str()) == 0;
     if (isExchanged_) {
-        if (fstatat(folder.get(), item.name.c_str(), &replaced, AT_SYMLINK_NOFOLLOW) == 0 &&
-            !S_ISDIR(replaced.st_mode)) {
+        if (fstatat(folder(), item_.name.c_str(), &replaced, AT_SYMLINK_NOFOLLOW) == 0 && !S_ISDIR(replaced.st_mode)) {
             return;
         }
         takeBack();
         fail(Exit::unusableDestination, inTheWay);
     }
-    if (renameat(folder.get(), item.name.c_str(), folder.get(), name.c_str()) != 0) {
+    if (renameat(folder(), item_.name.c_str(), folder(), name_.c_str()) != 0) {
         failWriting("the target can't be replaced", errno);
     }
     hasReplaced_ = true;
-    item.name.clear();
+    item_.name.clear();
 }
 
 // After a failure: what was there has its name again, or nothing has.
-void ResultFile::State::takeBack()
+void ResultFile::takeBack()
 {
     if (isExchanged_) {
-        platform::posix::exchange(folder.get(), item.name.c_str(), folder.get(), name.c_str());
-    } else if (!hasReplaced_ && holdsResult()) {
-        unlinkat(folder.get(), name.c_str(), 0);
+        platform::posix::exchange(folder(), item_.name.c_str(), folder(), name_.c_str());
+    } else if (!hasReplaced_ && isNameOf(folder(), name_, descriptor())) {
+        unlinkat(folder(), name_.c_str(), 0);
     }
 }
 
-void ResultFile::State::copyIntoNamed()
+void ResultFile::copyIntoNamed()
 {
-    const Descriptor unnamed = std::exchange(item, makeWorkFile(folder.get())).open;
+    const Descriptor unnamed = std::exchange(item_, makeWorkFile(folder())).open;
     struct stat status {};
     std::vector<std::byte> buffer(std::size_t{1} << 20U);
-    for (std::uint64_t at = 0; at < size;) {
+    for (std::uint64_t at = 0; at < size_;) {
         const auto count =
             retried([&] { return pread(unnamed.get(), buffer.data(), buffer.size(), static_cast<off_t>(at)); });
         if (count <= 0) {
             failResult(count < 0 ? errno : EIO);
         }
-        writeAll(item.open.get(), std::span(buffer).first(static_cast<std::size_t>(count)), at);
+        writeAt(at, std::span(buffer).first(static_cast<std::size_t>(count)));
         at += static_cast<std::uint64_t>(count);
     }
     if (fstat(unnamed.get(), &status) == 0) {
-        fchmod(item.open.get(), status.st_mode & (S_IRWXU | S_IRWXG | S_IRWXO));
+        fchmod(item_.open.get(), status.st_mode & (S_IRWXU | S_IRWXG | S_IRWXO));
     }
-    flush(item.open.get());
+    flush(item_.open.get());
 }
 
 // As a source does. One that can't be opened lets nobody else in.
-void ResultFile::State::narrowToReplaced(Privacy& privacy) const
+void ResultFile::narrowToReplaced(Privacy& privacy) const
 {
     struct stat status {};
-    if (fstatat(folder.get(), name.c_str(), &status, 0) == 0) {
-        const Descriptor replaced = openAt(folder.get(), name.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY);
+    if (fstatat(folder(), name_.c_str(), &status, 0) == 0) {
+        const Descriptor replaced = openAt(folder(), name_.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY);
         privacy.narrowTo(replaced.get(), status);
     }
 }
 
-// Sets errno where it can't be seen, else to 0.
-bool ResultFile::State::holdsResult() const
-{
-    errno = 0;
-    struct stat made {};
-    struct stat found {};
-    return fstat(item.open.get(), &made) == 0 &&
-           fstatat(folder.get(), name.c_str(), &found, AT_SYMLINK_NOFOLLOW) == 0 && isSameItem(made, found);
-}
-
-void ResultFile::State::requireInPlace() const
-{
-    if (!holdsResult() && (errno == 0 || errno == ENOENT)) {
-        fail(Exit::unusableDestination, "somebody else changes the destination");
-    }
-}
-
-int ResultFile::descriptor() const
-{
-    return state_->item.open.get();
-}
-
-int ResultFile::folder() const
-{
-    return state_->folder.get();
-}
-
-std::uint64_t ResultFile::size() const
-{
-    return state_->size;
-}
-
 void ResultFile::write(std::span<const std::byte> bytes)
 {
-    writeAt(state_->size, bytes);
-    state_->size += bytes.size();
+    writeAt(size_, bytes);
+    size_ += bytes.size();
 }
 
 void ResultFile::writeAt(std::uint64_t offset, std::span<const std::byte> bytes)
 {
     throwIfInterrupted();
-    writeAll(descriptor(), bytes, offset);
+    if (const int error = writeAll(descriptor(), bytes, offset)) {
+        failResult(error);
+    }
 }
 
 void ResultFile::publish(const Privacy& privacy)
 {
     Privacy narrowed = privacy;
     struct stat status {};
-    state_->narrowToReplaced(narrowed);
+    narrowToReplaced(narrowed);
     if (fstat(descriptor(), &status) != 0) {
         failResult(errno);
     }
@@ -312,13 +250,15 @@ void ResultFile::publish(const Privacy& privacy)
     throwIfInterrupted();
 
     const Uninterruptible seenThrough;
-    state_->giveName();
+    giveName();
     const int error = platform::posix::flushEntries(folder(), descriptor());
     if (error != 0) {
-        state_->takeBack();
+        takeBack();
         failResult(error);
     }
-    state_->requireInPlace();
+    if (!isNameOf(folder(), name_, descriptor()) && (errno == 0 || errno == ENOENT)) {
+        fail(Exit::unusableDestination, "somebody else changes the destination");
+    }
 }
 
 } // namespace archiver

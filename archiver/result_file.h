@@ -5,13 +5,13 @@
 // leaves nothing; else a hidden item (platform/posix/names.h), which a later call removes.
 #pragma once
 
+#include "archiver/leftovers.h"
 #include "platform/posix/descriptor.h"
 
 #include <sys/stat.h>
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -21,6 +21,9 @@ namespace archiver {
 // The umask of whoever started this process. The first call, which has to come before any file is made and any thread
 // starts, gives the process one that lets nobody else in.
 mode_t callersMask();
+
+// Writes all of it. Returns an errno value, 0 for success.
+int writeAll(int file, std::span<const std::byte> bytes, std::uint64_t offset);
 
 // Who may read a result: nobody who couldn't read all that it was made from. Starts with what the process's umask
 // allows, and is narrowed by each source.
@@ -49,9 +52,9 @@ public:
     ResultFile(const ResultFile&) = delete;
     ResultFile& operator=(const ResultFile&) = delete;
 
-    int descriptor() const;
+    int descriptor() const { return item_.open.get(); }
     // The folder that holds it, open; for whoever must not pack the result itself.
-    int folder() const;
+    int folder() const { return folder_.get(); }
 
     // Appends. Failures: notWritten.
     void write(std::span<const std::byte> bytes);
@@ -60,15 +63,26 @@ public:
     void writeAt(std::uint64_t offset, std::span<const std::byte> bytes);
 
     // How many bytes have been appended.
-    std::uint64_t size() const;
+    std::uint64_t size() const { return size_; }
 
     // Sets the mode (no access list that the destination hands down stays), flushes, and gives it its name, flushed
     // too. What it replaces narrows its mode as a source does.
     void publish(const Privacy& privacy);
 
 private:
-    struct State;
-    std::unique_ptr<State> state_;
+    void make();
+    void narrowToReplaced(Privacy& privacy) const;
+    void giveName();
+    bool link(const std::string& as) const;
+    void copyIntoNamed();
+    void takeBack();
+
+    platform::posix::Descriptor folder_;
+    std::string name_;
+    WorkItem item_; // its name is empty while the file has none
+    std::uint64_t size_ = 0;
+    bool isExchanged_ = false; // the item's name is that of what was replaced
+    bool hasReplaced_ = false; // and of that nothing is left
 };
 
 } // namespace archiver

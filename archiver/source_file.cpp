@@ -2,6 +2,8 @@
 
 #include "archiver/failure.h"
 #include "archiver/interruption.h"
+#include "platform/posix/copy_record.h"
+#include "platform/posix/file_times.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -13,37 +15,9 @@
 
 namespace archiver {
 
+using platform::posix::changeTime;
 using platform::posix::openAt;
 using platform::posix::retried;
-
-namespace {
-
-#ifdef __APPLE__
-timespec changeOf(const struct stat& status)
-{
-    return status.st_ctimespec;
-}
-timespec modificationOf(const struct stat& status)
-{
-    return status.st_mtimespec;
-}
-#else
-timespec changeOf(const struct stat& status)
-{
-    return status.st_ctim;
-}
-timespec modificationOf(const struct stat& status)
-{
-    return status.st_mtim;
-}
-#endif
-
-bool isSame(const timespec& left, const timespec& right)
-{
-    return left.tv_sec == right.tv_sec && left.tv_nsec == right.tv_nsec;
-}
-
-} // namespace
 
 platform::posix::Descriptor openForReading(int folder, const char* name, int flags)
 {
@@ -86,8 +60,8 @@ void SourceFile::read(std::uint64_t offset, std::span<std::byte> buffer) const
 void SourceFile::requireUnchanged() const
 {
     struct stat now {};
-    if (fstat(file_.get(), &now) != 0 || now.st_size != status_.st_size ||
-        !isSame(modificationOf(now), modificationOf(status_)) || !isSame(changeOf(now), changeOf(status_))) {
+    if (fstat(file_.get(), &now) != 0 || !platform::posix::hasSameContent(now, status_) ||
+        !platform::posix::areEqual(changeTime(now), changeTime(status_))) {
         fail(Exit::unusableSource, "the source has changed meanwhile");
     }
 }

@@ -17,7 +17,7 @@ namespace archiver {
 // system limits. `flags`: O_NOFOLLOW or none. Empty with errno on failure.
 platform::posix::Descriptor openForReading(int folder, const char* name, int flags = 0);
 
-// Thread rule: read() and readSome() may be called by several threads at once.
+// Thread rule: read() may be called by several threads at once.
 class SourceFile {
 public:
     // Opens a regular file; a link is followed. Failures: unusableSource.

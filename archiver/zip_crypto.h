@@ -7,7 +7,6 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <span>
 #include <string_view>
 
@@ -26,11 +25,9 @@ public:
 
     // Derives the keys: about a millisecond. `password`: bytes as they arrive.
     WinZipAes(std::string_view password, std::span<const std::byte> salt, AesStrength strength);
-    ~WinZipAes();
-    WinZipAes(WinZipAes&&) noexcept;
 
     // Stored behind the salt. One wrong password in 65,536 passes it: the MAC decides.
-    std::array<std::byte, checkSize> check() const;
+    const std::array<std::byte, checkSize>& check() const { return check_; }
 
     // In place, piece by piece in order.
     void encrypt(std::span<std::byte> content);
@@ -40,8 +37,20 @@ public:
     std::array<std::byte, macSize> mac();
 
 private:
-    struct State;
-    std::unique_ptr<State> state_;
+    struct Keys;
+
+    // Small enough for the nearest cache, with the content beside it.
+    static constexpr std::size_t streamSize = std::size_t{8} * 1024;
+
+    explicit WinZipAes(const Keys& keys);
+    std::size_t apply(std::span<std::byte> content);
+
+    platform::crypto::AesBlocks cipher_;
+    platform::crypto::Hmac hmac_;
+    std::array<std::byte, checkSize> check_{};
+    std::uint64_t counter_ = 1;
+    std::array<std::byte, streamSize> stream_{}; // the key stream, of which what lies before `used_` is spent
+    std::size_t used_ = streamSize;
 };
 
 // ZipCrypto is only read.

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <vector>
 
 namespace archiver::zip {
 
@@ -37,6 +38,11 @@ constexpr void put(std::span<std::byte> bytes, std::size_t offset, T value)
     for (std::size_t index = 0; index < sizeof(T); ++index) {
         bytes[offset + index] = static_cast<std::byte>(value >> (8U * index));
     }
+}
+
+inline void append(std::vector<std::byte>& out, std::span<const std::byte> bytes)
+{
+    out.insert(out.end(), bytes.begin(), bytes.end());
 }
 
 // What a field of the older records holds when the real value is in a zip64 one.

@@ -49,8 +49,7 @@ void append(std::vector<std::byte>& out, T value)
 
 void append(std::vector<std::byte>& out, std::string_view text)
 {
-    const auto bytes = std::as_bytes(std::span(text));
-    out.insert(out.end(), bytes.begin(), bytes.end());
+    zip::append(out, std::as_bytes(std::span(text)));
 }
 
 std::uint16_t flagsOf(const Entry& entry)
@@ -142,7 +141,7 @@ void appendZip64Field(const Entry& entry, std::vector<std::byte>& out)
     if (!numbers.empty()) {
         append(out, ExtraField::zip64);
         append(out, static_cast<std::uint16_t>(numbers.size()));
-        out.insert(out.end(), numbers.begin(), numbers.end());
+        zip::append(out, numbers);
     }
 }
 
@@ -173,7 +172,7 @@ void appendLocalHeader(const Entry& entry, std::vector<std::byte>& out)
     header.put(LocalHeader::nameLength, static_cast<std::uint16_t>(entry.name.size()));
     header.put(LocalHeader::extraLength, static_cast<std::uint16_t>(extra.size()));
     append(out, entry.name);
-    out.insert(out.end(), extra.begin(), extra.end());
+    append(out, extra);
 }
 
 void CentralDirectory::add(const Entry& entry)
@@ -202,7 +201,7 @@ void CentralDirectory::add(const Entry& entry)
     header.put(CentralHeader::attributes, attributesOf(entry));
     header.put(CentralHeader::localHeader, limited32(entry.offset));
     append(out, entry.name);
-    out.insert(out.end(), extra.begin(), extra.end());
+    append(out, extra);
     ++entries_;
 }
 

@@ -4,8 +4,11 @@ Called with the program's path. The archives of others in fuzz/corpus/zip_reader
 "link" to it; the password is "password".
 """
 
+import bz2
 import io
+import lzma
 import os
+import random
 import stat
 import struct
 import subprocess
@@ -149,6 +152,25 @@ class RightArchives(Reading):
                                   if content}, expected)
         self.assertEqual((self.expand_anew(archive()), self.out.is_dir()), ({}, True))
 
+    def test_large_contents(self):
+        """Larger than any buffer and window, in each method."""
+        pick = random.Random(1)
+        words = [pick.randbytes(8).hex() for _ in range(500)]
+        text = " ".join(pick.choices(words, k=40_000)).encode()
+        alone = lzma.compress(text, lzma.FORMAT_ALONE)
+        run = b"a" * (4 << 17)
+        zstandard = bytes.fromhex("28b52ffd 0038") + b"".join(
+            (1 << 20 | 2 | is_last).to_bytes(3, "little") + b"a" for is_last in (0, 0, 0, 1))
+        bits = "110" + f"{0x91:08b}" + 8 * (f"{0xc5:08b}" + "1" * 16 + "00000") + "0000000"
+        longest = int(bits[::-1], 2).to_bytes(len(bits) // 8 + 1, "little")
+        for method, flags, content, packed in (
+                (8, 0, text, deflated(text)), (9, 0, text, deflated(text)), (9, 0, b"a" * (1 + 8 * 65538), longest),
+                (12, 0, text, bz2.compress(text)), (14, 2, text, b"\x10\2\5\0" + alone[:5] + alone[13:]),
+                (93, 0, run, zstandard), (95, 0, text, lzma.compress(text))):
+            with self.subTest(method):
+                found = self.expand_anew(archive(entry("x", content, method=method, flags=flags, packed=packed)))
+                self.assertTrue(found["x"][1] == content)
+
     def test_many_entries(self):
         entries = [entry(f"{number % 300}/{number}", b"%d" % number) for number in range(66_000)]
         wrapped = len(entries) & ANYWHERE16
@@ -165,7 +187,7 @@ class RightArchives(Reading):
                 ("é", UTF8, b"", "é"), ("e\u0301", 0, b"", "e\u0301"), ("é/日本", 0, b"", "é/日本"),
                 (upper[:64] + b"/" + upper[64:], 0, b"", (upper[:64] + b"/" + upper[64:]).decode("cp437")), (b"\x81", UTF8, b"", "ü"),
                 (b"\x81", 0, unicode_path("ű", b"\x81"), "ű"), (b"\x81", 0, unicode_path("ű", b"\x82"), "ü"),
-                ("#U0171", 0, unicode_path("ű", b"#U0171"), "ű"), ("é", 0, unicode_path("e", "é".encode()), "é"),
+                ("#U0171", 0, unicode_path("ű", b"#U0171"), "ű"), ("u", UTF8, unicode_path("ű", b"u"), "u"), ("é", 0, unicode_path("e", "é".encode()), "é"),
                 ("./a//./b", 0, b"", "a/b"), (" a ..b...", 0, b"", " a ..b..."), ("1:b", 0, b"", "1:b"),
                 ("__MACOSX/._a", 0, b"", "__MACOSX/._a"), ("n\nl", 0, b"", "n\nl")):
             with self.subTest(name):
@@ -262,6 +284,7 @@ class WrongArchives(Reading):
             "count, more": archive(*TWO, end=dict(entries=3)), "count, fewer": archive(*TWO, end=dict(entries=1)),
             "count, zip64": archive(*TWO, zip64=dict(entries=1), end=dict(entries=ANYWHERE16)),
             "zip64 that disagrees": archive(*TWO, zip64=dict(entries=1)),
+            "comment into the end": one("x", "x", central=dict(comment_length=9)),
             "second disk": archive(*TWO, end=dict(disk=1)), "disks": archive(*TWO, end=dict(directory_disk=1)),
             "zip64, second disk": archive(*TWO, zip64=dict(disk=1), end=dict(disk=ANYWHERE16)),
             "directory, longer": archive(*TWO, end=dict(length=9999)), "no archive": b"text\n" * 99, "empty": b"",
@@ -293,8 +316,9 @@ class WrongArchives(Reading):
                 forged.writestr("forged", "x")
             self.expand(whole.getvalue(), "password", DAMAGED)
         aes = field(0x9901, b"\2\0AE\3\0\0")
-        for cut in (dict(method=99, packed=bytes(27), extra=aes), dict(packed=bytes(11)), dict(flags=0)):
-            self.expand(archive(entry("d/"), entry("e", **{"flags": 1, **cut})), "password", DAMAGED)
+        for wrong in (dict(method=99, packed=bytes(27), extra=aes), dict(packed=bytes(11)), dict(flags=0),
+                      dict(method=99, packed=bytes(28), extra=aes, local_extra=field(0x9901, b"\2\0AE\1\0\0"))):
+            self.expand(archive(entry("d/"), entry("e", **{"flags": 1, **wrong})), "password", DAMAGED)
 
 
 class Destinations(Reading):

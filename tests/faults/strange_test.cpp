@@ -96,6 +96,30 @@ TEST_F(Strange, OtherSpellingsDontLoseTheFile)
     }
 }
 
+TEST_F(Strange, EntriesWhoseNamesAreOneThereArentExpanded)
+{
+    SKIP_WITHOUT("fuse");
+    scratch.write("both/a.txt", "small");
+    scratch.write("both/A.TXT", "large");
+    const std::string archive = scratch / "both.zip";
+    EXPECT_FALSE(plugin.call("KORB_CompressFile", {(scratch / "both").string(), archive}).isError());
+    const StrangeFileSystem fileSystem(shown, mounted, {.ignoresCase = true});
+    const auto contents = [this] {
+        std::string text;
+        for (const auto& [path, entry] : snapshot(shown)) {
+            text += path + " " + entry.content + "\n";
+        }
+        return text;
+    };
+    for (const std::string there : {"other", "both/other", "both/a.txt"}) {
+        fs::remove_all(shown / "both");
+        scratch.write("shown/" + there, "earlier");
+        const std::string before = contents();
+        EXPECT_TRUE(plugin.call("KORB_ExpandFile", {archive, mounted.string() + "/"}).isError()) << there;
+        EXPECT_EQ(contents(), before) << there;
+    }
+}
+
 // The same files by two ways that share nothing but the server: one of them still shows what has gone by the other.
 TEST_F(Strange, OtherWaysDontLoseTheFile)
 {

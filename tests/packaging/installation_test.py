@@ -20,6 +20,8 @@ WEB = "Web Publishing/publishing-engine"
 FOLDERS = ["Database Server/Extensions", f"{WEB}/cwpc/Plugins", f"{WEB}/wip/Plugins"]
 COPIES = [f"{SERVER}/{folder}/Folidex.fmx" for folder in FOLDERS]
 DOWNLOADS = "/srv/downloads"
+# Otherwise the build would be another one, and made anew.
+BUILT_WITH = f"FOLIDEX_WERROR={os.environ.get('FOLIDEX_WERROR', '')}"
 LEFT_BY_APT = ("/var/lib/dpkg", "/var/lib/apt", "/var/cache")
 # FileMaker Server's folders, user and group, and a library for the plug-in to find; the web publishing engine has no
 # folder for plug-ins yet.
@@ -73,7 +75,7 @@ class ScratchRoot:
         """Runs `command` in the root and returns what it prints; it must succeed."""
         inside = ["nsenter", f"--target={self.keeper.pid}", "--mount", "chroot", f"{self.folder.name}/root",
                   "env", "-i", "PATH=/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin", "HOME=/tmp", "LC_ALL=C.UTF-8",
-                  "DEBIAN_FRONTEND=noninteractive", "runuser", "-u", user, "--", *command]
+                  "DEBIAN_FRONTEND=noninteractive", BUILT_WITH, "runuser", "-u", user, "--", *command]
         done = subprocess.run(inside, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, stdin=subprocess.DEVNULL)
         if done.returncode != 0:
             raise AssertionError(f"{command}: exit status {done.returncode}\n{done.stdout}")

@@ -186,23 +186,16 @@ void decodeLzma(const Encoding& encoding, const NextPiece& next, const TakePiece
         throw std::bad_alloc();
     }
     const std::unique_ptr<lzma_stream, decltype(&lzma_end)> closing(&stream, lzma_end);
-    enum class Part { properties, begun, whole } part = Part::properties;
-    runLzma(
-        stream, encoding,
-        [&]() -> std::span<const std::byte> {
-            if (part == Part::properties) {
-                part = Part::begun;
-                return start;
+    std::array<std::span<const std::byte>, 2> ahead{start, rest};
+    const auto nextWithHead = [&]() -> std::span<const std::byte> {
+        for (std::span<const std::byte>& piece : ahead) {
+            if (!piece.empty()) {
+                return std::exchange(piece, {});
             }
-            if (part == Part::begun) {
-                part = Part::whole;
-                if (!rest.empty()) {
-                    return rest;
-                }
-            }
-            return next();
-        },
-        take);
+        }
+        return next();
+    };
+    runLzma(stream, encoding, nextWithHead, take);
 }
 #endif
 

@@ -85,7 +85,7 @@ class Packing(unittest.TestCase):
         return {info.filename: info for info in infos}
 
     def test_contents(self):
-        """Whole, compressed where that helps, and the same whatever number of threads works."""
+        """Whole, compressed where that helps, and the same whatever number of threads works, and where the caller lives."""
         expected = {}
         for name, data, method in contents():
             self.write(name, data)
@@ -101,7 +101,8 @@ class Packing(unittest.TestCase):
         self.assertLess(entries["in/repeated across blocks"].compress_size, len(at_once) * 1.01)
         if hasattr(os, "sched_setaffinity"):
             processor = min(os.sched_getaffinity(0))
-            again = self.pack(result="y.zip", preexec_fn=lambda: os.sched_setaffinity(0, {processor}))
+            again = self.pack(result="y.zip", preexec_fn=lambda: os.sched_setaffinity(0, {processor}),
+                              env={**os.environ, "TZ": "Etc/GMT+9"})
             self.assertTrue(again.read_bytes() == archive.read_bytes())
 
     def test_tree(self):
@@ -244,7 +245,12 @@ class Packing(unittest.TestCase):
             path.unlink()
             path.symlink_to(secret)
 
-        for change, expect in ((Path.unlink, 0), (swap, 66)):
+        def pipe(path):
+            path.unlink()
+            os.mkfifo(path)
+
+        for change, expect in ((pipe, 66), (Path.unlink, 0), (swap, 66)):
+            (self.base / "in/second").unlink(missing_ok=True)
             second = self.write("second")
             with open(self.write("first"), "r+b") as first:
                 def let_go(*_, change=change, file=first):
@@ -276,6 +282,17 @@ class Packing(unittest.TestCase):
             path.unlink() if not path.is_dir() else path.rmdir()
         Path(self.base, "c:x").touch()
         self.pack(source="c:x", expect=66)
+        symbols = Path("/proc/kallsyms") # without a size
+        if symbols.exists() and len(symbols.read_bytes()) > 2 * BLOCK:
+            (self.base / "symbols").symlink_to(symbols)
+            self.assertIn("more content", self.pack(source="symbols", expect=66))
+        folder = os.open(self.base / "in", os.O_RDONLY)
+        for _ in range(65535 // 256 + 1):
+            os.mkdir("x" * 255, dir_fd=folder)
+            above, folder = folder, os.open("x" * 255, os.O_RDONLY, dir_fd=folder)
+            os.close(above)
+        os.close(folder)
+        self.assertIn("longer", self.pack(expect=66))
 
     @unittest.skipUnless(FULL, "takes some 5 GB")
     def test_large(self):

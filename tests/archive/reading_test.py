@@ -158,15 +158,15 @@ class RightArchives(Reading):
         words = [pick.randbytes(8).hex() for _ in range(500)]
         text = " ".join(pick.choices(words, k=40_000)).encode()
         alone = lzma.compress(text, lzma.FORMAT_ALONE)
-        run = b"a" * (4 << 17)
+        runs = (100_000, 1 << 17, 1 << 17)
         zstandard = bytes.fromhex("28b52ffd 0038") + b"".join(
-            (1 << 20 | 2 | is_last).to_bytes(3, "little") + b"a" for is_last in (0, 0, 0, 1))
+            (size << 3 | 2 | is_last).to_bytes(3, "little") + b"a" for size, is_last in zip(runs, (0, 0, 1)))
         bits = "110" + f"{0x91:08b}" + 8 * (f"{0xc5:08b}" + "1" * 16 + "00000") + "0000000"
         longest = int(bits[::-1], 2).to_bytes(len(bits) // 8 + 1, "little")
         for method, flags, content, packed in (
                 (8, 0, text, deflated(text)), (9, 0, text, deflated(text)), (9, 0, b"a" * (1 + 8 * 65538), longest),
                 (12, 0, text, bz2.compress(text)), (14, 2, text, b"\x10\2\5\0" + alone[:5] + alone[13:]),
-                (93, 0, run, zstandard), (95, 0, text, lzma.compress(text))):
+                (93, 0, b"a" * sum(runs), zstandard), (95, 0, text, lzma.compress(text))):
             with self.subTest(method):
                 found = self.expand_anew(archive(entry("x", content, method=method, flags=flags, packed=packed)))
                 self.assertTrue(found["x"][1] == content)
@@ -277,7 +277,7 @@ class WrongArchives(Reading):
             "overlap": archive(first, (b"", {**second[1], **at_first}, second[2])),
             "one content for two": archive(first, (b"", {**first[1], **at_first}, first[2])),
             "into the directory": one("x", "xP", packed=b"x", local=dict(packed=2), central=dict(packed=2)),
-            "name, longer than the archive": one("x", "x", local=dict(name_length=60_000)),
+            "extra field, longer than the archive": one("x", "x", local=dict(extra_length=60_000)),
             "offset": one("x", "x", central=dict(offset=1)), "offset, far": one("x", "x", central=dict(offset=1 << 31)),
             "offset, wraps": archive((b"", *entry("x", "x", extra=field(1, struct.pack("<Q", (1 << 64) - 32)), local_extra=b"",
                                                   central=dict(offset=ANYWHERE32))[1:]), prefix=entry("x", "x")[0]),

@@ -20,8 +20,6 @@ import zipfile
 import zlib
 from pathlib import Path
 
-sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
-from support import surroundings  # noqa: E402
 from zip_files import (ANYWHERE16, ANYWHERE32, DESCRIPTOR, DEVICE, FIFO, FILE, FOLDER, LINK, UTF8, archive, deflated,
                        entry, field)
 
@@ -369,15 +367,6 @@ class Destinations(Reading):
             self.expand(archive(*TWO), expect=IN_THE_WAY, target=target)
         os.symlink("nowhere", self.base / "dangling")
         self.expand(archive(*TWO), expect=IN_THE_WAY, target="dangling")
-
-    @surroundings.case_needs("access-lists", "setfacl")
-    def test_default_access_lists_open_nothing(self):
-        subprocess.run(["setfacl", "-d", "-m", "u:nobody:rwx,g::rwx,o::rwx", self.out], check=True)
-        self.expand(archive(entry("p/q/f", "x", 0o100600), entry("top", "x", 0o100640)), umask=0o077)
-        for name in ("p", "p/q", "p/q/f", "top"):
-            shown = subprocess.run(["getfacl", "-cp", self.out / name], capture_output=True, check=True).stdout
-            self.assertNotIn(b"nobody", shown)
-            self.assertIn(b"other::---", shown)
 
 
 if __name__ == "__main__":

@@ -20,7 +20,6 @@ import sys
 import tempfile
 import time
 import unittest
-import zipfile
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
@@ -148,15 +147,6 @@ class RoundTrip(ScratchCase):
         self.assertFalse(set(first[i:i + 16] for i in range(8, 4096, 16)) & set(
             self.read("x.enc")[i:i + 16] for i in range(8, 4096, 16)), "no two files have keys in common")
 
-    def test_an_archive_in_its_own_source_leaves_itself_and_leftovers_out(self):
-        self.write("s[x]/sub/file")
-        left = self.write("s[x]/sub/.folidex-archive-aaaaaaaa-aaaaaaaaaaaaaaaa")
-        for _ in range(2):
-            subprocess.run(["sh", SCRIPT, self.argument("zip", "s[x]", "s[x]/sub/a.zip")], check=True, capture_output=True)
-        self.assertTrue(left.exists())
-        with zipfile.ZipFile(self.path("s[x]/sub/a.zip")) as archive:
-            self.assertEqual(sorted(archive.namelist()), ["s[x]/", "s[x]/sub/", "s[x]/sub/file"])
-
     @unittest.skipUnless(FULL, "FOLIDEX_FULL=1 packs 5 GiB and 100,000 files")
     def test_sizes(self):
         os.truncate(self.write("in/tree/big"), 5 << 30)
@@ -230,7 +220,7 @@ class Failure(ScratchCase):
 
     def test_results_are_as_private_as_what_they_come_from(self):
         self.sh("umask 022; mkdir shut partly fine odd; echo | tee shut/file partly/file fine/file odd/file old.zip old;"
-                "chmod 2755 .; chmod 700 shut; chmod 640 partly/file; chmod 600 file old.zip; chmod 604 odd/file; ln -s old.zip link")
+                "chmod 2755 .; chmod 711 shut; chmod 640 partly/file; chmod 600 file old.zip; chmod 604 odd/file; ln -s old.zip link")
         for verb, source, target, mode in (
                 ("zip", "shut", "1.zip", 0o600), ("zip", "partly", "2.zip", 0o640), ("zip", "file", "3.zip", 0o600),
                 ("zip", "fine", "old.zip", 0o600), ("zip", "fine", "4.zip", 0o644), ("zip", "fine", "link", 0o600),
@@ -256,7 +246,7 @@ class Failure(ScratchCase):
         for verb, source, target in (("encrypt", "secret", "out/1"), ("zip", "secret", "out/2"), ("unzip", "aes.zip", "out/new/")):
             self.run_verb(verb, source, target, "pw")
         for made in self.path("out").rglob("*"):
-            self.assertNotIn("system.posix_acl_access", os.listxattr(made), made)
+            self.assertFalse({"system.posix_acl_access", "system.posix_acl_default"} & {*os.listxattr(made)}, made)
         self.assertEqual((self.mode("out/1"), self.mode("out/2")), (0o600, 0o600))
 
     @surroundings.case_needs("mounts")

@@ -75,12 +75,13 @@ Failure TreeCopy::visit(const TreeEntry& entry)
     return entry.type == DT_REG ? copyFile(entry) : copySpecial(entry);
 }
 
-// What has vanished by now could as well have vanished before it was listed. ESTALE: NFS says so.
+// What has vanished by now could as well have vanished before it was listed. ESTALE: NFS says so. A move sees of the
+// folder that it has changed.
 Failure TreeCopy::unlessVanished(const TreeEntry& entry, Failure failure) const
 {
     const bool hasVanished =
         failure.side == Failure::Side::source && (failure.error == ENOENT || failure.error == ESTALE);
-    return hasVanished && !options_.isMove && !entry.isRoot() ? Failure{} : std::move(failure);
+    return hasVanished && !entry.isRoot() ? Failure{} : std::move(failure);
 }
 
 Failure TreeCopy::copyFile(const TreeEntry& entry)
@@ -157,9 +158,6 @@ Failure TreeCopy::enter(const TreeEntry& folder, int opened)
     struct stat status {};
     if (fstat(opened, &status) != 0) {
         return Failure::ofSource(errno);
-    }
-    if (Identity::of(status) == target_.place) {
-        return Failure::because(intoItself);
     }
     if (Failure failed = options_.isMove ? waitUntilTimestampSettles(opened, status) : Failure{}) {
         return failed;

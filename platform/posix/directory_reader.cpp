@@ -25,9 +25,6 @@ const DirectoryEntry* DirectoryReader::next()
                 return nullptr;
             }
             fill();
-            if (error_ != 0) {
-                filled_ = 0;
-            }
             continue;
         }
         entry_ = entryAt(buffer_.get() + position_);

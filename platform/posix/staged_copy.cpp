@@ -119,12 +119,8 @@ Failure StagedCopy::buildFolder()
     if (Failure failure = makeTemporaryFolder()) {
         return failure;
     }
-    struct stat place {};
-    if (fstat(target_.folder.get(), &place) != 0) {
-        return Failure::ofTarget(errno);
-    }
-    Failure failure = copyTree(options_, source_.folder.get(), source_.path.name.c_str(),
-                               {made_.get(), temporaryName_, Identity::of(place)}, copied_);
+    Failure failure =
+        copyTree(options_, source_.folder.get(), source_.path.name.c_str(), {made_.get(), temporaryName_}, copied_);
     const bool isFlushed = options_.isDurable && isFlushedAsAWhole(made_.get());
     return !failure && isFlushed ? Failure::ofTarget(flushFileSystem(made_.get())) : std::move(failure);
 }

@@ -258,6 +258,12 @@ void ScenarioRun::runUndisturbed()
     if (undisturbed_.threw || (undisturbed_.isError && undisturbed_.code == 0)) {
         throw std::runtime_error("the undisturbed call fails");
     }
+    // Content and name of a copy, before its source goes.
+    const auto flushes = undisturbed_.report.calls.find("flush");
+    if (scenario_.isAcross() && !scenario_.call[1].ends_with("link") &&
+        (flushes == undisturbed_.report.calls.end() || flushes->second < 2)) {
+        throw std::runtime_error("too little is flushed");
+    }
     if (after_ != withoutLacks) {
         throw std::runtime_error("undisturbed calls differ" + differences(withoutLacks, after_));
     }

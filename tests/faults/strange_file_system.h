@@ -16,6 +16,7 @@ struct Strangeness {
     bool noExclusiveRename = false; // renameat2 with flags: EINVAL
     bool ignoresCase = false;       // of ASCII letters
     bool unstableInodes = false;    // each name has a number of its own
+    bool oneNumber = false;         // all items have one, and two names
     bool cachesNames = false;       // what was there once seems to be there still
     bool readsShort = false;        // files end after half of their size
     bool neverRests = false;        // everything was changed just now, whenever it is looked at

@@ -107,7 +107,7 @@ TEST(CopiedTrees, OnlyWhatWasCopiedIsRemoved)
         CopyRecord copied;
         const Descriptor folder = openAt(AT_FDCWD, scratch.text().c_str(), platform::posix::asPlace);
         const Descriptor copy = openAt(AT_FDCWD, scratch.makeFolder("copy").c_str(), platform::posix::folderItself);
-        ASSERT_FALSE(copyTree({.isMove = true}, folder.get(), "tree", {copy.get(), "copy", {}}, copied));
+        ASSERT_FALSE(copyTree({.isMove = true}, folder.get(), "tree", {copy.get(), "copy"}, copied));
         copied.close();
         ASSERT_TRUE(platform::posix::requireUnchanged(folder.get(), "tree", "/tree", copied).ok());
         c.change(scratch);

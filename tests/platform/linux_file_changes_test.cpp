@@ -129,12 +129,11 @@ nlink_t numberOfNames(const fs::path& item)
 TEST(LinuxCopy, KeepsHardLinksWithinTheTree)
 {
     const ScratchFolder scratch;
-    scratch.write("outside", "o");
+    scratch.write("tree/first", "f");
     scratch.makeFolder("tree/sub");
-    scratch.hardLink("outside", "tree/first");
-    scratch.hardLink("outside", "tree/sub/twin");
-    scratch.hardLink("outside", "tree/sub/third");
-    scratch.hardLink("outside", "tree/sub/fourth");
+    for (const char* name : {"tree/sub/twin", "tree/sub/third", "tree/sub/fourth"}) {
+        scratch.hardLink("tree/first", name);
+    }
     scratch.symlink("nowhere", "tree/link");
     scratch.hardLink("tree/link", "tree/sub/link");
     EXPECT_EQ(copyIt(scratch / "tree", scratch / "copy"), "");
@@ -293,6 +292,10 @@ TEST_F(LinuxMounts, RefuseBeforehandToBeMovedIntoWhatCouldNotBeRemoved)
 {
     scratch.write("tree/a/file", "f");
     scratch.write("tree/open/file", "f");
+    scratch.write("tree/open/locked/file", "f");
+    scratch.setMode("tree/open/locked", 0555);
+    scratch.setMode("tree/open", 0777);
+    scratch.setMode("tree", 0777);
     scratch.makeFolder("tree/sub/mounted");
     const auto before = snapshot(tree);
     const std::string answer = with(volume, "tmpfs", "mode=0777", [&] {
@@ -305,11 +308,13 @@ TEST_F(LinuxMounts, RefuseBeforehandToBeMovedIntoWhatCouldNotBeRemoved)
         text += moveIt(tree / "open", volume / "open") + "\n";
         close(held);
         becomeOrdinaryUser();
+        text += moveIt(tree / "open", volume / "open") + "\n";
         text += moveIt(tree / "a/file", volume / "file") + "\n";
         return text + (fs::is_empty(volume) ? "" : "something is left");
     });
     EXPECT_EQ(answer, "could not move " + (tree / "sub/mounted").native() + ": Device or resource busy\n" +
                           "could not move " + (tree / "open/file").native() + ": the file is open for writing\n" +
+                          "could not move " + (tree / "open/locked").native() + ": Permission denied\n" +
                           "could not move " + (tree / "a/file").native() + ": Permission denied\n");
     EXPECT_EQ(snapshot(tree), before);
 }

@@ -2,10 +2,19 @@
 
 #include <algorithm>
 #include <memory>
-#include <string_view>
 #include <utility>
 
 namespace platform::posix {
+
+namespace {
+
+// Without measuring the name, of which there may be millions.
+bool isDots(const char* name)
+{
+    return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
+}
+
+} // namespace
 
 void DirectoryReader::start(int folder, Names names)
 {
@@ -28,8 +37,7 @@ const DirectoryEntry* DirectoryReader::next()
             continue;
         }
         entry_ = entryAt(buffer_.get() + position_);
-        const std::string_view name(entry_.name);
-        if (name != "." && name != "..") {
+        if (!isDots(entry_.name)) {
             return &entry_;
         }
     }

@@ -83,7 +83,7 @@ std::vector<Fault> faultsOf(CallName call)
 }
 
 struct Trial {
-    std::string text;
+    std::string text{};
     FaultPlan plan;
     bool mustSucceed = false;
     bool mayLeave = false; // a work item, which it can't remove

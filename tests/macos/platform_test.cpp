@@ -27,8 +27,8 @@ namespace {
 
 using folidex::test::ScratchFolder;
 using platform::Outcome;
-using platform::posix::copyTree;
 using platform::posix::CopyRecord;
+using platform::posix::copyTree;
 using platform::posix::Descriptor;
 using platform::posix::openAt;
 

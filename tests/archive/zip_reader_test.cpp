@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <filesystem>
 #include <map>
+#include <ostream>
 #include <span>
 #include <string>
 
@@ -37,6 +38,8 @@ Contents contentsOf(const std::string& path, const std::string& password)
 }
 
 struct Sample {
+    friend std::ostream& operator<<(std::ostream& stream, const Sample& sample) { return stream << sample.name; }
+
     const char* name;
     const char* password;
 };

@@ -409,10 +409,16 @@ class Plugin(ScratchCase):
         super().setUp()
         self.write("in/a.txt", b"text\n")
         self.write("home/Desktop/.keep")
+        # What is mounted may hide the build folder.
+        self.build = self.path("build")
+        shutil.copytree(os.path.dirname(SCRIPT), self.build)
+        for file in (HOST, PLUGIN, *Path(HOST).parent.glob("libFMWrapper.*")):
+            (shutil.copytree if os.path.isdir(file) else shutil.copy)(file, self.build / os.path.basename(file))
 
     def calculate(self, calculations, prefix="", **options):
         words = [word for text in calculations for word in ("-e", text.replace("@", self.base))]
-        command = ["sh", "-c", prefix + ' "$@"', "sh", HOST, "--plugin", PLUGIN, *words]
+        host, plugin = (self.build / os.path.basename(file) for file in (HOST, PLUGIN))
+        command = ["sh", "-c", prefix + ' "$@"', "sh", host, "--plugin", plugin, *words]
         done = subprocess.run(command, capture_output=True, text=True, check=False, timeout=600, **options)
         self.assertEqual((done.returncode, done.stderr), (0, ""), command)
         return done.stdout.split("\n")[:-1]
@@ -442,10 +448,10 @@ class Plugin(ScratchCase):
     @unittest.skipUnless(LOCAL, "not with a sanitizer, and on Linux only")
     @surroundings.case_needs("mounts")
     def test_what_runs_is_nobody_elses(self):
-        shipped, package = os.path.dirname(SCRIPT), "/usr/libexec/folidex-server"
+        package = "/usr/libexec/folidex-server"
         private = "mount -t tmpfs home /root; mount -t tmpfs tmp /var/tmp; chmod 1777 /var/tmp;"
         # The package's folder is made anew each time, for the mount alone.
-        installed = f"{private} mount -t tmpfs libexec /usr/libexec; mkdir {package}; cp {shipped}/* {package};"
+        installed = f"{private} mount -t tmpfs libexec /usr/libexec; mkdir {package}; cp {self.build}/* {package};"
         noexec = private.replace("-t tmpfs", "-t tmpfs -o noexec")
         for mounts, expected in (
                 (installed, rf"{package}/ZipFuncs.sh"),

@@ -394,6 +394,7 @@ TEST_F(Intrusions, IntoAClaimAreSeen)
     plan.intrude = [&] {
         hasCome = scratch.exists("copies/last") && fs::is_empty(scratch / "copies/last");
         if (hasCome) {
+            fs::permissions(scratch / "copies/last", fs::perms::owner_all);
             scratch.write("copies/last", "theirs");
         }
     };

@@ -314,11 +314,17 @@ class WrongArchives(Reading):
                 damaged = bytearray(data)
                 damaged[at] ^= 1
                 self.expand(damaged, "password", DAMAGED)
-            for number in (1, 212, 239):  # of ZipCrypto's checks, 212 passes that of "text", 239 that of "link"
+            # Of ZipCrypto's checks, 212 passes that of "text", 239 that of "link", of AES' 111,379 that of "link".
+            for number in (1, 212, 239, 111_379):
                 self.expand(data, f"wrong {number}", WRONG_PASSWORD)
             with zipfile.ZipFile(whole := io.BytesIO(data), "a") as forged:
                 forged.writestr("forged", "x")
             self.expand(whole.getvalue(), "password", DAMAGED)
+        salt = 30 + len("text") + 11
+        for at, expect in ((salt, WRONG_PASSWORD), (salt + 16, DAMAGED), (salt + 18, DAMAGED)):  # salt, check, content
+            damaged = bytearray(SEEDS["small-aes256"])
+            damaged[at] ^= 1
+            self.expand(damaged, "password", expect)
         aes = field(0x9901, b"\2\0AE\3\0\0")
         for wrong in (dict(method=99, packed=bytes(27), extra=aes), dict(packed=bytes(11)), dict(flags=0),
                       dict(method=99, packed=bytes(28), extra=aes, local_extra=field(0x9901, b"\2\0AE\1\0\0"))):

@@ -15,7 +15,8 @@ TEST(ErrorModel, HasMessagesForAllCodes)
 {
     korb_Errors errors;
     EXPECT_EQ(errors.getError(), "Success");
-    for (const auto& [code, message] : {std::pair(0, "SUCCESS"), {-5, "Undefined Error."}, {-8028, "Undefined Error."}}) {
+    for (const auto& [code, message] :
+         {std::pair(0, "SUCCESS"), {-5, "Undefined Error."}, {-8028, "Undefined Error."}}) {
         errors.setError(code, 0, std::nullopt);
         EXPECT_EQ(errors.getError(), message);
         EXPECT_EQ(errors.getErrorNumber(), std::to_string(code));

@@ -92,7 +92,7 @@ SystemCopy::SystemCopy(bool) {}
 
 SystemCopy::~SystemCopy() = default;
 
-// There are no unnamed files. What an access list hands down is kept, as by the Finder.
+// What an access list hands down is kept, as by the Finder.
 Failure SystemCopy::copyFile(const OpenFile& source, const FileTarget& target, Descriptor& made)
 {
     if (target.name == nullptr) {
@@ -132,10 +132,16 @@ Failure SystemCopy::copySpecialMetadata(int sourceFolder, const char* sourceName
     return isDone ? Failure{} : Failure::ofTarget(errno);
 }
 
-// There is none.
+// There are no unnamed files.
+Descriptor makeUnnamed(int, int)
+{
+    errno = EOPNOTSUPP;
+    return {};
+}
+
 int linkUnnamed(int, int, const char*)
 {
-    return ENOTSUP;
+    return EOPNOTSUPP;
 }
 
 } // namespace platform::posix

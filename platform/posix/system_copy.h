@@ -49,7 +49,12 @@ private:
     std::unique_ptr<Memory> memory_;
 };
 
-// Gives an unnamed file its name; returns an errno value, EEXIST when the name is taken.
+// An empty file without a name (open(2), O_TMPFILE) in the open folder, mode 0600, for its descriptor's owner to write
+// or, with `flags` O_RDWR in place of O_WRONLY, to read too. Empty with errno where there can be none: EOPNOTSUPP,
+// EISDIR or EINVAL.
+Descriptor makeUnnamed(int folder, int flags);
+
+// Gives such a file its name; returns an errno value, EEXIST when the name is taken.
 int linkUnnamed(int file, int folder, const char* name);
 
 } // namespace platform::posix

@@ -95,7 +95,9 @@ public:
                               [this](std::size_t share) { discardEntry(descriptor(), std::to_string(share).c_str()); });
         } catch (const std::exception&) { // NOLINT(bugprone-empty-catch): it is removed all the same
         }
-        discardEntry(destination_, item_.name.c_str());
+        if (isNameOf(destination_, item_.name, descriptor())) { // else it was moved, and something else has the name
+            discardEntry(destination_, item_.name.c_str());
+        }
     }
     WorkFolder(const WorkFolder&) = delete;
     WorkFolder& operator=(const WorkFolder&) = delete;

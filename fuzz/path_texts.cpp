@@ -1,10 +1,13 @@
 // Paths as text beside a plain reading of them: absolute or not, and a list of components. File URIs there and back.
 //
-// Fields of an input: a path, a component.
+// An input is a path, a unit separator (0x1F), and a component.
 #include "fuzz/target.h"
 
 #include "platform/linux/desktop/uri.h"
 #include "platform/path_text.h"
+
+#include <algorithm>
+#include <vector>
 
 namespace {
 
@@ -93,7 +96,7 @@ void uris(std::string_view bytes)
 
 void fuzz::test(std::string_view input)
 {
-    const auto parts = fields(input, 2);
-    components(anyUnits(parts[0]), anyUnits(parts[1]));
-    uris(parts[0]);
+    const std::size_t end = std::min(input.find('\x1F'), input.size());
+    components(anyUnits(input.substr(0, end)), anyUnits(input.substr(std::min(end + 1, input.size()))));
+    uris(input.substr(0, end));
 }

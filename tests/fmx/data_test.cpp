@@ -71,22 +71,6 @@ TEST(DateTime, ComparesAndKnowsNow)
     EXPECT_EQ(textData("1/1/" + year.substr(2))->GetAsDate().GetYear(), a->GetYear());
 }
 
-TEST(Data, ReadsNumbersFromTexts)
-{
-    auto all = cases("numbers in texts");
-    const std::string digits(400, '8'); // as many as a number may have
-    all.push_back({digits, digits, "yes"});
-    all.push_back({"1" + digits, "0", "no"});
-    all.push_back({"0000" + digits, digits, "yes"});
-    all.push_back({"." + digits + "888", "." + digits.substr(1) + "9", "yes"});
-    for (const auto& c : all) {
-        const auto data = textData(c[0], Data::kDTNumber);
-        EXPECT_EQ(shown(data->GetAsNumber()), c[1]) << c[0];
-        EXPECT_EQ(data->IsValid(), c[2] == "yes") << c[0];
-        EXPECT_EQ(data->GetAsBoolean(), c[1] != "0");
-    }
-}
-
 TEST(Data, ReadsDatesAndTimesFromTexts)
 {
     const auto read = [](const std::string& from, Data::DataType type) {

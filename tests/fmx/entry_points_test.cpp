@@ -7,7 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstddef>
 #include <memory>
 #include <new>
 #include <tuple>

@@ -1,13 +1,10 @@
 // Paths as text beside a plain reading of them: absolute or not, and a list of components. File URIs there and back.
 //
-// An input is a path, a unit separator (0x1F), and a component.
+// Fields of an input: a path, a component.
 #include "fuzz/target.h"
 
 #include "platform/linux/desktop/uri.h"
 #include "platform/path_text.h"
-
-#include <algorithm>
-#include <vector>
 
 namespace {
 
@@ -96,7 +93,7 @@ void uris(std::string_view bytes)
 
 void fuzz::test(std::string_view input)
 {
-    const std::size_t end = std::min(input.find('\x1F'), input.size());
-    components(anyUnits(input.substr(0, end)), anyUnits(input.substr(std::min(end + 1, input.size()))));
-    uris(input.substr(0, end));
+    const auto parts = fields(input, 2);
+    components(anyUnits(parts[0]), anyUnits(parts[1]));
+    uris(parts[0]);
 }

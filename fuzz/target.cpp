@@ -4,6 +4,7 @@
 #include <unicode/ustring.h>
 #include <unicode/utf8.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -14,6 +15,19 @@ void fail(const char* property, const char* file, int line)
 {
     std::fprintf(stderr, "%s:%d: doesn't hold: %s\n", file, line, property);
     std::abort();
+}
+
+std::vector<std::string_view> fields(std::string_view input, std::size_t count)
+{
+    constexpr char separator = '\x1F';
+    std::vector<std::string_view> parts;
+    for (std::size_t start = 0; start <= input.size();) {
+        const std::size_t end = std::min(input.find(separator, start), input.size());
+        parts.push_back(input.substr(start, end - start));
+        start = end + 1;
+    }
+    parts.resize(std::max(count, parts.size()));
+    return parts;
 }
 
 std::u16string anyUnits(std::string_view bytes)

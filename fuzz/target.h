@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace fuzz {
 
@@ -12,6 +13,9 @@ namespace fuzz {
 void test(std::string_view input);
 
 [[noreturn]] void fail(const char* property, const char* file, int line);
+
+// The parts of an input between unit separators (0x1F), at least `count`: what is missing is empty.
+std::vector<std::string_view> fields(std::string_view input, std::size_t count);
 
 // UTF-16 for inputs: bytes that aren't UTF-8 become lone surrogates, of both kinds, so that any text can come.
 std::u16string anyUnits(std::string_view bytes);

@@ -32,15 +32,4 @@ NSString* pathFrom(PathView path)
     return fileSystemRepresentation(path) ? stringFrom(path) : nil;
 }
 
-Outcome failureFrom(NSError* error, NSString* fallback)
-{
-    NSString* description = error == nil ? fallback : [error localizedDescription];
-    return Outcome::failure(shortened(utf8Of(description)));
-}
-
-Outcome noSuchItem()
-{
-    return Outcome::failure("The file doesn't exist.");
-}
-
 } // namespace platform::macos

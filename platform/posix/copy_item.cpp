@@ -52,7 +52,7 @@ Failure ItemCopier::open(int folder, const char* name, OpenFile& file) const
 
 Failure ItemCopier::copyFile(const OpenFile& source, const FileTarget& target, Descriptor& made)
 {
-    Failure failure = system_.copyFile(source, target, made);
+    Failure failure = makeCopy(source, target, made);
     return !failure && flushesEach_ ? Failure::ofTarget(flushFile(made.get())) : std::move(failure);
 }
 
@@ -68,12 +68,12 @@ Failure ItemCopier::copySpecial(int sourceFolder, const char* sourceName, int ta
     Failure failure = S_ISLNK(status.st_mode) ? copyLink(sourceFolder, sourceName, targetFolder, targetName)
                                               : makeSpecial(targetFolder, targetName, status);
     return failure ? std::move(failure)
-                   : system_.copySpecialMetadata(sourceFolder, sourceName, targetFolder, targetName, status);
+                   : copySpecialMetadata(sourceFolder, sourceName, targetFolder, targetName, status);
 }
 
 Failure ItemCopier::finishFolder(int source, const struct stat& status, int target) const
 {
-    Failure failure = system_.copyMetadata(source, status, target);
+    Failure failure = copyMetadata(source, status, target);
     return !failure && flushesEach_ ? Failure::ofTarget(flushFolder(target)) : std::move(failure);
 }
 

@@ -308,12 +308,18 @@ TEST_F(LinuxMounts, RefuseBeforehandToBeMovedIntoWhatCouldNotBeRemoved)
         text += moveIt(tree / "open", volume / "open") + "\n";
         close(held);
         becomeOrdinaryUser();
-        text += moveIt(tree / "open", volume / "open") + "\n";
-        text += moveIt(tree / "a/file", volume / "file") + "\n";
-        return text + (fs::is_empty(volume) ? "" : "something is left");
+        for (const char* name : {"open", "open/locked"}) {
+            text += moveIt(tree / name, volume / "moved") + "\n";
+        }
+        fs::create_directory(volume / "old");
+        text += platform::moveItem(utf16(tree / "a/file"), utf16(volume / "old"), platform::Existing::replaced)
+                    .description() +
+                "\n";
+        return text + (fs::remove(volume / "old") && fs::is_empty(volume) ? "" : "something else is left");
     });
     EXPECT_EQ(answer, "could not move " + (tree / "sub/mounted").native() + ": Device or resource busy\n" +
                           "could not move " + (tree / "open/file").native() + ": the file is open for writing\n" +
+                          "could not move " + (tree / "open/locked").native() + ": Permission denied\n" +
                           "could not move " + (tree / "open/locked").native() + ": Permission denied\n" +
                           "could not move " + (tree / "a/file").native() + ": Permission denied\n");
     EXPECT_EQ(snapshot(tree), before);

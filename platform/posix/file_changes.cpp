@@ -59,16 +59,20 @@ struct Transfer {
     }
 };
 
-// Whether a move's source could be removed, as far as that can be seen.
-int errorOfRemoving(const Location& source)
+// Whether the source of a copy could be read and that of a move removed, as far as that can be seen: asked before
+// anything goes for it, or comes of it.
+int errorOfTaking(const Transfer& transfer)
 {
-    struct stat folder {};
-    if (const int error = posix::errorOfRemovingFrom(source.folder.get())) {
+    const int folder = transfer.source.folder.get();
+    const char* name = transfer.source.path.name.c_str();
+    if (!transfer.isMove) {
+        return S_ISREG(transfer.status.st_mode) && faccessat(folder, name, R_OK, AT_EACCESS) != 0 ? errno : 0;
+    }
+    struct stat around {};
+    if (const int error = posix::errorOfRemovingFrom(folder)) {
         return error;
     }
-    return fstat(source.folder.get(), &folder) == 0
-               ? posix::errorOfRemovingEntry(source.folder.get(), folder, source.path.name.c_str())
-               : errno;
+    return fstat(folder, &around) == 0 ? posix::errorOfRemovingEntry(folder, around, name) : errno;
 }
 
 // What is refused before anything is touched. Into itself: rename(2) returns EINVAL or, from another mount of the same
@@ -98,7 +102,7 @@ Failure requirePossible(Transfer& transfer)
     if (target.path.endsInSlash && !S_ISDIR(mode)) {
         return Failure::ofTarget(ENOTDIR);
     }
-    if (const int error = transfer.isMove && isTaken ? errorOfRemoving(source) : 0) {
+    if (const int error = isTaken ? errorOfTaking(transfer) : 0) {
         return Failure::ofSource(error);
     }
     const bool isIntoItself =
@@ -151,7 +155,7 @@ Outcome moveByCopying(const Transfer& transfer)
     const int folder = source.folder.get();
     const char* name = source.path.name.c_str();
     StagedCopy copy(source, transfer.target, {.isMove = true, .isDurable = true});
-    Outcome outcome = transfer.failed(Failure::ofSource(errorOfRemoving(source)));
+    Outcome outcome = transfer.failed(Failure::ofSource(errorOfTaking(transfer)));
     if (outcome.ok()) {
         outcome = copy.build();
     }

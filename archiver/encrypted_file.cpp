@@ -16,7 +16,7 @@
 
 namespace archiver {
 
-using platform::crypto::AesCounter;
+using platform::crypto::Aes;
 using platform::crypto::equalInConstantTime;
 using platform::crypto::Hash;
 using platform::crypto::Hmac;
@@ -115,7 +115,7 @@ private:
     std::future<void> pending_; // the last member: its end waits for the thread
 };
 
-AesCounter cipherOf(const MasterKey& master)
+Aes cipherOf(const MasterKey& master)
 {
     // No two files have one key, so all may begin alike.
     constexpr std::array<std::byte, platform::crypto::aesBlockSize> firstCounter{};
@@ -154,7 +154,7 @@ private:
 Digest encryptContent(const SourceFile& source, const MasterKey& master, Head& head, ResultFile& result)
 {
     Blocks blocks(source, 0, source.size());
-    AesCounter cipher = cipherOf(master);
+    Aes cipher = cipherOf(master);
     Authentication authentication(master, head, source.size());
     for (std::span<std::byte> block = blocks.next(); !block.empty(); block = blocks.next()) {
         cipher.apply(block);
@@ -167,7 +167,7 @@ Digest encryptContent(const SourceFile& source, const MasterKey& master, Head& h
 Digest decryptContent(const SourceFile& source, const MasterKey& master, Head& head, ResultFile& result)
 {
     Blocks blocks(source, headSize, source.size() - macSize);
-    AesCounter cipher = cipherOf(master);
+    Aes cipher = cipherOf(master);
     Authentication authentication(master, head, source.size());
     std::span<std::byte> block = blocks.next();
     authentication.update(block);

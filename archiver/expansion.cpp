@@ -336,7 +336,6 @@ void expandInto(const Destination& destination, const Job& job, const ZipArchive
     flushTree(work.descriptor());
     throwIfInterrupted();
 
-    const Uninterruptible seenThrough;
     try {
         placement.carryOut(work.descriptor());
     } catch (...) {
@@ -355,7 +354,6 @@ void expand(const Job& job)
     const ZipArchive archive(source);
     requireCiphers(archive, job.password);
     const mode_t mask = callersMask();
-    umask(0);
     constexpr int attempts = 3;
     for (int attempt = 0; attempt < attempts; ++attempt) {
         try {

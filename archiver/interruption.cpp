@@ -9,7 +9,6 @@ namespace archiver {
 namespace {
 
 std::atomic<int> noted{0}; // the first signal that arrived
-std::atomic<int> sections{0};
 
 void note(int signal)
 {
@@ -41,19 +40,9 @@ void noteInterruptions()
 void throwIfInterrupted()
 {
     const int signal = noted.load(std::memory_order_relaxed);
-    if (signal != 0 && sections.load() == 0) {
+    if (signal != 0) {
         throw Interrupted{signal};
     }
-}
-
-Uninterruptible::Uninterruptible()
-{
-    sections.fetch_add(1);
-}
-
-Uninterruptible::~Uninterruptible()
-{
-    sections.fetch_sub(1);
 }
 
 } // namespace archiver

@@ -12,17 +12,8 @@ struct Interrupted {
 // Has the signals noted from now on, but for those that the process ignores already (nohup(1)).
 void noteInterruptions();
 
-// To be called in every loop that may take longer than a moment: per block, per entry. On any thread; several may
-// throw.
+// To be called in every loop that may take longer than a moment: per block, per entry. Not once something has begun to
+// be put into place, for that is seen through. On any thread; several may throw.
 void throwIfInterrupted();
-
-// While one is alive no thread is interrupted: what has begun to be put into place is seen through.
-class Uninterruptible {
-public:
-    Uninterruptible();
-    ~Uninterruptible();
-    Uninterruptible(const Uninterruptible&) = delete;
-    Uninterruptible& operator=(const Uninterruptible&) = delete;
-};
 
 } // namespace archiver

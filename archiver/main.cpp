@@ -17,10 +17,8 @@
 #include "archiver/failure.h"
 #include "archiver/interruption.h"
 #include "archiver/protocol.h"
-#include "archiver/result_file.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -60,7 +58,6 @@ void settle()
     // What the calls' errors say: EFBIG, EPIPE.
     std::signal(SIGXFSZ, SIG_IGN);
     std::signal(SIGPIPE, SIG_IGN);
-    callersMask();
     noteInterruptions();
 }
 

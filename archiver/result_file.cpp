@@ -8,6 +8,7 @@
 #include "archiver/interruption.h"
 #include "archiver/leftovers.h"
 #include "platform/posix/access_lists.h"
+#include "platform/posix/copy_item.h"
 #include "platform/posix/flush.h"
 #include "platform/posix/identity.h"
 #include "platform/posix/names.h"
@@ -27,6 +28,7 @@ namespace archiver {
 using platform::posix::asPlace;
 using platform::posix::Descriptor;
 using platform::posix::Identity;
+using platform::posix::linkUnnamed;
 using platform::posix::openAt;
 using platform::posix::retried;
 
@@ -75,7 +77,7 @@ int writeAll(int file, std::span<const std::byte> bytes, std::uint64_t offset)
 
 mode_t callersMask()
 {
-    static const mode_t mask = umask(S_IRWXG | S_IRWXO);
+    static const mode_t mask = umask(0);
     return mask;
 }
 
@@ -129,35 +131,25 @@ ResultFile::~ResultFile()
     }
 }
 
-// An unnamed file where it can get its name later, for which Linux has to have a /proc.
 void ResultFile::make()
 {
-#ifdef O_TMPFILE
-    if (access("/proc/self/fd", X_OK) == 0) {
-        item_.open = openAt(folder(), ".", O_TMPFILE | O_RDWR, S_IRUSR | S_IWUSR);
-        if (item_.open) {
-            platform::posix::dropAccessLists(item_.open.get());
-            return;
-        }
+    item_.open = platform::posix::makeUnnamed(folder(), O_RDWR);
+    if (item_.open) {
+        platform::posix::dropAccessLists(item_.open.get());
+    } else {
+        item_ = makeWorkFile(folder());
     }
-#endif
-    item_ = makeWorkFile(folder());
-}
-
-bool ResultFile::link(const std::string& as) const
-{
-    const std::string path = "/proc/self/fd/" + std::to_string(item_.open.get());
-    return linkat(AT_FDCWD, path.c_str(), folder(), as.c_str(), AT_SYMLINK_FOLLOW) == 0;
 }
 
 void ResultFile::giveName()
 {
     if (item_.name.empty()) {
-        if (link(name_)) {
+        const int error = linkUnnamed(descriptor(), folder(), name_.c_str());
+        if (error == 0) {
             return;
         }
         std::string hidden = workName();
-        if (errno == EEXIST && lockWorkItem(item_.open.get()) && link(hidden)) {
+        if (error == EEXIST && lockWorkItem(descriptor()) && linkUnnamed(descriptor(), folder(), hidden.c_str()) == 0) {
             item_.name = std::move(hidden);
         } else {
             copyIntoNamed();
@@ -249,7 +241,6 @@ void ResultFile::publish(const Privacy& privacy)
     flush(descriptor());
     throwIfInterrupted();
 
-    const Uninterruptible seenThrough;
     giveName();
     const int error = platform::posix::flushEntries(folder(), descriptor());
     if (error != 0) {

@@ -18,8 +18,8 @@
 
 namespace archiver {
 
-// The umask of whoever started this process. The first call, which has to come before any file is made and any thread
-// starts, gives the process one that lets nobody else in.
+// The umask of whoever started this process. The first call, which has to come before any thread starts, takes it away:
+// from then on what is made has the mode that it is made with.
 mode_t callersMask();
 
 // Writes all of it. Returns an errno value, 0 for success.
@@ -73,7 +73,6 @@ private:
     void make();
     void narrowToReplaced(Privacy& privacy) const;
     void giveName();
-    bool link(const std::string& as) const;
     void copyIntoNamed();
     void takeBack();
 

@@ -2,6 +2,7 @@
 #include "archiver/workers.h"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <exception>
 #include <fstream>
@@ -23,21 +24,11 @@ namespace {
 #ifdef __linux__
 unsigned allowedProcessors()
 {
-    // The kernel refuses a set that is smaller than its own (sched_setaffinity(2)).
-    for (std::size_t count = CPU_SETSIZE; count <= 1 << 20; count *= 2) {
-        const std::size_t size = CPU_ALLOC_SIZE(count);
-        cpu_set_t* const set = CPU_ALLOC(count);
-        if (set == nullptr) {
-            break;
-        }
-        const bool isKnown = sched_getaffinity(0, size, set) == 0;
-        const int allowed = isKnown ? CPU_COUNT_S(size, set) : 0;
-        CPU_FREE(set);
-        if (isKnown) {
-            return static_cast<unsigned>(allowed);
-        }
-    }
-    return std::thread::hardware_concurrency();
+    // The kernel refuses a set that is smaller than its own, which is for 8,192 processors at most.
+    std::array<cpu_set_t, 8192 / CPU_SETSIZE> set{};
+    return sched_getaffinity(0, sizeof set, set.data()) == 0
+               ? static_cast<unsigned>(CPU_COUNT_S(sizeof set, set.data()))
+               : std::thread::hardware_concurrency();
 }
 
 // Processors that a control group's quota amounts to, rounded up; 0 when it has none.

@@ -66,7 +66,7 @@ std::size_t WinZipAes::apply(std::span<std::byte> content)
         for (std::size_t at = 0; at < fresh.size(); at += platform::crypto::aesBlockSize, ++counter_) {
             zip::put(fresh, at, counter_);
         }
-        cipher_.encrypt(fresh);
+        cipher_.apply(fresh);
     }
     const std::size_t size = std::min(content.size(), stream_.size() - used_);
     for (std::size_t i = 0; i < size; ++i) {

@@ -45,7 +45,7 @@ private:
     explicit WinZipAes(const Keys& keys);
     std::size_t apply(std::span<std::byte> content);
 
-    platform::crypto::AesBlocks cipher_;
+    platform::crypto::Aes cipher_;
     platform::crypto::Hmac hmac_;
     std::array<std::byte, checkSize> check_{};
     std::uint64_t counter_ = 1;

@@ -44,31 +44,20 @@ void deriveKey(Hash hash, std::string_view password, std::span<const std::byte> 
 
 inline constexpr std::size_t aesBlockSize = 16;
 
-// AES, block by block (ECB): for modes of one's own. `key`: 16, 24 or 32 bytes.
-class AesBlocks {
+// AES. `key`: 16, 24 or 32 bytes.
+class Aes {
 public:
-    explicit AesBlocks(std::span<const std::byte> key);
-    ~AesBlocks();
-    AesBlocks(AesBlocks&&) noexcept;
-    AesBlocks& operator=(AesBlocks&&) noexcept;
+    // Block by block (ECB): for modes of one's own.
+    explicit Aes(std::span<const std::byte> key);
 
-    // In place; a whole number of blocks.
-    void encrypt(std::span<std::byte> blocks);
+    // In counter mode, the counter one big-endian number of 128 bits (NIST SP 800-38A, 6.5).
+    Aes(std::span<const std::byte> key, std::span<const std::byte, aesBlockSize> firstCounter);
 
-private:
-    struct State;
-    std::unique_ptr<State> state_;
-};
+    ~Aes();
+    Aes(Aes&&) noexcept;
+    Aes& operator=(Aes&&) noexcept;
 
-// AES in counter mode, the counter one big-endian number of 128 bits (NIST SP 800-38A, 6.5). Encrypts and decrypts.
-class AesCounter {
-public:
-    AesCounter(std::span<const std::byte> key, std::span<const std::byte, aesBlockSize> firstCounter);
-    ~AesCounter();
-    AesCounter(AesCounter&&) noexcept;
-    AesCounter& operator=(AesCounter&&) noexcept;
-
-    // In place, piece by piece in order.
+    // Encrypts in place, piece by piece in order; in counter mode decrypts, too. Block by block: whole blocks only.
     void apply(std::span<std::byte> bytes);
 
 private:

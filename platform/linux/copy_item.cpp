@@ -19,18 +19,13 @@ using linux_os::ownDescriptors;
 
 namespace {
 
-// An unnamed file gets its name by way of /proc, without which it would be of no use.
+constexpr mode_t ownerOnly = S_IRUSR | S_IWUSR;
+
 Descriptor make(const FileTarget& target)
 {
-    constexpr mode_t ownerOnly = S_IRUSR | S_IWUSR;
-    if (target.name != nullptr) {
-        return openAt(target.folder, target.name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, ownerOnly);
-    }
-    if (access(ownDescriptors, X_OK) != 0) {
-        errno = EOPNOTSUPP;
-        return {};
-    }
-    return openAt(target.folder, ".", O_TMPFILE | O_WRONLY, ownerOnly);
+    constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW;
+    return target.name != nullptr ? openAt(target.folder, target.name, flags, ownerOnly)
+                                  : makeUnnamed(target.folder, O_WRONLY);
 }
 
 } // namespace
@@ -91,6 +86,16 @@ Failure ItemCopier::copySpecialMetadata(int sourceFolder, const char* sourceName
                ? keepMetadata(MetadataHolder(sourceFolder, sourceName), MetadataHolder(targetFolder, targetName),
                               status, made, isMove_)
                : Failure::ofTarget(errno);
+}
+
+// By way of /proc it gets its name, without which it would be of no use.
+Descriptor makeUnnamed(int folder, int flags)
+{
+    if (access(ownDescriptors, X_OK) != 0) {
+        errno = EOPNOTSUPP;
+        return {};
+    }
+    return openAt(folder, ".", O_TMPFILE | flags, ownerOnly);
 }
 
 int linkUnnamed(int file, int folder, const char* name)

@@ -230,67 +230,34 @@ private:
     static inline std::atomic<std::size_t> used{0};
 };
 
+// Of both modes, by the sizes of keys.
+struct Ciphers {
+    std::array<const EVP_CIPHER*, 3> blocks;
+    std::array<const EVP_CIPHER*, 3> counter;
+};
+
 // Looked up once: a look-up takes longer than the encryption of a small file. No configuration file is read.
-const EVP_CIPHER* cipher(const char* name)
+const Ciphers& ciphers()
 {
-    static const bool isReady =
-        CRYPTO_set_mem_functions(&Memory::allocate, &Memory::reallocate, &Memory::release) == 1 &&
-        OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG, nullptr) == 1 && OSSL_LIB_CTX_get0_global_default() != nullptr;
-    require(isReady);
-    const EVP_CIPHER* const found = EVP_CIPHER_fetch(nullptr, name, nullptr);
-    require(found != nullptr);
+    const auto fetch = [](const char* name) {
+        const EVP_CIPHER* const found = EVP_CIPHER_fetch(nullptr, name, nullptr);
+        require(found != nullptr);
+        return found;
+    };
+    static const Ciphers found = [&] {
+        require(CRYPTO_set_mem_functions(&Memory::allocate, &Memory::reallocate, &Memory::release) == 1 &&
+                OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG, nullptr) == 1 &&
+                OSSL_LIB_CTX_get0_global_default() != nullptr);
+        return Ciphers{{fetch("AES-128-ECB"), fetch("AES-192-ECB"), fetch("AES-256-ECB")},
+                       {fetch("AES-128-CTR"), fetch("AES-192-CTR"), fetch("AES-256-CTR")}};
+    }();
     return found;
 }
 
-const EVP_CIPHER* blockCipher(std::size_t keySize)
+const unsigned char* octets(const std::byte* bytes)
 {
-    static const EVP_CIPHER* const aes128 = cipher("AES-128-ECB");
-    static const EVP_CIPHER* const aes192 = cipher("AES-192-ECB");
-    static const EVP_CIPHER* const aes256 = cipher("AES-256-ECB");
-    return keySize == 16 ? aes128 : keySize == 24 ? aes192 : aes256;
+    return reinterpret_cast<const unsigned char*>(bytes);
 }
-
-const EVP_CIPHER* counterCipher(std::size_t keySize)
-{
-    static const EVP_CIPHER* const aes128 = cipher("AES-128-CTR");
-    static const EVP_CIPHER* const aes192 = cipher("AES-192-CTR");
-    static const EVP_CIPHER* const aes256 = cipher("AES-256-CTR");
-    return keySize == 16 ? aes128 : keySize == 24 ? aes192 : aes256;
-}
-
-unsigned char* octets(std::span<std::byte> bytes)
-{
-    return reinterpret_cast<unsigned char*>(bytes.data());
-}
-
-// libcrypto wipes the context's keys when it is freed.
-class CipherContext {
-public:
-    CipherContext(const EVP_CIPHER* cipher, std::span<const std::byte> key, const std::byte* firstCounter)
-        : context_(EVP_CIPHER_CTX_new(), &EVP_CIPHER_CTX_free)
-    {
-        require(context_ && key.size() == static_cast<std::size_t>(EVP_CIPHER_get_key_length(cipher)) &&
-                EVP_EncryptInit_ex2(context_.get(), cipher, reinterpret_cast<const unsigned char*>(key.data()),
-                                    reinterpret_cast<const unsigned char*>(firstCounter), nullptr) == 1 &&
-                EVP_CIPHER_CTX_set_padding(context_.get(), 0) == 1);
-    }
-
-    void apply(std::span<std::byte> bytes)
-    {
-        constexpr std::size_t most = 1 << 30; // of what an int counts, whole blocks
-        while (!bytes.empty()) {
-            const std::span piece = bytes.first(std::min(bytes.size(), most));
-            int written = 0;
-            require(EVP_EncryptUpdate(context_.get(), octets(piece), &written, octets(piece),
-                                      static_cast<int>(piece.size())) == 1 &&
-                    static_cast<std::size_t>(written) == piece.size());
-            bytes = bytes.subspan(piece.size());
-        }
-    }
-
-private:
-    std::unique_ptr<EVP_CIPHER_CTX, decltype(&EVP_CIPHER_CTX_free)> context_;
-};
 
 } // namespace
 
@@ -345,38 +312,40 @@ void deriveKey(Hash hash, std::string_view password, std::span<const std::byte> 
     }
 }
 
-struct AesBlocks::State {
-    CipherContext context;
+// libcrypto wipes the context's keys when it is freed.
+struct Aes::State {
+    std::unique_ptr<EVP_CIPHER_CTX, decltype(&EVP_CIPHER_CTX_free)> context{EVP_CIPHER_CTX_new(), &EVP_CIPHER_CTX_free};
+
+    State(const std::array<const EVP_CIPHER*, 3>& ciphers, std::span<const std::byte> key,
+          const std::byte* firstCounter)
+    {
+        const EVP_CIPHER* const cipher = ciphers.at(key.size() / 8 - 2);
+        require(context && key.size() == static_cast<std::size_t>(EVP_CIPHER_get_key_length(cipher)) &&
+                EVP_EncryptInit_ex2(context.get(), cipher, octets(key.data()), octets(firstCounter), nullptr) == 1 &&
+                EVP_CIPHER_CTX_set_padding(context.get(), 0) == 1);
+    }
 };
 
-AesBlocks::AesBlocks(std::span<const std::byte> key)
-    : state_(std::make_unique<State>(State{CipherContext(blockCipher(key.size()), key, nullptr)}))
+Aes::Aes(std::span<const std::byte> key) : state_(std::make_unique<State>(ciphers().blocks, key, nullptr)) {}
+Aes::Aes(std::span<const std::byte> key, std::span<const std::byte, aesBlockSize> firstCounter)
+    : state_(std::make_unique<State>(ciphers().counter, key, firstCounter.data()))
 {
 }
-AesBlocks::~AesBlocks() = default;
-AesBlocks::AesBlocks(AesBlocks&&) noexcept = default;
-AesBlocks& AesBlocks::operator=(AesBlocks&&) noexcept = default;
+Aes::~Aes() = default;
+Aes::Aes(Aes&&) noexcept = default;
+Aes& Aes::operator=(Aes&&) noexcept = default;
 
-void AesBlocks::encrypt(std::span<std::byte> blocks)
+void Aes::apply(std::span<std::byte> bytes)
 {
-    state_->context.apply(blocks);
-}
-
-struct AesCounter::State {
-    CipherContext context;
-};
-
-AesCounter::AesCounter(std::span<const std::byte> key, std::span<const std::byte, aesBlockSize> firstCounter)
-    : state_(std::make_unique<State>(State{CipherContext(counterCipher(key.size()), key, firstCounter.data())}))
-{
-}
-AesCounter::~AesCounter() = default;
-AesCounter::AesCounter(AesCounter&&) noexcept = default;
-AesCounter& AesCounter::operator=(AesCounter&&) noexcept = default;
-
-void AesCounter::apply(std::span<std::byte> bytes)
-{
-    state_->context.apply(bytes);
+    constexpr std::size_t most = 1 << 30; // of what an int counts, whole blocks
+    while (!bytes.empty()) {
+        const std::span piece = bytes.first(std::min(bytes.size(), most));
+        auto* const octets = reinterpret_cast<unsigned char*>(piece.data());
+        const int size = static_cast<int>(piece.size());
+        int written = 0;
+        require(EVP_EncryptUpdate(state_->context.get(), octets, &written, octets, size) == 1 && written == size);
+        bytes = bytes.subspan(piece.size());
+    }
 }
 
 bool equalInConstantTime(std::span<const std::byte> left, std::span<const std::byte> right)

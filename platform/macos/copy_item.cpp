@@ -95,7 +95,7 @@ ItemCopier::ItemCopier(const CopyOptions& options, bool flushesEach)
 
 ItemCopier::~ItemCopier() = default;
 
-// There are no unnamed files. What an access list hands down is kept, as by the Finder.
+// What an access list hands down is kept, as by the Finder.
 Failure ItemCopier::makeCopy(const OpenFile& source, const FileTarget& target, Descriptor& made)
 {
     if (target.name == nullptr) {
@@ -135,10 +135,16 @@ Failure ItemCopier::copySpecialMetadata(int sourceFolder, const char* sourceName
     return isDone ? Failure{} : Failure::ofTarget(errno);
 }
 
-// There is none.
+// There are no unnamed files.
+Descriptor makeUnnamed(int, int)
+{
+    errno = EOPNOTSUPP;
+    return {};
+}
+
 int linkUnnamed(int, int, const char*)
 {
-    return ENOTSUP;
+    return EOPNOTSUPP;
 }
 
 } // namespace platform::posix

@@ -32,30 +32,6 @@ std::size_t digestSize(Hash hash)
     return hash == Hash::sha1 ? sha1Size : sha256Size;
 }
 
-// CommonCrypto wipes the cryptor's keys when it is released.
-class Cryptor {
-public:
-    Cryptor(CCMode mode, std::span<const std::byte> key, const std::byte* firstCounter)
-    {
-        // The big-endian counter is the only one that it has.
-        const CCModeOptions options = mode == kCCModeCTR ? kCCModeOptionCTR_BE : 0;
-        require(CCCryptorCreateWithMode(kCCEncrypt, mode, kCCAlgorithmAES, ccNoPadding, firstCounter, key.data(),
-                                        key.size(), nullptr, 0, 0, options, &cryptor_));
-    }
-    ~Cryptor() { CCCryptorRelease(cryptor_); }
-    Cryptor(const Cryptor&) = delete;
-    Cryptor& operator=(const Cryptor&) = delete;
-
-    void apply(std::span<std::byte> bytes)
-    {
-        std::size_t written = 0;
-        require(CCCryptorUpdate(cryptor_, bytes.data(), bytes.size(), bytes.data(), bytes.size(), &written));
-    }
-
-private:
-    CCCryptorRef cryptor_ = nullptr;
-};
-
 } // namespace
 
 void random(std::span<std::byte> bytes)
@@ -103,35 +79,35 @@ void deriveKey(Hash hash, std::string_view password, std::span<const std::byte> 
                                  reinterpret_cast<std::uint8_t*>(key.data()), key.size()));
 }
 
-struct AesBlocks::State : Cryptor {
-    explicit State(std::span<const std::byte> key) : Cryptor(kCCModeECB, key, nullptr) {}
+// CommonCrypto wipes the cryptor's keys when it is released.
+struct Aes::State {
+    State(CCMode mode, std::span<const std::byte> key, const std::byte* firstCounter)
+    {
+        // The big-endian counter is the only one that it has.
+        const CCModeOptions options = mode == kCCModeCTR ? kCCModeOptionCTR_BE : 0;
+        require(CCCryptorCreateWithMode(kCCEncrypt, mode, kCCAlgorithmAES, ccNoPadding, firstCounter, key.data(),
+                                        key.size(), nullptr, 0, 0, options, &cryptor));
+    }
+    ~State() { CCCryptorRelease(cryptor); }
+    State(const State&) = delete;
+    State& operator=(const State&) = delete;
+
+    CCCryptorRef cryptor = nullptr;
 };
 
-AesBlocks::AesBlocks(std::span<const std::byte> key) : state_(std::make_unique<State>(key)) {}
-AesBlocks::~AesBlocks() = default;
-AesBlocks::AesBlocks(AesBlocks&&) noexcept = default;
-AesBlocks& AesBlocks::operator=(AesBlocks&&) noexcept = default;
-
-void AesBlocks::encrypt(std::span<std::byte> blocks)
-{
-    state_->apply(blocks);
-}
-
-struct AesCounter::State : Cryptor {
-    State(std::span<const std::byte> key, const std::byte* firstCounter) : Cryptor(kCCModeCTR, key, firstCounter) {}
-};
-
-AesCounter::AesCounter(std::span<const std::byte> key, std::span<const std::byte, aesBlockSize> firstCounter)
-    : state_(std::make_unique<State>(key, firstCounter.data()))
+Aes::Aes(std::span<const std::byte> key) : state_(std::make_unique<State>(kCCModeECB, key, nullptr)) {}
+Aes::Aes(std::span<const std::byte> key, std::span<const std::byte, aesBlockSize> firstCounter)
+    : state_(std::make_unique<State>(kCCModeCTR, key, firstCounter.data()))
 {
 }
-AesCounter::~AesCounter() = default;
-AesCounter::AesCounter(AesCounter&&) noexcept = default;
-AesCounter& AesCounter::operator=(AesCounter&&) noexcept = default;
+Aes::~Aes() = default;
+Aes::Aes(Aes&&) noexcept = default;
+Aes& Aes::operator=(Aes&&) noexcept = default;
 
-void AesCounter::apply(std::span<std::byte> bytes)
+void Aes::apply(std::span<std::byte> bytes)
 {
-    state_->apply(bytes);
+    std::size_t written = 0;
+    require(CCCryptorUpdate(state_->cryptor, bytes.data(), bytes.size(), bytes.data(), bytes.size(), &written));
 }
 
 bool equalInConstantTime(std::span<const std::byte> left, std::span<const std::byte> right)

@@ -43,9 +43,8 @@ public:
     Failure open(int folder, const char* name, OpenFile& file) const;
 
     // Makes the file with the source's content, holes as holes, owner where permitted, mode, times, flags, extended
-    // attributes and access lists. `made` becomes it; it stays empty where no such file can be made, with EOPNOTSUPP,
-    // EISDIR or EINVAL where the system has no files without a name. That the file can be closed with success is for
-    // the caller to see.
+    // attributes and access lists. `made` becomes it; it stays empty where no such file can be made. That the file can
+    // be closed with success is for the caller to see.
     Failure copyFile(const OpenFile& source, const FileTarget& target, Descriptor& made);
 
     // A link, FIFO or device into a folder that nobody else can change, for a mode can't be set everywhere without
@@ -69,7 +68,12 @@ private:
     std::unique_ptr<Memory> memory_;
 };
 
-// Gives an unnamed file its name; returns an errno value, EEXIST when the name is taken.
+// An empty file without a name (open(2), O_TMPFILE) in the open folder, mode 0600, for its descriptor's owner to write
+// or, with `flags` O_RDWR in place of O_WRONLY, to read too. Empty with errno where there can be none: EOPNOTSUPP,
+// EISDIR or EINVAL.
+Descriptor makeUnnamed(int folder, int flags);
+
+// Gives such a file its name; returns an errno value, EEXIST when the name is taken.
 int linkUnnamed(int file, int folder, const char* name);
 
 } // namespace platform::posix

@@ -1,4 +1,5 @@
-// Paths as text: POSIX paths in UTF-16, as FileMaker hands them over, with the rules of Cocoa's string path methods.
+// Paths as text: POSIX paths in UTF-16, as FileMaker hands them over, with the rules of Cocoa's string path methods
+// (NSString, stringByDeletingLastPathComponent and its like).
 // Nothing here touches the file system, but for standardized(), which looks up the home folder.
 #pragma once
 

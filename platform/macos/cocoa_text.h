@@ -25,9 +25,6 @@ Answer guarded(Answer fallback, Call&& call)
     }
 }
 
-// The string of these UTF-16 units; "" for no units.
-NSString* stringFrom(PathView units);
-
 PathText unitsOf(NSString* string);
 
 // UTF-8; "" for nil and for a string with a lone surrogate.

@@ -10,8 +10,12 @@
 #include "platform/crypto.h"
 
 #include <algorithm>
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <future>
+#include <span>
+#include <string_view>
 #include <vector>
 
 namespace archiver {
@@ -29,6 +33,7 @@ constexpr std::size_t macSize = platform::crypto::sha256Size;
 constexpr std::size_t blockSize = std::size_t{1} << 20U;
 
 using Digest = std::array<std::byte, macSize>;
+using MasterKey = std::array<std::byte, 32>; // what all keys of a file are made of
 
 // The start of a file, up to its content.
 class Head {
@@ -181,8 +186,17 @@ Digest decryptContent(const SourceFile& source, const MasterKey& master, Head& h
     return authentication.finish();
 }
 
+// Takes some tenths of a second.
+MasterKey deriveMasterKey(std::string_view password, std::span<const std::byte> salt)
+{
+    constexpr unsigned rounds = 600'000;
+    MasterKey master{};
+    platform::crypto::deriveKey(Hash::sha256, password, salt, rounds, master);
+    return master;
+}
+
 // The head of a file that this password opens, and its master key.
-MasterKey open(const SourceFile& source, std::string_view password, const Derivation& derive, Head& head)
+MasterKey open(const SourceFile& source, std::string_view password, Head& head)
 {
     if (source.size() < headSize + macSize) {
         fail(Exit::damaged, "no encrypted file of this kind, or cut");
@@ -194,7 +208,7 @@ MasterKey open(const SourceFile& source, std::string_view password, const Deriva
     if (!equals(head.checksum(), checksumOf(head))) {
         fail(Exit::damaged, "the file's head is damaged");
     }
-    const MasterKey master = derive(password, head.salt());
+    const MasterKey master = deriveMasterKey(password, head.salt());
     if (!equals(head.check(), checkFor(master))) {
         fail(Exit::wrongPassword, "wrong password");
     }
@@ -203,15 +217,7 @@ MasterKey open(const SourceFile& source, std::string_view password, const Deriva
 
 } // namespace
 
-MasterKey deriveMasterKey(std::string_view password, std::span<const std::byte> salt)
-{
-    constexpr unsigned rounds = 600'000;
-    MasterKey master{};
-    platform::crypto::deriveKey(Hash::sha256, password, salt, rounds, master);
-    return master;
-}
-
-void encryptFile(const Job& job, const Derivation& derive)
+void encryptFile(const Job& job)
 {
     const SourceFile source(job.sourceFolder + job.sourceName);
     ResultFile result(job.destinationFolder, job.destinationName, source.status());
@@ -221,7 +227,7 @@ void encryptFile(const Job& job, const Derivation& derive)
     Head head;
     put(bytesOf(magic), head.magic());
     platform::crypto::random(head.salt());
-    const MasterKey master = derive(job.password, head.salt());
+    const MasterKey master = deriveMasterKey(job.password, head.salt());
     put(checkFor(master), head.check());
     put(checksumOf(head), head.checksum());
 
@@ -230,7 +236,7 @@ void encryptFile(const Job& job, const Derivation& derive)
     result.publish(privacy);
 }
 
-void decryptFile(const Job& job, const Derivation& derive)
+void decryptFile(const Job& job)
 {
     const SourceFile source(job.sourceFolder + job.sourceName);
     ResultFile result(job.destinationFolder, job.destinationName, source.status());
@@ -238,7 +244,7 @@ void decryptFile(const Job& job, const Derivation& derive)
     privacy.narrowTo(source.descriptor(), source.status());
 
     Head head;
-    const MasterKey master = open(source, job.password, derive, head);
+    const MasterKey master = open(source, job.password, head);
     const Digest mac = decryptContent(source, master, head, result);
     Digest claimed{};
     source.read(source.size() - macSize, claimed);

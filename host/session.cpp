@@ -225,7 +225,7 @@ ExitStatus Lines::take(std::string line)
 ExitStatus Lines::finish()
 {
     const std::string calculation = std::exchange(calculation_, {});
-    return calculation.empty() ? ExitStatus::success : session_.run(calculation, name_, firstLine_);
+    return isBlank(toUtf16(calculation)) ? ExitStatus::success : session_.run(calculation, name_, firstLine_);
 }
 
 bool Lines::isCommand(std::string_view line, ExitStatus& status)

@@ -83,7 +83,7 @@ constexpr const char* nothingToDo =
     "fmxhost --help says how it is used.";
 
 // Calculations from lines: one goes on over the following lines while brackets, a text or a comment are open. Between
-// them blank lines and those that begin with "#" are left out.
+// them blank lines, comments and lines that begin with "#" are left out.
 class Lines {
 public:
     // `name`: of the file, for messages. `takesCommands`: "help", "list", "steps", "quit" are none of the calculations.

@@ -59,7 +59,8 @@ public:
     {
         Calculation calculation;
         if (current().kind == TokenKind::end) {
-            fail("There is nothing to calculate.");
+            calculation.expression = [](Scope&) { return Value(); };
+            return calculation;
         }
         if (current().kind == TokenKind::variable && tokens_[position_ + 1].is(u"=")) {
             calculation.assignedVariable = foldCase(take().text);

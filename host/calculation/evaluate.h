@@ -44,7 +44,8 @@ struct Calculation {
 };
 
 // Binding strength, strongest first: signs and "not"; ^; * /; + -; &; = ≠ < > ≤ ≥; and; or xor. Operators of one
-// strength go from left to right. "$name = …" as a whole calculation assigns; in parentheses it compares.
+// strength go from left to right. "$name = …" as a whole calculation assigns; in parentheses it compares. One of blanks
+// and comments alone is empty.
 //
 // Functions and options must outlive what is made of them.
 // Errors: CalculationError at the first place that is wrong, unknown names and wrong argument counts included: nothing

@@ -232,6 +232,15 @@ std::vector<Token> tokenize(std::u16string_view source)
     return Lexer(source).run();
 }
 
+bool isBlank(std::u16string_view source)
+{
+    try {
+        return tokenize(source).size() == 1;
+    } catch (const CalculationError&) {
+        return false;
+    }
+}
+
 Open openAtEnd(std::u16string_view source)
 {
     try {

@@ -59,6 +59,9 @@ struct Token {
 // Errors: CalculationError.
 std::vector<Token> tokenize(std::u16string_view source);
 
+// Whether there are only blanks and comments, all of them closed.
+bool isBlank(std::u16string_view source);
+
 // What is open where the source ends, so that the calculation goes on.
 enum class Open { nothing, bracketOrComment, text };
 Open openAtEnd(std::u16string_view source);

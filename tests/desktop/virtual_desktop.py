@@ -2,7 +2,7 @@
 
 Processes and files have name spaces of their own, and go with the process that was started there first.
 
-Needs Linux and the packages xvfb openbox xdotool xclip imagemagick dbus xdg-desktop-portal xdg-desktop-portal-gtk.
+Needs Linux and the packages xvfb openbox xdotool xclip dbus xdg-desktop-portal xdg-desktop-portal-gtk.
 """
 
 import os
@@ -14,9 +14,8 @@ import time
 sys.path.insert(0, str(pathlib.Path(__file__).parents[1]))
 from support import surroundings
 
-PORTAL = "/usr/libexec/xdg-desktop-portal"
-BACKEND = "/usr/libexec/xdg-desktop-portal-gtk"
-PROGRAMS = ["Xvfb", "openbox", "xdotool", "xclip", "import", "dbus-daemon", PORTAL, BACKEND]
+PROGRAMS = ["Xvfb", "openbox", "xdotool", "xclip", "dbus-daemon", "/usr/libexec/xdg-desktop-portal",
+            "/usr/libexec/xdg-desktop-portal-gtk"]
 
 
 def enter_own_space():
@@ -79,17 +78,6 @@ class VirtualDesktop:
             raise AssertionError(f"{command[0]} didn't start")
         return answer
 
-    @staticmethod
-    def process_ids(program):
-        done = subprocess.run(["pidof", program], capture_output=True, text=True, check=False)
-        return [int(word) for word in done.stdout.split()]
-
-    def signal_program(self, program, number):
-        pids = self.process_ids(program)
-        assert pids, f"{program} isn't running"
-        for pid in pids:
-            os.kill(pid, number)
-
     def xdotool(self, *arguments):
         """Its output; None when it fails."""
         result = subprocess.run(["xdotool", *arguments], env=self.environment, capture_output=True, text=True,
@@ -110,6 +98,3 @@ class VirtualDesktop:
         subprocess.run(["xclip", "-selection", "clipboard"], input=text.encode(), env=self.environment, check=True,
                        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, timeout=30)
         self.press("ctrl+v")
-
-    def screenshot(self, file):
-        subprocess.run(["import", "-window", "root", file], env=self.environment, check=True, timeout=60)

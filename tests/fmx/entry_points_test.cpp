@@ -73,44 +73,12 @@ struct EntryPoint {
     bool (*call)(Arguments&);
 };
 
-// All entry points but those that delete a value. That the program links says that the library has them.
-// clang-format off
-#define ENTRY(name) EntryPoint{#name, [](Arguments& arguments) { return answersZero(&fmx::FM_##name, arguments); }}
-#define QUAD(name) ENTRY(QuadChar_##name)
-#define LOCALE(name) ENTRY(Locale_##name)
-#define TEXT(name) ENTRY(Text_##name)
-#define NUMBER(name) ENTRY(FixPt_##name)
-#define TIME(name) ENTRY(DateTime_##name)
-#define DATA(name) ENTRY(Data_##name)
-#define VECT(name) ENTRY(DataVect_##name)
-#define ENV(name) ENTRY(ExprEnv_##name)
-#define COMPARISONS(OF) OF(operatorEQ), OF(operatorNE), OF(operatorLT), OF(operatorLE), OF(operatorGT), OF(operatorGE)
+// All that the headers declare but those that delete a value. That the program links says that the library has them.
+#define ENTRY(name) EntryPoint{#name, [](Arguments& arguments) { return answersZero(&fmx::name, arguments); }},
 const EntryPoint entryPoints[] = {
-    COMPARISONS(QUAD), QUAD(Constructor1), QUAD(Constructor2), QUAD(Constructor3), QUAD(operatorAS),
-    QUAD(operatorAR), QUAD(operatorCAR), QUAD(GetMacType), QUAD(SetMacType),
-    LOCALE(Constructor1), LOCALE(Constructor2), LOCALE(operatorAS),
-    COMPARISONS(TEXT), TEXT(Constructor1), TEXT(GetSize), TEXT(Assign), TEXT(AssignWithLength), TEXT(AssignWide),
-    TEXT(AssignWideWithLength), TEXT(AssignUnicode), TEXT(AssignUnicodeWithLength), TEXT(GetBytes),
-    TEXT(GetBytesEx), TEXT(GetUnicode), TEXT(SetText), TEXT(AppendText), TEXT(InsertText), TEXT(DeleteText),
-    TEXT(Find), TEXT(FindPrev), TEXT(FindIgnoringCase), TEXT(FindPrevIgnoringCase), TEXT(Uppercase),
-    TEXT(Lowercase),
-    COMPARISONS(NUMBER), NUMBER(Constructor1), NUMBER(Constructor2), NUMBER(AssignInt), NUMBER(AssignInt64),
-    NUMBER(AssignDouble), NUMBER(AssignFixPt), NUMBER(Increment), NUMBER(Increment64), NUMBER(Decrement),
-    NUMBER(Decrement64), NUMBER(Negate), NUMBER(GetPrecision), NUMBER(SetPrecision), NUMBER(Add), NUMBER(Subtract),
-    NUMBER(Multiply), NUMBER(Divide), NUMBER(AsBool), NUMBER(AsLong), NUMBER(AsLong64), NUMBER(AsFloat),
-    TIME(Constructor1), TIME(Now), TIME(SetNormalizedDate1), TIME(SetNormalizedTime1), TIME(GetYear),
-    TIME(GetMonth), TIME(GetDay), TIME(GetHour), TIME(GetMinute), TIME(GetSec), TIME(GetUSec),
-    TIME(GetDaysSinceEpoch), TIME(operatorEQ), TIME(operatorNE),
-    DATA(Constructor1), DATA(Clear), DATA(IsEmpty), DATA(IsValid), DATA(GetAsBoolean), DATA(GetNativeType),
-    DATA(GetAsText), DATA(GetAsNumber), DATA(GetAsDate), DATA(GetAsTime), DATA(GetAsTimeStamp), DATA(GetLocale),
-    DATA(SetAsText), DATA(SetAsNumber), DATA(SetAsDate), DATA(SetAsTime), DATA(SetAsTimeStamp), DATA(SetDateTime),
-    DATA(ConvertData),
-    VECT(Constructor1), VECT(Size), VECT(Clear), VECT(IsEmpty), VECT(PushBack), VECT(PopBack), VECT(At),
-    VECT(AtAsText), VECT(AtAsNumber), VECT(AtAsDate), VECT(AtAsTime), VECT(AtAsTimeStamp), VECT(AtAsBoolean),
-    ENV(Constructor1), ENV(RegisterExternalFunction), ENV(RegisterExternalFunctionEx), ENV(RegisterScriptStep),
-    ENV(UnRegisterExternalFunction), ENV(UnRegisterScriptStep),
+#include "entry_points.inc"
 };
-// clang-format on
+#undef ENTRY
 
 TEST(EntryPoints, ReportFailuresAndDoNothingElse)
 {

@@ -1,128 +1,76 @@
 // Sends the plug-in file the messages that FileMaker sends. What every plug-in must do with them is fmxhost check's.
+#include "host/base/plugin.h"
 
-#include "host/base/system.h"
-
-#include <FMWrapper.h>
 #include <fmxkit/failure.h>
-#include <fmxkit/registry.h>
 #include <gtest/gtest.h>
 
-#include <dlfcn.h>
-
-#include <memory>
-#include <new>
+#include <cstdint>
 #include <string>
+#include <utility>
 
 namespace {
 
-class EntryPoint : public testing::Test {
-protected:
-    void SetUp() override
-    {
-        library_.reset(dlopen(file_.library.c_str(), RTLD_NOW | RTLD_LOCAL));
-        ASSERT_NE(library_, nullptr) << dlerror();
-        entryPoint_ = reinterpret_cast<void (*)(FMX_ExternCallPtr)>(dlsym(library_.get(), "FMExternCallProc"));
-        ASSERT_NE(entryPoint_, nullptr);
-    }
+using fmxhost::Plugin;
+using fmxhost::PluginError;
 
-    void TearDown() override { fmxkit::purge(); }
-
-    void send(FMX_ExternCallStruct& record)
-    {
-        record.instanceID = file_.instance.get();
-        entryPoint_(&record);
-    }
-
-    long startUp(short apiVersion)
-    {
-        FMX_ExternCallStruct record{};
-        record.extnVersion = apiVersion;
-        record.whichCall = kFMXT_Init;
-        send(record);
-        return static_cast<long>(record.result);
-    }
-
-    void shutDown(short apiVersion)
-    {
-        FMX_ExternCallStruct record{};
-        record.extnVersion = apiVersion;
-        record.whichCall = kFMXT_Shutdown;
-        send(record);
-    }
-
-    // The text, and that nothing behind the capacity was written.
-    std::u16string string(int number, std::uint32_t capacity)
-    {
-        constexpr char16_t untouched = 0xABCD;
-        std::u16string buffer(capacity + 4, untouched);
-        FMX_ExternCallStruct record{};
-        record.extnVersion = 62;
-        record.whichCall = kFMXT_GetString;
-        record.parm1 = static_cast<unsigned char>(number);
-        record.parm2 = 0xFFFFFFFF00000007;
-        record.parm3 = 0xDEAD000000000000 | capacity;
-        record.result = reinterpret_cast<fmx::ptrtype>(buffer.data());
-        send(record);
-        EXPECT_EQ(buffer.substr(capacity), std::u16string(4, untouched));
-        return buffer.c_str();
-    }
-
-private:
-    struct Close {
-        void operator()(void* library) const { dlclose(library); }
-    };
-    const fmxhost::PluginFile file_{FOLIDEX_PLUGIN_FILE};
-    std::unique_ptr<void, Close> library_;
-    void (*entryPoint_)(FMX_ExternCallPtr) = nullptr;
-};
-
-TEST_F(EntryPoint, ShutDownLeaves201AndOldHostsKeepTheirSteps)
+TEST(EntryPoint, ShutDownLeaves201)
 {
-    shutDown(62); // before any start-up: nothing
-    EXPECT_EQ(startUp(50), 65);
-    fmxkit::purge();
-    EXPECT_EQ(startUp(62), 65);
-    shutDown(56);
-    ASSERT_EQ(fmxkit::externalFunctions().size(), 1u);
-    EXPECT_EQ(fmxkit::externalFunctions().front().id, 201);
-    EXPECT_EQ(fmxkit::scriptSteps().size(), 41u);
-    shutDown(57);
-    ASSERT_EQ(fmxkit::scriptSteps().size(), 1u);
-    EXPECT_EQ(fmxkit::scriptSteps().front().id, 201);
+    for (const auto& [apiVersion, steps] : {std::pair(std::int16_t{56}, 0U), {std::int16_t{57}, 1U}}) {
+        Plugin plugin(FOLIDEX_PLUGIN_FILE, apiVersion);
+        plugin.shutDown(); // before any start-up: nothing
+        EXPECT_EQ(plugin.start(), 65);
+        plugin.shutDown();
+        ASSERT_EQ(fmxkit::externalFunctions().size(), 1U);
+        EXPECT_EQ(fmxkit::externalFunctions().front().id, 201);
+        ASSERT_EQ(fmxkit::scriptSteps().size(), steps);
+        EXPECT_TRUE(steps == 0 || fmxkit::scriptSteps().front().id == 201);
+    }
 }
 
-TEST_F(EntryPoint, StringsAreWholeOrAbsent)
+TEST(EntryPoint, StringsAreWholeOrAbsent)
 {
+    Plugin plugin(FOLIDEX_PLUGIN_FILE);
+    const auto string = [&plugin](int number, std::uint32_t capacity) {
+        std::u16string buffer(256, u'x');
+        // Of the capacity the low 32 bits count.
+        plugin.send(fmxhost::Message::stringRequest, static_cast<std::uint8_t>(number), 0xFFFFFFFF00000007,
+                    0xDEAD000000000000 | capacity, reinterpret_cast<fmx::ptrtype>(buffer.data()));
+        EXPECT_EQ(buffer.find_first_not_of(u'x', capacity), std::u16string::npos);
+        return std::u16string(buffer.c_str());
+    };
     const std::u16string name = u"Folidex";
-    EXPECT_EQ(string(128, 256), name);
     const auto length = static_cast<std::uint32_t>(name.size());
     EXPECT_EQ(string(128, length + 2), name);
-    EXPECT_EQ(string(128, length + 1), u"");
-    EXPECT_EQ(string(128, 2), u"");
-    EXPECT_EQ(string(128, 1), u"");
-
-    EXPECT_EQ(string(131, 256), u"KORB1nnYnnn");
-    EXPECT_EQ(string(1, 256), u"KORB1nnYnnn");
-    EXPECT_NE(string(129, 1024), u"");
-    EXPECT_EQ(string(130, 256), u"");
-    EXPECT_EQ(string(kFMXT_HelpURLStr, 256), u""); // outside of a bundle
-    EXPECT_EQ(string(149, 256), u"");              // no function's number
+    for (const std::uint32_t capacity : {length + 1, 2U, 1U}) {
+        EXPECT_EQ(string(128, capacity), u"");
+    }
+    EXPECT_EQ(string(1, 200), u"KORB1nnYnnn");
+    for (const int number : {130, int{kFMXT_HelpURLStr}, 149}) { // no help outside of a bundle; no function's number
+        EXPECT_EQ(string(number, 200), u"") << number;
+    }
 }
 
 // Each allocation that the SDK can report as failed during start-up leaves through the entry point.
-TEST_F(EntryPoint, FailedAllocationsLeaveAsBadAlloc)
+TEST(EntryPoint, FailedAllocationsLeaveAsBadAlloc)
 {
-    fmxkit::failNthCall(0);
-    startUp(62);
-    const std::uint32_t calls = fmxkit::callsSinceArmed();
-    ASSERT_GT(calls, 41u);
-    for (std::uint32_t n = 1; n <= calls; n += 7) {
+    Plugin plugin(FOLIDEX_PLUGIN_FILE);
+    const auto started = [&plugin](std::uint32_t failing, fmxkit::Failure failure = fmxkit::Failure::allocation) {
         fmxkit::purge();
-        fmxkit::failNthCall(n);
-        EXPECT_THROW(startUp(62), std::bad_alloc) << n;
+        fmxkit::failNthCall(failing, failure);
+        try {
+            plugin.start();
+        } catch (const PluginError& error) {
+            return std::string(error.what());
+        }
+        return std::string();
+    };
+    EXPECT_EQ(started(0), "");
+    const std::uint32_t calls = fmxkit::callsSinceArmed();
+    ASSERT_GT(calls, 41U);
+    for (std::uint32_t n = 1; n <= calls; n += 7) {
+        EXPECT_NE(started(n).find("std::bad_alloc"), std::string::npos) << n;
     }
-    fmxkit::failNthCall(3, fmxkit::Failure::other);
-    EXPECT_THROW(startUp(62), std::exception);
+    EXPECT_NE(started(3, fmxkit::Failure::other), "");
     fmxkit::failNthCall(0);
 }
 

@@ -29,13 +29,13 @@ class Results(unittest.TestCase):
     def test_json(self):
         calculations = ['Smpl_Echo("a¶\\"b\\\\")', "1/8", "Smpl_Moment", "Smpl_Pause(0)", "smpl_errorcode(12)", '"[1,2]"',
                         'Char(55357) & "a" & Char(56832)', "Char(55357) & Char(56832) & Char(1) & Char(127)",
-                        "Get ( CurrentTime ) > 0 & \n1"]
+                        "Get ( CurrentTime ) > 0 & \n1", "// none"]
         lines = objects(host("--json", *(part for calculation in calculations for part in ("-e", calculation))))
         self.assertEqual([(o["calculation"], o["type"], o["value"], o["error"]) for o in lines],
                          list(zip(calculations,
-                                  ["text", "number", "timestamp", "empty", "text", "text", "text", "text", "number"],
+                                  ["text", "number", "timestamp", "empty", "text", "text", "text", "text", "number", "empty"],
                                   ['a\r"b\\', ".125", "2024-02-29T13:05:09", "", "?", "[1,2]", "\ufffda\ufffd",
-                                   "\U0001f600\x01\x7f", "1"], [0, 0, 0, 0, 12, 0, 0, 0, 0])))
+                                   "\U0001f600\x01\x7f", "1", ""], [0, 0, 0, 0, 12, 0, 0, 0, 0, 0])))
         self.assertEqual(list(lines[0]), ["calculation", "type", "value", "error", "seconds"])
         result = host("--json", "--time", "-e", "Smpl_Pause(.02)")
         self.assertGreater(objects(result)[0]["seconds"], 0.02)

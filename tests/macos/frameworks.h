@@ -72,11 +72,9 @@ extern "C" NSString* const NSURLVolumeIsRemovableKey;
 @interface NSString : NSObject
 @property(readonly) NSUInteger length;
 @property(readonly) const char* UTF8String;
-@property(readonly) const char* fileSystemRepresentation;
 - (instancetype)initWithBytes:(const void*)bytes length:(NSUInteger)length encoding:(NSUInteger)encoding;
 - (void)getCharacters:(unichar*)buffer range:(NSRange)range;
 + (instancetype)stringWithCharacters:(const unichar*)characters length:(NSUInteger)length;
-+ (instancetype)stringWithFormat:(NSString*)format, ...;
 + (instancetype)stringWithUTF8String:(const char*)bytes;
 @end
 @interface NSArray : NSObject
@@ -90,15 +88,11 @@ extern "C" NSString* const NSURLVolumeIsRemovableKey;
 @end
 @interface NSDictionary : NSObject
 - (id)objectForKey:(id)key;
-- (unsigned long long)fileSize;
-- (NSDate*)fileCreationDate;
-- (NSDate*)fileModificationDate;
 @end
 @interface NSNumber : NSObject
 @property(readonly) long long longLongValue;
 @end
 @interface NSDate : NSObject
-@property(readonly) NSTimeInterval timeIntervalSince1970;
 + (instancetype)dateWithTimeIntervalSince1970:(NSTimeInterval)seconds;
 + (instancetype)dateWithTimeIntervalSinceNow:(NSTimeInterval)seconds;
 @end
@@ -135,25 +129,10 @@ __attribute__((__objc_exception__))
 - (BOOL)waitUntilDate:(NSDate*)limit;
 - (void)signal;
 @end
-@class NSFileManager;
-// Optional in Apple's header: here a method that is missing or misspelt doesn't compile.
-@protocol NSFileManagerDelegate <NSObject>
-- (BOOL)fileManager:(NSFileManager*)manager shouldCopyItemAtPath:(NSString*)source toPath:(NSString*)target;
-- (BOOL)fileManager:(NSFileManager*)manager shouldRemoveItemAtPath:(NSString*)path;
-@end
 @interface NSFileManager : NSObject
 @property(class, readonly) NSFileManager* defaultManager;
-@property(assign) id<NSFileManagerDelegate> delegate;
-- (BOOL)fileExistsAtPath:(NSString*)path isDirectory:(BOOL*)isDirectory;
-- (NSArray*)contentsOfDirectoryAtPath:(NSString*)path error:(NSError**)error;
-- (NSArray*)subpathsOfDirectoryAtPath:(NSString*)path error:(NSError**)error;
-- (NSDictionary*)attributesOfItemAtPath:(NSString*)path error:(NSError**)error;
 - (NSDictionary*)attributesOfFileSystemForPath:(NSString*)path error:(NSError**)error;
-- (BOOL)copyItemAtPath:(NSString*)source toPath:(NSString*)target error:(NSError**)error;
-- (BOOL)removeItemAtPath:(NSString*)path error:(NSError**)error;
-- (BOOL)createDirectoryAtPath:(NSString*)path withIntermediateDirectories:(BOOL)intermediates attributes:(NSDictionary*)attributes error:(NSError**)error;
 - (NSString*)displayNameAtPath:(NSString*)path;
-- (NSString*)stringWithFileSystemRepresentation:(const char*)bytes length:(NSUInteger)length;
 @end
 
 // framework AppKit

@@ -1,11 +1,8 @@
 // What platform/macos has beside the common contract: items that the frameworks would follow, open or empty where they
-// were not meant to, and what they leave to be found out about copies, folders that go, and screens.
+// were not meant to, moves to another volume, and screens.
 
 #include "platform/desktop.h"
 #include "platform/file_manager.h"
-#include "platform/posix/copy_tree.h"
-#include "platform/posix/descriptor.h"
-#include "platform/posix/moved_source.h"
 #include "support/platform_expectations.h"
 #include "support/scratch_folder.h"
 
@@ -27,10 +24,6 @@ namespace {
 
 using folidex::test::ScratchFolder;
 using platform::Outcome;
-using platform::posix::CopyRecord;
-using platform::posix::copyTree;
-using platform::posix::Descriptor;
-using platform::posix::openAt;
 
 void makeSocket(const std::string& path)
 {
@@ -72,69 +65,13 @@ TEST(Moves, ToAnotherVolumeCopyAndThenRemove)
     const ScratchFolder other("/dev/shm");
     scratch.write("tree/sub/file", "f");
     scratch.symlink("nowhere", "tree/link");
+    scratch.hardLink("tree/sub/file", "tree/sub/same");
     const Outcome out = platform::moveItem(scratch.text16("tree"), other.text16("tree"));
     ASSERT_TRUE(out.ok()) << out.description();
     EXPECT_TRUE(scratch.list().empty());
     EXPECT_EQ(other.list("tree"), (std::vector<std::string>{"link", "sub"}));
     EXPECT_EQ(other.read("tree/sub/file"), "f");
-}
-
-// What may happen to a folder between its copying and its removal.
-TEST(CopiedTrees, OnlyWhatWasCopiedIsRemoved)
-{
-    struct Case {
-        const char* shown;
-        void (*change)(const ScratchFolder&);
-        const char* left; // must still be there
-    };
-    const Case cases[] = {
-        {"a file grows", [](const ScratchFolder& s) { s.write("tree/sub/file", "longer"); }, "tree/sub/file"},
-        {"a file is replaced",
-         [](const ScratchFolder& s) { std::filesystem::rename(s.write("other", "F"), s / "tree/sub/file"); },
-         "tree/sub/file"},
-        {"a file arrives", [](const ScratchFolder& s) { s.write("tree/sub/new", "n"); }, "tree/sub/new"},
-        {"a folder arrives", [](const ScratchFolder& s) { s.makeFolder("tree/new"); }, "tree/new"},
-        {"a file becomes a folder",
-         [](const ScratchFolder& s) {
-             std::filesystem::remove(s / "tree/sub/file");
-             s.write("tree/sub/file/inner", "i");
-         },
-         "tree/sub/file/inner"},
-    };
-    for (const Case& c : cases) {
-        const ScratchFolder scratch;
-        scratch.write("tree/sub/file", "f");
-        CopyRecord copied;
-        const Descriptor folder = openAt(AT_FDCWD, scratch.text().c_str(), platform::posix::asPlace);
-        const Descriptor copy = openAt(AT_FDCWD, scratch.makeFolder("copy").c_str(), platform::posix::folderItself);
-        ASSERT_FALSE(copyTree({.isMove = true}, folder.get(), "tree", {copy.get(), "copy"}, copied));
-        copied.close();
-        ASSERT_TRUE(platform::posix::requireUnchanged(folder.get(), "tree", "/tree", copied).ok());
-        c.change(scratch);
-        for (const auto& step : {platform::posix::requireUnchanged, platform::posix::removeCopied}) {
-            const Outcome outcome = step(folder.get(), "tree", "/tree", copied);
-            EXPECT_NE(outcome.description().find("it was changed while it was being moved"), std::string::npos)
-                << c.shown;
-        }
-        EXPECT_TRUE(scratch.exists(c.left)) << c.shown;
-    }
-}
-
-TEST(CopiedTrees, NamesOfOneFileAreOneFileAgain)
-{
-    const ScratchFolder scratch;
-    scratch.write("tree/sub/one", "1");
-    scratch.write("tree/other", "2");
-    std::filesystem::create_hard_link(scratch / "tree/sub/one", scratch / "tree/sub/two");
-    std::filesystem::create_hard_link(scratch / "tree/sub/one", scratch / "outside");
-    ASSERT_TRUE(platform::copyItem(scratch.text16("tree"), scratch.text16("copy")).ok());
-    EXPECT_TRUE(std::filesystem::equivalent(scratch / "copy/sub/one", scratch / "copy/sub/two"));
-    EXPECT_EQ(std::filesystem::hard_link_count(scratch / "copy/sub/one"), 2U);
-    EXPECT_EQ(std::filesystem::hard_link_count(scratch / "copy/other"), 1U);
-    const ScratchFolder other("/dev/shm");
-    ASSERT_TRUE(platform::moveItem(scratch.text16("copy"), other.text16("copy")).ok());
-    EXPECT_TRUE(std::filesystem::equivalent(other / "copy/sub/one", other / "copy/sub/two"));
-    EXPECT_FALSE(scratch.exists("copy"));
+    EXPECT_TRUE(std::filesystem::equivalent(other / "tree/sub/file", other / "tree/sub/same"));
 }
 
 // The frameworks end a process that reaches for a display where there is none, and raise an exception where it can't be

@@ -86,7 +86,7 @@ class Recipes(unittest.TestCase):
         self.assertEqual([self.take_in(), self.names("Documents/box")], ["", ["done", "failed", "in", "work"]])
         self.write("Documents/box/in/a.csv", "Documents/box/in/Ü 1.CSV", content="1\n2", age=90)
         self.write("Documents/box/in/bad.csv", content="3\nbroken\n4", age=90)
-        self.write("Documents/box/in/x.txt", age=90)
+        self.write("Documents/box/in/x.txt", "Documents/box/in/part", age=90)
         staying = [".b.csv", "b.csv.part", "fresh.csv", "~$b.csv"]
         self.write(*(f"Documents/box/in/{name}" for name in staying), content="9", age=90)
         self.write("Documents/box/in/empty.csv", content="", age=90)
@@ -95,11 +95,11 @@ class Recipes(unittest.TestCase):
         self.write("Documents/box/in/grows.csv", content="9", age=90)
         content = iter(["9\n9", "9\n9\n9", "9\n9\n9\n9", "9\n9\n9\n9\n9"])
         growing = {"pause_resume_script": lambda _: self.write("Documents/box/in/grows.csv", content=next(content), age=90)}
-        expected = ({"in": sorted([*staying, "empty.csv", "grows.csv"]), "done": ["a.csv", "Ü 1.CSV"], "failed": ["bad.csv", "x.txt"]},
+        expected = ({"in": sorted([*staying, "empty.csv", "grows.csv"]), "done": ["a.csv", "Ü 1.CSV"], "failed": ["bad.csv", "part", "x.txt"]},
                     ["1", "1", "2", "2"])
-        self.assertEqual(self.take_in(performing=growing), "bad.csv: failed, not imported, error 720\rx.txt: failed, not a CSV file\r")
+        self.assertEqual(self.take_in(performing=growing), "bad.csv: failed, not imported, error 720\rpart: failed, not a CSV file\rx.txt: failed, not a CSV file\r")
         self.assertEqual(self.state(), expected)
-        self.assertEqual([record["Line"] for record in self.tables["Log"]], ["bad.csv: failed, not imported, error 720", "x.txt: failed, not a CSV file"])
+        self.assertEqual([record["Line"] for record in self.tables["Log"]], ["bad.csv: failed, not imported, error 720", "part: failed, not a CSV file", "x.txt: failed, not a CSV file"])
         self.assertEqual(self.take_in(performing=growing), "")
         self.assertEqual(self.state(), expected)
         # The same name arrives again, and a script that doesn't exist takes in nothing.
@@ -264,12 +264,13 @@ class Recipes(unittest.TestCase):
 
     def test_retention(self):
         title, day = "Delete what is older than 14 days", 24 * HOUR
-        self.assertRegex(self.run_recipe(title), "/backups: Source path not found$")
-        self.write("Documents/backups/letters-1.zip", "Documents/backups/letters-2.zip", "Documents/backups/other.zip", age=15 * day)
-        self.assertEqual(self.run_recipe(title), "nothing is newer than 14 days: nothing was deleted")
-        self.write("Documents/backups/letters-3.zip", age=13 * day)
-        self.assertEqual(self.run_recipe(title), "letters-1.zip: deleted\rletters-2.zip: deleted\r")
-        self.assertEqual(self.names("Documents/backups"), ["letters-3.zip", "other.zip"])
+        self.assertRegex(self.run_recipe(title, "mail-"), "/backups: Source path not found$")
+        self.write(*(f"Documents/backups/{name}" for name in ("mail-1.zip", "mail-2.zip", "mail-2.txt", "letters-1.zip")), age=15 * day)
+        self.assertEqual(self.run_recipe(title, "mail-"), "nothing is newer than 14 days: nothing was deleted")
+        self.write("Documents/backups/mail-3.zip", age=13 * day)
+        self.assertEqual(self.run_recipe(title), "the parameter must be what the names begin with")
+        self.assertEqual(self.run_recipe(title, "mail-"), "mail-1.zip: deleted\rmail-2.zip: deleted\r")
+        self.assertEqual(self.names("Documents/backups"), ["letters-1.zip", "mail-2.txt", "mail-3.zip"])
 
     def test_rotate_logs(self):
         for turn in range(1, 6):
@@ -321,7 +322,7 @@ class Recipes(unittest.TestCase):
         day = 24 * HOUR
         for title, parameter, files in (
                 ("Move files to a network share", "", {"outbox/a": 0, "outbox/b": 0, "share/b": 0, "share/.this-is-the-share": 0}),
-                ("Delete what is older than 14 days", "", {f"Documents/backups/letters-{age}.zip": age * day for age in (1, 15, 16)}),
+                ("Delete what is older than 14 days", "letters-", {f"Documents/backups/letters-{age}.zip": age * day for age in (1, 15, 16)}),
                 ("A folder for each customer, year and month", "Miller\r17\r3/1/2026", {}),
                 ("Put a container's file into a folder", "order.pdf", {"outbox/a": 0})):
             ends = []

@@ -2,7 +2,6 @@
 
 #include "platform/linux/copy_data.h"
 #include "platform/linux/copy_metadata.h"
-#include "platform/linux/extended_attributes.h"
 #include "platform/posix/access_lists.h"
 
 #include <fcntl.h>

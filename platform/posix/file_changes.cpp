@@ -309,16 +309,17 @@ Outcome createFolder(PathView path)
     if (!wanted || wanted->empty()) {
         return posix::nothingThere(action, path);
     }
-    // From the outermost folder on. For one that is there systems have many errors.
+    // From the outermost folder on. What is there already says so in many ways; whether it is a folder shows in the
+    // next.
     for (std::size_t end = 0; end != std::string::npos;) {
         end = wanted->find('/', end + 1);
         const std::string part = wanted->substr(0, end);
         struct stat status {};
-        if (mkdir(part.c_str(), everybody) != 0) {
-            const int error = errno;
-            if (stat(part.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) {
-                return systemFailure(action, part, error);
-            }
+        const int error = mkdir(part.c_str(), everybody) == 0 ? 0 : errno;
+        const bool isThere = error == 0 || (error == EEXIST && end != std::string::npos) ||
+                             (stat(part.c_str(), &status) == 0 && S_ISDIR(status.st_mode));
+        if (!isThere) {
+            return systemFailure(action, part, error);
         }
     }
     return Outcome::success();

@@ -21,7 +21,7 @@ using Cipher = ZipEntry::Cipher;
 class Input {
 public:
     Input(const ZipArchive& archive, const ZipEntry& entry, std::string_view password)
-        : archive_(archive), source_(archive.source()), offset_(entry.content), left_(entry.compressedSize)
+        : source_(archive.source()), offset_(entry.content), left_(entry.compressedSize)
     {
         if (entry.cipher == Cipher::winZipAes) {
             startAes(entry, password);
@@ -31,6 +31,9 @@ public:
         size_ = static_cast<std::size_t>(std::min(left_, largest));
         buffer_ = std::make_unique_for_overwrite<std::byte[]>(size_);
     }
+
+    // Whether what is stored to tell of a wrong password is right.
+    bool fits() const { return fits_; }
 
     std::span<const std::byte> next()
     {
@@ -74,9 +77,7 @@ private:
         read(check);
         left_ -= WinZipAes::macSize;
         aes_.emplace(password, salt, entry.strength);
-        if (aes_->check() != check) {
-            fail(Exit::wrongZipPassword, quoted(archive_.path(entry)) + notOpened);
-        }
+        fits_ = aes_->check() == check;
     }
 
     void startZipCrypto(const ZipEntry& entry, std::string_view password)
@@ -85,37 +86,18 @@ private:
         read(header);
         zipCrypto_.emplace(password);
         zipCrypto_->decrypt(header);
-        if (header.back() != std::byte{entry.check}) {
-            fail(Exit::wrongZipPassword, quoted(archive_.path(entry)) + notOpened);
-        }
+        fits_ = header.back() == std::byte{entry.check};
     }
 
-    static constexpr const char* notOpened = " isn't opened by the password";
-
-    const ZipArchive& archive_;
     const SourceFile& source_;
     std::uint64_t offset_;
     std::uint64_t left_;
+    bool fits_ = true;
     std::size_t size_ = 0;
     std::unique_ptr<std::byte[]> buffer_;
     std::optional<WinZipAes> aes_;
     std::optional<ZipCryptoReader> zipCrypto_;
 };
-
-// Whether what is tried of an entry fails neither by damage nor by the password.
-template <typename Attempt>
-bool succeeds(Attempt&& attempt)
-{
-    try {
-        attempt();
-        return true;
-    } catch (const Failure& failure) {
-        if (failure.exit() == Exit::damaged || failure.exit() == Exit::wrongZipPassword) {
-            return false;
-        }
-        throw;
-    }
-}
 
 // Some of the encrypted ones, those that are read in no time: without content ZipCrypto's show nothing.
 std::vector<const ZipEntry*> smallestEncrypted(const ZipArchive& archive)
@@ -133,12 +115,15 @@ std::vector<const ZipEntry*> smallestEncrypted(const ZipArchive& archive)
     return found;
 }
 
-} // namespace
+Failure notOpened(const ZipArchive& archive, const ZipEntry& entry)
+{
+    return {Exit::wrongZipPassword, quoted(archive.path(entry)) + " isn't opened by the password"};
+}
 
-void readContent(const ZipArchive& archive, const ZipEntry& entry, std::string_view password, const TakePiece& take)
+// readContent() of what is in `input`.
+void readInput(Input& input, const ZipArchive& archive, const ZipEntry& entry, const TakePiece& take)
 {
     const auto fails = [&](Exit exit, const std::string& how) { fail(exit, quoted(archive.path(entry)) + how); };
-    Input input(archive, entry, password);
     std::uint64_t left = entry.size;
     uLong crc = crc32_z(0, nullptr, 0);
     const auto takeChecked = [&](std::span<const std::byte> piece) {
@@ -163,6 +148,17 @@ void readContent(const ZipArchive& archive, const ZipEntry& entry, std::string_v
     }
 }
 
+} // namespace
+
+void readContent(const ZipArchive& archive, const ZipEntry& entry, std::string_view password, const TakePiece& take)
+{
+    Input input(archive, entry, password);
+    if (!input.fits()) {
+        throw notOpened(archive, entry);
+    }
+    readInput(input, archive, entry, take);
+}
+
 void requireCiphers(const ZipArchive& archive, std::string_view password)
 {
     bool hasEncrypted = false;
@@ -178,12 +174,9 @@ void requireCiphers(const ZipArchive& archive, std::string_view password)
     if (!hasEncrypted && !password.empty()) {
         fail(Exit::damaged, "nothing in the archive is encrypted, so it may be forged");
     }
-    if (const std::vector<const ZipEntry*> entries = smallestEncrypted(archive); !entries.empty()) {
-        try {
-            Input(archive, *entries.front(), password);
-        } catch (const Failure& failure) {
-            failAsJudged(archive, password, failure);
-        }
+    const std::vector<const ZipEntry*> entries = smallestEncrypted(archive);
+    if (!entries.empty() && !Input(archive, *entries.front(), password).fits()) {
+        failAsJudged(archive, password, notOpened(archive, *entries.front()));
     }
 }
 
@@ -195,15 +188,29 @@ void failAsJudged(const ZipArchive& archive, std::string_view password, const Fa
     }
     const std::vector<const ZipEntry*> entries = smallestEncrypted(archive);
     const auto opens = [&](const ZipEntry* entry) {
-        return succeeds([&] { readContent(archive, *entry, password, [](std::span<const std::byte>) {}); });
+        constexpr std::uint64_t quicklyRead = std::uint64_t{4} << 20U;
+        try {
+            Input input(archive, *entry, password);
+            if (!input.fits() && entry->compressedSize > quicklyRead) {
+                return false;
+            }
+            readInput(input, archive, *entry, [](std::span<const std::byte>) {});
+            return true;
+        } catch (const Failure& other) {
+            if (other.exit() == Exit::unusableSource) {
+                throw;
+            }
+            return false;
+        }
     };
-    const auto fitsAes = [&](const ZipEntry* entry) {
-        return entry->cipher == Cipher::winZipAes && succeeds([&] { Input(archive, *entry, password); });
-    };
-    if (std::none_of(entries.begin(), entries.end(), opens) && std::none_of(entries.begin(), entries.end(), fitsAes)) {
-        fail(Exit::wrongZipPassword, "wrong password");
+    const auto isAes = [](const ZipEntry* entry) { return entry->cipher == Cipher::winZipAes; };
+    const auto fitsAes = [&](const ZipEntry* entry) { return isAes(entry) && Input(archive, *entry, password).fits(); };
+    if (std::any_of(entries.begin(), entries.end(), opens) ||
+        2 * std::count_if(entries.begin(), entries.end(), fitsAes) >
+            std::count_if(entries.begin(), entries.end(), isAes)) {
+        fail(Exit::damaged, failure.cause());
     }
-    fail(Exit::damaged, failure.cause());
+    fail(Exit::wrongZipPassword, "wrong password");
 }
 
 } // namespace archiver

@@ -21,10 +21,10 @@ void requireCiphers(const ZipArchive& archive, std::string_view password);
 // Throws the failure of an entry again, as damaged or wrongZipPassword, whichever it is when the other entries are
 // looked at.
 //
-// A password that opens another entry is right, so this one is damaged. When it opens none, what is stored to tell of
-// a wrong password decides. WinZip's AES has two bytes for that, which one wrong password in 65,536 passes: when they
-// fit, it is damage. ZipCrypto has one byte, which is one in 256: a password that opens nothing is wrong. Where the
-// only entry is damaged, nothing could tell that apart.
+// A password that opens an entry is right, so something is damaged; of small ones, what is stored to tell of a wrong
+// password, too. When it opens none, that decides. WinZip's AES has two bytes for it, which one wrong password in
+// 65,536 passes: when they fit in more than half of the entries, it is damage. ZipCrypto has one byte, which is one in
+// 256: a password that opens nothing is wrong. Where the only entry is damaged, nothing could tell that apart.
 [[noreturn]] void failAsJudged(const ZipArchive& archive, std::string_view password, const Failure& failure);
 
 } // namespace archiver

@@ -227,17 +227,21 @@ std::int64_t timeOfDos(unsigned date, unsigned time)
     return static_cast<std::int64_t>(std::mktime(&local)) * unitsPerSecond;
 }
 
-std::int64_t timeOfUnix(Bytes field, std::size_t offset)
+// 4 bytes, signed for what is before 1970; unsigned where `dosDate` is later than signed ones reach.
+std::int64_t timeOfUnix(Bytes field, std::size_t offset, unsigned dosDate)
 {
-    return static_cast<std::int64_t>(static_cast<std::int32_t>(get32(field, offset))) * unitsPerSecond;
+    constexpr unsigned start2038 = (2038U - 1980U) << 9U;
+    const std::uint32_t seconds = get32(field, offset);
+    return (dosDate < start2038 ? std::int64_t{static_cast<std::int32_t>(seconds)} : seconds) * unitsPerSecond;
 }
 
 // The most exact one there is: Info-ZIP's, NTFS's and Info-ZIP's older extra fields, and what every entry has.
 std::int64_t timeOf(Bytes header, Bytes extra)
 {
+    const unsigned dosDate = get16(header, CentralHeader::date);
     if (const Bytes field = extraField(extra, ExtraField::extendedTime);
         field.size() >= 5 && (field[0] & std::byte{1}) != std::byte{0}) {
-        return timeOfUnix(field, 1);
+        return timeOfUnix(field, 1, dosDate);
     }
     if (const Bytes field = extraField(extra, ExtraField::ntfs);
         field.size() >= 16 && get16(field, 4) == 1 && get16(field, 6) >= 8) {
@@ -245,9 +249,9 @@ std::int64_t timeOf(Bytes header, Bytes extra)
         return static_cast<std::int64_t>(get64(field, 8) - secondsFrom1601To1970 * unitsPerSecond);
     }
     if (const Bytes field = extraField(extra, ExtraField::olderUnixTime); field.size() >= 8) {
-        return timeOfUnix(field, 4);
+        return timeOfUnix(field, 4, dosDate);
     }
-    return timeOfDos(get16(header, CentralHeader::date), get16(header, CentralHeader::time));
+    return timeOfDos(dosDate, get16(header, CentralHeader::time));
 }
 
 // Sets kind and mode. Returns what is wrong.
@@ -259,8 +263,8 @@ const char* takeAttributes(Bytes header, bool endsInSlash, ZipEntry& entry)
     const bool isUnix = system == zip::madeByUnix || system == zip::madeByMacOs;
     const auto mode = static_cast<std::uint16_t>(isUnix ? attributes >> 16U : 0);
     const unsigned type = mode & S_IFMT;
-    // Info-ZIP marks what it read from its standard input as a pipe.
-    if (type != 0 && type != S_IFREG && type != S_IFDIR && type != S_IFLNK && type != S_IFIFO) {
+    // Info-ZIP marks what it read from its standard input as a pipe. Some archives for Java have a mode of -1.
+    if (type == S_IFCHR || type == S_IFBLK || type == S_IFSOCK) {
         return "is a device or a socket";
     }
     const bool isDosFolder = !isUnix && (attributes & zip::dosFolder) != 0 && entry.size == 0;
@@ -270,7 +274,7 @@ const char* takeAttributes(Bytes header, bool endsInSlash, ZipEntry& entry)
         entry.kind = ZipEntry::Kind::link;
     }
     const bool isFolder = entry.kind == ZipEntry::Kind::folder;
-    const bool isReadOnly = !isUnix && !isFolder && (attributes & zip::dosReadOnly) != 0;
+    const bool isReadOnly = !isUnix && (attributes & zip::dosReadOnly) != 0;
     const std::uint16_t usual = isFolder ? permissions : isReadOnly ? readable : readable | writable;
     entry.mode = mode != 0 ? mode & permissions : usual;
     return isFolder && (entry.size != 0 || type == S_IFLNK) ? "is a folder with content" : nullptr;
@@ -477,20 +481,15 @@ private:
         extents_.push_back({at, end + (hasDescriptor ? descriptorLength(end, agrees, entry) : 0)});
     }
 
-    // Returns whether sizes and checksum are what the directory says; where a descriptor follows they may be missing.
+    // Returns whether sizes and checksum are what the directory says. Where a descriptor follows they needn't be: there
+    // are zeros, ones, or, encrypted by Info-ZIP, a time.
     bool compareSizes(Bytes local, Bytes extra, bool hasDescriptor, const ZipEntry& entry) const
     {
-        std::uint64_t crc = get32(local, LocalHeader::crc);
         std::uint64_t size = get32(local, LocalHeader::size);
         std::uint64_t compressedSize = get32(local, LocalHeader::compressedSize);
-        const bool areThere = takeFromZip64(extra, {&size, &compressedSize});
-        const auto isMissing = [&](std::uint64_t value) {
-            return hasDescriptor && (value == 0 || value == zip::elsewhere32);
-        };
-        const bool agrees = crc == entry.crc && size == entry.size && compressedSize == entry.compressedSize;
-        const bool mayAgree = (crc == entry.crc || isMissing(crc)) && (size == entry.size || isMissing(size)) &&
-                              (compressedSize == entry.compressedSize || isMissing(compressedSize));
-        if (!areThere || !mayAgree) {
+        const bool agrees = takeFromZip64(extra, {&size, &compressedSize}) && size == entry.size &&
+                            compressedSize == entry.compressedSize && get32(local, LocalHeader::crc) == entry.crc;
+        if (!agrees && !hasDescriptor) {
             failEntry("has other sizes than the directory says");
         }
         return agrees;

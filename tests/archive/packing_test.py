@@ -143,7 +143,7 @@ class Packing(unittest.TestCase):
             2**31 - 1: ((2038, 1, 19, 3, 14, 6), 2**31 - 1),
             2**31: ((2038, 1, 19, 3, 14, 8), None),
             4_000_000_000: ((2096, 10, 2, 7, 6, 40), None),
-            4_500_000_000: ((2107, 12, 31, 23, 59, 58), None),
+            4_355_000_000: ((2107, 12, 31, 23, 59, 58), None),
         }
         for modified in cases:
             self.write(str(modified), modified=modified)

@@ -140,6 +140,8 @@ class RightArchives(Reading):
             "descriptor, large": described(crc + struct.pack("<QQ", *sizes), local_extra=zip64,
                                            local=dict(crc=0, packed=ANYWHERE32, size=ANYWHERE32)),
             "descriptor, large, signed": described(b"PK\7\x08" + crc + struct.pack("<QQ", *sizes)),
+            "descriptor, other numbers before": described(crc + struct.pack("<II", *sizes),
+                                                          local=dict(crc=1, packed=2, size=3)),
             "descriptor that isn't there": described(b"", local={}),
         }
         expected = {"a": b"first", "d/b": data}
@@ -210,16 +212,20 @@ class RightArchives(Reading):
             entry("l", "away", LINK, extra=at(3000)), entry("n", "x", FIFO, extra=ntfs + older), entry("o", extra=older),
             entry("s", "x", mode=0o0640), entry("none", mode=0), entry("dos", mode=0, system=0, attributes=0x21),
             entry("dos folder", mode=0, system=0, attributes=0x11), entry("plain", mode=DEVICE, system=0),
-            entry("unlisted/f"), entry("new", date=(2021, 0, 0, 1, 2, 4))), umask=0o027)
+            entry("unlisted/f"), entry("new", date=(2021, 0, 0, 1, 2, 4)), entry("java/", mode=0o177777),
+            entry("late", date=(2039, 1, 2, 3, 4, 6), extra=field(0x5455, b"\1" + struct.pack("<I", 1 << 31)))),
+            umask=0o027)
         is_root = os.geteuid() == 0
         kinds = {name: (oct(mode), moment) for name, (mode, _, moment, _) in found.items()}
         self.assertEqual([kinds[name] for name in ("d", "d/f", "locked", "l", "n", "o")],
                          [("0o40750", 1000), ("0o100750", -1000), ("0o40500", 2000), ("0o120777", 3000),
                           ("0o100640", 1234), ("0o100640", 99)])
         self.assertEqual({name: kinds[name][0] for name in ("locked/sub", "s", "none", "dos", "dos folder", "plain",
-                                                            "unlisted", "shut")},
+                                                            "unlisted", "shut", "java")},
                          {"locked/sub": "0o40750", "s": "0o100640", "none": "0o100640", "dos": "0o100440",
-                          "dos folder": "0o40750", "plain": "0o100640", "unlisted": "0o40750", "shut": "0o40000"})
+                          "dos folder": "0o40750", "plain": "0o100640", "unlisted": "0o40750", "shut": "0o40000",
+                          "java": "0o40750"})
+        self.assertEqual(kinds["late"][1], 1 << 31)
         self.assertTrue(not is_root or "shut/f" in kinds)
         local = time.mktime((2020, 2, 3, 4, 5, 6, 0, 0, -1))
         self.assertEqual((kinds["dos"][1], self.out.stat().st_mode), (local, 0o40750))
@@ -308,11 +314,17 @@ class WrongArchives(Reading):
                 damaged = bytearray(data)
                 damaged[at] ^= 1
                 self.expand(damaged, "password", DAMAGED)
-            for number in (1, 212, 239):  # of ZipCrypto's checks, 212 passes that of "text", 239 that of "link"
+            # Of ZipCrypto's checks, 212 passes that of "text", 239 that of "link", of AES' 111,379 that of "link".
+            for number in (1, 212, 239, 111_379):
                 self.expand(data, f"wrong {number}", WRONG_PASSWORD)
             with zipfile.ZipFile(whole := io.BytesIO(data), "a") as forged:
                 forged.writestr("forged", "x")
             self.expand(whole.getvalue(), "password", DAMAGED)
+        salt = 30 + len("text") + 11
+        for at, expect in ((salt, WRONG_PASSWORD), (salt + 16, DAMAGED), (salt + 18, DAMAGED)):  # salt, check, content
+            damaged = bytearray(SEEDS["small-aes256"])
+            damaged[at] ^= 1
+            self.expand(damaged, "password", expect)
         aes = field(0x9901, b"\2\0AE\3\0\0")
         for wrong in (dict(method=99, packed=bytes(27), extra=aes), dict(packed=bytes(11)), dict(flags=0),
                       dict(method=99, packed=bytes(28), extra=aes, local_extra=field(0x9901, b"\2\0AE\1\0\0"))):

@@ -10,12 +10,8 @@
 #include "platform/crypto.h"
 
 #include <algorithm>
-#include <array>
-#include <cstddef>
 #include <cstdint>
 #include <future>
-#include <span>
-#include <string_view>
 #include <vector>
 
 namespace archiver {
@@ -33,7 +29,6 @@ constexpr std::size_t macSize = platform::crypto::sha256Size;
 constexpr std::size_t blockSize = std::size_t{1} << 20U;
 
 using Digest = std::array<std::byte, macSize>;
-using MasterKey = std::array<std::byte, 32>; // what all keys of a file are made of
 
 // The start of a file, up to its content.
 class Head {
@@ -186,17 +181,8 @@ Digest decryptContent(const SourceFile& source, const MasterKey& master, Head& h
     return authentication.finish();
 }
 
-// Takes some tenths of a second.
-MasterKey deriveMasterKey(std::string_view password, std::span<const std::byte> salt)
-{
-    constexpr unsigned rounds = 600'000;
-    MasterKey master{};
-    platform::crypto::deriveKey(Hash::sha256, password, salt, rounds, master);
-    return master;
-}
-
 // The head of a file that this password opens, and its master key.
-MasterKey open(const SourceFile& source, std::string_view password, Head& head)
+MasterKey open(const SourceFile& source, std::string_view password, const Derivation& derive, Head& head)
 {
     if (source.size() < headSize + macSize) {
         fail(Exit::damaged, "no encrypted file of this kind, or cut");
@@ -208,7 +194,7 @@ MasterKey open(const SourceFile& source, std::string_view password, Head& head)
     if (!equals(head.checksum(), checksumOf(head))) {
         fail(Exit::damaged, "the file's head is damaged");
     }
-    const MasterKey master = deriveMasterKey(password, head.salt());
+    const MasterKey master = derive(password, head.salt());
     if (!equals(head.check(), checkFor(master))) {
         fail(Exit::wrongPassword, "wrong password");
     }
@@ -217,7 +203,15 @@ MasterKey open(const SourceFile& source, std::string_view password, Head& head)
 
 } // namespace
 
-void encryptFile(const Job& job)
+MasterKey deriveMasterKey(std::string_view password, std::span<const std::byte> salt)
+{
+    constexpr unsigned rounds = 600'000;
+    MasterKey master{};
+    platform::crypto::deriveKey(Hash::sha256, password, salt, rounds, master);
+    return master;
+}
+
+void encryptFile(const Job& job, const Derivation& derive)
 {
     const SourceFile source(job.sourceFolder + job.sourceName);
     ResultFile result(job.destinationFolder, job.destinationName, source.status());
@@ -227,7 +221,7 @@ void encryptFile(const Job& job)
     Head head;
     put(bytesOf(magic), head.magic());
     platform::crypto::random(head.salt());
-    const MasterKey master = deriveMasterKey(job.password, head.salt());
+    const MasterKey master = derive(job.password, head.salt());
     put(checkFor(master), head.check());
     put(checksumOf(head), head.checksum());
 
@@ -236,7 +230,7 @@ void encryptFile(const Job& job)
     result.publish(privacy);
 }
 
-void decryptFile(const Job& job)
+void decryptFile(const Job& job, const Derivation& derive)
 {
     const SourceFile source(job.sourceFolder + job.sourceName);
     ResultFile result(job.destinationFolder, job.destinationName, source.status());
@@ -244,7 +238,7 @@ void decryptFile(const Job& job)
     privacy.narrowTo(source.descriptor(), source.status());
 
     Head head;
-    const MasterKey master = open(source, job.password, head);
+    const MasterKey master = open(source, job.password, derive, head);
     const Digest mac = decryptContent(source, master, head, result);
     Digest claimed{};
     source.read(source.size() - macSize, claimed);

@@ -8,10 +8,10 @@
 #include "archiver/interruption.h"
 #include "archiver/leftovers.h"
 #include "platform/posix/access_lists.h"
+#include "platform/posix/copy_item.h"
 #include "platform/posix/flush.h"
 #include "platform/posix/identity.h"
 #include "platform/posix/names.h"
-#include "platform/posix/system_copy.h"
 
 #include <fcntl.h>
 #include <unistd.h>

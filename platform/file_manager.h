@@ -74,7 +74,8 @@ enum class Existing {
 // with its name before success is returned; other copies aren't synchronised.
 //
 // A replaced item first loses its name. Should the source then be found missing, as where two spellings mean one file,
-// the item gets its name back and the call fails. What removalTakesAway() can see beforehand is the caller's to refuse.
+// the item gets its name back and the call fails. A source that couldn't be read, or removed for a move, is refused
+// before. What removalTakesAway() can see beforehand is the caller's to refuse.
 //
 // A target path that is longer than paths can be (PATH_MAX) is refused, for nothing could reach what is there.
 //

@@ -1,5 +1,6 @@
-// Paths as text: POSIX paths in UTF-16, as FileMaker hands them over, with the rules of Cocoa's string path methods.
-// Nothing here touches the file system, but for standardized(), which looks up the home folder.
+// Paths as text: POSIX paths in UTF-16, as FileMaker hands them over, with the rules of Cocoa's string path methods
+// (NSString, stringByDeletingLastPathComponent and its like).
+// Nothing here touches the file system, but for what looks up the home folder.
 #pragma once
 
 #include <string>
@@ -25,5 +26,9 @@ PathText appendingComponent(PathView path, PathView component);
 // user database, passwd(5). Without a home folder the tilde stays. In the bytes of the file system, which needn't be
 // UTF-8.
 std::string standardized(std::string_view path);
+
+// The home folder of this process's effective user in the user database, passwd(5), an absolute path; "" where it has
+// none.
+std::string homeInUserDatabase();
 
 } // namespace platform

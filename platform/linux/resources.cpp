@@ -1,14 +1,12 @@
 #include "platform/resources.h"
 
 #include "platform/linux/script_folder.h"
-#include "platform/path_text.h"
+#include "platform/posix/item_path.h"
 #include "resources/embedded.h"
 
-#include <unistd.h>
+#include <fcntl.h>
 
 #include <algorithm>
-#include <array>
-#include <climits>
 #include <cstddef>
 
 namespace platform {
@@ -33,11 +31,9 @@ std::optional<ResourceFile> resourceFile(Bundle, std::string_view name, std::str
 
 std::string hostApplicationPath()
 {
-    std::array<char, PATH_MAX> buffer{};
-    const auto length = ::readlink("/proc/self/exe", buffer.data(), buffer.size());
-    const std::string_view executable(buffer.data(), length > 0 ? static_cast<std::size_t>(length) : 0);
+    const std::string executable = posix::readLink(AT_FDCWD, "/proc/self/exe").value_or("");
     const std::size_t slash = executable.rfind('/');
-    return std::string(executable.substr(0, slash == 0 ? 1 : std::min(slash, executable.size())));
+    return executable.substr(0, slash == 0 ? 1 : slash);
 }
 
 } // namespace platform

@@ -3,12 +3,13 @@
 
 #include "platform/linux/script_folder.h"
 
+#include "platform/path_text.h"
 #include "platform/posix/descriptor.h"
+#include "platform/posix/item_path.h"
 #include "platform/signal_block.h"
 #include "resources/embedded.h"
 
 #include <fcntl.h>
-#include <pwd.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
@@ -198,21 +199,12 @@ std::optional<ResourceFile> ofUser(const std::string& parent)
     return isComplete ? scriptIn(path) : std::nullopt;
 }
 
-// From the system's list of users, empty for one who isn't there: the environment may be another user's.
-std::string homeFolder()
-{
-    std::array<char, 16384> buffer{};
-    struct passwd entry {};
-    struct passwd* found = nullptr;
-    ::getpwuid_r(::geteuid(), &entry, buffer.data(), buffer.size(), &found);
-    return found != nullptr && found->pw_dir != nullptr ? found->pw_dir : "";
-}
-
 std::optional<ResourceFile> ofUser()
 {
     std::optional<ResourceFile> script;
-    const std::string home = homeFolder();
-    if (home.starts_with('/') && home != "/") {
+    // Not from the environment, which may be another user's.
+    const std::string home = homeInUserDatabase();
+    if (!home.empty() && home != "/") {
         const std::string cache = home + "/.cache";
         ::mkdir(cache.c_str(), S_IRWXU);
         script = ofUser(cache + "/folidex");
@@ -233,9 +225,8 @@ bool childrenReachOurDescriptors()
 // another process's there. Empty where that isn't to be seen.
 std::string ourDescriptors()
 {
-    std::array<char, 32> number{};
-    const auto size = ::readlink("/proc/self", number.data(), number.size());
-    return size <= 0 ? "" : "/proc/" + std::string(number.data(), static_cast<std::size_t>(size)) + "/fd/";
+    const std::optional<std::string> number = posix::readLink(AT_FDCWD, "/proc/self");
+    return number ? "/proc/" + *number + "/fd/" : "";
 }
 
 Descriptor memoryFile(const char* name, std::string_view content)

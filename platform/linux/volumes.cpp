@@ -36,15 +36,8 @@ Descriptor openAnswering(const MountPoint& point)
     struct statx status;
     struct statvfs space;
     if (!place || statx(place.get(), "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC, STATX_TYPE | STATX_MNT_ID, &status) != 0 ||
-        !S_ISDIR(status.stx_mode)) {
-        return {};
-    }
-    // Before Linux 5.8 there is no mount ID to compare.
-    const bool knowsMount = (status.stx_mask & STATX_MNT_ID) != 0;
-    if (knowsMount && status.stx_mnt_id != static_cast<unsigned int>(point.id)) {
-        return {};
-    }
-    if (retried([&] { return fstatvfs(place.get(), &space); }) != 0 || space.f_blocks == 0) {
+        !S_ISDIR(status.stx_mode) || status.stx_mnt_id != static_cast<unsigned int>(point.id) ||
+        retried([&] { return fstatvfs(place.get(), &space); }) != 0 || space.f_blocks == 0) {
         return {};
     }
     return place;

@@ -5,7 +5,6 @@
 
 #import <Foundation/Foundation.h>
 
-#include "platform/outcome.h"
 #include "platform/path_text.h"
 
 #include <string>
@@ -26,9 +25,6 @@ Answer guarded(Answer fallback, Call&& call)
     }
 }
 
-// The string of these UTF-16 units; "" for no units.
-NSString* stringFrom(PathView units);
-
 PathText unitsOf(NSString* string);
 
 // UTF-8; "" for nil and for a string with a lone surrogate.
@@ -36,11 +32,5 @@ std::string utf8Of(NSString* string);
 
 // nil when the path names nothing that can exist (a lone surrogate, a NUL), where Foundation would raise or cut.
 NSString* pathFrom(PathView path);
-
-// The failure that an error object describes; `fallback` where the call gave none.
-Outcome failureFrom(NSError* error, NSString* fallback);
-
-// The failure of a path that pathFrom() refuses.
-Outcome noSuchItem();
 
 } // namespace platform::macos

@@ -7,11 +7,6 @@ namespace platform::macos {
 // Foundation's unichar is unsigned short, the language's is char16_t: both are the same 16 bits.
 static_assert(sizeof(unichar) == sizeof(char16_t));
 
-NSString* stringFrom(PathView units)
-{
-    return [NSString stringWithCharacters:reinterpret_cast<const unichar*>(units.data()) length:units.size()];
-}
-
 PathText unitsOf(NSString* string)
 {
     PathText units([string length], u'\0');
@@ -29,18 +24,9 @@ std::string utf8Of(NSString* string)
 
 NSString* pathFrom(PathView path)
 {
-    return fileSystemRepresentation(path) ? stringFrom(path) : nil;
-}
-
-Outcome failureFrom(NSError* error, NSString* fallback)
-{
-    NSString* description = error == nil ? fallback : [error localizedDescription];
-    return Outcome::failure(shortened(utf8Of(description)));
-}
-
-Outcome noSuchItem()
-{
-    return Outcome::failure("The file doesn't exist.");
+    return fileSystemRepresentation(path)
+               ? [NSString stringWithCharacters:reinterpret_cast<const unichar*>(path.data()) length:path.size()]
+               : nil;
 }
 
 } // namespace platform::macos

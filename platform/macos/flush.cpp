@@ -23,14 +23,12 @@ bool cannotBeAsked(int error)
 
 int posix::flushFile(int file)
 {
-#ifdef __APPLE__
     if (retried([=] { return fcntl(file, F_FULLFSYNC); }) != -1) {
         return 0;
     }
     if (!cannotBeAsked(errno)) {
         return errno;
     }
-#endif
     return retried([=] { return fsync(file); }) == 0 || cannotBeAsked(errno) ? 0 : errno;
 }
 
@@ -41,7 +39,6 @@ int posix::flushFolder(int folder)
 
 int posix::flushFileSystem(int item)
 {
-#ifdef __APPLE__
     std::array<char, PATH_MAX> path{};
     if (fcntl(item, F_GETPATH, path.data()) == -1) {
         return errno;
@@ -52,9 +49,6 @@ int posix::flushFileSystem(int item)
         error = sync_volume_np(path.data(), SYNC_VOLUME_WAIT);
     }
     return cannotBeAsked(error) ? 0 : error;
-#else
-    return syncfs(item) == 0 ? 0 : errno;
-#endif
 }
 
 bool posix::isFlushedAsAWhole(int)

@@ -1,13 +1,14 @@
 #include "platform/posix/copy_item.h"
 
 #include "platform/posix/flush.h"
+#include "platform/posix/item_path.h"
 #include "platform/posix/moved_source.h"
 
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstddef>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -17,19 +18,11 @@ namespace {
 
 Failure copyLink(int sourceFolder, const char* sourceName, int targetFolder, const char* targetName)
 {
-    std::string leadsTo(256, '\0');
-    for (;;) {
-        const auto size = readlinkat(sourceFolder, sourceName, leadsTo.data(), leadsTo.size());
-        if (size < 0) {
-            return Failure::ofSource(errno);
-        }
-        if (static_cast<std::size_t>(size) < leadsTo.size()) {
-            leadsTo.resize(static_cast<std::size_t>(size));
-            break;
-        }
-        leadsTo.resize(leadsTo.size() * 2);
+    const std::optional<std::string> leadsTo = readLink(sourceFolder, sourceName);
+    if (!leadsTo) {
+        return Failure::ofSource(errno);
     }
-    return symlinkat(leadsTo.c_str(), targetFolder, targetName) == 0 ? Failure{} : Failure::ofTarget(errno);
+    return symlinkat(leadsTo->c_str(), targetFolder, targetName) == 0 ? Failure{} : Failure::ofTarget(errno);
 }
 
 // Reading a FIFO would wait for a writer, and a device has no end: both are made anew.
@@ -52,7 +45,7 @@ Failure ItemCopier::open(int folder, const char* name, OpenFile& file) const
 
 Failure ItemCopier::copyFile(const OpenFile& source, const FileTarget& target, Descriptor& made)
 {
-    Failure failure = system_.copyFile(source, target, made);
+    Failure failure = makeCopy(source, target, made);
     return !failure && flushesEach_ ? Failure::ofTarget(flushFile(made.get())) : std::move(failure);
 }
 
@@ -68,12 +61,12 @@ Failure ItemCopier::copySpecial(int sourceFolder, const char* sourceName, int ta
     Failure failure = S_ISLNK(status.st_mode) ? copyLink(sourceFolder, sourceName, targetFolder, targetName)
                                               : makeSpecial(targetFolder, targetName, status);
     return failure ? std::move(failure)
-                   : system_.copySpecialMetadata(sourceFolder, sourceName, targetFolder, targetName, status);
+                   : copySpecialMetadata(sourceFolder, sourceName, targetFolder, targetName, status);
 }
 
 Failure ItemCopier::finishFolder(int source, const struct stat& status, int target) const
 {
-    Failure failure = system_.copyMetadata(source, status, target);
+    Failure failure = copyMetadata(source, status, target);
     return !failure && flushesEach_ ? Failure::ofTarget(flushFolder(target)) : std::move(failure);
 }
 

@@ -3,6 +3,7 @@
 #include "platform/unicode.h"
 
 #include <array>
+#include <cstddef>
 #include <cstring>
 #include <string>
 
@@ -19,6 +20,16 @@ namespace {
 [[maybe_unused]] const char* textOf(int, const char* buffer)
 {
     return buffer;
+}
+
+// Callers may have typed it.
+std::string shortened(std::string_view path)
+{
+    constexpr std::size_t longest = 4096; // PATH_MAX of Linux; macOS has less
+    return path.size() <= longest ? std::string(path)
+                                  : std::string(path.substr(0, longest / 2))
+                                        .append(" ... ")
+                                        .append(path.substr(path.size() - longest / 2));
 }
 
 } // namespace
@@ -43,10 +54,11 @@ Outcome Failure::outcome(std::string_view action, std::string_view source, std::
     }
     const bool isOfSource = side == Side::source;
     std::string whole(isOfSource ? source : target);
-    if (!whole.empty() && whole.back() == '/' && !path.empty()) {
+    const std::string below = path.value_or("");
+    if (!whole.empty() && whole.back() == '/' && !below.empty()) {
         whole.pop_back();
     }
-    whole += path;
+    whole += below;
     const std::string_view verb = isOfSource ? action : "write";
     return reason != nullptr ? failureBecause(verb, whole, reason) : systemFailure(verb, whole, error);
 }

@@ -3,6 +3,7 @@
 
 #include "platform/outcome.h"
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -25,7 +26,7 @@ struct [[nodiscard]] Failure {
     int error = 0;                // errno value
     const char* reason = nullptr; // of our own, in place of the system's; lives for ever
     Side side = Side::source;
-    std::string path{}; // "" for the item itself, or "/a/b"
+    std::optional<std::string> path{}; // "" for the item itself, or "/a/b"; empty where nobody has said yet
 
     static Failure ofSource(int error) { return {.error = error}; }
     static Failure ofTarget(int error) { return {.error = error, .side = Side::target}; }

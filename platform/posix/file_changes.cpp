@@ -9,6 +9,7 @@
 #include "platform/posix/item_path.h"
 #include "platform/posix/moved_source.h"
 #include "platform/posix/names.h"
+#include "platform/posix/removal_check.h"
 #include "platform/posix/remove_tree.h"
 #include "platform/posix/staged_copy.h"
 #include "platform/signal_block.h"
@@ -18,13 +19,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
-#include <climits>
 #include <csignal>
-#include <cstddef>
-#include <functional>
 #include <optional>
 #include <string>
 #include <utility>
@@ -63,6 +59,22 @@ struct Transfer {
     }
 };
 
+// Whether the source of a copy could be read and that of a move removed, as far as that can be seen: asked before
+// anything goes for it, or comes of it.
+int errorOfTaking(const Transfer& transfer)
+{
+    const int folder = transfer.source.folder.get();
+    const char* name = transfer.source.path.name.c_str();
+    if (!transfer.isMove) {
+        return S_ISREG(transfer.status.st_mode) && faccessat(folder, name, R_OK, AT_EACCESS) != 0 ? errno : 0;
+    }
+    struct stat around {};
+    if (const int error = posix::errorOfRemovingFrom(folder)) {
+        return error;
+    }
+    return fstat(folder, &around) == 0 ? posix::errorOfRemovingEntry(folder, around, name) : errno;
+}
+
 // What is refused before anything is touched. Into itself: rename(2) returns EINVAL or, from another mount of the same
 // file system, EXDEV, and a copy would never end.
 Failure requirePossible(Transfer& transfer)
@@ -89,6 +101,9 @@ Failure requirePossible(Transfer& transfer)
     }
     if (target.path.endsInSlash && !S_ISDIR(mode)) {
         return Failure::ofTarget(ENOTDIR);
+    }
+    if (const int error = isTaken ? errorOfTaking(transfer) : 0) {
+        return Failure::ofSource(error);
     }
     const bool isIntoItself =
         S_ISDIR(mode) && posix::isInside(target.folder.get(), Identity::of(transfer.status)).value_or(false);
@@ -140,7 +155,10 @@ Outcome moveByCopying(const Transfer& transfer)
     const int folder = source.folder.get();
     const char* name = source.path.name.c_str();
     StagedCopy copy(source, transfer.target, {.isMove = true, .isDurable = true});
-    Outcome outcome = copy.build();
+    Outcome outcome = transfer.failed(Failure::ofSource(errorOfTaking(transfer)));
+    if (outcome.ok()) {
+        outcome = copy.build();
+    }
     if (outcome.ok()) {
         outcome = posix::requireUnchanged(folder, name, source.path.text, copy.copied());
     }
@@ -283,50 +301,28 @@ Outcome removeItem(PathView path)
     return posix::removeEntry(item.folder.get(), item.path.name.c_str(), item.path.text);
 }
 
-namespace {
-
-constexpr mode_t everybody = S_IRWXU | S_IRWXG | S_IRWXO; // less the umask
-
-// Returns an errno value; a folder that is there is none.
-int makeOne(const char* path)
-{
-    if (mkdir(path, everybody) == 0) {
-        return 0;
-    }
-    const int error = errno;
-    struct stat status {};
-    return error == EEXIST && stat(path, &status) == 0 && S_ISDIR(status.st_mode) ? 0 : error;
-}
-
-} // namespace
-
 Outcome createFolder(PathView path)
 {
     constexpr const char* action = "create";
+    constexpr mode_t everybody = S_IRWXU | S_IRWXG | S_IRWXO; // less the umask
     const std::optional<std::string> wanted = fileSystemRepresentation(path);
     if (!wanted || wanted->empty()) {
         return posix::nothingThere(action, path);
     }
-    // Upwards to the innermost folder that is there or can be made, then down again. A zero ends the path early.
-    std::string text = *wanted;
-    std::size_t length = text.size();
-    int error = makeOne(text.c_str());
-    while (error == ENOENT) {
-        const std::size_t end = text.find_last_not_of('/', length - 1);
-        const std::size_t slash = end == std::string::npos ? end : text.rfind('/', end);
-        if (slash == std::string::npos || slash == 0) {
-            break;
+    // From the outermost folder on. What is there already says so in many ways; whether it is a folder shows in the
+    // next.
+    for (std::size_t end = 0; end != std::string::npos;) {
+        end = wanted->find('/', end + 1);
+        const std::string part = wanted->substr(0, end);
+        struct stat status {};
+        const int error = mkdir(part.c_str(), everybody) == 0 ? 0 : errno;
+        const bool isThere = error == 0 || (error == EEXIST && end != std::string::npos) ||
+                             (stat(part.c_str(), &status) == 0 && S_ISDIR(status.st_mode));
+        if (!isThere) {
+            return systemFailure(action, part, error);
         }
-        text[slash] = '\0';
-        length = slash;
-        error = makeOne(text.c_str());
     }
-    while (error == 0 && length < text.size()) {
-        text[length] = '/';
-        length = std::min(text.find('\0', length), text.size());
-        error = makeOne(text.c_str());
-    }
-    return error == 0 ? Outcome::success() : systemFailure(action, text.c_str(), error);
+    return Outcome::success();
 }
 
 } // namespace platform

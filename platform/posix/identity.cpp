@@ -11,9 +11,7 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
-#include <climits>
 #include <string>
 #include <utility>
 #include <vector>
@@ -53,17 +51,6 @@ std::optional<bool> isRoot(int folder, int parent)
     }
     return Identity::of(here) == Identity::of(above);
 #endif
-}
-
-// What a link says, as a path of its own.
-std::optional<ItemPath> textOfLink(int folder, const char* name)
-{
-    std::array<char, PATH_MAX> text{};
-    const auto size = readlinkat(folder, name, text.data(), text.size());
-    if (size <= 0) {
-        return std::nullopt;
-    }
-    return ItemPath::ofBytes(std::string(text.data(), static_cast<std::size_t>(size)));
 }
 
 // A name on the way that leads nowhere; any other error leaves open what is there.
@@ -217,11 +204,11 @@ bool removalTakesAway(PathView removed, PathView kept)
             FolderSearch search(around);
             return S_ISDIR(one.status.st_mode) && walkTree(one.folder, one.name.c_str(), search);
         }
-        std::optional<ItemPath> text = textOfLink(folder.get(), next->name.c_str());
-        if (!text) {
+        std::optional<std::string> text = posix::readLink(folder.get(), next->name.c_str());
+        next = text ? ItemPath::ofBytes(std::move(*text)) : std::nullopt;
+        if (!next) {
             return true;
         }
-        next = std::move(text);
         folder = openAt(folder.get(), next->folder.c_str(), asPlace);
     }
     return !folder && !leadsNowhere(errno);

@@ -4,6 +4,7 @@
 #include "platform/unicode.h"
 
 #include <fcntl.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <climits>
@@ -42,6 +43,17 @@ std::optional<ItemPath> ItemPath::ofBytes(std::string path)
         item.name = item.text.substr(slash + 1);
     }
     return item;
+}
+
+std::optional<std::string> readLink(int folder, const char* name)
+{
+    std::string text(PATH_MAX, '\0');
+    const auto size = readlinkat(folder, name, text.data(), text.size());
+    if (size < 0) {
+        return std::nullopt;
+    }
+    text.resize(static_cast<std::size_t>(size));
+    return text;
 }
 
 Outcome locate(std::string_view action, PathView path, Location& location)

@@ -26,6 +26,9 @@ struct ItemPath {
     bool namesItself() const { return name == "." || name == ".."; }
 };
 
+// What the link at `name` in the open folder, or AT_FDCWD, says (readlink(2)); empty with errno.
+std::optional<std::string> readLink(int folder, const char* name);
+
 // An item's place: its path, and the folder that holds it, open as a place (descriptor.h).
 struct Location {
     ItemPath path;

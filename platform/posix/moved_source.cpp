@@ -11,6 +11,9 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#ifdef __linux__
+#include <sys/vfs.h>
+#endif
 #include <unistd.h>
 
 #include <cerrno>
@@ -30,6 +33,19 @@ constexpr int mostRests = 3;
 Failure changed()
 {
     return Failure::because("it was changed while it was being moved");
+}
+
+// There what has lost the name that it was opened by can't be examined any more, or has a time of last change of the
+// kernel's own making, or keeps a hidden name until it is closed.
+bool isInUserSpace([[maybe_unused]] int item)
+{
+#ifdef __linux__
+    constexpr auto fuse = 0x65735546; // statfs(2)
+    struct statfs system {};
+    return fstatfs(item, &system) == 0 && system.f_type == fuse;
+#else
+    return false;
+#endif
 }
 
 // Everything is as it was copied.
@@ -64,25 +80,22 @@ private:
 // else has changed them.
 class TouchedItems {
 public:
-    // `item`: open, and has just lost a name.
-    void add(int item)
+    // `item`: open, and has just lost one of the names that it had `before`.
+    void add(const struct stat& before, int item)
     {
-        struct stat status {};
-        if (fstat(item, &status) == 0 && status.st_nlink > 0) {
-            changes_.insert_or_assign(Identity::of(status), changeTime(status));
-        } else {
-            changes_.erase(Identity::of(status));
-        }
+        struct stat now {};
+        const bool isTold = !isInUserSpace(item) && fstat(item, &now) == 0;
+        changes_[Identity::of(before)] = isTold ? std::optional(changeTime(now)) : std::nullopt;
     }
 
     bool contain(const struct stat& status) const
     {
         const auto found = changes_.find(Identity::of(status));
-        return found != changes_.end() && areEqual(found->second, changeTime(status));
+        return found != changes_.end() && (!found->second || areEqual(*found->second, changeTime(status)));
     }
 
 private:
-    std::unordered_map<Identity, timespec, Identity::Hash> changes_;
+    std::unordered_map<Identity, std::optional<timespec>, Identity::Hash> changes_; // empty: to any time
 };
 
 class CopiedRemoval : public TreeRemoval {
@@ -121,7 +134,7 @@ Failure CopiedRemoval::visit(const TreeEntry& entry)
     const Descriptor item = before.st_nlink > 1 ? openAt(entry.folder, entry.name, itself) : Descriptor();
     Failure failure = removeFile(entry, entry.name);
     if (!failure && item) {
-        touched_.add(item.get());
+        touched_.add(before, item.get());
     }
     return failure;
 }
@@ -145,7 +158,7 @@ Failure CopiedRemoval::removeFileUnlessChanged(const TreeEntry& entry, const str
     if (!failure) {
         hiding.itemIsGone();
         if (isOpen && before.st_nlink > 1) {
-            touched_.add(file.descriptor.get());
+            touched_.add(before, file.descriptor.get());
         }
     }
     return failure;

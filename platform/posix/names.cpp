@@ -13,22 +13,11 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
-#include <ctime>
 #include <string_view>
 
 namespace platform::posix {
 
 namespace {
-
-bool fillAtRandom(std::array<unsigned char, 16>& bytes)
-{
-#ifdef __APPLE__
-    return getentropy(bytes.data(), bytes.size()) == 0;
-#else
-    return getrandom(bytes.data(), bytes.size(), GRND_NONBLOCK) == static_cast<ssize_t>(bytes.size());
-#endif
-}
 
 // EINVAL or ENOTSUP where the file system doesn't know how to refuse.
 int renameInOneStep(int fromFolder, const char* from, int toFolder, const char* to)
@@ -100,12 +89,7 @@ std::string temporaryName()
 {
     constexpr std::string_view letters = "abcdefghijklmnopqrstuvwxyz234567";
     std::array<unsigned char, 16> random{};
-    if (!fillAtRandom(random)) {
-        // Early in the system's start there is no randomness yet; a clock will do, for a taken name is noticed.
-        timespec now{};
-        clock_gettime(CLOCK_MONOTONIC, &now);
-        std::memcpy(random.data(), &now.tv_nsec, sizeof now.tv_nsec);
-    }
+    [[maybe_unused]] const int result = getentropy(random.data(), random.size()); // fails only where it is filtered
     std::string name = temporaryPrefix;
     for (const unsigned char byte : random) {
         name.push_back(letters[byte % letters.size()]);

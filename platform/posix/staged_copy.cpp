@@ -6,7 +6,6 @@
 #include "platform/posix/identity.h"
 #include "platform/posix/moved_source.h"
 #include "platform/posix/names.h"
-#include "platform/posix/removal_check.h"
 #include "platform/posix/remove_tree.h"
 #include "platform/posix/restrictions.h"
 
@@ -56,25 +55,10 @@ Outcome StagedCopy::build()
     if (fstatat(source_.folder.get(), source_.path.name.c_str(), &status_, AT_SYMLINK_NOFOLLOW) != 0) {
         return failed(Failure::ofSource(errno));
     }
-    if (const int error = options_.isMove ? errorOfRemoving() : 0) {
-        return failed(Failure::ofSource(error));
-    }
     copied_ = {};
     const Failure failure = S_ISREG(status_.st_mode) ? buildFile() : isFolder() ? buildFolder() : buildSpecial();
     copied_.close();
     return failed(failure);
-}
-
-// Of the source, as far as it can be seen.
-int StagedCopy::errorOfRemoving() const
-{
-    const int sourceFolder = source_.folder.get();
-    struct stat folder {};
-    if (const int error = errorOfRemovingFrom(sourceFolder)) {
-        return error;
-    }
-    return fstat(sourceFolder, &folder) == 0 ? errorOfRemovingEntry(sourceFolder, folder, source_.path.name.c_str())
-                                             : errno;
 }
 
 Failure StagedCopy::buildFile()

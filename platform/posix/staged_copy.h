@@ -27,8 +27,7 @@ public:
     StagedCopy(const StagedCopy&) = delete;
     StagedCopy& operator=(const StagedCopy&) = delete;
 
-    // Copies everything, onto the disk where the options say so. A move's source that can't be removed is refused
-    // first.
+    // Copies everything, onto the disk where the options say so.
     Outcome build();
 
     // Gives the copy its name, unless something else has it by now; the name too is then on the disk where the options
@@ -43,7 +42,6 @@ public:
     bool isFolder() const { return S_ISDIR(status_.st_mode); }
 
 private:
-    int errorOfRemoving() const;
     Failure buildFile();
     Failure buildFolder();
     Failure buildSpecial();

@@ -51,8 +51,7 @@ private:
     }
     static Failure at(const TreeEntry& entry, Failure failure)
     {
-        return failure && failure.path.empty() && !entry.isRoot() ? std::move(failure).at(entry.path())
-                                                                  : std::move(failure);
+        return failure && !failure.path ? std::move(failure).at(entry.path()) : std::move(failure);
     }
     Failure failed(const TreeEntry& entry, int error) { return at(entry, visitor_.failed(entry, error)); }
 

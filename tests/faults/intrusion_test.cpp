@@ -291,7 +291,6 @@ TEST_F(Intrusions, ThatRemoveEntriesAreNoFailuresOfACopy)
     }
 }
 
-// A copy whose name doesn't get to the disk goes again, without what others have put into it.
 // A copy that went on with what comes meanwhile might never end. The folder is larger than what the system shows at
 // once, and on a disk, for tmpfs doesn't show what has come.
 TEST_F(Intrusions, ThatFillAFolderAreNotFollowed)
@@ -312,6 +311,7 @@ TEST_F(Intrusions, ThatFillAFolderAreNotFollowed)
     EXPECT_EQ(disk.list("copies/tree").size(), 2000U);
 }
 
+// A copy whose name doesn't get to the disk goes again, without what others have put into it or in its place.
 TEST_F(Intrusions, AreNotWithdrawnWithACopy)
 {
     const Arranged move{"KORB_FolderMove", "tree", "away"};
@@ -324,25 +324,36 @@ TEST_F(Intrusions, AreNotWithdrawnWithACopy)
     plan.call = "flush";
     plan.at = undisturbed.calls.at("flush");
     plan.error = EIO;
-    bool hasCome = false;
-    plan.intrude = [&] {
-        hasCome = fs::exists(away / "tree");
-        if (hasCome) {
-            scratch.write(away / "tree/inner/theirs", "t");
+    for (const bool isReplaced : {false, true}) {
+        bool hasCome = false;
+        plan.intrude = [&] {
+            hasCome = fs::exists(away / "tree");
+            if (hasCome && isReplaced) {
+                fs::rename(away / "tree", away / "taken");
+                fs::create_directory(away / "tree");
+            } else if (hasCome) {
+                scratch.write(away / "tree/inner/theirs", "t");
+            }
+        };
+        unsigned arrivals = 0;
+        for (plan.intrudeAt = 1; plan.intrudeAt <= undisturbed.total; ++plan.intrudeAt) {
+            renew();
+            hasCome = false;
+            armFaults(plan);
+            EXPECT_TRUE(call(move).isError());
+            const FaultReport report = disarmFaults();
+            EXPECT_TRUE(scratch.exists("tree/inner/deep/file"));
+            if (isReplaced) { // after the last look at what is there nobody can tell
+                hasCome = hasCome && plan.intrudeAt <= report.total - report.sinceFault;
+                EXPECT_TRUE(!hasCome || fs::exists(away / "tree"));
+            } else {
+                hasCome = fs::exists(away / "tree/inner/theirs");
+                EXPECT_EQ(fs::exists(away / "tree"), hasCome);
+            }
+            arrivals += hasCome ? 1U : 0U;
         }
-    };
-    unsigned arrivals = 0;
-    for (plan.intrudeAt = 1; plan.intrudeAt <= undisturbed.total; ++plan.intrudeAt) {
-        renew();
-        hasCome = false;
-        armFaults(plan);
-        EXPECT_TRUE(call(move).isError());
-        disarmFaults();
-        EXPECT_TRUE(scratch.exists("tree/inner/deep/file"));
-        EXPECT_EQ(fs::exists(away / "tree"), fs::exists(away / "tree/inner/theirs"));
-        arrivals += fs::exists(away / "tree/inner/theirs") ? 1U : 0U;
+        EXPECT_GT(arrivals, 0U);
     }
-    EXPECT_GT(arrivals, 0U);
 }
 
 // Where a name has been taken after the look at it, what took it stays.

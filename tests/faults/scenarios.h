@@ -23,6 +23,7 @@ struct Scenario {
     Lacks lacks{};                            // nothing of which changes what an undisturbed call does
     std::string replaced{};                   // what goes before the copy comes, and stays removed when that fails
     bool leavesPart = false;                  // a failure may leave a part of what goes or comes
+    unsigned flushes = 2;                     // at least, of what goes to another file system: its content and its name
     void (*prepare)(const Places&) = nullptr; // after the common tree was built
     bool needsRoot = false;
     bool isOnVolume = false; // the home folder is the volume "Disk", in a root folder of the scenario's own

@@ -117,7 +117,7 @@ int closeOnce(const char*, fuse_file_info* file)
 void* settle(fuse_conn_info*, fuse_config* config)
 {
     config->use_ino = 1;
-    config->hard_remove = 1; // no ".fuse_hidden…" in place of what is open
+    config->hard_remove = strange.hidesOpenFiles ? 0 : 1; // ".fuse_hidden…" in place of what is open
     config->direct_io = strange.readsShort ? 1 : 0;
     config->negative_timeout = 0;
     config->entry_timeout = config->attr_timeout = strange.cachesNames ? 1000 : 0; // seconds
@@ -135,6 +135,9 @@ fuse_operations operations()
     all.unlink = [](Path path) { return answer(unlink(onDisk(path).c_str())); };
     all.rmdir = [](Path path) { return answer(rmdir(onDisk(path).c_str())); };
     all.rename = renameItem;
+    all.link = [](Path from, Path to) {
+        return strange.hardLinks ? answer(link(onDisk(from).c_str(), onDisk(to).c_str())) : -ENOSYS;
+    };
     all.chmod = [](Path path, mode_t mode, File) { return answer(chmod(onDisk(path).c_str(), mode)); };
     all.truncate = [](Path path, off_t size, File) { return answer(truncate(onDisk(path).c_str(), size)); };
     all.utimens = [](Path path, const timespec* times, File) {

@@ -1,5 +1,5 @@
 // A file system in user space that shows a folder and keeps to few of the customs: for what network, cloud and foreign
-// file systems do. It has no unnamed files, no links of either kind, and doesn't tell what its entries are.
+// file systems do. It has no unnamed files, no symbolic links, and doesn't tell what its entries are.
 #pragma once
 
 #include <filesystem>
@@ -15,6 +15,8 @@ struct Strangeness {
     bool closeFails = false;        // with ENOSPC, and what was written is lost
     bool noExclusiveRename = false; // renameat2 with flags: EINVAL
     bool ignoresCase = false;       // of ASCII letters
+    bool hardLinks = false;         // of which one that has lost its name can't be examined any more
+    bool hidesOpenFiles = false;    // that are removed, until they are closed
     bool unstableInodes = false;    // each name has a number of its own
     bool oneNumber = false;         // all items have one, and two names
     bool cachesNames = false;       // what was there once seems to be there still

@@ -186,6 +186,24 @@ TEST_F(Strange, FilesAreMovedWholeOrNotAtAll)
     }
 }
 
+TEST_F(Strange, FilesAreMovedWithAllTheirNames)
+{
+    SKIP_WITHOUT("fuse");
+    for (const bool hides : {false, true}) {
+        const StrangeFileSystem fileSystem(shown, mounted, {.hardLinks = true, .hidesOpenFiles = hides});
+        scratch.write("shown/tree/first", "f");
+        scratch.hardLink("shown/tree/first", "shown/tree/second");
+        scratch.makeFolder("shown/tree/inner");
+        scratch.hardLink("shown/tree/first", "shown/tree/inner/third");
+        const fs::path target = scratch.makeFolder("target");
+        EXPECT_EQ(plugin.call("KORB_FolderMove", {mounted / "tree", target.string()}).utf8(), "0")
+            << plugin.lastErrorText();
+        EXPECT_EQ(fs::hard_link_count(target / "tree/inner/third"), 3U);
+        EXPECT_EQ(scratch.list("shown"), std::vector<std::string>());
+        fs::remove_all(target);
+    }
+}
+
 TEST_F(Strange, FilesWithOneNumberAreNotTakenForOne)
 {
     SKIP_WITHOUT("fuse");

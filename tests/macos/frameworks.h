@@ -72,11 +72,7 @@ extern "C" NSString* const NSURLVolumeIsRemovableKey;
 @interface NSString : NSObject
 @property(readonly) NSUInteger length;
 @property(readonly) const char* UTF8String;
-@property(readonly, copy) NSString* lastPathComponent;
-@property(readonly, copy) NSString* stringByDeletingLastPathComponent;
-@property(readonly, copy) NSString* stringByStandardizingPath;
 - (instancetype)initWithBytes:(const void*)bytes length:(NSUInteger)length encoding:(NSUInteger)encoding;
-- (NSString*)stringByAppendingPathComponent:(NSString*)component;
 - (void)getCharacters:(unichar*)buffer range:(NSRange)range;
 + (instancetype)stringWithCharacters:(const unichar*)characters length:(NSUInteger)length;
 + (instancetype)stringWithUTF8String:(const char*)bytes;

@@ -291,6 +291,7 @@ TEST_F(LinuxMounts, AreCrossedByMoves)
 TEST_F(LinuxMounts, RefuseBeforehandToBeMovedIntoWhatCouldNotBeRemoved)
 {
     scratch.write("tree/a/file", "f");
+    scratch.setMode("tree/a/file", 0);
     scratch.write("tree/open/file", "f");
     scratch.write("tree/open/locked/file", "f");
     scratch.setMode("tree/open/locked", 0555);
@@ -308,14 +309,22 @@ TEST_F(LinuxMounts, RefuseBeforehandToBeMovedIntoWhatCouldNotBeRemoved)
         text += moveIt(tree / "open", volume / "open") + "\n";
         close(held);
         becomeOrdinaryUser();
-        text += moveIt(tree / "open", volume / "open") + "\n";
-        text += moveIt(tree / "a/file", volume / "file") + "\n";
-        return text + (fs::is_empty(volume) ? "" : "something is left");
+        for (const char* name : {"open", "open/locked"}) {
+            text += moveIt(tree / name, volume / "moved") + "\n";
+        }
+        fs::create_directory(volume / "old");
+        for (const auto transfer : {platform::copyItem, platform::moveItem}) {
+            text += transfer(utf16(tree / "a/file"), utf16(volume / "old"), platform::Existing::replaced).description();
+            text += "\n";
+        }
+        return text + (fs::remove(volume / "old") && fs::is_empty(volume) ? "" : "something else is left");
     });
     EXPECT_EQ(answer, "could not move " + (tree / "sub/mounted").native() + ": Device or resource busy\n" +
                           "could not move " + (tree / "open/file").native() + ": the file is open for writing\n" +
                           "could not move " + (tree / "open/locked").native() + ": Permission denied\n" +
-                          "could not move " + (tree / "a/file").native() + ": Permission denied\n");
+                          "could not move " + (tree / "open/locked").native() + ": Permission denied\n" +
+                          "could not copy " + (tree / "a/file").native() + ": Permission denied\n" + "could not move " +
+                          (tree / "a/file").native() + ": Permission denied\n");
     EXPECT_EQ(snapshot(tree), before);
 }
 

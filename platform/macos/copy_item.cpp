@@ -3,7 +3,7 @@
 // owner can't give an item the owner that it had; its set-id bits would then lend somebody else's rights, and are
 // dropped.
 
-#include "platform/posix/system_copy.h"
+#include "platform/posix/copy_item.h"
 
 #include <copyfile.h>
 #include <fcntl.h>
@@ -86,14 +86,17 @@ Failure copyEverything(int source, const struct stat& status, int folder, const 
 
 } // namespace
 
-struct SystemCopy::Memory {};
+struct ItemCopier::Memory {};
 
-SystemCopy::SystemCopy(bool) {}
+ItemCopier::ItemCopier(const CopyOptions& options, bool flushesEach)
+    : isMove_(options.isMove), flushesEach_(flushesEach)
+{
+}
 
-SystemCopy::~SystemCopy() = default;
+ItemCopier::~ItemCopier() = default;
 
 // What an access list hands down is kept, as by the Finder.
-Failure SystemCopy::copyFile(const OpenFile& source, const FileTarget& target, Descriptor& made)
+Failure ItemCopier::makeCopy(const OpenFile& source, const FileTarget& target, Descriptor& made)
 {
     if (target.name == nullptr) {
         return Failure::ofTarget(EOPNOTSUPP);
@@ -105,13 +108,13 @@ Failure SystemCopy::copyFile(const OpenFile& source, const FileTarget& target, D
     return fstat(made.get(), &copy) == 0 ? requireWhole(source, copy.st_size) : Failure::ofTarget(errno);
 }
 
-Failure SystemCopy::copyMetadata(int source, const struct stat& status, int target) const
+Failure ItemCopier::copyMetadata(int source, const struct stat& status, int target) const
 {
     return copyParts(source, status, target, COPYFILE_METADATA);
 }
 
 // A FIFO isn't opened, for that may wait for its other end; it has hardly more than owner, mode and times.
-Failure SystemCopy::copySpecialMetadata(int sourceFolder, const char* sourceName, int targetFolder,
+Failure ItemCopier::copySpecialMetadata(int sourceFolder, const char* sourceName, int targetFolder,
                                         const char* targetName, const struct stat& status) const
 {
     if (S_ISLNK(status.st_mode)) {

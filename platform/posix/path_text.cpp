@@ -5,7 +5,6 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -32,7 +31,9 @@ Text tidied(const Text& path)
     return text;
 }
 
-std::optional<std::string> homeFromUserDatabase()
+} // namespace
+
+std::string homeInUserDatabase()
 {
     std::vector<char> buffer(1024);
     passwd entry{};
@@ -42,18 +43,10 @@ std::optional<std::string> homeFromUserDatabase()
         buffer.resize(buffer.size() * 2);
     }
     if (error != 0 || found == nullptr || found->pw_dir == nullptr || found->pw_dir[0] != '/') {
-        return std::nullopt;
+        return {};
     }
     return found->pw_dir;
 }
-
-std::optional<std::string> homeFolder()
-{
-    const char* variable = std::getenv("HOME");
-    return variable != nullptr && variable[0] == '/' ? std::optional<std::string>(variable) : homeFromUserDatabase();
-}
-
-} // namespace
 
 PathText lastComponent(PathView path)
 {
@@ -89,8 +82,9 @@ PathText appendingComponent(PathView path, PathView component)
 
 std::string standardized(std::string_view path)
 {
-    const std::optional<std::string> home = homeFolder();
-    return home ? tidied(*home + std::string(path.substr(1))) : std::string(path);
+    const char* variable = std::getenv("HOME");
+    const std::string home = variable != nullptr && variable[0] == '/' ? variable : homeInUserDatabase();
+    return home.empty() ? std::string(path) : tidied(home + std::string(path.substr(1)));
 }
 
 } // namespace platform

@@ -1,8 +1,7 @@
-#include "platform/posix/system_copy.h"
+#include "platform/posix/copy_item.h"
 
 #include "platform/linux/copy_data.h"
 #include "platform/linux/copy_metadata.h"
-#include "platform/linux/extended_attributes.h"
 #include "platform/posix/access_lists.h"
 
 #include <fcntl.h>
@@ -30,8 +29,7 @@ Descriptor make(const FileTarget& target)
 
 } // namespace
 
-struct SystemCopy::Memory {
-    bool mustFit;
+struct ItemCopier::Memory {
     linux_os::DataCopier data{};
     std::optional<struct stat> made{}; // an item whose owner all new ones have
 
@@ -45,11 +43,14 @@ struct SystemCopy::Memory {
     }
 };
 
-SystemCopy::SystemCopy(bool mustFit) : memory_(new Memory{mustFit}) {}
+ItemCopier::ItemCopier(const CopyOptions& options, bool flushesEach)
+    : isMove_(options.isMove), flushesEach_(flushesEach), memory_(new Memory)
+{
+}
 
-SystemCopy::~SystemCopy() = default;
+ItemCopier::~ItemCopier() = default;
 
-Failure SystemCopy::copyFile(const OpenFile& source, const FileTarget& target, Descriptor& made)
+Failure ItemCopier::makeCopy(const OpenFile& source, const FileTarget& target, Descriptor& made)
 {
     made = make(target);
     if (!made) {
@@ -69,20 +70,20 @@ Failure SystemCopy::copyFile(const OpenFile& source, const FileTarget& target, D
     return copyMetadata(file, source.status, made.get());
 }
 
-Failure SystemCopy::copyMetadata(int source, const struct stat& status, int target) const
+Failure ItemCopier::copyMetadata(int source, const struct stat& status, int target) const
 {
     return memory_->knowOwner(target)
-               ? keepMetadata(MetadataHolder(source), MetadataHolder(target), status, *memory_->made, memory_->mustFit)
+               ? keepMetadata(MetadataHolder(source), MetadataHolder(target), status, *memory_->made, isMove_)
                : Failure::ofTarget(errno);
 }
 
-Failure SystemCopy::copySpecialMetadata(int sourceFolder, const char* sourceName, int targetFolder,
+Failure ItemCopier::copySpecialMetadata(int sourceFolder, const char* sourceName, int targetFolder,
                                         const char* targetName, const struct stat& status) const
 {
     struct stat made {};
     return fstatat(targetFolder, targetName, &made, AT_SYMLINK_NOFOLLOW) == 0
                ? keepMetadata(MetadataHolder(sourceFolder, sourceName), MetadataHolder(targetFolder, targetName),
-                              status, made, memory_->mustFit)
+                              status, made, isMove_)
                : Failure::ofTarget(errno);
 }
 

@@ -487,8 +487,8 @@ private:
         extents_.push_back({at, end + (hasDescriptor ? descriptorLength(end, agrees, entry) : 0)});
     }
 
-    // Returns whether sizes and checksum are what the directory says. Where a descriptor follows they may be missing:
-    // zeros, ones, or, for the checksum of what Info-ZIP encrypts, the time.
+    // Returns whether sizes and checksum are what the directory says. Where a descriptor follows they may be missing,
+    // as zeros or ones; of what Info-ZIP encrypts while it streams they are about something else.
     bool compareSizes(Bytes local, Bytes extra, bool hasDescriptor, const ZipEntry& entry) const
     {
         const std::uint64_t crc = get32(local, LocalHeader::crc);
@@ -496,11 +496,10 @@ private:
         std::uint64_t compressedSize = get32(local, LocalHeader::compressedSize);
         const bool areThere = takeFromZip64(extra, {&size, &compressedSize});
         const auto mayBe = [&](std::uint64_t value, std::uint64_t told) {
-            return value == told || (hasDescriptor && (value == 0 || value == zip::elsewhere32));
+            return value == told || (hasDescriptor && (entry.isEncrypted() || value == 0 || value == zip::elsewhere32));
         };
-        const bool isTime = hasDescriptor && crc == std::uint64_t{get16(local, LocalHeader::time)} << 16U;
-        if (!areThere || !mayBe(size, entry.size) || !mayBe(compressedSize, entry.compressedSize) ||
-            !(mayBe(crc, entry.crc) || isTime)) {
+        if (!areThere || !mayBe(crc, entry.crc) || !mayBe(size, entry.size) ||
+            !mayBe(compressedSize, entry.compressedSize)) {
             failEntry("has other sizes than the directory says");
         }
         return crc == entry.crc && size == entry.size && compressedSize == entry.compressedSize;

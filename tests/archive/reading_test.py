@@ -140,8 +140,6 @@ class RightArchives(Reading):
             "descriptor, large": described(crc + struct.pack("<QQ", *sizes), local_extra=zip64,
                                            local=dict(crc=0, packed=ANYWHERE32, size=ANYWHERE32)),
             "descriptor, large, signed": described(b"PK\7\x08" + crc + struct.pack("<QQ", *sizes)),
-            "descriptor, time for the checksum": described(crc + struct.pack("<II", *sizes),
-                                                           local=dict(crc=0x20A30000, packed=0)),
             "descriptor that isn't there": described(b"", local={}),
         }
         expected = {"a": b"first", "d/b": data}

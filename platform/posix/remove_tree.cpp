@@ -101,8 +101,15 @@ Failure TreeRemoval::failed(const TreeEntry& entry, int error)
 
 Outcome removeEntry(int folder, const char* name, std::string_view path)
 {
+    constexpr const char* action = "remove";
+    if (unlinkat(folder, name, 0) == 0) {
+        return Outcome::success();
+    }
+    if (errno != EISDIR && errno != EPERM) { // of a folder Linux says the one, POSIX the other
+        return systemFailure(action, path, errno);
+    }
     TreeRemoval removal;
-    return walkTree(folder, name, removal).outcome("remove", path);
+    return walkTree(folder, name, removal).outcome(action, path);
 }
 
 void discardEntry(int folder, const char* name) noexcept

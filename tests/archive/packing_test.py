@@ -19,7 +19,6 @@ import zlib
 from pathlib import Path
 
 PROGRAM = sys.argv.pop(1) if len(sys.argv) > 1 else ""
-FULL = os.environ.get("FOLIDEX_FULL") == "1"
 BLOCK = 512 * 1024
 WINDOW = 32 * 1024
 STORED, DEFLATED, AES = 0, 8, 99
@@ -284,21 +283,6 @@ class Packing(unittest.TestCase):
             os.close(above)
         os.close(folder)
         self.assertIn("longer", self.pack(expect=66))
-
-    @unittest.skipUnless(FULL, "takes some 5 GB")
-    def test_large(self):
-        with open(self.write("large"), "r+b") as file:
-            file.truncate(2**32 + 5)
-        with open(self.write("noise"), "wb") as file:
-            piece = random.Random(1).randbytes(1 << 20)
-            for _ in range(4097):
-                file.write(piece)
-        self.write("small")
-        archive = self.pack()
-        with zipfile.ZipFile(archive) as opened:
-            self.assertIsNone(opened.testzip())
-            self.assertEqual([info.file_size for info in opened.infolist()], [0, 2**32 + 5, 4097 << 20, 8])
-            self.assertGreater(opened.getinfo("in/small").header_offset, 2**32)
 
 
 if __name__ == "__main__":

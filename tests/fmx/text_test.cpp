@@ -119,18 +119,6 @@ TEST(Text, FindsWithAndWithoutCase)
     EXPECT_EQ(text(u"a😀b")->FindIgnoringCase(*text(u"\xDE00"), 0), Text::kSize_Invalid);
 }
 
-TEST(Text, MapsCaseAsUnicodeDoes)
-{
-    for (const auto& c : cases("cases")) {
-        const auto value = text(c[0]);
-        value->Uppercase();
-        EXPECT_EQ(utf8(*value), c[1]);
-        value->SetText(*text(c[0]));
-        value->Lowercase();
-        EXPECT_EQ(utf8(*value), c[2]);
-    }
-}
-
 TEST(Text, ComparesCodeUnits)
 {
     const std::u16string_view ascending[] = {u"", u"A", u"AB", u"B", u"a", u"é", u"😀", u"\uFFFD"};

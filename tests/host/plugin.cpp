@@ -142,13 +142,6 @@ errcode moment(short, const ExprEnv&, const DataVect&, Data& result)
     return 0;
 }
 
-errcode longText(short, const ExprEnv&, const DataVect& arguments, Data& result)
-{
-    const auto size = static_cast<std::size_t>(arguments.AtAsNumber(0).AsLong64());
-    result.SetAsText(*text(std::string(size, 'x')), *fmx::LocaleUniquePtr());
-    return 0;
-}
-
 fmx::QuadCharUniquePtr owner()
 {
     const std::string id = setting("id", "SMPL");
@@ -187,7 +180,6 @@ void registerAll(int apiVersion)
     addFunction(apiVersion, 5, "Smpl_ErrorCode", "Smpl_ErrorCode( code )", 1, 1, errorCode);
     addFunction(apiVersion, 6, "Smpl_Pause", "Smpl_Pause( seconds )", 1, 1, pauseFor);
     addFunction(apiVersion, 7, "Smpl_Moment", "Smpl_Moment", 0, 0, moment);
-    addFunction(apiVersion, 8, "Smpl_LongText", "Smpl_LongText( a {; b {; c } } )", 1, 3, longText);
     const std::string name = setting("name", "Smpl_Odd");
     const std::string parameters = setting("parameters", "( größe )");
     const int arguments = parameters == "( größe )" ? 1 : 9;

@@ -14,7 +14,6 @@
 #include <cstdio>
 #include <exception>
 #include <filesystem>
-#include <string_view>
 #include <system_error>
 
 namespace folidex::test {

@@ -19,7 +19,6 @@ public:
     bool isError() const { return utf8() == "!!ERROR!!"; }
 
     std::string utf8() const { return outcome_.value.utf8(); }
-    const fmxhost::Value& value() const { return outcome_.value; }
     double number() const { return outcome_.value.number(); }
 
     fmx::errcode errorCode() const { return outcome_.error; } // what the handler returned

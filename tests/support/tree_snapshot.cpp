@@ -10,7 +10,6 @@
 #include <functional>
 #include <iterator>
 #include <sstream>
-#include <string_view>
 
 namespace folidex::test {
 

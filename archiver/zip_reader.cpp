@@ -106,7 +106,7 @@ private:
         return get32(records_.at(offset, sizeof signature), 0) == signature;
     }
 
-    // Else an archive that is stored in one that is cut is taken for it.
+    // Another record behind the end tells that this archive is stored in a larger one, whose own end is missing.
     void requireEnd(std::uint64_t behind)
     {
         constexpr std::uint32_t others[] = {LocalHeader::signature, DataDescriptor::signature,

@@ -231,10 +231,10 @@ class Failure(ScratchCase):
             self.run_verb("unzip", "x.zip", folder, expect=73, prefix=NOBODY)
 
     def test_results_are_as_private_as_what_they_come_from(self):
-        self.sh("umask 022; mkdir shut partly fine odd; echo | tee shut/file partly/file fine/file odd/file old.zip old;"
-                "chmod 2755 .; chmod 711 shut; chmod 640 partly/file; chmod 600 file old.zip; chmod 604 odd/file; ln -s old.zip link")
+        self.sh("umask 022; mkdir shut seen partly fine odd; echo | tee shut/file seen/file partly/file fine/file odd/file old.zip old;"
+                "chmod 2755 .; chmod 711 shut; chmod 744 seen; chmod 640 partly/file; chmod 600 file old.zip; chmod 604 odd/file; ln -s old.zip link")
         for verb, source, target, mode in (
-                ("zip", "shut", "1.zip", 0o600), ("zip", "partly", "2.zip", 0o640), ("zip", "file", "3.zip", 0o600),
+                ("zip", "shut", "1.zip", 0o600), ("zip", "seen", "0.zip", 0o600), ("zip", "partly", "2.zip", 0o640), ("zip", "file", "3.zip", 0o600),
                 ("zip", "fine", "old.zip", 0o600), ("zip", "fine", "4.zip", 0o644), ("zip", "fine", "link", 0o600),
                 ("zip", "odd", "7.zip", 0o604), ("encrypt", "file", "5", 0o600), ("encrypt", "fine/file", "old", 0o644), ("decrypt", "5", "9", 0o600)):
             self.run_verb(verb, source, target, "pw", prefix="umask 022;")
@@ -243,9 +243,10 @@ class Failure(ScratchCase):
         self.run_verb("encrypt", "fine/file", "6", "pw", prefix="umask 027;")
         self.assertEqual(self.mode("6"), 0o640)
         if AS_ROOT:
-            self.sh("mkdir other; chmod 755 other; cp partly/file other; chown 0:1 partly/file; chmod 640 partly/file")
-            self.run_verb("encrypt", "partly/file", "8", "pw", prefix="umask 022;")
-            self.assertEqual(self.mode("8"), 0o600, "another group than the result's")
+            self.sh("cp -p partly/file partly/other; chown 0:2 partly/other; chmod 640 partly/other")
+            for source, target in (("partly/other", "8"), ("partly", "10")):
+                self.run_verb("zip", source, target, prefix="umask 022;")
+                self.assertEqual(self.mode(target), 0o600, "another group than the result's")
 
     @surroundings.case_needs("access-lists")
     def test_access_lists_let_nobody_in(self):

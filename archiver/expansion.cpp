@@ -95,7 +95,10 @@ public:
                               [this](std::size_t share) { discardEntry(descriptor(), std::to_string(share).c_str()); });
         } catch (const std::exception&) { // NOLINT(bugprone-empty-catch): it is removed all the same
         }
-        discardEntry(destination_, item_.name.c_str());
+        // Unless it was moved, and something else has the name.
+        if (isNameOf(destination_, item_.name, descriptor()) || errno != 0) {
+            discardEntry(destination_, item_.name.c_str());
+        }
     }
     WorkFolder(const WorkFolder&) = delete;
     WorkFolder& operator=(const WorkFolder&) = delete;

@@ -70,7 +70,7 @@ Placement::Placement(const ZipArchive& archive, int destination, std::string mis
     const std::size_t count = archive.entries().size();
     if (!missing_.empty()) {
         const std::size_t length = std::min(missing_.find('/'), missing_.size());
-        items_.push_back({.first = 0, .end = count, .length = length, .isFolder = true, .exists = false});
+        items_.push_back({.first = 0, .end = count, .length = length, .exists = false});
         missingInWork_ = numberOf(items_.front()) + missing_.substr(length);
         return;
     }
@@ -122,7 +122,7 @@ std::size_t Placement::planItem(std::size_t index, std::string& merged)
             if (existing && existing->st_nlink == 1) {
                 existing_.emplace_back(existing->st_dev, existing->st_ino);
             }
-            items_.push_back({index, end, item.size(), isFolder, existing.has_value()});
+            items_.push_back({index, end, item.size(), existing.has_value()});
             return end;
         }
         merged = item;

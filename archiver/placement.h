@@ -56,8 +56,7 @@ private:
         std::size_t first;  // entry in it, whose path begins with the item's
         std::size_t end;    // behind the last one
         std::size_t length; // of its path
-        bool isFolder;
-        bool exists; // a file or link, when it was planned
+        bool exists;        // a file or link, when it was planned
         State state = State::planned;
     };
 

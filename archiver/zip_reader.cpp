@@ -92,6 +92,7 @@ public:
             if (get32(tail, at) == EndRecord::signature) {
                 const Bytes record = Bytes(tail).subspan(at, EndRecord::length);
                 if (const std::optional<Directory> found = directoryOf(record, source_.size() - length + at)) {
+                    requireEnd(source_.size() - length + at + record.size() + get16(record, EndRecord::commentLength));
                     return *found;
                 }
             }
@@ -102,8 +103,19 @@ public:
 private:
     bool hasSignature(std::uint64_t offset, std::uint32_t signature)
     {
-        return offset + sizeof signature <= source_.size() &&
-               get32(records_.at(offset, sizeof signature), 0) == signature;
+        return get32(records_.at(offset, sizeof signature), 0) == signature;
+    }
+
+    // Else an archive that is stored in one that is cut is taken for it.
+    void requireEnd(std::uint64_t behind)
+    {
+        constexpr std::uint32_t others[] = {LocalHeader::signature, DataDescriptor::signature,
+                                            CentralHeader::signature};
+        if (behind + sizeof others[0] <= source_.size() &&
+            std::any_of(std::begin(others), std::end(others),
+                        [&](auto other) { return hasSignature(behind, other); })) {
+            fail(Exit::damaged, "the archive is cut, or its end is damaged");
+        }
     }
 
     std::optional<Directory> directoryOf(Bytes record, std::uint64_t at)
@@ -352,16 +364,12 @@ private:
     // Returns its header's length.
     std::uint64_t loadEntry(std::uint64_t at, std::uint64_t end)
     {
-        if (end - at < CentralHeader::length ||
-            get32(headers_.at(at, CentralHeader::length), 0) != CentralHeader::signature) {
-            fail(Exit::damaged, "the archive's directory is damaged");
-        }
         const Bytes fixed = headers_.at(at, CentralHeader::length);
         const std::size_t nameLength = get16(fixed, CentralHeader::nameLength);
         const std::size_t extraLength = get16(fixed, CentralHeader::extraLength);
         const std::size_t length =
             CentralHeader::length + nameLength + extraLength + get16(fixed, CentralHeader::commentLength);
-        if (length > end - at) {
+        if (get32(fixed, 0) != CentralHeader::signature || length > end - at) {
             fail(Exit::damaged, "the archive's directory is damaged");
         }
         const Bytes whole = headers_.at(at, length);
@@ -448,11 +456,10 @@ private:
     void takeLocal(const Header& header, std::uint64_t told, ZipEntry& entry)
     {
         const std::uint64_t at = told + directory_.front;
-        if (at < told || at > directory_.start || directory_.start - at < LocalHeader::length ||
-            get32(locals_.at(at, LocalHeader::length), 0) != LocalHeader::signature) {
+        const Bytes fixed = locals_.at(at, LocalHeader::length);
+        if (at < told || get32(fixed, 0) != LocalHeader::signature) {
             failEntry("isn't where the directory says");
         }
-        const Bytes fixed = locals_.at(at, LocalHeader::length);
         const std::size_t nameLength = get16(fixed, LocalHeader::nameLength);
         const std::size_t length = LocalHeader::length + nameLength + get16(fixed, LocalHeader::extraLength);
         const Bytes local = locals_.at(at, length);

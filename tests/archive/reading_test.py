@@ -240,6 +240,7 @@ class WrongArchives(Reading):
         central = plain.index(b"PK\1\2")
         deflate_bomb = deflated(bytes(50_000_000))
         first, second = TWO
+        inner = entry("inner.zip", plain)
         at_first = dict(offset=0)
 
         def one(*arguments, **options):
@@ -292,6 +293,9 @@ class WrongArchives(Reading):
             "second disk": archive(*TWO, end=dict(disk=1)), "disks": archive(*TWO, end=dict(directory_disk=1)),
             "zip64, second disk": archive(*TWO, zip64=dict(disk=1), end=dict(disk=ANYWHERE16)),
             "directory, longer": archive(*TWO, end=dict(length=9999)), "no archive": b"text\n" * 99, "empty": b"",
+            **{f"archive in one that is cut, {behind} behind": whole[:-22] for behind, whole in (
+                ("entry", archive(inner, second)), ("directory", archive(second, inner)),
+                ("descriptor", archive((inner[0] + b"PK\7\x08" + bytes(12), *inner[1:]))))},
             "middle missing": plain[:40] + plain[50:], "start missing": plain[10:],
             "directory's signature": plain.replace(b"PK\1\2", b"PK\1\3"),
             **{f"cut at {size}": plain[:size] for size in (10, central, central + 30, len(plain) - 22, len(plain) - 1)},

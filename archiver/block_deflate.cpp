@@ -119,7 +119,6 @@ void BlockDeflater::deflate(std::span<const std::byte> before, std::span<const s
             return;
         }
     }
-    before = before.last(std::min(before.size(), deflateWindow));
     state_->usual.deflate(before, block, isLast ? Z_FINISH : Z_SYNC_FLUSH, out);
 }
 

@@ -142,8 +142,8 @@ Failure DataCopier::copyRange(int source, int target, off_t& position, off_t end
     return copyThroughBuffer(source, target, position, end);
 }
 
-// Returns false when the rest has to go through the buffer: copy_file_range(2) can't copy between all file systems,
-// before Linux 5.3 only within one, and ends early on files that make up their content as they are read.
+// Returns false when the rest has to go through the buffer: copy_file_range(2) can't copy between all file systems, and
+// ends early on files that make up their content as they are read.
 bool DataCopier::copyInKernel(int source, int target, off_t& position, off_t end, Failure& failed)
 {
     off_t written = position;

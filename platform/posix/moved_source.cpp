@@ -228,8 +228,8 @@ Failure waitUntilTimestampSettles(int item, struct stat& status)
             return {};
         }
         constexpr std::int64_t second = 1'000'000'000;
-        const timespec rest{static_cast<time_t>(left / second), static_cast<long>(left % second)};
-        nanosleep(&rest, nullptr);
+        timespec rest{static_cast<time_t>(left / second), static_cast<long>(left % second)};
+        retried([&] { return nanosleep(&rest, &rest); });
         if (fstat(item, &status) != 0) {
             return Failure::ofSource(errno);
         }

@@ -4,6 +4,7 @@
 #include "platform/file_manager.h"
 #include "platform/posix/copy_record.h"
 #include "platform/posix/folder_stack.h"
+#include "platform/posix/moved_source.h"
 #include "platform/unicode.h"
 #include "support/child_process.h"
 #include "support/scratch_folder.h"
@@ -18,12 +19,14 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
+#include <sys/time.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
 #include <clocale>
+#include <csignal>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -546,6 +549,30 @@ TEST(LinuxMove, WaitsUntilAnotherChangeWouldShow)
         status.st_ctim = {seconds, nanoseconds};
         EXPECT_EQ(platform::posix::timeUntilNextStamp(status) > 0, waits) << seconds - now << " s " << nanoseconds;
     }
+}
+
+// A host may have timers.
+TEST(LinuxMove, WaitsThroughSignals)
+{
+    const ScratchFolder scratch;
+    const std::string answer = inChild([&] {
+        struct sigaction action {};
+        action.sa_handler = [](int) {};
+        sigaction(SIGALRM, &action, nullptr);
+        const itimerval often{{0, 100}, {0, 100}}; // microseconds, less than a tick of the clock that stamps files
+        setitimer(ITIMER_REAL, &often, nullptr);
+        std::string text;
+        for (int attempts = 0; attempts < 5; ++attempts) {
+            struct stat status {};
+            const int file = open(scratch.text("file").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+            fchmod(file, 0600);
+            fstat(file, &status);
+            text += platform::posix::waitUntilTimestampSettles(file, status).outcome("move", "file").description();
+            close(file);
+        }
+        return text;
+    });
+    EXPECT_EQ(answer, "");
 }
 
 // Whoever limits the size of files (setrlimit(2)) gets an error, not the end of the process.

@@ -72,8 +72,8 @@ struct Directory {
     std::uint64_t start = 0; // in the source, as all offsets here
     std::uint64_t length = 0;
     std::uint64_t entries = 0;
-    bool isCountWhole = true; // else modulo 65536
-    std::uint64_t front = 0;  // what stands before the archive, and offsets in it don't count
+    std::uint64_t countedBits = ~std::uint64_t{0}; // of their number: the older record has room for 16
+    std::uint64_t front = 0;                       // what stands before the archive, and offsets in it don't count
 };
 
 // Finds the end record, and by it the directory.
@@ -123,7 +123,7 @@ private:
         Directory directory{.start = get32(record, EndRecord::directory),
                             .length = get32(record, EndRecord::directoryLength),
                             .entries = get16(record, EndRecord::entries),
-                            .isCountWhole = false};
+                            .countedBits = zip::elsewhere16};
         std::uint32_t disk = get16(record, EndRecord::disk);
         std::uint32_t directoryDisk = get16(record, EndRecord::directoryDisk);
         std::uint64_t end = at;
@@ -334,8 +334,7 @@ public:
             throwIfInterrupted();
             at += loadEntry(at, end);
         }
-        const std::uint64_t modulus = std::uint64_t{zip::elsewhere16} + 1;
-        if (count != directory_.entries && (directory_.isCountWhole || count % modulus != directory_.entries)) {
+        if ((count & directory_.countedBits) != directory_.entries) {
             fail(Exit::damaged, "the archive has more or fewer entries than it says");
         }
         requireNoOverlap();
@@ -488,18 +487,22 @@ private:
         extents_.push_back({at, end + (hasDescriptor ? descriptorLength(end, agrees, entry) : 0)});
     }
 
-    // Returns whether sizes and checksum are what the directory says. Where a descriptor follows they needn't be: there
-    // are zeros, ones, or, encrypted by Info-ZIP, a time.
+    // Returns whether sizes and checksum are what the directory says. Where a descriptor follows they may be missing,
+    // as zeros or ones; of what Info-ZIP encrypts while it streams they are about something else.
     bool compareSizes(Bytes local, Bytes extra, bool hasDescriptor, const ZipEntry& entry) const
     {
+        const std::uint64_t crc = get32(local, LocalHeader::crc);
         std::uint64_t size = get32(local, LocalHeader::size);
         std::uint64_t compressedSize = get32(local, LocalHeader::compressedSize);
-        const bool agrees = takeFromZip64(extra, {&size, &compressedSize}) && size == entry.size &&
-                            compressedSize == entry.compressedSize && get32(local, LocalHeader::crc) == entry.crc;
-        if (!agrees && !hasDescriptor) {
+        const bool areThere = takeFromZip64(extra, {&size, &compressedSize});
+        const auto mayBe = [&](std::uint64_t value, std::uint64_t told) {
+            return value == told || (hasDescriptor && (entry.isEncrypted() || value == 0 || value == zip::elsewhere32));
+        };
+        if (!areThere || !mayBe(crc, entry.crc) || !mayBe(size, entry.size) ||
+            !mayBe(compressedSize, entry.compressedSize)) {
             failEntry("has other sizes than the directory says");
         }
-        return agrees;
+        return crc == entry.crc && size == entry.size && compressedSize == entry.compressedSize;
     }
 
     // With or without a signature, with sizes of 4 or of 8 bytes: nothing says which. Some programs announce one where

@@ -140,8 +140,6 @@ class RightArchives(Reading):
             "descriptor, large": described(crc + struct.pack("<QQ", *sizes), local_extra=zip64,
                                            local=dict(crc=0, packed=ANYWHERE32, size=ANYWHERE32)),
             "descriptor, large, signed": described(b"PK\7\x08" + crc + struct.pack("<QQ", *sizes)),
-            "descriptor, other numbers before": described(crc + struct.pack("<II", *sizes),
-                                                          local=dict(crc=1, packed=2, size=3)),
             "descriptor that isn't there": described(b"", local={}),
         }
         expected = {"a": b"first", "d/b": data}
@@ -278,6 +276,9 @@ class WrongArchives(Reading):
             "descriptor": one("x", data, method=8, flags=DESCRIPTOR, local=missing, descriptor=b"PK\7\x08" + bytes(12)),
             "descriptor, missing": one("x", data, method=8, flags=DESCRIPTOR, local=missing),
             "descriptor, other sizes": one("x", data, flags=DESCRIPTOR, local=dict(size=3)),
+            **{f"descriptor, other {name} before": one("x", data, method=8, flags=DESCRIPTOR, local={**missing, name: 1},
+                                                       descriptor=struct.pack("<3I", zlib.crc32(data), len(packed), len(data)))
+               for name in missing},
             "descriptor that lies": one("x", data, flags=DESCRIPTOR, descriptor=b"PK\7\x08" + bytes(12)),
             "overlap": archive(first, (b"", {**second[1], **at_first}, second[2])),
             "one content for two": archive(first, (b"", {**first[1], **at_first}, first[2])),

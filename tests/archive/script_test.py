@@ -180,7 +180,13 @@ class Failure(ScratchCase):
             done = subprocess.run(["sh", SCRIPT, fields], check=False, capture_output=True)
             self.assertEqual(done.returncode, 64, (fields, done.stdout))
         self.assertEqual(subprocess.run(["sh", SCRIPT, "zip|/|/|a|b", "more"], check=False, capture_output=True).returncode, 64)
-        self.sh("mkdir folder; ln -s folder link; ln file 'hard link'; mkfifo folder/pipe")
+        # Without its program, and beside one that may not run.
+        shutil.copy(SCRIPT, self.base)
+        for _ in range(2):
+            done = subprocess.run(["sh", "ZipFuncs.sh", "zip|/|/|a|b"], cwd=self.base, check=False, capture_output=True)
+            self.assertEqual((done.returncode, done.stdout[:3], done.stdout.count(b"\n")), (69, b"69 ", 1))
+            self.write("folidex-archive")
+        self.sh("rm ZipFuncs.sh folidex-archive; mkdir folder; ln -s folder link; ln file 'hard link'; mkfifo folder/pipe")
         for verb, good, password in self.VERBS:
             for source in ("missing", "folder/pipe", "folder/.", "folder/.."):
                 self.run_verb(verb, source, "out", password, expect=66)

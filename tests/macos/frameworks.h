@@ -57,11 +57,8 @@ typedef double NSTimeInterval;
 struct NSRange { NSUInteger location; NSUInteger length; };
 inline NSRange NSMakeRange(NSUInteger location, NSUInteger length) { return {location, length}; }
 enum : NSUInteger { NSUTF8StringEncoding = 4 };
-enum NSCalendarUnit : NSUInteger { NSCalendarUnitYear = 4, NSCalendarUnitMonth = 8, NSCalendarUnitDay = 16, NSCalendarUnitHour = 32, NSCalendarUnitMinute = 64, NSCalendarUnitSecond = 128 };
-constexpr NSCalendarUnit operator|(NSCalendarUnit a, NSCalendarUnit b) { return NSCalendarUnit(NSUInteger(a) | NSUInteger(b)); }
 @class NSArray, NSDictionary, NSDate, NSError, NSURL;
 extern "C" void NSLog(NSString* format, ...);
-extern "C" NSString* const NSCalendarIdentifierGregorian;
 extern "C" NSString* const NSFileSystemSize;
 extern "C" NSString* const NSFileSystemFreeSize;
 extern "C" NSString* const NSURLVolumeIsReadOnlyKey;
@@ -93,18 +90,7 @@ extern "C" NSString* const NSURLVolumeIsRemovableKey;
 @property(readonly) long long longLongValue;
 @end
 @interface NSDate : NSObject
-+ (instancetype)dateWithTimeIntervalSince1970:(NSTimeInterval)seconds;
 + (instancetype)dateWithTimeIntervalSinceNow:(NSTimeInterval)seconds;
-@end
-@interface NSDateComponents : NSObject
-@property NSInteger year, month, day, hour, minute, second;
-@end
-@interface NSCalendar : NSObject
-- (id)initWithCalendarIdentifier:(NSString*)identifier;
-- (NSDateComponents*)components:(NSCalendarUnit)units fromDate:(NSDate*)date;
-@end
-@interface NSError : NSObject
-@property(readonly, copy) NSString* localizedDescription;
 @end
 __attribute__((__objc_exception__))
 @interface NSException : NSObject

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "host/base/plugin.h"
+#include "host/base/unicode.h"
 
 #include <string>
 #include <string_view>
@@ -38,13 +39,19 @@ public:
     PluginUnderTest() { plugin_.start(); }
 
     // Argument counts aren't checked: the plug-in gets what is given.
-    Result call(std::string_view function, const std::vector<fmxhost::Value>& arguments = {}) const;
+    Result call(std::string_view function, const std::vector<fmxhost::Value>& arguments = {}) const
+    {
+        return Result(fmxhost::Plugin::call(this->function(function), arguments));
+    }
 
     // KORB_GetLastError in its two forms.
     std::string lastErrorText() const { return call("KORB_GetLastError").utf8(); }
     int lastErrorNumber() const { return std::stoi(call("KORB_GetLastError", {u"number"}).utf8()); }
 
-    const fmxkit::ExternalFunction& function(std::string_view name) const;
+    const fmxkit::ExternalFunction& function(std::string_view name) const
+    {
+        return plugin_.function(fmxhost::toUtf16(name));
+    }
 
 private:
     fmxhost::Plugin plugin_{FOLIDEX_PLUGIN_FILE};

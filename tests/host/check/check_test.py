@@ -80,7 +80,7 @@ class Rules(unittest.TestCase):
                     self.assertEqual({text for text in skipped if ": see " in text}, {obstacle} if obstacle else set())
 
     def test_what_keeps_the_rules_passes(self):
-        for told in ("", "start=write"):
+        for told in ("", "start=write", "parameters=( a ; b ; c ; d ; e ; f ; g ; h ; i… )"):
             document, status = results(PLUGIN, "--allow", ALLOWED.name, told=told)
             self.assertEqual((failures(document), document["passed"], status), ({}, True, 0))
             self.assertEqual({test["verdict"] for test in document["tests"] if test["name"] not in ("exports", "libraries")},

@@ -35,9 +35,14 @@ Descriptor openAnswering(const MountPoint& point)
     Descriptor place = openAt(AT_FDCWD, point.path.c_str(), O_PATH);
     struct statx status;
     struct statvfs space;
-    if (!place || statx(place.get(), "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC, STATX_TYPE | STATX_MNT_ID, &status) != 0 ||
-        !S_ISDIR(status.stx_mode) || status.stx_mnt_id != static_cast<unsigned int>(point.id) ||
-        retried([&] { return fstatvfs(place.get(), &space); }) != 0 || space.f_blocks == 0) {
+    if (!place || statx(place.get(), "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC, STATX_TYPE | STATX_MNT_ID, &status) != 0) {
+        return {};
+    }
+    // Hosts of containers may have a kernel before 5.8, which has no mount ID to compare.
+    const bool isAnother =
+        (status.stx_mask & STATX_MNT_ID) != 0 && status.stx_mnt_id != static_cast<unsigned int>(point.id);
+    if (isAnother || !S_ISDIR(status.stx_mode) || retried([&] { return fstatvfs(place.get(), &space); }) != 0 ||
+        space.f_blocks == 0) {
         return {};
     }
     return place;

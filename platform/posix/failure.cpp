@@ -54,7 +54,7 @@ Outcome Failure::outcome(std::string_view action, std::string_view source, std::
     }
     const bool isOfSource = side == Side::source;
     std::string whole(isOfSource ? source : target);
-    const std::string below = path.value_or("");
+    const std::string below = path ? *path : "";
     if (!whole.empty() && whole.back() == '/' && !below.empty()) {
         whole.pop_back();
     }

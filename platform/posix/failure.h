@@ -3,7 +3,7 @@
 
 #include "platform/outcome.h"
 
-#include <optional>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -19,14 +19,14 @@ Outcome systemFailure(std::string_view action, std::string_view path, int error)
 Outcome failureBecause(std::string_view action, std::string_view path, std::string_view reason);
 
 // Why a step failed, on which side of a copy, and where below the item that the call is about: enough to put it into
-// words once, where the item's paths are known.
+// words once, where the item's paths are known. Small, for a walk passes one on for every entry.
 struct [[nodiscard]] Failure {
     enum class Side { source, target };
 
     int error = 0;                // errno value
     const char* reason = nullptr; // of our own, in place of the system's; lives for ever
     Side side = Side::source;
-    std::optional<std::string> path{}; // "" for the item itself, or "/a/b"; empty where nobody has said yet
+    std::unique_ptr<const std::string> path{}; // "" for the item itself, or "/a/b"; null where nobody has said yet
 
     static Failure ofSource(int error) { return {.error = error}; }
     static Failure ofTarget(int error) { return {.error = error, .side = Side::target}; }
@@ -35,7 +35,7 @@ struct [[nodiscard]] Failure {
     // The same failure, of something below the item.
     Failure at(std::string where) &&
     {
-        path = std::move(where);
+        path = std::make_unique<const std::string>(std::move(where));
         return std::move(*this);
     }
 

@@ -95,8 +95,8 @@ Failure Walk::run()
 Failure Walk::visit(const char* name, unsigned char type)
 {
     TreeEntry entry = entryOf(name, type);
-    struct stat status {};
     if (type == DT_UNKNOWN) {
+        struct stat status {};
         if (const Failure unknown = entry.examine(status)) {
             return failed(entry, unknown.error);
         }
